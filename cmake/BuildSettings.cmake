@@ -1,0 +1,58 @@
+# Language level, warnings, hardening and sanitizers, for every target of the tree.
+#
+#   devsupport_settings   what every target uses: warnings as errors, hardening, sanitizers
+#   devsupport_runtime    what runs on the device uses besides: C++ without a C++ runtime
+
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Kind of build" FORCE)
+endif()
+set(CMAKE_C_FLAGS_DEBUG "-Og -g")
+set(CMAKE_CXX_FLAGS_DEBUG "-Og -g")
+set(CMAKE_C_FLAGS_RELEASE "-O2 -g")
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g")
+
+# Checks whether the linker makes position-independent executables: CMake needs to be asked once.
+include(CheckPIESupported)
+check_pie_supported()
+
+find_program(DEVSUPPORT_CCACHE ccache)
+if(DEVSUPPORT_CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER "${DEVSUPPORT_CCACHE}")
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${DEVSUPPORT_CCACHE}")
+endif()
+
+add_library(devsupport_settings INTERFACE)
+target_compile_options(devsupport_settings INTERFACE
+  -Wall -Wextra -Wpedantic -Werror
+  -Wconversion -Wsign-conversion -Wshadow -Wcast-qual -Wcast-align -Wundef -Wvla
+  -Wformat=2 -Wnull-dereference -Wpointer-arith -Wwrite-strings
+  $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi>
+  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op>
+  -fstack-protector-strong -fno-common)
+target_link_options(devsupport_settings INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
+
+if(DEVSUPPORT_SANITIZE)
+  target_compile_options(devsupport_settings INTERFACE
+    -fsanitize=${DEVSUPPORT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(devsupport_settings INTERFACE -fsanitize=${DEVSUPPORT_SANITIZE})
+else()
+  # The sanitizers check more than the fortified C library does, and the two get in each other's way.
+  target_compile_options(devsupport_settings INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
+
+# The device has no C++ runtime library: whatever would need one must not compile or not link.
+add_library(devsupport_runtime INTERFACE)
+target_compile_options(devsupport_runtime INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+  -fvisibility=hidden $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>)
+target_compile_definitions(devsupport_runtime INTERFACE _GNU_SOURCE)
+target_link_libraries(devsupport_runtime INTERFACE devsupport_settings)

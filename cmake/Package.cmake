@@ -1,0 +1,36 @@
+# Installation: headers, static and shared library, devsupport.pc and the CMake package `devsupport`.
+#
+#   devsupport::devsupport         the shared library
+#   devsupport::devsupport_static  the static library
+
+include(CMakePackageConfigHelpers)
+
+get_property(public_headers GLOBAL PROPERTY DEVSUPPORT_PUBLIC_HEADERS)
+get_property(detail_headers GLOBAL PROPERTY DEVSUPPORT_DETAIL_HEADERS)
+foreach(header IN ITEMS devsupport.h Api.h LISTS public_headers detail_headers)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES "${DEVSUPPORT_INCLUDE_DIR}/devsupport/${header}"
+          DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/devsupport/${folder}")
+endforeach()
+
+set_target_properties(devsupport_shared PROPERTIES EXPORT_NAME devsupport)
+install(TARGETS devsupport_shared devsupport_static EXPORT devsupport
+        ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+install(EXPORT devsupport NAMESPACE devsupport:: FILE devsupportTargets.cmake
+        DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/devsupport")
+
+configure_package_config_file(cmake/devsupportConfig.cmake.in devsupportConfig.cmake
+  INSTALL_DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/devsupport")
+write_basic_package_version_file(devsupportConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES
+          "${CMAKE_CURRENT_BINARY_DIR}/devsupportConfig.cmake"
+          "${CMAKE_CURRENT_BINARY_DIR}/devsupportConfigVersion.cmake"
+        DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/devsupport")
+
+configure_file(cmake/devsupport.pc.in devsupport.pc @ONLY)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/devsupport.pc"
+        DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+
+install(TARGETS cpld RUNTIME DESTINATION "${CMAKE_INSTALL_SBINDIR}")
+install(FILES docs/man/cpld.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8")

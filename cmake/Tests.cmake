@@ -1,0 +1,22 @@
+# How tests enter the build.
+#
+# devsupport_test(<Unit>_test.cpp [WRAP <function>...] [LIBS <target>...] [LABELS <label>...])
+#
+# Builds one GoogleTest program from the file and registers every test in it with ctest. WRAP names functions
+# of the C library whose calls the test can make fail (see tests/support/FaultInjection.h); LABELS sort the
+# tests into suites that script/test can pick.
+function(devsupport_test source)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "WRAP;LIBS;LABELS;SOURCES")
+  cmake_path(GET source STEM name)
+  cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME area)
+  set(target ${area}_${name})
+  add_executable(${target} ${source} ${arg_SOURCES})
+  target_link_libraries(${target} PRIVATE
+    devsupport::devsupport devsupport_test_support ${arg_LIBS} devsupport_settings GTest::gmock_main)
+  foreach(function IN LISTS arg_WRAP)
+    target_link_options(${target} PRIVATE -Wl,--wrap=${function})
+  endforeach()
+  gtest_discover_tests(${target}
+    TEST_PREFIX "${area}." DISCOVERY_MODE PRE_TEST
+    PROPERTIES LABELS "${area};${arg_LABELS}" SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+endfunction()

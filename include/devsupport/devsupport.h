@@ -1,0 +1,8 @@
+/* The whole public face of libdevsupport. Programs may include single unit headers instead. */
+#ifndef DEVSUPPORT_DEVSUPPORT_H
+#define DEVSUPPORT_DEVSUPPORT_H
+
+/* L0: diagnostics, number parsing and text editing, IPC primitives */
+#include <devsupport/diag/Diagnostics.h>
+
+#endif

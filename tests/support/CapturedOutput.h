@@ -1,0 +1,29 @@
+// Captures what the code under test prints on standard output or standard error, to be compared whole.
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+namespace devsupport::test {
+
+/// Redirects one stream's descriptor into memory from construction until Take() or destruction.
+/// What child processes print while they have the descriptor is captured too.
+class CapturedOutput {
+ public:
+  explicit CapturedOutput(std::FILE *stream);
+  ~CapturedOutput();
+  CapturedOutput(const CapturedOutput &) = delete;
+  CapturedOutput &operator=(const CapturedOutput &) = delete;
+
+  /// Ends the redirection and returns everything printed since construction.
+  std::string Take();
+
+ private:
+  void Restore();
+
+  std::FILE *stream_;
+  int savedFd_;
+  int memoryFd_;
+};
+
+}  // namespace devsupport::test

@@ -1,0 +1,45 @@
+// Makes the n-th call of a C library function fail, so that a test can see the contract's answer.
+//
+// A test file names its fault points once and its devsupport_test() names the same functions under WRAP:
+//
+//   DEVSUPPORT_FAULT_POINT(void *, malloc, (std::size_t n), (n), nullptr, ENOMEM)
+//
+//   FailCall fail("malloc", 2);        // the second malloc from here on answers nullptr, once
+//   EXPECT_EQ(TMyHash_Create(...), 0);
+//   EXPECT_TRUE(fail.Happened());
+#pragma once
+
+#include <cerrno>
+#include <cstddef>
+
+namespace devsupport::test {
+
+/// While alive, lets the n-th call (counted from 1) of one wrapped function in this process fail.
+/// kEvery makes all calls fail. One object at a time.
+class FailCall {
+ public:
+  static constexpr int kEvery = 0;
+
+  FailCall(const char *function, int nth);
+  ~FailCall();
+  FailCall(const FailCall &) = delete;
+  FailCall &operator=(const FailCall &) = delete;
+
+  bool Happened() const;
+};
+
+/// Asked by every fault point at every call; true when this call must fail.
+bool MustFail(const char *function);
+
+}  // namespace devsupport::test
+
+#define DEVSUPPORT_FAULT_POINT(Result, function, parameters, arguments, failure, error) \
+  extern "C" Result __real_##function parameters;                                       \
+  extern "C" Result __wrap_##function parameters;                                       \
+  extern "C" Result __wrap_##function parameters {                                      \
+    if (devsupport::test::MustFail(#function)) {                                        \
+      errno = (error);                                                                  \
+      return (failure);                                                                 \
+    }                                                                                   \
+    return __real_##function arguments;                                                 \
+  }

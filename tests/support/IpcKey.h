@@ -1,0 +1,26 @@
+// System V keys that belong to one test alone, and the removal of whatever was made under them.
+#pragma once
+
+namespace devsupport::test {
+
+/// A key that no other test and no other process of the tests uses. When the object goes, the segment,
+/// the semaphore set and the message queue of the key are removed, if there are any.
+class IpcKey {
+ public:
+  IpcKey();
+  ~IpcKey();
+  IpcKey(const IpcKey &) = delete;
+  IpcKey &operator=(const IpcKey &) = delete;
+
+  int Value() const { return key_; }
+  operator int() const { return key_; }  // NOLINT(google-explicit-constructor): it stands for its key
+
+ private:
+  int key_;
+  int ownerPid_;
+};
+
+/// Number of segments, semaphore sets and message queues in the current IPC namespace.
+int CountIpcObjects();
+
+}  // namespace devsupport::test
