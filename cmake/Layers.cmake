@@ -10,12 +10,16 @@
 set(DEVSUPPORT_INCLUDE_DIR "${PROJECT_SOURCE_DIR}/include")
 set(DEVSUPPORT_LAYER_DIR "${PROJECT_BINARY_DIR}/layers")
 
-# Shows one public header to the layers that may use it: a link below the layer's own include folder.
-function(devsupport_layer_header layer header)
-  set(shown "${DEVSUPPORT_LAYER_DIR}/L${layer}/devsupport/${header}")
+# Shows one header to the layers that may use it: a link below the layer's own include folder.
+function(devsupport_show_header header shown)
   cmake_path(GET shown PARENT_PATH folder)
   file(MAKE_DIRECTORY "${folder}")
-  file(CREATE_LINK "${DEVSUPPORT_INCLUDE_DIR}/devsupport/${header}" "${shown}" SYMBOLIC)
+  file(CREATE_LINK "${header}" "${shown}" SYMBOLIC)
+endfunction()
+
+function(devsupport_layer_header layer header)
+  devsupport_show_header("${DEVSUPPORT_INCLUDE_DIR}/devsupport/${header}"
+                         "${DEVSUPPORT_LAYER_DIR}/L${layer}/devsupport/${header}")
 endfunction()
 
 # Makes the layer's object library when its first unit arrives.
@@ -51,6 +55,17 @@ function(devsupport_unit unit)
   endif()
   target_sources(devsupport_L${arg_LAYER} PRIVATE
     "${CMAKE_CURRENT_SOURCE_DIR}/${name}.cpp" ${arg_SOURCES})
+endfunction()
+
+# devsupport_private_header(<area>/<Name>.h LAYER <n>)
+#
+# Lets the sources of the layer and of the layers above include <Name>.h of the calling folder as
+# <devsupport/private/<area>/<Name>.h>. Such a header is never installed.
+function(devsupport_private_header header)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "LAYER" "")
+  cmake_path(GET header FILENAME name)
+  set(shown "${DEVSUPPORT_LAYER_DIR}/L${arg_LAYER}/devsupport/private/${header}")
+  devsupport_show_header("${CMAKE_CURRENT_SOURCE_DIR}/${name}" "${shown}")
 endfunction()
 
 # Makes the static and the shared library from the layers. Both are linked by the C driver: the library

@@ -1,0 +1,27 @@
+// The standard assertion with texts that are part of a contract: they name the source as it is known in the
+// field, whatever the file that holds the check is called today, and hold in builds with NDEBUG as well.
+#pragma once
+
+#include <cassert>
+
+#ifdef NDEBUG
+extern "C" [[noreturn]] void __assert_fail(const char *pExpression, const char *pFile, unsigned dwLine,
+                                           const char *pFunction) noexcept;
+#endif
+
+namespace devsupport {
+
+/// Ends the process with the C library's report of a failed assertion when the precondition does not hold.
+inline void StandardAssert(bool bHolds, const char *pExpression, const char *pFile, unsigned dwLine,
+                           const char *pFunction) {
+  if (bHolds) [[likely]] {
+    return;
+  }
+#ifdef __UCLIBC__
+  __assert(pExpression, pFile, static_cast<int>(dwLine), pFunction);
+#else
+  __assert_fail(pExpression, pFile, dwLine, pFunction);
+#endif
+}
+
+}  // namespace devsupport
