@@ -1,0 +1,48 @@
+// Runs a real program and catches what it printed on both streams and how it ended.
+//
+//   const CommandResult result = Command({CPLD_PATH, "0", "1", "23"}).Run();
+//   EXPECT_EQ(result.status, 1);
+//   EXPECT_EQ(result.out, "");
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace devsupport::test {
+
+struct CommandResult {
+  int status = -1;  ///< the exit status, or 1000 + the signal that ended the program
+  std::string out;
+  std::string err;
+};
+
+/// One program with its arguments, found through PATH unless it is named with a slash.
+/// Standard input is empty. Environment and descriptors are the test's own but for what is changed here.
+class Command {
+ public:
+  explicit Command(std::vector<std::string> words);
+
+  Command &Environment(const std::string &name, const std::string &value);
+  /// Standard output goes to the file instead; CommandResult::out stays empty.
+  Command &OutputTo(const std::string &path);
+  /// Starts the program without a standard output.
+  Command &CloseOutput();
+
+  /// Runs the program and waits for its end. Throws std::runtime_error when it cannot be started.
+  CommandResult Run() const;
+
+ private:
+  std::vector<std::string> words_;
+  std::vector<std::string> environment_;
+  std::optional<std::string> outputPath_;
+  bool closeOutput_ = false;
+};
+
+/// The text cut at its newlines; a last line needs none.
+std::vector<std::string> Lines(std::string_view text);
+
+}  // namespace devsupport::test

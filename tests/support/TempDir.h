@@ -1,0 +1,29 @@
+// A folder of the test's own, removed with everything in it when the object goes.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace devsupport::test {
+
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir &) = delete;
+  TempDir &operator=(const TempDir &) = delete;
+
+  const std::filesystem::path &Path() const { return path_; }
+  std::filesystem::path operator/(const std::string &name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// The whole content of a file; throws std::runtime_error when there is none.
+std::string FileText(const std::filesystem::path &path);
+
+/// Makes the file hold exactly the text.
+void WriteFile(const std::filesystem::path &path, const std::string &text);
+
+}  // namespace devsupport::test
