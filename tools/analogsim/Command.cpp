@@ -1,0 +1,85 @@
+// Runs the user's command to its end, with its signals where they belong.
+
+#include "Command.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace analogsim {
+
+namespace {
+
+// SIGPIPE is held too: a reader of our trace that goes away must not take the device with it.
+constexpr int kHandedOn[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2};
+
+std::vector<char *> Pointers(const std::vector<std::string> &texts) {
+  std::vector<char *> pointers;
+  for (const std::string &text : texts) pointers.push_back(const_cast<char *>(text.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+/// The command starts with the signals as we found them.
+class SpawnAttributes {
+ public:
+  explicit SpawnAttributes(const sigset_t &signals) {
+    ::posix_spawnattr_init(&attributes_);
+    ::posix_spawnattr_setsigmask(&attributes_, &signals);
+    ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK);
+  }
+  ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
+  SpawnAttributes(const SpawnAttributes &) = delete;
+  SpawnAttributes &operator=(const SpawnAttributes &) = delete;
+
+  const posix_spawnattr_t *Get() const { return &attributes_; }
+
+ private:
+  posix_spawnattr_t attributes_{};
+};
+
+/// A terminal sends its signals to the command as well as to us; what somebody sent to us alone is handed on.
+void HandOn(const siginfo_t &info, pid_t command) {
+  const bool isOurBusiness = info.si_signo == SIGCHLD || info.si_signo == SIGPIPE;
+  if (!isOurBusiness && info.si_code <= 0) ::kill(command, info.si_signo);
+}
+
+int WaitForEnd(pid_t command, const sigset_t &held) {
+  int status = 0;
+  while (::waitpid(command, &status, WNOHANG) == 0) {
+    siginfo_t info;
+    if (::sigwaitinfo(&held, &info) > 0) HandOn(info, command);
+  }
+  return WIFSIGNALED(status) ? status::kSignalBase + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+}  // namespace
+
+HeldSignals::HeldSignals() {
+  ::signal(SIGCHLD, SIG_DFL);  // ignored by our caller, it would take the command's status from us
+  ::sigemptyset(&held_);
+  for (const int signal : kHandedOn) ::sigaddset(&held_, signal);
+  ::sigaddset(&held_, SIGCHLD);
+  ::sigaddset(&held_, SIGPIPE);
+  ::pthread_sigmask(SIG_BLOCK, &held_, &before_);
+}
+
+HeldSignals::~HeldSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+int RunCommand(const std::vector<std::string> &words, const std::vector<std::string> &environment,
+               const HeldSignals &signals) {
+  const SpawnAttributes attributes(signals.Before());
+  pid_t command = -1;
+  const int error = ::posix_spawnp(&command, words.front().c_str(), nullptr, attributes.Get(), Pointers(words).data(),
+                                   Pointers(environment).data());
+  if (error != 0) {
+    std::fprintf(stderr, "analogsim: cannot run %s: %s\n", words.front().c_str(), std::strerror(error));
+    return error == ENOENT ? status::kNotFound : status::kNotRunnable;
+  }
+  return WaitForEnd(command, signals.Held());
+}
+
+}  // namespace analogsim

@@ -1,0 +1,42 @@
+// Runs the user's command to its end, with its signals where they belong.
+#pragma once
+
+#include <signal.h>
+
+#include <string>
+#include <vector>
+
+namespace analogsim {
+
+/// The exit statuses that shells and wrappers give for what is not the command's own doing.
+namespace status {
+constexpr int kOwnFailure = 125;
+constexpr int kNotRunnable = 126;
+constexpr int kNotFound = 127;
+constexpr int kSignalBase = 128;  ///< + the signal's number
+}  // namespace status
+
+/// While it lives, the signals that end or interrupt programs wait to be handed on by RunCommand(), and nothing
+/// but SIGKILL ends us before our device is taken away. Make it before the first thread: threads inherit it.
+class HeldSignals {
+ public:
+  HeldSignals();
+  ~HeldSignals();
+  HeldSignals(const HeldSignals &) = delete;
+  HeldSignals &operator=(const HeldSignals &) = delete;
+
+  const sigset_t &Held() const { return held_; }
+  const sigset_t &Before() const { return before_; }
+
+ private:
+  sigset_t held_{};
+  sigset_t before_{};
+};
+
+/// Runs a command, found through PATH, and waits for its end. Signals sent to us are handed on to it; those of the
+/// terminal reach it anyway.
+/// Returns  its exit status, or 128 + the signal that ended it, or 126 or 127 when it cannot be run (says why).
+int RunCommand(const std::vector<std::string> &words, const std::vector<std::string> &environment,
+               const HeldSignals &signals);
+
+}  // namespace analogsim

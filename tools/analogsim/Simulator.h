@@ -1,0 +1,32 @@
+// One request from its arrival to its answer: registers fetched and kept, words for the user.
+#pragma once
+
+#include <memory>
+
+#include "Driver.h"
+#include "Options.h"
+#include "Store.h"
+#include "Trace.h"
+
+namespace analogsim {
+
+class Simulator {
+ public:
+  /// Throws std::runtime_error when the state file cannot be used.
+  explicit Simulator(const Options &options);
+
+  /// Answers one request. Registers that cannot be kept make it fail with EIO, and the user is told why.
+  /// Not for several threads at once.
+  Answer Handle(std::uint32_t request, const Record &record);
+
+ private:
+  Driver driver_;
+  std::unique_ptr<Store> store_;
+  bool trace_;
+  TraceBytes traceBytes_;
+};
+
+/// Writes a text to standard error in one piece, so that it stays whole beside what the command writes there.
+void Say(const std::string &text);
+
+}  // namespace analogsim
