@@ -26,10 +26,11 @@ std::vector<char *> Pointers(const std::vector<std::string> &texts) {
 /// The command starts with the signals as we found them.
 class SpawnAttributes {
  public:
-  explicit SpawnAttributes(const sigset_t &signals) {
+  explicit SpawnAttributes(const HeldSignals &signals) {
     ::posix_spawnattr_init(&attributes_);
-    ::posix_spawnattr_setsigmask(&attributes_, &signals);
-    ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK);
+    ::posix_spawnattr_setsigmask(&attributes_, &signals.Before());
+    ::posix_spawnattr_setsigdefault(&attributes_, &signals.Defaults());
+    ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   }
   ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
   SpawnAttributes(const SpawnAttributes &) = delete;
@@ -59,6 +60,10 @@ int WaitForEnd(pid_t command, const sigset_t &held) {
 }  // namespace
 
 HeldSignals::HeldSignals() {
+  struct sigaction pipe {};
+  ::sigaction(SIGPIPE, nullptr, &pipe);
+  ::sigemptyset(&defaults_);
+  if (pipe.sa_handler == SIG_DFL) ::sigaddset(&defaults_, SIGPIPE);
   ::signal(SIGCHLD, SIG_DFL);  // ignored by our caller, it would take the command's status from us
   ::sigemptyset(&held_);
   for (const int signal : kHandedOn) ::sigaddset(&held_, signal);
@@ -71,7 +76,7 @@ HeldSignals::~HeldSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 
 int RunCommand(const std::vector<std::string> &words, const std::vector<std::string> &environment,
                const HeldSignals &signals) {
-  const SpawnAttributes attributes(signals.Before());
+  const SpawnAttributes attributes(signals);
   pid_t command = -1;
   const int error = ::posix_spawnp(&command, words.front().c_str(), nullptr, attributes.Get(), Pointers(words).data(),
                                    Pointers(environment).data());

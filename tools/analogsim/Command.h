@@ -27,10 +27,12 @@ class HeldSignals {
 
   const sigset_t &Held() const { return held_; }
   const sigset_t &Before() const { return before_; }
+  const sigset_t &Defaults() const { return defaults_; }
 
  private:
   sigset_t held_{};
   sigset_t before_{};
+  sigset_t defaults_{};  ///< signals to be reset for the command: the libraries that we use ignore SIGPIPE
 };
 
 /// Runs a command, found through PATH, and waits for its end. Signals sent to us are handed on to it; those of the

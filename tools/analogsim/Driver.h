@@ -15,14 +15,14 @@ using Record = cpld::TAnalogRegRequest;
 using Bank = std::map<std::int32_t, std::int32_t>;
 
 struct Channel {
-  Bank direct;
-  Bank indirect;
+  Bank direct{};
+  Bank indirect{};
   bool operator==(const Channel &) const = default;
 };
 
 /// Everything that the driver remembers between requests.
 struct Registers {
-  std::map<std::int32_t, Channel> channels;
+  std::map<std::int32_t, Channel> channels{};
   bool debug = false;
   bool operator==(const Registers &) const = default;
 };
@@ -36,17 +36,17 @@ struct Answer {
 
 /// What an answer says instead of the truth, to try out how a program takes it.
 struct Distortion {
-  std::optional<std::int32_t> channel;
-  std::optional<std::int32_t> registerNumber;
-  std::optional<std::int32_t> value;
-  std::optional<std::int32_t> result;  ///< of requests that succeed
+  std::optional<std::int32_t> channel{};
+  std::optional<std::int32_t> registerNumber{};
+  std::optional<std::int32_t> value{};
+  std::optional<std::int32_t> result{};  ///< of requests that succeed
 };
 
 /// How the driver behaves in one session.
 struct Behaviour {
-  std::int32_t channels = 4;   ///< channels 0 to channels - 1 exist
-  std::optional<int> failure;  ///< every request fails with this errno and changes nothing
-  Distortion distortion;
+  std::int32_t channels = 4;     ///< channels 0 to channels - 1 exist
+  std::optional<int> failure{};  ///< every request fails with this errno and changes nothing
+  Distortion distortion{};
 };
 
 class Driver {

@@ -1,5 +1,8 @@
 // analogsim: runs a command in which /dev/analog/0 is a simulated analog driver.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <exception>
 #include <string>
 
@@ -12,6 +15,16 @@ namespace {
 
 using namespace analogsim;
 
+/// Fills standard descriptors that our caller closed, so that no socket of ours gets such a number and is taken for
+/// standard error. The command still finds them closed.
+void OccupyStandardDescriptors() {
+  int fd = -1;
+  do {
+    fd = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) ::close(fd);
+}
+
 int Run(const Options &options) {
   const HeldSignals signals;
   Simulator simulator(options);
@@ -22,6 +35,7 @@ int Run(const Options &options) {
 }  // namespace
 
 int main(int argCount, char *args[]) {
+  OccupyStandardDescriptors();
   try {
     return Run(ReadOptions(argCount, args, status::kOwnFailure));
   } catch (const Stop &stop) {
