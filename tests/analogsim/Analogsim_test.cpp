@@ -156,6 +156,19 @@ TEST(Analogsim, WithClosedStandardDescriptors_ServesItsCommandAllTheSame) {
   EXPECT_EQ(result.status, 0);
 }
 
+TEST(AnalogsimDevice, ThatCannotBeServed_IsAnErrorBeforeTheCommand) {
+  const TempDir dir;
+  const std::string folder = dir / std::string(100, 'a');  // a socket's path has room for 107 characters
+  std::filesystem::create_directory(folder);
+  for (const std::string &unusable : {folder, std::string("/no/such/folder")}) {
+    const CommandResult result = Simulated({}, {"echo", "ran"}).Environment("TMPDIR", unusable).Run();
+    EXPECT_EQ(result.status, kOwnFailure);
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err.find("analogsim: cannot make "), std::string::npos) << result.err;
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(folder));
+}
+
 // Options.
 
 TEST(AnalogsimTrace, IsSilentUnlessAskedFor) { EXPECT_EQ(Script({}, "$0 1 1 23 7; $0 4 1; $0 7 1").Run().err, ""); }

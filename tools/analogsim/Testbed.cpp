@@ -8,7 +8,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
+#include <string_view>
 
 namespace analogsim {
 
@@ -70,6 +72,21 @@ gboolean OnRequest(UMockdevIoctlBase *, UMockdevIoctlClient *client, Simulator *
   return TRUE;
 }
 
+/// umockdev ends the program when it cannot make its folder; say it in a sentence instead.
+void RequireFolderForTemporaryFiles() {
+  const std::filesystem::path folder = g_get_tmp_dir();
+  if (::access(folder.c_str(), W_OK | X_OK) == 0) return;
+  throw std::runtime_error("cannot make files in " + folder.string() + ": " + std::strerror(errno));
+}
+
+/// umockdev only warns when it cannot serve the device, and the command would find a plain file there.
+void RequireSocket(UMockdevTestbed *testbed) {
+  const std::unique_ptr<char, decltype(&g_free)> root(umockdev_testbed_get_root_dir(testbed), &g_free);
+  const std::string socket = std::string(root.get()) + "/ioctl" + kDevice;
+  if (std::filesystem::is_socket(socket)) return;
+  throw std::runtime_error("cannot make the socket " + socket + ": is the path too long?");
+}
+
 }  // namespace
 
 struct Testbed::Parts {
@@ -77,7 +94,9 @@ struct Testbed::Parts {
   Ref<UMockdevIoctlBase> requests{umockdev_ioctl_base_new()};
 };
 
-Testbed::Testbed(Simulator &simulator) : parts_(std::make_unique<Parts>()) {
+Testbed::Testbed(Simulator &simulator) {
+  RequireFolderForTemporaryFiles();
+  parts_ = std::make_unique<Parts>();
   GlibError error;
   if (!umockdev_testbed_add_from_string(parts_->testbed.get(), kDescription, error.Slot())) {
     throw std::runtime_error("cannot make the device: " + error.Text());
@@ -86,6 +105,7 @@ Testbed::Testbed(Simulator &simulator) : parts_(std::make_unique<Parts>()) {
   if (!umockdev_testbed_attach_ioctl(parts_->testbed.get(), kDevice, parts_->requests.get(), error.Slot())) {
     throw std::runtime_error("cannot serve the device: " + error.Text());
   }
+  RequireSocket(parts_->testbed.get());
 }
 
 Testbed::~Testbed() { umockdev_testbed_detach_ioctl(parts_->testbed.get(), kDevice, nullptr); }
