@@ -18,6 +18,7 @@ constexpr int kHandedOn[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2}
 
 std::vector<char *> Pointers(const std::vector<std::string> &texts) {
   std::vector<char *> pointers;
+  pointers.reserve(texts.size() + 1);
   for (const std::string &text : texts) pointers.push_back(const_cast<char *>(text.c_str()));
   pointers.push_back(nullptr);
   return pointers;
