@@ -53,7 +53,9 @@ Bank ToBank(const ordered_json &json, const std::string &where) {
   if (!json.is_object()) Refuse(where + " is no object");
   Bank bank;
   for (const auto &[key, value] : json.items()) {
-    bank[ToKey(key, where)] = ToContent(value, where + " register " + key);
+    std::string place = where;
+    place.append(" register ").append(key);
+    bank[ToKey(key, where)] = ToContent(value, place);
   }
   return bank;
 }
