@@ -4,5 +4,8 @@
 
 /* L0: diagnostics, number parsing and text editing, IPC primitives */
 #include <devsupport/diag/Diagnostics.h>
+#include <devsupport/text/BuildStamp.h>
+#include <devsupport/text/NumberParsing.h>
+#include <devsupport/text/StringEdit.h>
 
 #endif
