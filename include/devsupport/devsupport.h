@@ -8,4 +8,9 @@
 #include <devsupport/text/NumberParsing.h>
 #include <devsupport/text/StringEdit.h>
 
+/* L1: tokenizer, containers, shared ring, local addresses */
+#include <devsupport/text/StrTok.h>
+#include <devsupport/text/StrTokConvert.h>
+#include <devsupport/text/StrTokScan.h>
+
 #endif
