@@ -1,0 +1,62 @@
+// Short words for what the tokenizer tests look at: the token as it stands, as it is copied, and what lies ahead.
+#pragma once
+
+#include <devsupport/text/StrTok.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace devsupport::test {
+
+/// A tokenizer over a text of its own, which is not NUL-terminated when it came with its length.
+class Tokenizer {
+ public:
+  explicit Tokenizer(const std::string &text, bool trim = false) : text_(text.begin(), text.end()) {
+    text_.push_back('#');  // no NUL behind the source, so that strlen would be noticed
+    TStrTok_SetSource(&tok, trim, text_.data(), static_cast<std::int32_t>(text.size()));
+    // A length of 0 would mean strlen.
+    if (text.empty()) TStrTok_SetSource(&tok, trim, "", 0);
+  }
+
+  Tokenizer(Tokenizer &&) = default;
+  Tokenizer(const Tokenizer &) = delete;
+  Tokenizer &operator=(Tokenizer &&) = delete;
+  Tokenizer &operator=(const Tokenizer &) = delete;
+
+  /// The token, copied by the tokenizer.
+  std::string Copy() const {
+    std::array<char, 64> buffer{};
+    buffer.fill('Z');
+    TStrTok_GetToken(&tok, buffer.data(), static_cast<std::int32_t>(buffer.size()), nullptr);
+    return buffer.data();
+  }
+  /// The token between its two pointers.
+  std::string Token() const { return {tok.pTok, tok.pTokEnd}; }
+  /// What lies between cursor and end.
+  std::string Ahead() const { return tok.pCur == nullptr ? "(exhausted)" : std::string(tok.pCur, tok.pSrcEnd); }
+  bool IsExhausted() const { return tok.pCur == nullptr; }
+
+  TStrTok tok{};
+
+ private:
+  std::vector<char> text_;
+};
+
+/// All fields that repeated advances deliver, copied.
+template <typename Advance>
+std::vector<std::string> Fields(const std::string &text, Advance advance) {
+  Tokenizer tokenizer(text);
+  std::vector<std::string> fields;
+  while (advance(&tokenizer.tok) != 0) fields.push_back(tokenizer.Copy());
+  return fields;
+}
+
+/// Same position, same delimiter lengths.
+inline bool SamePosition(const TStrTok &left, const TStrTok &right) {
+  return left.pTok == right.pTok && left.pTokEnd == right.pTokEnd && left.pCur == right.pCur &&
+         left.nPrevDelimLen == right.nPrevDelimLen && left.nDelimLen == right.nDelimLen;
+}
+
+}  // namespace devsupport::test
