@@ -15,9 +15,8 @@ class Tokenizer {
  public:
   explicit Tokenizer(const std::string &text, bool trim = false) : text_(text.begin(), text.end()) {
     text_.push_back('#');  // no NUL behind the source, so that strlen would be noticed
-    TStrTok_SetSource(&tok, trim, text_.data(), static_cast<std::int32_t>(text.size()));
-    // A length of 0 would mean strlen.
-    if (text.empty()) TStrTok_SetSource(&tok, trim, "", 0);
+    // An empty source needs its NUL: a length of 0 means strlen.
+    TStrTok_SetSource(&tok, trim, text.empty() ? "" : text_.data(), static_cast<std::int32_t>(text.size()));
   }
 
   Tokenizer(Tokenizer &&) = default;
