@@ -12,5 +12,6 @@
 #include <devsupport/text/StrTok.h>
 #include <devsupport/text/StrTokConvert.h>
 #include <devsupport/text/StrTokScan.h>
+#include <devsupport/diag/LogFile.h>
 
 #endif
