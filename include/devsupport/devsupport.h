@@ -13,5 +13,6 @@
 #include <devsupport/text/StrTokConvert.h>
 #include <devsupport/text/StrTokScan.h>
 #include <devsupport/diag/LogFile.h>
+#include <devsupport/ipc/ThreadMutex.h>
 
 #endif
