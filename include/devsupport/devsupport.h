@@ -15,4 +15,7 @@
 #include <devsupport/diag/LogFile.h>
 #include <devsupport/ipc/ThreadMutex.h>
 
+/* L1: tokenizer, containers, shared ring, local addresses */
+#include <devsupport/container/AllotArray.h>
+
 #endif
