@@ -1,0 +1,93 @@
+// Bob Jenkins' published lookup3 byte hash, in its little-endian variant: the same number on every machine, for keys
+// at any address.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace devsupport {
+
+namespace lookup3 {
+
+/// Three words of state.
+struct State {
+  std::uint32_t a, b, c;
+};
+
+inline std::uint32_t LoadLittle(const unsigned char *p) {
+  std::uint32_t dw = 0;
+  std::memcpy(&dw, p, sizeof dw);
+  return std::endian::native == std::endian::little ? dw : __builtin_bswap32(dw);
+}
+
+/// The last nBytes (1 to 4) bytes in front of pEnd as a zero-padded word. nLength is the whole key's: when it has four
+/// bytes they are loaded at once and what belongs to an earlier word is shifted out.
+inline std::uint32_t LoadTail(const unsigned char *pEnd, std::size_t nBytes, std::size_t nLength) {
+  if (nLength >= 4) [[likely]] {
+    return LoadLittle(pEnd - 4) >> (8 * (4 - nBytes));
+  }
+  std::uint32_t dw = 0;
+  for (std::size_t i = 1; i <= nBytes; ++i) {
+    dw = dw << 8 | pEnd[-static_cast<std::ptrdiff_t>(i)];
+  }
+  return dw;
+}
+
+inline void Mix(State &u) {
+  u.a -= u.c, u.a ^= std::rotl(u.c, 4), u.c += u.b;
+  u.b -= u.a, u.b ^= std::rotl(u.a, 6), u.a += u.c;
+  u.c -= u.b, u.c ^= std::rotl(u.b, 8), u.b += u.a;
+  u.a -= u.c, u.a ^= std::rotl(u.c, 16), u.c += u.b;
+  u.b -= u.a, u.b ^= std::rotl(u.a, 19), u.a += u.c;
+  u.c -= u.b, u.c ^= std::rotl(u.b, 4), u.b += u.a;
+}
+
+inline void Final(State &u) {
+  u.c ^= u.b, u.c -= std::rotl(u.b, 14);
+  u.a ^= u.c, u.a -= std::rotl(u.c, 11);
+  u.b ^= u.a, u.b -= std::rotl(u.a, 25);
+  u.c ^= u.b, u.c -= std::rotl(u.b, 16);
+  u.a ^= u.c, u.a -= std::rotl(u.c, 4);
+  u.b ^= u.a, u.b -= std::rotl(u.a, 14);
+  u.c ^= u.b, u.c -= std::rotl(u.b, 24);
+}
+
+}  // namespace lookup3
+
+/// Hashes nLength bytes. The key is taken in blocks of three little-endian words; the last 1 to 12 bytes are padded
+/// with zeros, and an empty key is not mixed at all.
+inline std::uint32_t hashlittle(const void *pKey, std::size_t nLength, std::uint32_t dwInitial) {
+  using namespace lookup3;
+  constexpr std::size_t kBlockBytes = 12;
+  const auto *p = static_cast<const unsigned char *>(pKey);
+  const std::uint32_t dwStart = 0xdeadbeef + static_cast<std::uint32_t>(nLength) + dwInitial;
+  State u{dwStart, dwStart, dwStart};
+
+  std::size_t nLeft = nLength;
+  for (; nLeft > kBlockBytes; nLeft -= kBlockBytes, p += kBlockBytes) {
+    u.a += LoadLittle(p);
+    u.b += LoadLittle(p + 4);
+    u.c += LoadLittle(p + 8);
+    Mix(u);
+  }
+  if (nLeft == 0) {
+    return u.c;
+  }
+  const unsigned char *pEnd = p + nLeft;
+  if (nLeft > 8) {
+    u.a += LoadLittle(p);
+    u.b += LoadLittle(p + 4);
+    u.c += LoadTail(pEnd, nLeft - 8, nLength);
+  } else if (nLeft > 4) {
+    u.a += LoadLittle(p);
+    u.b += LoadTail(pEnd, nLeft - 4, nLength);
+  } else {
+    u.a += LoadTail(pEnd, nLeft, nLength);
+  }
+  Final(u);
+  return u.c;
+}
+
+}  // namespace devsupport

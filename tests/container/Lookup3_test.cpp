@@ -1,0 +1,55 @@
+// The table's hash: the published values, and the same number as the byte-wise definition wherever the key lies.
+
+#include "lib/container/Lookup3.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string_view>
+
+#include "container/NaiveLookup3.h"
+#include "support/TestSeed.h"
+
+namespace {
+
+using devsupport::hashlittle;
+using devsupport::test::NaiveLookup3;
+using devsupport::test::SeedHint;
+using devsupport::test::TestSeed;
+
+constexpr std::string_view kSentence = "Four score and seven years ago";
+
+TEST(Lookup3, PublishedValues_AreMet) {
+  EXPECT_EQ(hashlittle("", 0, 0), 0xdeadbeefu);
+  EXPECT_EQ(hashlittle("", 0, 0xdeadbeef), 0xbd5b7ddeu);
+  EXPECT_EQ(hashlittle(kSentence.data(), kSentence.size(), 0), 0x17770551u);
+  EXPECT_EQ(hashlittle(kSentence.data(), kSentence.size(), 1), 0xcd628161u);
+}
+
+TEST(Lookup3, TheTestsOwnDefinition_MeetsThePublishedValues) {
+  EXPECT_EQ(NaiveLookup3("", 0, 0), 0xdeadbeefu);
+  EXPECT_EQ(NaiveLookup3(kSentence.data(), kSentence.size(), 0), 0x17770551u);
+  EXPECT_EQ(NaiveLookup3(kSentence.data(), kSentence.size(), 1), 0xcd628161u);
+}
+
+TEST(Lookup3, EveryLengthAtEveryAlignment_HashesLikeTheDefinitionAndReadsNothingElse) {
+  const std::uint64_t seed = TestSeed();
+  SCOPED_TRACE(SeedHint(seed));
+  std::mt19937_64 random(seed);
+  for (std::size_t nLength = 0; nLength <= 100; ++nLength) {
+    for (std::size_t nOffset = 0; nOffset < 8; ++nOffset) {
+      // A block of exactly this size, so that the address sanitizer sees every byte read beyond it.
+      const auto block = std::make_unique<unsigned char[]>(nOffset + nLength);
+      for (std::size_t i = 0; i < nOffset + nLength; ++i) block[i] = static_cast<unsigned char>(random());
+      const auto dwInitial = static_cast<std::uint32_t>(random());
+      ASSERT_EQ(hashlittle(&block[nOffset], nLength, dwInitial), NaiveLookup3(&block[nOffset], nLength, dwInitial))
+          << nLength << " bytes at offset " << nOffset;
+    }
+  }
+}
+
+}  // namespace
