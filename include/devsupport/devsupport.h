@@ -18,5 +18,6 @@
 /* L1: tokenizer, containers, shared ring, local addresses */
 #include <devsupport/container/AllotArray.h>
 #include <devsupport/container/MyHash.h>
+#include <devsupport/container/MyQueue.h>
 
 #endif

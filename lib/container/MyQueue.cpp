@@ -1,0 +1,201 @@
+// Ring queue: one block of equal cells, stepped through by pointer, with a wrap behind the last cell.
+
+#include <devsupport/container/MyQueue.h>
+#include <devsupport/detail/container/MyQueue.h>
+#include <devsupport/ipc/ThreadMutex.h>
+#include <devsupport/private/container/HeapBlock.h>
+#include <devsupport/private/container/SmallCopy.h>
+#include <devsupport/private/diag/StandardAssert.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+using namespace devsupport;
+
+static_assert(sizeof(void *) != 4 || (offsetof(TMyQueue, nUserSize) == 4 && offsetof(TMyQueue, nCellSize) == 8 &&
+                                      offsetof(TMyQueue, nGetIdx) == 12 && offsetof(TMyQueue, nPutIdx) == 16 &&
+                                      offsetof(TMyQueue, pBuf) == 20 && offsetof(TMyQueue, pLastCell) == 24 &&
+                                      offsetof(TMyQueue, pPut) == 28 && offsetof(TMyQueue, pGet) == 32 &&
+                                      offsetof(TMyQueue, bUseMutex) == 36 && offsetof(TMyQueue, uMutex) == 40));
+
+namespace {
+
+using CellLength = std::uint16_t;
+constexpr int kCellHeadBytes = sizeof(CellLength);
+
+// Holds the queue's mutex, when it has one, for a scope.
+class QueueLock {
+ public:
+  explicit QueueLock(TMyQueue &uQue) : uQue_(uQue) {
+    if (uQue_.bUseMutex != 0) ThreadMutex_Lock(&uQue_.uMutex);
+  }
+  ~QueueLock() {
+    if (uQue_.bUseMutex != 0) ThreadMutex_UnLock(&uQue_.uMutex);
+  }
+  QueueLock(const QueueLock &) = delete;
+  QueueLock &operator=(const QueueLock &) = delete;
+
+ private:
+  TMyQueue &uQue_;
+};
+
+void AssertQueue(const TMyQueue *puQue, unsigned dwLine, const char *pFunction) {
+  StandardAssert(puQue != nullptr, "puQue != ((void *)0)", "MyQueue", dwLine, pFunction);
+}
+
+int NextIdx(const TMyQueue &uQue, int nIdx) { return nIdx + 1 < uQue.nCellCount ? nIdx + 1 : 0; }
+
+// Compared as distances: the address behind the last cell need not exist.
+unsigned char *NextPtr(const TMyQueue &uQue, unsigned char *pCell) {
+  return uQue.pLastCell - pCell >= uQue.nCellSize ? pCell + uQue.nCellSize : uQue.pBuf;
+}
+
+bool IsEmpty(const TMyQueue &uQue) { return uQue.nPutIdx == uQue.nGetIdx; }
+
+bool IsFull(const TMyQueue &uQue) { return NextIdx(uQue, uQue.nPutIdx) == uQue.nGetIdx; }
+
+void Store(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
+  const auto wBytes = static_cast<CellLength>(std::min<int>(wMsgBytes, uQue.nUserSize));
+  CopyBytes(uQue.pPut + kCellHeadBytes, pMsg, wBytes);
+  std::memcpy(uQue.pPut, &wBytes, sizeof wBytes);
+  uQue.nPutIdx = NextIdx(uQue, uQue.nPutIdx);
+  uQue.pPut = NextPtr(uQue, uQue.pPut);
+}
+
+void DropOldest(TMyQueue &uQue) {
+  uQue.nGetIdx = NextIdx(uQue, uQue.nGetIdx);
+  uQue.pGet = NextPtr(uQue, uQue.pGet);
+}
+
+void Rewind(TMyQueue &uQue) {
+  uQue.nGetIdx = 0;
+  uQue.nPutIdx = 0;
+  uQue.pPut = uQue.pBuf;
+  uQue.pGet = uQue.pBuf;
+}
+
+// The record of a queue without cells: always empty, always full.
+void MakeVoid(TMyQueue &uQue) {
+  uQue.nCellCount = 1;
+  uQue.nUserSize = 0;
+  uQue.nCellSize = kCellHeadBytes;
+  uQue.pBuf = nullptr;
+  uQue.pLastCell = nullptr;
+  uQue.bUseMutex = 0;
+  Rewind(uQue);
+}
+
+// Gives a void queue its cells, under its mutex like every other operation.
+bool SetUpCells(TMyQueue &uQue, int nCapacity, int nUserSize) {
+  const QueueLock lock(uQue);
+  const int nCellCount = nCapacity + 1;
+  const int nCellSize = nUserSize + kCellHeadBytes;
+  auto *pBuf = AllocateBlock<unsigned char>(nCellCount, nCellSize);
+  if (pBuf == nullptr) {
+    return false;
+  }
+  uQue.nCellCount = nCellCount;
+  uQue.nUserSize = nUserSize;
+  uQue.nCellSize = nCellSize;
+  uQue.pBuf = pBuf;
+  uQue.pLastCell = pBuf + static_cast<std::size_t>(nCapacity) * static_cast<std::size_t>(nCellSize);
+  Rewind(uQue);
+  return true;
+}
+
+}  // namespace
+
+int TMyQueue_Create(int nCapacity, int nUserSize, TMyQueue *puQue, int bUseMutex) {
+  MakeVoid(*puQue);
+  if (nCapacity < 0 || nCapacity == INT32_MAX || nUserSize < 0 || nUserSize > INT32_MAX - kCellHeadBytes) {
+    return 0;
+  }
+  if (bUseMutex != 0 && ThreadMutex_Create(&puQue->uMutex) != 0) {
+    return 0;
+  }
+  puQue->bUseMutex = bUseMutex;
+  if (!SetUpCells(*puQue, nCapacity, nUserSize)) {
+    TMyQueue_Destroy(puQue);
+    return 0;
+  }
+  return 1;
+}
+
+void TMyQueue_Destroy(TMyQueue *puQue) {
+  ReleaseBlock(puQue->pBuf);
+  if (puQue->bUseMutex != 0) {
+    ThreadMutex_Close(&puQue->uMutex);
+  }
+  MakeVoid(*puQue);
+}
+
+void TMyQueue_Clear(TMyQueue *puQue) {
+  const QueueLock lock(*puQue);
+  Rewind(*puQue);
+}
+
+int TMyQueue_Push(TMyQueue *puQue, const void *pMsg, uint16_t wMsgBytes) {
+  AssertQueue(puQue, __LINE__, "TMyQueue_Push");
+  if (wMsgBytes == 0) {
+    return 0;
+  }
+  const QueueLock lock(*puQue);
+  if (IsFull(*puQue)) {
+    return 0;
+  }
+  Store(*puQue, pMsg, wMsgBytes);
+  return 1;
+}
+
+int TMyQueue_PushOverwrite(TMyQueue *puQue, const void *pMsg, uint16_t wMsgBytes) {
+  AssertQueue(puQue, __LINE__, "TMyQueue_PushOverwrite");
+  if (wMsgBytes == 0) {
+    return 0;
+  }
+  const QueueLock lock(*puQue);
+  if (!IsFull(*puQue)) {
+    Store(*puQue, pMsg, wMsgBytes);
+    return 1;
+  }
+  if (puQue->nCellCount > 1) {  // at capacity 0 the new message is itself the one that is lost
+    DropOldest(*puQue);
+    Store(*puQue, pMsg, wMsgBytes);
+  }
+  return 0;
+}
+
+int TMyQueue_Get(TMyQueue *puQue, void *pBuf, uint32_t *pdwBytes, uint16_t wMaxBytes) {
+  AssertQueue(puQue, __LINE__, "TMyQueue_Get");
+  const QueueLock lock(*puQue);
+  if (IsEmpty(*puQue)) {
+    if (pdwBytes != nullptr) *pdwBytes = 0;
+    return 0;
+  }
+  CellLength wBytes = 0;
+  std::memcpy(&wBytes, puQue->pGet, sizeof wBytes);
+  if (pdwBytes != nullptr) *pdwBytes = wBytes;
+  CopyBytes(pBuf, puQue->pGet + kCellHeadBytes, wMaxBytes != 0 ? std::min(wBytes, wMaxBytes) : wBytes);
+  DropOldest(*puQue);
+  return 1;
+}
+
+int TMyQueue_GetCellCount(TMyQueue *puQue) {
+  const QueueLock lock(*puQue);
+  return _TMyQueue_GetCurCellCount(puQue);
+}
+
+int TMyQueue_GetMaxCellCount(TMyQueue *puQue) {
+  const QueueLock lock(*puQue);
+  return puQue->nCellCount - 1;
+}
+
+int _TMyQueue_GetNextIdx(int nIdx, const TMyQueue *puQue) { return NextIdx(*puQue, nIdx); }
+
+unsigned char *_TMyQueue_GetNextPtr(unsigned char *pCell, const TMyQueue *puQue) { return NextPtr(*puQue, pCell); }
+
+int _TMyQueue_GetCurCellCount(const TMyQueue *puQue) {
+  const int nDistance = puQue->nPutIdx - puQue->nGetIdx;
+  // put in front of get: the held cells wrap round the end of the block
+  return nDistance >= 0 ? nDistance : nDistance + puQue->nCellCount;
+}
