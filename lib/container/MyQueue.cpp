@@ -24,21 +24,31 @@ namespace {
 using CellLength = std::uint16_t;
 constexpr int kCellHeadBytes = sizeof(CellLength);
 
-// Holds the queue's mutex, when it has one, for a scope.
+// Holds the mutex of a queue that has one, for a scope. ThreadMutex_Lock and ThreadMutex_UnLock are these two calls
+// under another name; going through them would cost a tenth of a locked push or get.
 class QueueLock {
  public:
-  explicit QueueLock(TMyQueue &uQue) : uQue_(uQue) {
-    if (uQue_.bUseMutex != 0) ThreadMutex_Lock(&uQue_.uMutex);
-  }
-  ~QueueLock() {
-    if (uQue_.bUseMutex != 0) ThreadMutex_UnLock(&uQue_.uMutex);
-  }
+  explicit QueueLock(TMyQueue &uQue) : uMutex_(uQue.uMutex) { pthread_mutex_lock(&uMutex_); }
+  ~QueueLock() { pthread_mutex_unlock(&uMutex_); }
   QueueLock(const QueueLock &) = delete;
   QueueLock &operator=(const QueueLock &) = delete;
 
  private:
-  TMyQueue &uQue_;
+  pthread_mutex_t &uMutex_;
 };
+
+template <auto fnOperation, typename... TArguments>
+[[gnu::noinline]] auto UnderMutex(TMyQueue &uQue, TArguments... arguments) {
+  const QueueLock lock(uQue);
+  return fnOperation(uQue, arguments...);
+}
+
+// Runs an operation, under the mutex of a queue that has one. The call keeps what the lock needs out of the way of a
+// queue without.
+template <auto fnOperation, typename... TArguments>
+auto Locked(TMyQueue &uQue, TArguments... arguments) {
+  return uQue.bUseMutex != 0 ? UnderMutex<fnOperation>(uQue, arguments...) : fnOperation(uQue, arguments...);
+}
 
 void AssertQueue(const TMyQueue *puQue, unsigned dwLine, const char *pFunction) {
   StandardAssert(puQue != nullptr, "puQue != ((void *)0)", "MyQueue", dwLine, pFunction);
@@ -55,17 +65,68 @@ bool IsEmpty(const TMyQueue &uQue) { return uQue.nPutIdx == uQue.nGetIdx; }
 
 bool IsFull(const TMyQueue &uQue) { return NextIdx(uQue, uQue.nPutIdx) == uQue.nGetIdx; }
 
-void Store(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
-  const auto wBytes = static_cast<CellLength>(std::min<int>(wMsgBytes, uQue.nUserSize));
-  CopyBytes(uQue.pPut + kCellHeadBytes, pMsg, wBytes);
-  std::memcpy(uQue.pPut, &wBytes, sizeof wBytes);
-  uQue.nPutIdx = NextIdx(uQue, uQue.nPutIdx);
-  uQue.pPut = NextPtr(uQue, uQue.pPut);
+int CellCount(const TMyQueue &uQue) {
+  const int nDistance = uQue.nPutIdx - uQue.nGetIdx;
+  // put in front of get: the held cells wrap round the end of the block
+  return nDistance >= 0 ? nDistance : nDistance + uQue.nCellCount;
 }
 
-void DropOldest(TMyQueue &uQue) {
+int Capacity(const TMyQueue &uQue) { return uQue.nCellCount - 1; }
+
+// Steps over the cell at the put end. Returns it.
+unsigned char *AdvancePut(TMyQueue &uQue) {
+  unsigned char *pCell = uQue.pPut;
+  uQue.nPutIdx = NextIdx(uQue, uQue.nPutIdx);
+  uQue.pPut = NextPtr(uQue, pCell);
+  return pCell;
+}
+
+// Steps over the cell at the get end. Returns it.
+unsigned char *AdvanceGet(TMyQueue &uQue) {
+  unsigned char *pCell = uQue.pGet;
   uQue.nGetIdx = NextIdx(uQue, uQue.nGetIdx);
-  uQue.pGet = NextPtr(uQue, uQue.pGet);
+  uQue.pGet = NextPtr(uQue, pCell);
+  return pCell;
+}
+
+[[gnu::always_inline]] inline void Store(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
+  const auto wBytes = static_cast<CellLength>(std::min<int>(wMsgBytes, uQue.nUserSize));
+  unsigned char *pCell = AdvancePut(uQue);
+  std::memcpy(pCell, &wBytes, sizeof wBytes);
+  CopyBytes(pCell + kCellHeadBytes, pMsg, wBytes);
+}
+
+int Push(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
+  if (IsFull(uQue)) {
+    return 0;
+  }
+  Store(uQue, pMsg, wMsgBytes);
+  return 1;
+}
+
+int PushOverwrite(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
+  if (!IsFull(uQue)) {
+    Store(uQue, pMsg, wMsgBytes);
+    return 1;
+  }
+  if (uQue.nCellCount > 1) {  // at capacity 0 the new message is itself the one that is lost
+    AdvanceGet(uQue);
+    Store(uQue, pMsg, wMsgBytes);
+  }
+  return 0;
+}
+
+int Get(TMyQueue &uQue, void *pBuf, std::uint32_t *pdwBytes, CellLength wMaxBytes) {
+  if (IsEmpty(uQue)) {
+    if (pdwBytes != nullptr) *pdwBytes = 0;
+    return 0;
+  }
+  const unsigned char *pCell = AdvanceGet(uQue);
+  CellLength wBytes = 0;
+  std::memcpy(&wBytes, pCell, sizeof wBytes);
+  if (pdwBytes != nullptr) *pdwBytes = wBytes;
+  CopyBytes(pBuf, pCell + kCellHeadBytes, wMaxBytes != 0 ? std::min(wBytes, wMaxBytes) : wBytes);
+  return 1;
 }
 
 void Rewind(TMyQueue &uQue) {
@@ -86,9 +147,8 @@ void MakeVoid(TMyQueue &uQue) {
   Rewind(uQue);
 }
 
-// Gives a void queue its cells, under its mutex like every other operation.
+// Gives a void queue its cells.
 bool SetUpCells(TMyQueue &uQue, int nCapacity, int nUserSize) {
-  const QueueLock lock(uQue);
   const int nCellCount = nCapacity + 1;
   const int nCellSize = nUserSize + kCellHeadBytes;
   auto *pBuf = AllocateBlock<unsigned char>(nCellCount, nCellSize);
@@ -115,7 +175,7 @@ int TMyQueue_Create(int nCapacity, int nUserSize, TMyQueue *puQue, int bUseMutex
     return 0;
   }
   puQue->bUseMutex = bUseMutex;
-  if (!SetUpCells(*puQue, nCapacity, nUserSize)) {
+  if (!Locked<SetUpCells>(*puQue, nCapacity, nUserSize)) {
     TMyQueue_Destroy(puQue);
     return 0;
   }
@@ -130,72 +190,29 @@ void TMyQueue_Destroy(TMyQueue *puQue) {
   MakeVoid(*puQue);
 }
 
-void TMyQueue_Clear(TMyQueue *puQue) {
-  const QueueLock lock(*puQue);
-  Rewind(*puQue);
-}
+void TMyQueue_Clear(TMyQueue *puQue) { Locked<Rewind>(*puQue); }
 
 int TMyQueue_Push(TMyQueue *puQue, const void *pMsg, uint16_t wMsgBytes) {
   AssertQueue(puQue, __LINE__, "TMyQueue_Push");
-  if (wMsgBytes == 0) {
-    return 0;
-  }
-  const QueueLock lock(*puQue);
-  if (IsFull(*puQue)) {
-    return 0;
-  }
-  Store(*puQue, pMsg, wMsgBytes);
-  return 1;
+  return wMsgBytes != 0 ? Locked<Push>(*puQue, pMsg, wMsgBytes) : 0;
 }
 
 int TMyQueue_PushOverwrite(TMyQueue *puQue, const void *pMsg, uint16_t wMsgBytes) {
   AssertQueue(puQue, __LINE__, "TMyQueue_PushOverwrite");
-  if (wMsgBytes == 0) {
-    return 0;
-  }
-  const QueueLock lock(*puQue);
-  if (!IsFull(*puQue)) {
-    Store(*puQue, pMsg, wMsgBytes);
-    return 1;
-  }
-  if (puQue->nCellCount > 1) {  // at capacity 0 the new message is itself the one that is lost
-    DropOldest(*puQue);
-    Store(*puQue, pMsg, wMsgBytes);
-  }
-  return 0;
+  return wMsgBytes != 0 ? Locked<PushOverwrite>(*puQue, pMsg, wMsgBytes) : 0;
 }
 
 int TMyQueue_Get(TMyQueue *puQue, void *pBuf, uint32_t *pdwBytes, uint16_t wMaxBytes) {
   AssertQueue(puQue, __LINE__, "TMyQueue_Get");
-  const QueueLock lock(*puQue);
-  if (IsEmpty(*puQue)) {
-    if (pdwBytes != nullptr) *pdwBytes = 0;
-    return 0;
-  }
-  CellLength wBytes = 0;
-  std::memcpy(&wBytes, puQue->pGet, sizeof wBytes);
-  if (pdwBytes != nullptr) *pdwBytes = wBytes;
-  CopyBytes(pBuf, puQue->pGet + kCellHeadBytes, wMaxBytes != 0 ? std::min(wBytes, wMaxBytes) : wBytes);
-  DropOldest(*puQue);
-  return 1;
+  return Locked<Get>(*puQue, pBuf, pdwBytes, wMaxBytes);
 }
 
-int TMyQueue_GetCellCount(TMyQueue *puQue) {
-  const QueueLock lock(*puQue);
-  return _TMyQueue_GetCurCellCount(puQue);
-}
+int TMyQueue_GetCellCount(TMyQueue *puQue) { return Locked<CellCount>(*puQue); }
 
-int TMyQueue_GetMaxCellCount(TMyQueue *puQue) {
-  const QueueLock lock(*puQue);
-  return puQue->nCellCount - 1;
-}
+int TMyQueue_GetMaxCellCount(TMyQueue *puQue) { return Locked<Capacity>(*puQue); }
 
 int _TMyQueue_GetNextIdx(int nIdx, const TMyQueue *puQue) { return NextIdx(*puQue, nIdx); }
 
 unsigned char *_TMyQueue_GetNextPtr(unsigned char *pCell, const TMyQueue *puQue) { return NextPtr(*puQue, pCell); }
 
-int _TMyQueue_GetCurCellCount(const TMyQueue *puQue) {
-  const int nDistance = puQue->nPutIdx - puQue->nGetIdx;
-  // put in front of get: the held cells wrap round the end of the block
-  return nDistance >= 0 ? nDistance : nDistance + puQue->nCellCount;
-}
+int _TMyQueue_GetCurCellCount(const TMyQueue *puQue) { return CellCount(*puQue); }

@@ -2,43 +2,64 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 namespace devsupport {
 
 namespace smallcopy {
 
-template <std::size_t nBytes>
-struct Piece {
-  unsigned char ab[nBytes];
-};
+using Word = std::uint64_t;
+using Vector [[gnu::vector_size(16)]] = std::uint64_t;
 
-/// nBytes at the front and nBytes at the end, which meet or overlap in the middle. Both are loaded before either is
-/// stored, so source and destination may overlap.
-template <std::size_t nBytes>
-inline void CopyEnds(unsigned char *pTo, const unsigned char *pFrom, std::size_t nSize) {
-  Piece<nBytes> uFront;
-  Piece<nBytes> uBack;
-  std::memcpy(&uFront, pFrom, nBytes);
-  std::memcpy(&uBack, pFrom + nSize - nBytes, nBytes);
-  std::memcpy(pTo, &uFront, nBytes);
-  std::memcpy(pTo + nSize - nBytes, &uBack, nBytes);
+template <typename TPiece>
+inline TPiece Load(const unsigned char *pFrom) {
+  TPiece uPiece;
+  std::memcpy(&uPiece, pFrom, sizeof uPiece);
+  return uPiece;
+}
+
+template <typename TPiece>
+inline void Store(unsigned char *pTo, TPiece uPiece) {
+  std::memcpy(pTo, &uPiece, sizeof uPiece);
+}
+
+/// Copies 8 to 64 bytes as pieces from both ends, which meet or overlap in the middle. All are loaded before the first
+/// is stored, so source and destination may overlap.
+inline void CopyFromBothEnds(unsigned char *pTo, const unsigned char *pFrom, std::size_t nSize) {
+  unsigned char *pToEnd = pTo + nSize;
+  const unsigned char *pFromEnd = pFrom + nSize;
+  if (nSize < sizeof(Vector)) {
+    const auto front = Load<Word>(pFrom), back = Load<Word>(pFromEnd - 8);
+    Store(pTo, front);
+    Store(pToEnd - 8, back);
+    return;
+  }
+  const auto front = Load<Vector>(pFrom), back = Load<Vector>(pFromEnd - 16);
+  if (nSize > 2 * sizeof(Vector)) {
+    const auto second = Load<Vector>(pFrom + 16), lastButOne = Load<Vector>(pFromEnd - 32);
+    Store(pTo + 16, second);
+    Store(pToEnd - 32, lastButOne);
+  }
+  Store(pTo, front);
+  Store(pToEnd - 16, back);
 }
 
 }  // namespace smallcopy
 
 /// Copies nSize bytes; the blocks may overlap, and may be null when nSize is 0.
 inline void CopyBytes(void *pTo, const void *pFrom, std::size_t nSize) {
-  auto *pbTo = static_cast<unsigned char *>(pTo);
-  const auto *pbFrom = static_cast<const unsigned char *>(pFrom);
-  // Only where unaligned registers are cheap: 32-bit machines leave it to their C library.
+  // Only where unaligned loads are cheap: 32-bit machines leave it to their C library.
   if constexpr (sizeof(void *) == 8) {
-    using namespace smallcopy;
-    if (nSize >= 32 && nSize <= 64) return CopyEnds<32>(pbTo, pbFrom, nSize);
-    if (nSize >= 16 && nSize < 32) return CopyEnds<16>(pbTo, pbFrom, nSize);
-    if (nSize >= 8 && nSize < 16) return CopyEnds<8>(pbTo, pbFrom, nSize);
+    if (nSize >= 8 && nSize <= 64) [[likely]] {
+      smallcopy::CopyFromBothEnds(static_cast<unsigned char *>(pTo), static_cast<const unsigned char *>(pFrom),
+                                  nSize);
+      return;
+    }
   }
-  if (nSize != 0) std::memmove(pTo, pFrom, nSize);
+  if (nSize != 0) {
+    std::memmove(pTo, pFrom, nSize);
+  }
 }
 
 }  // namespace devsupport
