@@ -90,6 +90,7 @@ unsigned char *AdvanceGet(TMyQueue &uQue) {
 }
 
 [[gnu::always_inline]] inline void Store(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
+  // Kept: what does not fit the cell is cut without notice.
   const auto wBytes = static_cast<CellLength>(std::min<int>(wMsgBytes, uQue.nUserSize));
   unsigned char *pCell = AdvancePut(uQue);
   std::memcpy(pCell, &wBytes, sizeof wBytes);
@@ -104,16 +105,17 @@ int Push(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
   return 1;
 }
 
+// Kept: 0 tells that the oldest message was lost, not that this one was refused.
 int PushOverwrite(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
-  if (!IsFull(uQue)) {
-    Store(uQue, pMsg, wMsgBytes);
-    return 1;
-  }
-  if (uQue.nCellCount > 1) {  // at capacity 0 the new message is itself the one that is lost
+  const bool bLoss = IsFull(uQue);
+  if (bLoss) {
+    if (uQue.nCellCount <= 1) {
+      return 0;  // at capacity 0 the new message is itself the one that is lost
+    }
     AdvanceGet(uQue);
-    Store(uQue, pMsg, wMsgBytes);
   }
-  return 0;
+  Store(uQue, pMsg, wMsgBytes);
+  return bLoss ? 0 : 1;
 }
 
 int Get(TMyQueue &uQue, void *pBuf, std::uint32_t *pdwBytes, CellLength wMaxBytes) {
@@ -125,6 +127,7 @@ int Get(TMyQueue &uQue, void *pBuf, std::uint32_t *pdwBytes, CellLength wMaxByte
   CellLength wBytes = 0;
   std::memcpy(&wBytes, pCell, sizeof wBytes);
   if (pdwBytes != nullptr) *pdwBytes = wBytes;
+  // Kept: a maximum of 0 means no limit.
   CopyBytes(pBuf, pCell + kCellHeadBytes, wMaxBytes != 0 ? std::min(wBytes, wMaxBytes) : wBytes);
   return 1;
 }

@@ -39,7 +39,7 @@ const void *ArgumentArea(TList &list, std::uintptr_t (&adwCopy)[kCopiedWords + 1
 int _WriteLogAt(const char *pPath, const char *pText, const char *pFile, int nLine) {
   std::FILE *pLog = std::fopen(pPath, kAppendMode);
   if (pLog == nullptr) {
-    return 0;
+    return 0;  // Kept: the same answer as after a record that was written.
   }
   std::fprintf(pLog, "%s \n    at %s  File: %s  Line: %d\n", pText, kTimeStamp, pFile, nLine);
   return std::fclose(pLog);

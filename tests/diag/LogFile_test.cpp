@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -99,7 +100,9 @@ TEST_F(LogFile, WriteLogAt_AppendsToWhatIsThere) {
 
 TEST_F(LogFile, WriteLogAt_InAMissingFolder_Returns0AndSaysNothing) {
   CapturedOutput err(stderr);
+  errno = 0;
   EXPECT_EQ(_WriteLogAt(MissingPath().c_str(), "a", "f", 1), 0);
+  EXPECT_EQ(errno, ENOENT);  // fopen's, for callers that want the reason
   EXPECT_EQ(err.Take(), "");
 }
 

@@ -29,7 +29,8 @@ typedef struct TAllotArray {
 } TAllotArray;
 
 /* No operation locks: owners that share a record between threads lock around every call. None is for signal
-   handlers. All but the first four are constant in time and allocate nothing. */
+   handlers. All but the first four are constant in time and allocate nothing. Where nothing is said, nothing is
+   printed. */
 
 /// Makes an allocator with all slots free, from a record of any content.
 /// puAry       out     everything but DebugName, which keeps what the caller put there
