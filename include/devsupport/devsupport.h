@@ -19,5 +19,7 @@
 #include <devsupport/container/AllotArray.h>
 #include <devsupport/container/MyHash.h>
 #include <devsupport/container/MyQueue.h>
+#include <devsupport/ipc/Semaphore.h>
+#include <devsupport/ipc/ShareMem.h>
 
 #endif

@@ -1,0 +1,48 @@
+// The lock between processes: thin calls on a System V semaphore set that holds exactly one semaphore.
+
+#include <devsupport/ipc/Semaphore.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+
+namespace {
+
+constexpr int kMode = 0666;
+constexpr int kFree = 1;
+
+// The fourth argument of semctl(), which every program has to declare for itself.
+union SemctlArgument {
+  int val;
+  struct semid_ds *buf;
+  unsigned short *array;
+};
+
+// SEM_UNDO is what keeps a crashed holder from blocking everybody else.
+int __Operate(int32_t nSemId, short nChange) {
+  sembuf operation{0, nChange, SEM_UNDO};
+  return ::semop(nSemId, &operation, 1) == 0 ? 1 : 0;
+}
+
+}  // namespace
+
+int32_t Semaphore_Create(int32_t nKey) {
+  const int32_t nNewId = ::semget(nKey, 1, IPC_CREAT | IPC_EXCL | kMode);
+  if (nNewId == -1) {
+    // Kept: whatever the exclusive request failed for, the plain one follows; a set that only this one makes
+    // keeps the system's value 0, because nobody can tell it from a set that another process holds.
+    return ::semget(nKey, 1, IPC_CREAT | kMode);
+  }
+  SemctlArgument argument{};
+  argument.val = kFree;
+  if (::semctl(nNewId, 0, SETVAL, argument) == -1) {
+    Semaphore_Close(nNewId);
+    return -1;
+  }
+  return nNewId;
+}
+
+int Semaphore_Close(int32_t nSemId) { return ::semctl(nSemId, 0, IPC_RMID) != -1 ? 1 : 0; }
+
+// Kept: one call. A wait that a signal interrupts is a failed lock; who needs it retried does so himself.
+int Semaphore_Lock(int32_t nSemId) { return __Operate(nSemId, -1); }
+
+int Semaphore_Unlock(int32_t nSemId) { return __Operate(nSemId, +1); }

@@ -1,0 +1,85 @@
+// System V shared-memory segments, by key: create or attach, detach and remove, count the users.
+
+#include <devsupport/ipc/ShareMem.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr int kMode = 0666;
+constexpr std::size_t kErrorTextBytes = 1024;
+
+// strerror_r comes in two forms: one answers the text itself, the other a number and fills the buffer.
+const char *__ErrorText(const char *pText, const char * /*pBuffer*/) { return pText; }
+[[maybe_unused]] const char *__ErrorText(int /*nResult*/, const char *pBuffer) { return pBuffer; }
+
+// Kept: the error text stands in the message twice, from either variant of the C library's function.
+void __PrintCreateFailure(char cStep, int32_t nKey, int nError) {
+  char szBuffer[kErrorTextBytes] = "";
+  const char *pText = __ErrorText(::strerror_r(nError, szBuffer, sizeof szBuffer), szBuffer);
+  std::fprintf(stderr, "\n *** share memory create fail(%c), key=0x%X (%s) ***\n:%s\n", cStep,
+               static_cast<unsigned>(nKey), std::strerror(nError), pText);
+}
+
+bool __IsAttached(const void *pAddress) { return reinterpret_cast<std::intptr_t>(pAddress) != -1; }
+
+}  // namespace
+
+void *ShareMem_Create(int32_t nKey, uint32_t dwBytes, TShareMem *pShm, int *pbCreated) {
+  *pbCreated = 0;
+  pShm->shmid = ::shmget(nKey, dwBytes, IPC_CREAT | IPC_EXCL | kMode);
+  if (pShm->shmid != -1) {
+    *pbCreated = 1;
+  } else {
+    errno = 0;
+    pShm->shmid = ::shmget(nKey, dwBytes, IPC_CREAT | kMode);
+    if (pShm->shmid == -1) {
+      __PrintCreateFailure('a', nKey, errno);
+      return nullptr;
+    }
+  }
+
+  errno = 0;
+  pShm->address = ::shmat(pShm->shmid, nullptr, 0);
+  if (!__IsAttached(pShm->address)) {
+    __PrintCreateFailure('b', nKey, errno);
+    // Kept: the segment goes if nobody uses it, also one that was there before this call.
+    int bScratch = 0;
+    ShareMem_Close(pShm, 1, &bScratch);
+    return nullptr;
+  }
+  return pShm->address;
+}
+
+int ShareMem_Close(TShareMem *pShm, int bRemoveIfLast, int *pbWasLast) {
+  *pbWasLast = 0;
+  const int nResult = ::shmdt(pShm->address) == -1 ? 0 : 1;
+
+  shmid_ds status{};
+  if (::shmctl(pShm->shmid, IPC_STAT, &status) == -1) return 0;
+  if (status.shm_nattch != 0) return nResult;
+
+  *pbWasLast = 1;
+  if (bRemoveIfLast == 0) return nResult;
+  return ::shmctl(pShm->shmid, IPC_RMID, nullptr) == -1 ? 0 : nResult;
+}
+
+int ShareMem_FindKeyAttchCount(int32_t nKey) {
+  // SHM_INFO and SHM_STAT are Linux's own; the first fills another record than the call's type says.
+  shm_info info{};
+  const int nHighestIndex = ::shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds *>(&info));
+  for (int nIndex = 0; nIndex <= nHighestIndex; ++nIndex) {
+    shmid_ds status{};
+    if (::shmctl(nIndex, SHM_STAT, &status) < 0) continue;  // an unused place, or one that we may not see
+    if (status.shm_perm.__key != nKey) continue;
+    return status.shm_nattch > INT_MAX ? INT_MAX : static_cast<int>(status.shm_nattch);
+  }
+  return 0;
+}
