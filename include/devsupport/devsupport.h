@@ -22,4 +22,7 @@
 #include <devsupport/ipc/Semaphore.h>
 #include <devsupport/ipc/ShareMem.h>
 
+/* L1: tokenizer, containers, shared ring, local addresses */
+#include <devsupport/ipc/MyShareMemory.h>
+
 #endif

@@ -1,0 +1,160 @@
+// The shared ring's cells: storing, overwriting, taking, counting, under the ring's semaphore.
+//
+// Data and lock live apart: the segment holds header, user area and slots (docs/formats.md), one System V semaphore
+// guards them. What is read from the segment is checked before it is used; see RingAccess.h for how.
+
+#include <devsupport/detail/ipc/MyShareMemory.h>
+#include <devsupport/ipc/MyShareMemory.h>
+#include <devsupport/private/diag/StandardAssert.h>
+#include <devsupport/private/ipc/RingAccess.h>
+
+#include <algorithm>
+#include <cstring>
+
+using devsupport::RingCursor;
+using devsupport::RingEnd;
+using devsupport::RingLock;
+
+namespace {
+
+// Text and place of the assertions, as reports from the field name them.
+constexpr char kAssertedText[] = "puMember != ((void *)0)";
+constexpr char kAssertedFile[] = "MyShareMemory";
+constexpr unsigned kPushLine = 224;
+constexpr unsigned kPushOverwriteLine = 253;
+constexpr unsigned kGetLine = 277;
+
+constexpr uint32_t kLow16Bits = 0xFFFF;
+
+void __AssertRing(const TShmQueue *pQue, unsigned dwLine, const char *pFunction) {
+  devsupport::StandardAssert(pQue != nullptr, kAssertedText, kAssertedFile, dwLine, pFunction);
+}
+
+void __FillSlot(const TShmQueue &que, uint8_t *pSlot, const void *pData, uint16_t wBytes) {
+  const uint16_t wStored = std::min(wBytes, que.wCellSize);
+  std::memcpy(pSlot + devsupport::kSlotLengthBytes, pData, wStored);
+  devsupport::StoreSlotLength(pSlot, wStored);
+}
+
+}  // namespace
+
+namespace devsupport {
+
+void EmptyRing(const TShmQueue &que) {
+  StoreCursor(que, RingEnd::Read, {0, 0});
+  StoreCursor(que, RingEnd::Write, {0, 0});
+}
+
+OverwritingCell BeginOverwrite(const TShmQueue &que) {
+  RingCursor write{0, 0};
+  uint32_t dwReadIdx = 0;
+  const bool bUsable = LoadCursor(que, RingEnd::Write, &write) && LoadIndex(que, RingEnd::Read, &dwReadIdx);
+  if (!bUsable) [[unlikely]] {
+    EmptyRing(que);
+    write = {0, 0};
+  }
+  return {que.cells + write.dwOffset, Successor(que, write), !bUsable};
+}
+
+int PublishOverwrite(const TShmQueue &que, const OverwritingCell &cell) {
+  RingCursor read{};
+  const bool bFull = LoadCursor(que, RingEnd::Read, &read) && read.dwIdx == cell.behind.dwIdx;
+  // The oldest cell goes before the newest comes: with the write cursor ahead, a writer killed between the two steps
+  // would leave a full ring looking empty.
+  if (bFull) StoreCursor(que, RingEnd::Read, Successor(que, read));
+  StoreCursor(que, RingEnd::Write, cell.behind);
+  return bFull || cell.bLostAll ? 0 : 1;
+}
+
+}  // namespace devsupport
+
+int TShmQueue_Lock(TShmQueue *pQue) { return Semaphore_Lock(pQue->semid); }
+
+int TShmQueue_Unlock(TShmQueue *pQue) { return Semaphore_Unlock(pQue->semid); }
+
+int TShmQueue_Clear(TShmQueue *pQue) {
+  RingLock lock(pQue->semid);
+  devsupport::EmptyRing(*pQue);
+  return lock.Release();
+}
+
+int TShmQueue_Push(TShmQueue *pQue, const void *pData, uint16_t wBytes) {
+  __AssertRing(pQue, kPushLine, "TShmQueue_Push");
+  if (wBytes == 0) return 0;
+
+  const RingLock lock(pQue->semid);
+  RingCursor write{};
+  uint32_t dwReadIdx = 0;
+  if (!LoadCursor(*pQue, RingEnd::Write, &write) || !LoadIndex(*pQue, RingEnd::Read, &dwReadIdx)) return 0;
+  const RingCursor next = Successor(*pQue, write);
+  if (next.dwIdx == dwReadIdx) return 0;
+
+  __FillSlot(*pQue, pQue->cells + write.dwOffset, pData, wBytes);
+  StoreCursor(*pQue, RingEnd::Write, next);
+  return 1;
+}
+
+int TShmQueue_PushOverwrite(TShmQueue *pQue, const void *pData, uint16_t wBytes) {
+  __AssertRing(pQue, kPushOverwriteLine, "TShmQueue_PushOverwrite");
+  if (wBytes == 0) return 0;
+
+  const RingLock lock(pQue->semid);
+  const devsupport::OverwritingCell cell = devsupport::BeginOverwrite(*pQue);
+  // Kept: the cell is published before its payload is there. Its length is 0 until then, so that who peeks without
+  // the lock, or comes after a writer that died here, sees no bytes of an older cell.
+  devsupport::StoreSlotLength(cell.pSlot, 0);
+  const int nResult = devsupport::PublishOverwrite(*pQue, cell);
+  __FillSlot(*pQue, cell.pSlot, pData, wBytes);
+  return nResult;
+}
+
+int TShmQueue_Get(TShmQueue *pQue, void *pBuf, uint32_t *pdwBytes, uint16_t wBufBytes) {
+  __AssertRing(pQue, kGetLine, "TShmQueue_Get");
+
+  const RingLock lock(pQue->semid);
+  RingCursor read{};
+  uint32_t dwWriteIdx = 0;
+  if (!LoadCursor(*pQue, RingEnd::Read, &read) || !LoadIndex(*pQue, RingEnd::Write, &dwWriteIdx) ||
+      read.dwIdx == dwWriteIdx) {
+    if (pdwBytes != nullptr) *pdwBytes = 0;
+    return 0;
+  }
+
+  const uint8_t *pSlot = pQue->cells + read.dwOffset;
+  const uint32_t dwStored = devsupport::LoadSlotLength(pSlot);
+  if (pdwBytes != nullptr) *pdwBytes = dwStored;
+  const uint32_t dwRoom = wBufBytes != 0 ? wBufBytes : dwStored & kLow16Bits;
+  const uint32_t dwCopied = std::min({dwStored, dwRoom, uint32_t{pQue->wCellSize}});
+  std::memcpy(pBuf, pSlot + devsupport::kSlotLengthBytes, dwCopied);
+  StoreCursor(*pQue, RingEnd::Read, Successor(*pQue, read));
+  return 1;
+}
+
+int32_t TShmQueue_GetCount(TShmQueue *pQue) {
+  const RingLock lock(pQue->semid);
+  return _TShmQueue_CurrentCellCount(pQue);
+}
+
+int32_t _TShmQueue_CurrentCellCount(const TShmQueue *pQue) {
+  uint32_t dwReadIdx = 0;
+  uint32_t dwWriteIdx = 0;
+  if (!LoadIndex(*pQue, RingEnd::Read, &dwReadIdx) || !LoadIndex(*pQue, RingEnd::Write, &dwWriteIdx)) return 0;
+  return devsupport::CellsBetween(*pQue, dwReadIdx, dwWriteIdx);
+}
+
+void _TShmQueue_GetNextIdx(int32_t *pnIdx, uint32_t *pdwOffset, const TShmQueue *pQue) {
+  const RingCursor next = devsupport::Successor(*pQue, {static_cast<uint32_t>(*pnIdx), *pdwOffset});
+  *pnIdx = static_cast<int32_t>(next.dwIdx);
+  *pdwOffset = next.dwOffset;
+}
+
+void _TShmQueue_GetPrevIdx(int32_t *pnIdx, uint32_t *pdwOffset, const TShmQueue *pQue) {
+  if (*pnIdx > 0) {
+    *pnIdx -= 1;
+    *pdwOffset -= pQue->dwStride;
+    return;
+  }
+  // The segment's header holds the last slot's offset too, but anybody can write there.
+  *pnIdx = pQue->nSlotCount - 1;
+  *pdwOffset = pQue->dwLastOffset;
+}

@@ -1,0 +1,206 @@
+// Making, attaching and leaving the shared ring, also after creators that died half way.
+//
+// The order is semaphore, lock, segment: who makes the segment initialises it under the lock, and nobody who attaches
+// meanwhile sees it before that.
+
+#include <devsupport/detail/ipc/MyShareMemory.h>
+#include <devsupport/diag/Diagnostics.h>
+#include <devsupport/ipc/MyShareMemory.h>
+#include <devsupport/private/ipc/RingAccess.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <ctime>
+
+using devsupport::RingLock;
+
+namespace {
+
+// Text and place of the header check, as reports from the field name them.
+constexpr char kHeaderCheckText[] = "sizeof(_U_ShmQueue_SHM_VARI) <= dwHeadBytes";
+constexpr char kHeaderCheckFile[] = "MyShareMemory";
+constexpr int kHeaderCheckLine = 128;
+
+constexpr uint32_t kUserAlignment = 4;
+constexpr int kOpenAttempts = 8;
+constexpr long kStillbornAfterMs = 100;
+constexpr long kLookAgainMs = 5;
+constexpr long kNsPerMs = 1'000'000;
+
+// What a ring measures in bytes, as the caller wants it.
+struct Geometry {
+  uint32_t dwCellCount;
+  uint16_t wCellSize;
+  uint32_t dwUserBytes;  // rounded
+  uint32_t dwTotalBytes;
+};
+
+void __CheckHeader(std::size_t dwHeadBytes) {
+  if (sizeof(_U_ShmQueue_SHM_VARI) <= dwHeadBytes) return;
+  MyDebugBreak("%s\nfile=%s\nline=%d\n", kHeaderCheckText, kHeaderCheckFile, kHeaderCheckLine);
+}
+
+// False when the segment's size does not fit in 32 bits; then no slot number needs more than 31 bits either.
+bool __Measure(int32_t nUserBytes, uint32_t dwCellCount, uint16_t wCellSize, Geometry *pGeometry) {
+  if (nUserBytes < 0) return false;
+  const uint64_t qwUserBytes =
+      (static_cast<uint64_t>(nUserBytes) + kUserAlignment - 1) / kUserAlignment * kUserAlignment;
+  const uint64_t qwStride = uint64_t{wCellSize} + devsupport::kSlotLengthBytes;
+  const uint64_t qwTotal = devsupport::kRingHeadBytes + qwUserBytes + qwStride * (uint64_t{dwCellCount} + 1);
+  if (qwTotal > UINT32_MAX) return false;
+  *pGeometry = {dwCellCount, wCellSize, static_cast<uint32_t>(qwUserBytes), static_cast<uint32_t>(qwTotal)};
+  return true;
+}
+
+TShmQueue __UnattachedRing() {
+  TShmQueue que{};
+  que.shm.shmid = -1;
+  que.shm.address =
+      reinterpret_cast<void *>(std::intptr_t{-1});  // NOLINT(performance-no-int-to-ptr): as shmat has it
+  que.semid = -1;
+  return que;
+}
+
+void __FillGeometry(TShmQueue *pQue, const Geometry &geometry) {
+  pQue->nSlotCount = static_cast<int32_t>(geometry.dwCellCount + 1);
+  pQue->wCellSize = geometry.wCellSize;
+  pQue->dwStride = geometry.wCellSize + devsupport::kSlotLengthBytes;
+  pQue->dwLastOffset = geometry.dwCellCount * pQue->dwStride;
+}
+
+void __FillPlaces(TShmQueue *pQue, void *pSegment, const Geometry &geometry) {
+  auto *pBytes = static_cast<uint8_t *>(pSegment);
+  pQue->header = static_cast<_U_ShmQueue_SHM_VARI *>(pSegment);
+  pQue->pUserArea = pBytes + devsupport::kRingHeadBytes;
+  pQue->cells = pQue->pUserArea + geometry.dwUserBytes;
+}
+
+// The cell count comes last: while it is 0, whatever its creator has written before it died does not count.
+void __InitialiseHeader(const TShmQueue &que, const Geometry &geometry) {
+  devsupport::EmptyRing(que);
+  que.header->dwLastSlotOffset = que.dwLastOffset;
+  que.header->wCellSize = geometry.wCellSize;
+  que.header->dwUserBytes = geometry.dwUserBytes;
+  devsupport::StoreInOrder(que.header->dwCellCount, geometry.dwCellCount);
+}
+
+bool __Matches(const _U_ShmQueue_SHM_VARI &header, const Geometry &geometry) {
+  return header.dwCellCount == geometry.dwCellCount && header.wCellSize == geometry.wCellSize &&
+         header.dwUserBytes == geometry.dwUserBytes;
+}
+
+// A segment of exactly this size without a cell count: its creator died between making and initialising it.
+bool __IsUnfinished(const TShmQueue &que, const Geometry &geometry) {
+  if (geometry.dwCellCount == 0 || devsupport::LoadOnce(que.header->dwCellCount) != 0) return false;
+  shmid_ds status{};
+  return ::shmctl(que.shm.shmid, IPC_STAT, &status) == 0 && status.shm_segsz == geometry.dwTotalBytes;
+}
+
+union SemctlArgument {
+  int val;
+  struct semid_ds *buf;
+  unsigned short *array;
+};
+
+// True for a semaphore that exists and has been given no value and been taken by nobody since.
+bool __IsUntouched(int32_t nSemId) {
+  if (::semctl(nSemId, 0, GETVAL) != 0 || ::semctl(nSemId, 0, GETPID) != 0) return false;
+  semid_ds status{};
+  SemctlArgument argument{};
+  argument.buf = &status;
+  return ::semctl(nSemId, 0, IPC_STAT, argument) == 0 && status.sem_otime == 0;
+}
+
+long __MsSince(const timespec &start) {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return (now.tv_sec - start.tv_sec) * 1000 + (now.tv_nsec - start.tv_nsec) / kNsPerMs;
+}
+
+// A creator makes the semaphore and gives it its value in two calls. One that dies between them leaves a lock that
+// nobody holds and nobody can take. Nothing but time tells it from one that is just being made.
+bool __IsStillborn(int32_t nSemId) {
+  if (!__IsUntouched(nSemId)) return false;
+  timespec start{};
+  ::clock_gettime(CLOCK_MONOTONIC, &start);
+  do {
+    const timespec pause{0, kLookAgainMs * kNsPerMs};
+    ::nanosleep(&pause, nullptr);
+    if (!__IsUntouched(nSemId)) return false;
+  } while (__MsSince(start) < kStillbornAfterMs);
+  return true;
+}
+
+// Finds or makes the semaphore and takes it; false when it cannot be had, and the ring runs unlocked. A set that is
+// removed while we come is made again: by the last user who leaves, or because it was stillborn. Removing a stillborn
+// set by its identifier is safe however many find it: the next one has another identifier.
+bool __OpenAndLock(int32_t nSemKey, int32_t *pnSemId) {
+  for (int nAttempt = 0; nAttempt < kOpenAttempts; ++nAttempt) {
+    *pnSemId = Semaphore_Create(nSemKey);
+    if (*pnSemId != -1) {
+      if (__IsStillborn(*pnSemId)) {
+        Semaphore_Close(*pnSemId);
+        continue;
+      }
+      if (devsupport::LockThroughSignals(*pnSemId)) return true;
+    }
+    if (errno != EIDRM && errno != EINVAL) return false;
+  }
+  return false;
+}
+
+int __CreateFailed(int32_t nShareKey, int32_t nSemKey) {
+  std::fprintf(stderr, "\n*** TShmQueue created fail : ShareKey=%d, SemaphoreKey=%d ***\n", nShareKey, nSemKey);
+  return 0;
+}
+
+int __MatchFailed(int32_t nShareKey, int32_t nSemKey) {
+  std::fprintf(stderr,
+               "\n*** TShmQueue created fail : CellCount or CellSize or UserSize not match, ShareKey=%d, "
+               "SemaphoreKey=%d ***\n",
+               nShareKey, nSemKey);
+  return 0;
+}
+
+}  // namespace
+
+int TShmQueue_Create(int32_t nShareKey, int32_t nSemKey, uint32_t dwCellCount, uint16_t wCellSize, TShmQueueOpt *pOpt,
+                     TShmQueue *pQue) {
+  TShmQueueOpt defaults{};
+  TShmQueueOpt &opt = pOpt != nullptr ? *pOpt : defaults;
+  opt.bNewCreated = 0;
+  *pQue = __UnattachedRing();
+  __CheckHeader(devsupport::kRingHeadBytes);
+  Geometry geometry{};
+  if (!__Measure(opt.dwUserBytes, dwCellCount, wCellSize, &geometry)) return __CreateFailed(nShareKey, nSemKey);
+  __FillGeometry(pQue, geometry);
+
+  const bool bHeld = __OpenAndLock(nSemKey, &pQue->semid);
+  RingLock lock(pQue->semid, bHeld);
+  void *pSegment = ShareMem_Create(nShareKey, geometry.dwTotalBytes, &pQue->shm, &opt.bNewCreated);
+  if (pSegment == nullptr) return __CreateFailed(nShareKey, nSemKey);
+  __FillPlaces(pQue, pSegment, geometry);
+
+  // Only who holds the lock knows that an uninitialised segment has no living creator.
+  if (opt.bNewCreated == 0 && bHeld && __IsUnfinished(*pQue, geometry)) opt.bNewCreated = 1;
+  if (opt.bNewCreated != 0) {
+    __InitialiseHeader(*pQue, geometry);
+  } else if (!__Matches(*pQue->header, geometry)) {
+    // Kept: the segment stays attached; the caller gives up on the ring.
+    return __MatchFailed(nShareKey, nSemKey);
+  }
+  TShmQueue_PeekInit(pQue, 0);
+  if (opt.bNewCreated != 0 && opt.bLockIfNew != 0) lock.Keep();
+  return 1;
+}
+
+int TShmQueue_Close(TShmQueue *pQue, int bRemoveIfLast) {
+  int bWasLast = 0;
+  ShareMem_Close(&pQue->shm, bRemoveIfLast, &bWasLast);
+  // Kept: the last one takes the semaphore along even when the segment stays; the next creator makes a new one.
+  if (bWasLast != 0) Semaphore_Close(pQue->semid);
+  return 1;
+}

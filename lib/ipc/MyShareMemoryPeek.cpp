@@ -1,0 +1,74 @@
+// Peeking into the shared ring: a walk over the cells with a cursor of this process's own, without a lock.
+//
+// The peek cursor is private and always a valid slot of the own geometry; only the ends of the walk are read from the
+// segment. So a step is safe whatever the segment holds, and every walk ends after at most one round.
+
+#include <devsupport/detail/ipc/MyShareMemory.h>
+#include <devsupport/ipc/MyShareMemory.h>
+#include <devsupport/private/ipc/RingAccess.h>
+
+using devsupport::RingEnd;
+
+namespace {
+
+void __SetPeekCursor(TShmQueue *pQue, int32_t nIdx) {
+  pQue->nPeekIdx = nIdx;
+  pQue->dwPeekOffset = static_cast<uint32_t>(nIdx) * pQue->dwStride;
+}
+
+void *__ShowSlot(const TShmQueue *pQue, void **ppSlot) {
+  uint8_t *pSlot = pQue->cells + pQue->dwPeekOffset;
+  *ppSlot = pSlot;
+  return pSlot + devsupport::kSlotLengthBytes;
+}
+
+}  // namespace
+
+int TShmQueue_PeekInit(TShmQueue *pQue, int32_t nPosition) {
+  uint32_t dwReadIdx = 0;
+  uint32_t dwWriteIdx = 0;
+  if (!LoadIndex(*pQue, RingEnd::Read, &dwReadIdx) || !LoadIndex(*pQue, RingEnd::Write, &dwWriteIdx)) {
+    __SetPeekCursor(pQue, 0);
+    return 0;
+  }
+
+  const int32_t nOldest = static_cast<int32_t>(dwReadIdx);
+  const int32_t nCells = devsupport::CellsBetween(*pQue, dwReadIdx, dwWriteIdx);
+  if (nPosition < 0) nPosition += nCells;
+  // Kept: a position below minus the cell count is not refused, it names slots before the oldest cell. They are
+  // slots of the ring as long as it goes back no further than once round.
+  if (nPosition >= nCells || nPosition < -pQue->nSlotCount) {
+    __SetPeekCursor(pQue, nOldest);
+    return 0;
+  }
+  int32_t nIdx = nOldest + nPosition;
+  if (nIdx >= pQue->nSlotCount) nIdx -= pQue->nSlotCount;
+  if (nIdx < 0) nIdx += pQue->nSlotCount;
+  __SetPeekCursor(pQue, nIdx);
+  return 1;
+}
+
+void *TShmQueue_PeekNext(TShmQueue *pQue, void **ppSlot) {
+  uint32_t dwWriteIdx = 0;
+  if (!LoadIndex(*pQue, RingEnd::Write, &dwWriteIdx)) return nullptr;
+  if (static_cast<uint32_t>(pQue->nPeekIdx) == dwWriteIdx) return nullptr;
+
+  void *pPayload = __ShowSlot(pQue, ppSlot);
+  _TShmQueue_GetNextIdx(&pQue->nPeekIdx, &pQue->dwPeekOffset, pQue);
+  return pPayload;
+}
+
+// Kept: the walk ends by comparing the slot behind the cursor with the oldest cell. A cursor behind the newest cell
+// of a ring that is not full is not at that end, so the first step shows the free slot.
+void *TShmQueue_PeekPrev(TShmQueue *pQue, void **ppSlot) {
+  int32_t nBehindIdx = pQue->nPeekIdx;
+  uint32_t dwBehindOffset = pQue->dwPeekOffset;
+  _TShmQueue_GetNextIdx(&nBehindIdx, &dwBehindOffset, pQue);
+  uint32_t dwReadIdx = 0;
+  if (!LoadIndex(*pQue, RingEnd::Read, &dwReadIdx)) return nullptr;
+  if (static_cast<uint32_t>(nBehindIdx) == dwReadIdx) return nullptr;
+
+  void *pPayload = __ShowSlot(pQue, ppSlot);
+  _TShmQueue_GetPrevIdx(&pQue->nPeekIdx, &pQue->dwPeekOffset, pQue);
+  return pPayload;
+}

@@ -1,0 +1,161 @@
+// The shared ring from inside: its lock, its cursors, its slots. For the ring itself and for the log channel, which
+// writes its records straight into the slots.
+#pragma once
+
+#include <devsupport/detail/ipc/MyShareMemory.h>
+#include <devsupport/ipc/MyShareMemory.h>
+#include <devsupport/ipc/Semaphore.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+
+namespace devsupport {
+
+/// Bytes before the user area; the header is at their start, the rest is never written.
+inline constexpr uint32_t kRingHeadBytes = 256;
+/// Bytes of a slot before its payload.
+inline constexpr uint32_t kSlotLengthBytes = 4;
+
+/// Takes a semaphore, as often as it needs when signals interrupt the wait.
+inline bool LockThroughSignals(int32_t nSemId) {
+  while (Semaphore_Lock(nSemId) == 0) {
+    if (errno != EINTR) return false;
+  }
+  return true;
+}
+
+/// Holds the ring's semaphore while it lives. What could not be taken is not given back: that would let two
+/// processes in at once from then on.
+class RingLock {
+ public:
+  explicit RingLock(int32_t nSemId) : RingLock(nSemId, LockThroughSignals(nSemId)) {}
+  RingLock(int32_t nSemId, bool bHeld) : nSemId_(nSemId), bHeld_(bHeld) {}
+  ~RingLock() { Release(); }
+  RingLock(const RingLock &) = delete;
+  RingLock &operator=(const RingLock &) = delete;
+
+  bool Held() const { return bHeld_; }
+  /// Gives the semaphore back now: 1, or 0 when it was not held or is gone.
+  int Release() {
+    if (!bHeld_) return 0;
+    bHeld_ = false;
+    return Semaphore_Unlock(nSemId_);
+  }
+  /// Leaves the semaphore held when the guard goes.
+  void Keep() { bHeld_ = false; }
+
+ private:
+  int32_t nSemId_;
+  bool bHeld_;
+};
+
+// Words of the segment are loaded once into a local and stored whole: what was checked is what is used, even while
+// somebody scribbles. The fence keeps the compiler from moving stores past each other; the processor needs none,
+// because a process has finished its stores before the kernel lets the next one have the semaphore.
+inline uint32_t LoadOnce(const uint32_t &dwShared) { return __atomic_load_n(&dwShared, __ATOMIC_RELAXED); }
+inline void StoreInOrder(uint32_t &dwShared, uint32_t dwValue) {
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+  __atomic_store_n(&dwShared, dwValue, __ATOMIC_RELAXED);
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+}
+
+/// A slot's length word, which stands at any address.
+struct __attribute__((packed)) SlotLength {
+  uint32_t dwBytes;
+};
+inline uint32_t LoadSlotLength(const uint8_t *pSlot) {
+  return reinterpret_cast<const volatile SlotLength *>(pSlot)->dwBytes;
+}
+inline void StoreSlotLength(uint8_t *pSlot, uint32_t dwBytes) {
+  reinterpret_cast<volatile SlotLength *>(pSlot)->dwBytes = dwBytes;
+}
+
+/// A slot by number and by byte offset from the first one, so that stepping and addressing need no multiplication.
+/// The number says which slot it is; the offset is its shadow.
+struct RingCursor {
+  uint32_t dwIdx;
+  uint32_t dwOffset;
+};
+
+enum class RingEnd { Read, Write };
+
+inline uint32_t &SharedIndex(const TShmQueue &que, RingEnd end) {
+  return end == RingEnd::Read ? que.header->dwReadIdx : que.header->dwWriteIdx;
+}
+inline uint32_t &SharedOffset(const TShmQueue &que, RingEnd end) {
+  return end == RingEnd::Read ? que.header->dwReadOffset : que.header->dwWriteOffset;
+}
+
+/// Reads an index of the segment. False when it is no slot number: the ring is unusable until somebody empties it.
+[[nodiscard]] inline bool LoadIndex(const TShmQueue &que, RingEnd end, uint32_t *pdwIdx) {
+  *pdwIdx = LoadOnce(SharedIndex(que, end));
+  return *pdwIdx < static_cast<uint32_t>(que.nSlotCount);
+}
+
+/// Reads a cursor of the segment. Its slot lies in the segment, whatever the offset's word holds: two compares in the
+/// usual case, and a multiplication only where the offset is in nobody's range (see StoreCursor).
+[[nodiscard]] inline bool LoadCursor(const TShmQueue &que, RingEnd end, RingCursor *pCursor) {
+  if (!LoadIndex(que, end, &pCursor->dwIdx)) return false;
+  pCursor->dwOffset = LoadOnce(SharedOffset(que, end));
+  if (pCursor->dwOffset > que.dwLastOffset) [[unlikely]]
+    pCursor->dwOffset = pCursor->dwIdx * que.dwStride;
+  return true;
+}
+
+/// Publishes a cursor. Index and offset are two words, and the process may be killed between any two stores:
+///
+///     offset = beyond every slot | index = new (this is the step) | offset = new
+///
+/// so who finds the offset beyond every slot knows that it does not belong to the index, and computes it afresh.
+inline void StoreCursor(const TShmQueue &que, RingEnd end, const RingCursor &cursor) {
+  constexpr uint32_t kBeyondEverySlot = UINT32_MAX;
+  StoreInOrder(SharedOffset(que, end), kBeyondEverySlot);
+  StoreInOrder(SharedIndex(que, end), cursor.dwIdx);
+  StoreInOrder(SharedOffset(que, end), cursor.dwOffset);
+}
+
+/// The slot behind a cursor's: behind the last one comes slot 0.
+///
+///     slot   0      1      2    ...   N
+///          +------+------+------+   +------+
+///          |      |      |      |   |      | --.
+///          +------+------+------+   +------+   |
+///          ^                                   |
+///          `----------- index, offset = 0 -----'
+inline RingCursor Successor(const TShmQueue &que, const RingCursor &cursor) {
+  const uint32_t dwNextIdx = cursor.dwIdx + 1;
+  // Signed, as callers' own indices are: a negative one steps upwards.
+  if (static_cast<int32_t>(dwNextIdx) < que.nSlotCount) return {dwNextIdx, cursor.dwOffset + que.dwStride};
+  return {0, 0};
+}
+
+/// The stored cells between two slot numbers.
+inline int32_t CellsBetween(const TShmQueue &que, uint32_t dwReadIdx, uint32_t dwWriteIdx) {
+  const int32_t nCells = static_cast<int32_t>(dwWriteIdx - dwReadIdx);
+  return nCells >= 0 ? nCells : que.nSlotCount + nCells;
+}
+
+/// Puts both cursors to slot 0. Holds the lock: the caller.
+void EmptyRing(const TShmQueue &que);
+
+/// The next cell of a ring that makes room by losing the oldest one; one mechanism for every writer that never waits.
+///
+///     RingLock lock(que.semid);
+///     const OverwritingCell cell = BeginOverwrite(que);
+///     ... fill cell.pSlot: length word (StoreSlotLength), then up to the cell size of payload ...
+///     PublishOverwrite(que, cell);
+///
+/// Until it is published, the cell is in nobody's sight and a writer that dies leaves the ring as it was.
+struct OverwritingCell {
+  uint8_t *pSlot;     ///< the slot to fill, always a valid one
+  RingCursor behind;  ///< where the write cursor goes
+  bool bLostAll;      ///< the ring was unusable and has been emptied
+};
+
+OverwritingCell BeginOverwrite(const TShmQueue &que);
+
+/// Returns 1 when nothing was lost for the cell, 0 when the oldest one was dropped or the ring had to be emptied.
+int PublishOverwrite(const TShmQueue &que, const OverwritingCell &cell);
+
+}  // namespace devsupport

@@ -1,0 +1,387 @@
+// The shared ring's cells: storing, overwriting, taking, counting, clearing, locking.
+
+#include <devsupport/ipc/MyShareMemory.h>
+#include <devsupport/ipc/Semaphore.h>
+#include <sys/time.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "ipc/RingFixture.h"
+#include "support/CapturedOutput.h"
+#include "support/Child.h"
+
+namespace {
+
+using devsupport::test::AwaitWaiter;
+using devsupport::test::CapturedOutput;
+using devsupport::test::Child;
+using devsupport::test::Event;
+using devsupport::test::kNever;
+
+class Ring : public devsupport::test::RingFixture {};
+
+TEST_F(Ring, Push_FillsExactlyTheCellsAskedFor) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  for (const char *text : {"a", "b", "c"}) EXPECT_EQ(PushText(ring, text), 1);
+  EXPECT_EQ(TShmQueue_GetCount(&ring), 3);
+}
+
+TEST_F(Ring, Push_OnFullRing_Returns0AndStoresNothing) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  for (const char *text : {"a", "b", "c"}) PushText(ring, text);
+  const auto before = Bytes(ring);
+  EXPECT_EQ(PushText(ring, "d"), 0);
+  EXPECT_EQ(Bytes(ring), before);
+  EXPECT_EQ(GetText(ring), "a");
+}
+
+TEST_F(Ring, PushOverwrite_WithRoom_Returns1) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  for (const char *text : {"a", "b", "c"}) EXPECT_EQ(OverwriteText(ring, text), 1);
+  EXPECT_EQ(TShmQueue_GetCount(&ring), 3);
+}
+
+TEST_F(Ring, PushOverwrite_OnFullRing_Returns0AndDropsTheOldestCell) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  for (const char *text : {"a", "b", "c"}) PushText(ring, text);
+  EXPECT_EQ(OverwriteText(ring, "d"), 0);
+  EXPECT_EQ(TShmQueue_GetCount(&ring), 3);
+  for (const char *text : {"b", "c", "d", "<empty>"}) EXPECT_EQ(GetText(ring), text);
+}
+
+TEST_F(Ring, PushOverwrite_ManyTimesRound_KeepsTheNewestCells) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(OverwriteText(ring, std::to_string(i)), i < 3 ? 1 : 0);
+  for (const char *text : {"97", "98", "99", "<empty>"}) EXPECT_EQ(GetText(ring), text);
+}
+
+TEST_F(Ring, Push_OfLength0_Returns0WithoutLocking) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  ASSERT_EQ(TShmQueue_Lock(&ring), 1);  // a second lock would wait for ever
+  EXPECT_EQ(TShmQueue_Push(&ring, "x", 0), 0);
+  EXPECT_EQ(TShmQueue_PushOverwrite(&ring, "x", 0), 0);
+  EXPECT_EQ(TShmQueue_Push(&ring, nullptr, 0), 0);
+  EXPECT_EQ(TShmQueue_Unlock(&ring), 1);
+  EXPECT_EQ(TShmQueue_GetCount(&ring), 0);
+}
+
+TEST_F(Ring, Push_OfMoreThanACell_StoresTheCellSizeAndThatLength) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  EXPECT_EQ(PushText(ring, "0123456789"), 1);
+  EXPECT_EQ(OverwriteText(ring, "ABCDEFGHIJ"), 1);
+  PushText(ring, "next");
+  char buffer[16] = "###############";
+  std::uint32_t stored = 4711;
+  EXPECT_EQ(TShmQueue_Get(&ring, buffer, &stored, 0), 1);
+  EXPECT_EQ(stored, 8u);
+  EXPECT_STREQ(buffer, "01234567#######");
+  EXPECT_EQ(GetText(ring), "ABCDEFGH");
+  EXPECT_EQ(GetText(ring), "next");
+}
+
+TEST_F(Ring, Get_OnEmptyRing_Returns0AndLength0AndLeavesTheBuffer) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  char buffer[9] = "########";
+  std::uint32_t stored = 4711;
+  EXPECT_EQ(TShmQueue_Get(&ring, buffer, &stored, 0), 0);
+  EXPECT_EQ(stored, 0u);
+  EXPECT_STREQ(buffer, "########");
+  EXPECT_EQ(TShmQueue_Get(&ring, buffer, nullptr, 0), 0);
+}
+
+TEST_F(Ring, Get_WithSmallBuffer_CopiesWhatFitsAndReportsTheWholeLength) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  PushText(ring, "0123456");
+  char buffer[9] = "########";
+  std::uint32_t stored = 4711;
+  EXPECT_EQ(TShmQueue_Get(&ring, buffer, &stored, 3), 1);
+  EXPECT_EQ(stored, 7u);
+  EXPECT_STREQ(buffer, "012#####");
+  EXPECT_EQ(TShmQueue_GetCount(&ring), 0);
+}
+
+TEST_F(Ring, Get_WithLargeBuffer_CopiesTheStoredLengthOnly) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  PushText(ring, "012");
+  char buffer[9] = "########";
+  EXPECT_EQ(TShmQueue_Get(&ring, buffer, nullptr, 9), 1);
+  EXPECT_STREQ(buffer, "012#####");
+}
+
+TEST_F(Ring, Get_WithBufferSize0_CopiesTheStoredLength) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  PushText(ring, "01234");
+  char buffer[9] = "########";
+  EXPECT_EQ(TShmQueue_Get(&ring, buffer, nullptr, 0), 1);
+  EXPECT_STREQ(buffer, "01234###");
+}
+
+TEST_F(Ring, GetCount_AfterWrapAround_CountsAcrossTheEnd) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  for (const char *text : {"a", "b", "c"}) PushText(ring, text);
+  GetText(ring);
+  GetText(ring);
+  for (const char *text : {"d", "e"}) EXPECT_EQ(PushText(ring, text), 1);
+  EXPECT_LT(ring.header->dwWriteIdx, ring.header->dwReadIdx);
+  EXPECT_EQ(TShmQueue_GetCount(&ring), 3);
+  EXPECT_EQ(_TShmQueue_CurrentCellCount(&ring), 3);
+  for (const char *text : {"c", "d", "e", "<empty>"}) EXPECT_EQ(GetText(ring), text);
+}
+
+TEST_F(Ring, CurrentCellCount_TakesNoLock) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  PushText(ring, "a");
+  ASSERT_EQ(TShmQueue_Lock(&ring), 1);
+  EXPECT_EQ(_TShmQueue_CurrentCellCount(&ring), 1);
+  TShmQueue_Unlock(&ring);
+}
+
+TEST_F(Ring, Clear_PutsBothCursorsToSlot0AndLeavesTheCellsBytes) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  for (const char *text : {"a", "b", "c"}) PushText(ring, text);
+  GetText(ring);
+  auto expected = Bytes(ring);
+  std::fill(expected.begin() + 12, expected.begin() + 28, std::uint8_t{0});
+  EXPECT_EQ(TShmQueue_Clear(&ring), 1);
+  EXPECT_EQ(Bytes(ring), expected);
+  EXPECT_EQ(TShmQueue_GetCount(&ring), 0);
+  EXPECT_EQ(SemValue(), 1);
+}
+
+TEST_F(Ring, OddCellSize_WorksOnUnalignedSlots) {
+  ASSERT_EQ(Create(ring, 4, 5), 1);
+  for (int round = 0; round < 20; ++round) {
+    for (const char *text : {"12345", "1", "123"}) EXPECT_EQ(PushText(ring, text), 1);
+    for (const char *text : {"12345", "1", "123"}) EXPECT_EQ(GetText(ring), text);
+  }
+}
+
+TEST_F(Ring, OfNoCells_IsFullAndEmptyAtOnce) {
+  ASSERT_EQ(Create(ring, 0, 8), 1);
+  EXPECT_EQ(PushText(ring, "a"), 0);
+  EXPECT_EQ(OverwriteText(ring, "b"), 0);
+  EXPECT_EQ(TShmQueue_GetCount(&ring), 0);
+  EXPECT_EQ(GetText(ring), "<empty>");
+}
+
+TEST_F(Ring, OfEmptyCells_StoresLength0) {
+  ASSERT_EQ(Create(ring, 2, 0), 1);
+  EXPECT_EQ(PushText(ring, "abc"), 1);
+  EXPECT_EQ(TShmQueue_GetCount(&ring), 1);
+  std::uint32_t stored = 4711;
+  char byte = '#';
+  EXPECT_EQ(TShmQueue_Get(&ring, &byte, &stored, 1), 1);
+  EXPECT_EQ(stored, 0u);
+  EXPECT_EQ(byte, '#');
+}
+
+TEST_F(Ring, TwoRecords_SeeTheSameCells) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  TShmQueue other{};
+  ASSERT_EQ(Create(other, 3, 8), 1);
+  PushText(ring, "a");
+  PushText(other, "b");
+  EXPECT_EQ(GetText(other), "a");
+  EXPECT_EQ(GetText(ring), "b");
+  EXPECT_EQ(GetText(other), "<empty>");
+  ::shmdt(other.header);
+}
+
+TEST_F(Ring, TwoProcesses_PassCellsWholeAndInOrder) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  Child child([&] {
+    for (int i = 0; i < 20000; ++i) {
+      while (PushText(ring, std::to_string(i)) == 0) ::sched_yield();
+    }
+    return 0;
+  });
+  for (int i = 0; i < 20000; ++i) {
+    std::string text;
+    while ((text = GetText(ring)) == "<empty>") ::sched_yield();
+    ASSERT_EQ(text, std::to_string(i));
+  }
+  EXPECT_EQ(child.Wait(), 0);
+}
+
+TEST_F(Ring, NextIdx_WrapsBehindTheLastSlot) {
+  ASSERT_EQ(Create(ring, 2, 8), 1);
+  std::int32_t idx = 0;
+  std::uint32_t offset = 0;
+  const std::uint32_t offsets[] = {12, 24, 0, 12};
+  for (const std::uint32_t expected : offsets) {
+    _TShmQueue_GetNextIdx(&idx, &offset, &ring);
+    EXPECT_EQ(offset, expected);
+    EXPECT_EQ(static_cast<std::uint32_t>(idx) * 12, expected);
+  }
+}
+
+TEST_F(Ring, PrevIdx_WrapsBeforeSlot0) {
+  ASSERT_EQ(Create(ring, 2, 8), 1);
+  std::int32_t idx = 1;
+  std::uint32_t offset = 12;
+  const std::uint32_t offsets[] = {0, 24, 12, 0};
+  for (const std::uint32_t expected : offsets) {
+    _TShmQueue_GetPrevIdx(&idx, &offset, &ring);
+    EXPECT_EQ(offset, expected);
+    EXPECT_EQ(static_cast<std::uint32_t>(idx) * 12, expected);
+  }
+}
+
+TEST_F(Ring, NextIdx_ComparesSigned) {
+  ASSERT_EQ(Create(ring, 2, 8), 1);
+  std::int32_t idx = -5;
+  std::uint32_t offset = 100;
+  _TShmQueue_GetNextIdx(&idx, &offset, &ring);
+  EXPECT_EQ(idx, -4);
+  EXPECT_EQ(offset, 112u);
+  idx = INT32_MAX - 1;
+  _TShmQueue_GetNextIdx(&idx, &offset, &ring);
+  EXPECT_EQ(idx, 0);
+  EXPECT_EQ(offset, 0u);
+}
+
+TEST_F(Ring, LockAndUnlock_AreTheSemaphores) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  EXPECT_EQ(TShmQueue_Lock(&ring), 1);
+  EXPECT_EQ(SemValue(), 0);
+  EXPECT_EQ(TShmQueue_Unlock(&ring), 1);
+  EXPECT_EQ(SemValue(), 1);
+}
+
+TEST_F(Ring, EveryOperation_GivesTheSemaphoreBack) {
+  ASSERT_EQ(Create(ring, 1, 8), 1);
+  EXPECT_EQ(SemValue(), 1);
+  for (int round = 0; round < 2; ++round) {  // with room and on the full ring
+    PushText(ring, "a");
+    EXPECT_EQ(SemValue(), 1);
+    OverwriteText(ring, "b");
+    EXPECT_EQ(SemValue(), 1);
+  }
+  for (int round = 0; round < 2; ++round) {  // with a cell and on the empty ring
+    GetText(ring);
+    EXPECT_EQ(SemValue(), 1);
+    TShmQueue_GetCount(&ring);
+    EXPECT_EQ(SemValue(), 1);
+  }
+}
+
+TEST_F(Ring, Operations_PrintNothing) {
+  CapturedOutput out(stdout);
+  CapturedOutput err(stderr);
+  ASSERT_EQ(Create(ring, 1, 4), 1);
+  for (int round = 0; round < 2; ++round) {
+    PushText(ring, "too long");
+    OverwriteText(ring, "too long");
+  }
+  for (int round = 0; round < 2; ++round) GetText(ring);
+  TShmQueue_Clear(&ring);
+  TShmQueue_Close(&ring, 1);
+  TShmQueue_Push(&ring, "x", 0);
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_EQ(out.Take(), "");
+  ring.header = nullptr;
+}
+
+// --- a lock that cannot be had --------------------------------------------------------------------------------
+
+TEST_F(Ring, WithoutSemaphore_RunsUnlocked) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  ring.semid = -1;
+  ASSERT_EQ(Semaphore_Lock(::semget(semKey, 0, 0)), 1);  // nobody waits for it
+  EXPECT_EQ(PushText(ring, "a"), 1);
+  EXPECT_EQ(OverwriteText(ring, "b"), 1);
+  EXPECT_EQ(TShmQueue_GetCount(&ring), 2);
+  EXPECT_EQ(GetText(ring), "a");
+  EXPECT_EQ(TShmQueue_Lock(&ring), 0);
+  EXPECT_EQ(TShmQueue_Unlock(&ring), 0);
+  EXPECT_EQ(TShmQueue_Clear(&ring), 0);
+  EXPECT_EQ(GetText(ring), "<empty>");
+  EXPECT_EQ(SemValue(), 0);
+}
+
+TEST_F(Ring, WithSemaphoreRemoved_RunsUnlocked) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  ASSERT_EQ(Semaphore_Close(ring.semid), 1);
+  EXPECT_EQ(PushText(ring, "a"), 1);
+  EXPECT_EQ(GetText(ring), "a");
+  EXPECT_EQ(TShmQueue_GetCount(&ring), 0);
+  EXPECT_EQ(TShmQueue_Clear(&ring), 0);
+}
+
+TEST_F(Ring, SemaphoreRemovedDuringTheWait_LetsTheOperationThrough) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  ASSERT_EQ(TShmQueue_Lock(&ring), 1);
+  Child child([&] { return PushText(ring, "a"); });
+  AwaitWaiter(ring.semid);
+  Semaphore_Close(ring.semid);
+  EXPECT_EQ(child.Wait(), 1);
+  EXPECT_EQ(GetText(ring), "a");
+}
+
+void CountSignal(int /*signal*/) {}
+
+void CatchAlarms() {
+  struct sigaction action {};
+  action.sa_handler = CountSignal;
+  ::sigaction(SIGALRM, &action, nullptr);
+}
+
+TEST_F(Ring, InterruptedWait_IsTakenUpAgainAndGivenBackOnce) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  ASSERT_EQ(TShmQueue_Lock(&ring), 1);
+  Event done;
+  Child child([&] {
+    CatchAlarms();
+    // Every 100 us until the lock is there: the wait below is interrupted again and again.
+    const itimerval often{{0, 100}, {0, 100}};
+    ::setitimer(ITIMER_REAL, &often, nullptr);
+    const int pushed = PushText(ring, "a");
+    done.Announce();
+    return pushed;
+  });
+  for (int i = 0; i < 100; ++i) AwaitWaiter(ring.semid);
+  EXPECT_FALSE(done.TryWait());
+  EXPECT_EQ(SemValue(), 0);
+  EXPECT_EQ(TShmQueue_Unlock(&ring), 1);
+  EXPECT_EQ(child.Wait(), 1);
+  EXPECT_EQ(SemValue(), 1);
+  EXPECT_EQ(GetText(ring), "a");
+}
+
+TEST_F(Ring, Lock_InterruptedByASignal_Returns0) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  ASSERT_EQ(TShmQueue_Lock(&ring), 1);
+  Child child([&] {
+    CatchAlarms();
+    const int result = TShmQueue_Lock(&ring);
+    EXPECT_EQ(errno, EINTR);
+    return result;
+  });
+  AwaitWaiter(ring.semid);
+  child.Signal(SIGALRM);
+  EXPECT_EQ(child.Wait(), 0);
+  EXPECT_EQ(SemValue(), 0);
+}
+
+// --- no ring at all -------------------------------------------------------------------------------------------
+
+using RingDeathTest = Ring;
+
+TEST_F(RingDeathTest, Push_OfNull_StopsWithTheStandardAssertion) {
+  EXPECT_EXIT(TShmQueue_Push(nullptr, "x", 0), ::testing::KilledBySignal(SIGABRT),
+              "MyShareMemory:224: TShmQueue_Push: Assertion `puMember != \\(\\(void \\*\\)0\\)' failed\\.\n$");
+}
+
+TEST_F(RingDeathTest, PushOverwrite_OfNull_StopsWithTheStandardAssertion) {
+  EXPECT_EXIT(
+      TShmQueue_PushOverwrite(nullptr, "x", 0), ::testing::KilledBySignal(SIGABRT),
+      "MyShareMemory:253: TShmQueue_PushOverwrite: Assertion `puMember != \\(\\(void \\*\\)0\\)' failed\\.\n$");
+}
+
+TEST_F(RingDeathTest, Get_OfNull_StopsWithTheStandardAssertion) {
+  EXPECT_EXIT(TShmQueue_Get(nullptr, nullptr, nullptr, 0), ::testing::KilledBySignal(SIGABRT),
+              "MyShareMemory:277: TShmQueue_Get: Assertion `puMember != \\(\\(void \\*\\)0\\)' failed\\.\n$");
+}
+
+}  // namespace
