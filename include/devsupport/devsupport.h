@@ -24,5 +24,6 @@
 
 /* L1: tokenizer, containers, shared ring, local addresses */
 #include <devsupport/ipc/MyShareMemory.h>
+#include <devsupport/ipc/MessageQueue.h>
 
 #endif
