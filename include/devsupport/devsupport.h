@@ -25,5 +25,6 @@
 /* L1: tokenizer, containers, shared ring, local addresses */
 #include <devsupport/ipc/MyShareMemory.h>
 #include <devsupport/ipc/MessageQueue.h>
+#include <devsupport/ipc/Timer.h>
 
 #endif

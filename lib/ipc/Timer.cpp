@@ -1,0 +1,314 @@
+// Timers: numbered millisecond timers in arrays, whose callbacks run inside a real-time signal.
+//
+// The main flow and the handler share the table and the cells without a lock, since a handler must not wait for
+// what it interrupted. Why that is right, with the handler in the same thread or in another one:
+//
+//  - Table: an array is complete before its entry is published (release), and the handler reads the entry before
+//    it looks inside (acquire). Head and cell count never change afterwards.
+//  - Cell: state and generation are one atomic word, which decides everything else. Only the main flow leaves the
+//    state kIdle. It writes timer and callback while the cell is idle and then stores the armed state, so whoever
+//    sees the armed state sees what belongs to it.
+//  - Whoever changes the word from a state with a timer to kIdle owns that timer and deletes it: every timer is
+//    deleted once, although handlers and the main flow may try together. (A second delete would be an error at
+//    best; a C library that keeps a heap block behind timer_t would free it twice.)
+//  - Timer and callback are read before the compare-exchange that acts on the word. It succeeds only when the word
+//    has not changed since, so they belong to that very arming. The generation has eight bits: 256 armings within
+//    those few instructions would go unnoticed, as they would to a late signal.
+//
+// The cells' atomics use the default order, in which all of this reads as one interleaving; beside the system call
+// that comes with every step its barrier costs nothing. That they are lock-free is what makes them usable in a
+// handler, and what keeps the compiler from moving them across each other.
+
+#include <devsupport/ipc/Timer.h>
+#include <devsupport/private/ipc/PreservedErrno.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <new>
+
+using devsupport::PreservedErrno;
+
+namespace {
+
+constexpr std::size_t kMaxArrays = 64;
+constexpr uint16_t kNoArray = 0xFFFF;
+
+// A cell's state in the low byte, where the device has its active flag, the generation in the high byte.
+enum TCellState : uint8_t {
+  kIdle = 0,      // no timer
+  kActive = 1,    // armed
+  kUnstarted = 2  // not armed, but holds a timer that could not be started
+};
+using TStateWord = uint16_t;
+
+constexpr TStateWord StateWord(TCellState eState, unsigned nGeneration) {
+  return static_cast<TStateWord>(eState | (nGeneration & 0xFFu) << 8);
+}
+constexpr unsigned State(TStateWord wState) { return wState & 0xFFu; }
+constexpr unsigned Generation(TStateWord wState) { return wState >> 8u; }
+
+struct TTimerCell {
+  std::atomic<timer_t> hTimer{};
+  std::atomic<TTimerFunc> pfnCallback{};
+  std::atomic<TStateWord> wState{};
+};
+
+struct TTimerArray {
+  uint16_t wSignal;
+  uint8_t byCount;
+  int32_t bOneShot;
+  TTimerFunc pfnDefault;
+
+  TTimerCell *Cells() { return reinterpret_cast<TTimerCell *>(this + 1); }
+  TTimerCell *Find(uint32_t nAryIdx) { return nAryIdx < byCount ? Cells() + nAryIdx : nullptr; }
+};
+
+static_assert(std::atomic<timer_t>::is_always_lock_free && std::atomic<TTimerFunc>::is_always_lock_free &&
+              std::atomic<TStateWord>::is_always_lock_free && std::atomic<TTimerArray *>::is_always_lock_free);
+static_assert(offsetof(TTimerArray, byCount) == 2 && offsetof(TTimerArray, bOneShot) == 4 &&
+              offsetof(TTimerArray, pfnDefault) == 8);
+static_assert(offsetof(TTimerCell, pfnCallback) == sizeof(timer_t) &&
+              offsetof(TTimerCell, wState) == sizeof(timer_t) + sizeof(TTimerFunc));
+static_assert(sizeof(TTimerArray) % alignof(TTimerCell) == 0, "the cells stand right behind the head");
+
+constinit std::atomic<TTimerArray *> g_apArray[kMaxArrays];
+
+// What a timer carries in its signal: the cell and the arming that it belongs to.
+struct TSignalValue {
+  uint32_t nAryIdx;
+  uint32_t nAryNo;
+  uint32_t nGeneration;
+
+  int Encode() const { return static_cast<int>(nAryIdx | nAryNo << 18 | nGeneration << 24); }
+  static TSignalValue Decode(int nValue) {
+    const auto dwValue = static_cast<uint32_t>(nValue);
+    return {dwValue & 0x3FFFFu, dwValue >> 18 & 0x3Fu, dwValue >> 24};
+  }
+};
+
+enum TFailCase { kOutOfRange = 1, kTimerCall = 2, kSetTime = 3 };
+
+struct TOperation {
+  const char *pName;
+  const char *pTimerCall;  // behind kTimerCall
+};
+constexpr TOperation kSet{"Timer_Set", "timer_create"};
+constexpr TOperation kDel{"Timer_Del", "timer_delete"};
+
+// Reports a failed operation and gives its result.
+int Fail(const TOperation &operation, TFailCase eCase, uint32_t nAryIdx, unsigned nCount) {
+  const PreservedErrno preserved;
+  switch (eCase) {
+    case kOutOfRange:
+      std::fprintf(stderr, "%s: nAryIdx=%d out range, MaxAryCnt=%d\n", operation.pName, static_cast<int>(nAryIdx),
+                   static_cast<int>(nCount));
+      break;
+    case kTimerCall:
+      std::fprintf(stderr, "%s: %s() failed! [%s]\n", operation.pName, operation.pTimerCall, std::strerror(errno));
+      break;
+    case kSetTime:
+      std::fprintf(stderr, "%s: timer_settime() failed! [%s]\n", operation.pName, std::strerror(errno));
+      break;
+    default:  // Kept: no case comes here; the next one to be added has a text at once.
+      std::fprintf(stderr, "%s: fail, eCase=%d\n", operation.pName, eCase);
+      break;
+  }
+  return 0;
+}
+
+TTimerArray *FindArray(const uint16_t *pwAryNo) {
+  return *pwAryNo < kMaxArrays ? g_apArray[*pwAryNo].load(std::memory_order_acquire) : nullptr;
+}
+
+// Enters an array in the first empty entry from nFirst on. Returns the entry's index, kMaxArrays when all are taken.
+std::size_t Publish(TTimerArray *puArray, std::size_t nFirst) {
+  for (std::size_t nAryNo = nFirst; nAryNo < kMaxArrays; ++nAryNo) {
+    TTimerArray *puEmpty = nullptr;
+    if (g_apArray[nAryNo].compare_exchange_strong(puEmpty, puArray, std::memory_order_release,
+                                                  std::memory_order_relaxed)) {
+      return nAryNo;
+    }
+  }
+  return kMaxArrays;
+}
+
+std::size_t FindEmptyEntry() {
+  std::size_t nAryNo = 0;
+  while (nAryNo < kMaxArrays && g_apArray[nAryNo].load(std::memory_order_relaxed) != nullptr) ++nAryNo;
+  return nAryNo;
+}
+
+bool InstallHandler(int nSignal) {
+  struct sigaction action {};
+  action.sa_sigaction = Timer_OnSignal;
+  action.sa_flags = SA_SIGINFO;
+  return sigaction(nSignal, &action, nullptr) == 0;
+}
+
+// The block has room for nCount cells. Only those are set up that the 8-bit count leaves within reach.
+TTimerArray *NewArray(int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int nSignal) {
+  constexpr std::size_t kMaxCells = (PTRDIFF_MAX - sizeof(TTimerArray)) / sizeof(TTimerCell);
+  if (nCount < 0 || static_cast<std::size_t>(nCount) > kMaxCells) return nullptr;
+  void *pBlock = std::malloc(sizeof(TTimerArray) + static_cast<std::size_t>(nCount) * sizeof(TTimerCell));
+  if (pBlock == nullptr) return nullptr;
+  // Kept: the count is stored in eight bits and wraps, while the block is made for all of it.
+  auto *puArray =
+      ::new (pBlock) TTimerArray{static_cast<uint16_t>(nSignal), static_cast<uint8_t>(nCount), bOneShot, pfnDefault};
+  for (unsigned nAryIdx = 0; nAryIdx < puArray->byCount; ++nAryIdx) ::new (puArray->Cells() + nAryIdx) TTimerCell;
+  return puArray;
+}
+
+// Ends what the cell holds and deletes its timer; the result of that is nobody's business.
+void Release(TTimerCell &cell) {
+  TStateWord wState = cell.wState;
+  while (State(wState) != kIdle) {
+    const timer_t hTimer = cell.hTimer;
+    if (cell.wState.compare_exchange_weak(wState, StateWord(kIdle, Generation(wState)))) {
+      timer_delete(hTimer);
+      return;
+    }
+  }
+}
+
+void ReleaseAll(TTimerArray &array) {
+  for (unsigned nAryIdx = 0; nAryIdx < array.byCount; ++nAryIdx) Release(array.Cells()[nAryIdx]);
+}
+
+int CreateTimer(const TTimerArray &array, const TSignalValue &value, timer_t *phTimer) {
+  struct sigevent event {};
+  event.sigev_notify = SIGEV_SIGNAL;
+  event.sigev_signo = array.wSignal;
+  event.sigev_value.sival_int = value.Encode();
+  return timer_create(CLOCK_REALTIME, &event, phTimer);
+}
+
+// The timer always repeats for the kernel; an array's cells expire once because the handler ends them.
+int StartTimer(timer_t hTimer, uint32_t dwPeriodMs) {
+  const struct timespec period {
+    static_cast<time_t>(dwPeriodMs / 1000), static_cast<long>(dwPeriodMs % 1000) * 1'000'000L
+  };
+  const struct itimerspec both { period, period };
+  return timer_settime(hTimer, 0, &both, nullptr);
+}
+
+}  // namespace
+
+int Timer_CreateAry(int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int nSignal, uint16_t *pwAryNo) {
+  *pwAryNo = kNoArray;
+  if (nSignal < 1) nSignal = __libc_current_sigrtmin() + 1;
+  if (!InstallHandler(nSignal)) {
+    const PreservedErrno preserved;
+    std::perror("sigaction");
+    return 0;
+  }
+  const std::size_t nEmpty = FindEmptyEntry();
+  if (nEmpty == kMaxArrays) return 0;
+  TTimerArray *puArray = NewArray(nCount, bOneShot, pfnDefault, nSignal);
+  if (puArray == nullptr) return 0;
+  const std::size_t nAryNo = Publish(puArray, nEmpty);
+  if (nAryNo == kMaxArrays) {  // other threads were faster
+    std::free(puArray);
+    return 0;
+  }
+  *pwAryNo = static_cast<uint16_t>(nAryNo);
+  return 1;
+}
+
+int Timer_Set(const uint16_t *pwAryNo, uint32_t nAryIdx, uint32_t dwPeriodMs, TTimerFunc pfn) {
+  TTimerArray *puArray = FindArray(pwAryNo);
+  if (puArray == nullptr) return 0;
+  TTimerCell *puCell = puArray->Find(nAryIdx);
+  if (puCell == nullptr) return Fail(kSet, kOutOfRange, nAryIdx, puArray->byCount);
+  Release(*puCell);
+
+  const TSignalValue value{nAryIdx, *pwAryNo, (Generation(puCell->wState) + 1u) & 0xFFu};
+  timer_t hTimer{};
+  if (CreateTimer(*puArray, value, &hTimer) != 0) return Fail(kSet, kTimerCall, nAryIdx, puArray->byCount);
+  puCell->hTimer = hTimer;
+  puCell->pfnCallback = pfn != nullptr ? pfn : puArray->pfnDefault;
+
+  // The cell is active before its timer runs. The other way round, an expiry between the two would be taken for a
+  // late one: the handler would delete the timer, and the cell would then be active for ever without one. The
+  // kernel's own locks order this store before anything that the started timer does, on every processor.
+  TStateWord wState = StateWord(kActive, value.nGeneration);
+  puCell->wState = wState;
+  if (StartTimer(hTimer, dwPeriodMs) == 0) return 1;
+
+  // When the word has changed, a late signal came in between and has disarmed the cell, timer and all: the start
+  // had nothing left to start. That is how such a signal ends any arming, and no failure of this one.
+  // Kept: a timer that really could not be started is not deleted; the cell holds it until it is used again.
+  if (!puCell->wState.compare_exchange_strong(wState, StateWord(kUnstarted, value.nGeneration))) return 1;
+  return Fail(kSet, kSetTime, nAryIdx, puArray->byCount);
+}
+
+int Timer_Del(const uint16_t *pwAryNo, uint32_t nAryIdx) {
+  TTimerArray *puArray = FindArray(pwAryNo);
+  if (puArray == nullptr) return 0;
+  TTimerCell *puCell = puArray->Find(nAryIdx);
+  if (puCell == nullptr) return Fail(kDel, kOutOfRange, nAryIdx, puArray->byCount);
+
+  TStateWord wState = puCell->wState;
+  TStateWord wIdle = 0;
+  timer_t hTimer{};
+  do {
+    if (State(wState) != kActive) return 1;
+    hTimer = puCell->hTimer;
+    wIdle = StateWord(kIdle, Generation(wState));
+  } while (!puCell->wState.compare_exchange_weak(wState, wIdle));
+  if (timer_delete(hTimer) == 0) return 1;
+
+  puCell->wState.compare_exchange_strong(wIdle, wState);  // it still has its timer
+  return Fail(kDel, kTimerCall, nAryIdx, puArray->byCount);
+}
+
+int Timer_IsActive(const uint16_t *pwAryNo, uint32_t nAryIdx) {
+  TTimerArray *puArray = FindArray(pwAryNo);
+  const TTimerCell *puCell = puArray != nullptr ? puArray->Find(nAryIdx) : nullptr;
+  return puCell != nullptr && State(puCell->wState) == kActive ? 1 : 0;
+}
+
+void Timer_DelAll(const uint16_t *pwAryNo) {
+  if (TTimerArray *puArray = FindArray(pwAryNo)) ReleaseAll(*puArray);
+}
+
+void Timer_DestroyAry(const uint16_t *pwAryNo) {
+  if (*pwAryNo >= kMaxArrays) return;
+  // The entry goes first: a signal that interrupts the rest finds no array.
+  TTimerArray *puArray = g_apArray[*pwAryNo].exchange(nullptr, std::memory_order_acq_rel);
+  if (puArray == nullptr) return;
+  ReleaseAll(*puArray);
+  std::free(puArray);
+}
+
+void Timer_OnSignal(int /*nSignal*/, siginfo_t *pInfo, void * /*pContext*/) {
+  const PreservedErrno preserved;
+  const TSignalValue value = TSignalValue::Decode(pInfo->si_value.sival_int);
+  TTimerArray *puArray = g_apArray[value.nAryNo].load(std::memory_order_acquire);
+  if (puArray == nullptr) return;
+  // Any process that may signal us can queue any value: the index is as foreign as the rest of it.
+  TTimerCell *puCell = puArray->Find(value.nAryIdx);
+  if (puCell == nullptr) return;
+
+  TStateWord wState = puCell->wState;
+  TStateWord wNext = 0;
+  timer_t hTimer{};
+  TTimerFunc pfnCallback = nullptr;
+  bool bCurrent = false;
+  do {
+    if (State(wState) == kIdle) return;  // what armed it has ended, and the timer with it
+    hTimer = puCell->hTimer;
+    pfnCallback = puCell->pfnCallback;
+    bCurrent = wState == StateWord(kActive, value.nGeneration);
+    // Kept: a signal of an earlier arming disarms the cell, which has been armed again since.
+    const bool bStays = bCurrent && puArray->bOneShot == 0;
+    wNext = bStays ? wState : StateWord(kIdle, Generation(wState));
+  } while (!puCell->wState.compare_exchange_weak(wState, wNext));
+
+  if (wNext != wState) timer_delete(hTimer);
+  if (bCurrent && pfnCallback != nullptr) pfnCallback(value.nAryIdx);
+}

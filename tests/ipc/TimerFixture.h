@@ -1,0 +1,51 @@
+// What the tests of the timers share: arrays that go after each test, and the proof that every timer went once.
+#pragma once
+
+#include <devsupport/ipc/Timer.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdint>
+
+#include "ipc/TimerCalls.h"
+
+namespace devsupport::test {
+
+constexpr uint32_t kHourMs = 3'600'000;  // longer than any test: only signals queued by hand arrive
+constexpr uint16_t kNoArray = 0xFFFF;
+
+inline void Ignore(uint32_t /*nAryIdx*/) {}
+
+inline int TimerSignal() { return SIGRTMIN + 1; }
+
+inline int SignalValue(uint32_t nAryIdx, uint32_t nAryNo, uint32_t nGeneration) {
+  return static_cast<int>(nAryIdx | nAryNo << 18 | nGeneration << 24);
+}
+
+/// Queues a signal with the value, as an expiry of that arming would; returns after the handler ran.
+inline void Deliver(int value, int number = TimerSignal()) {
+  sigval queued{};
+  queued.sival_int = value;
+  ASSERT_EQ(::sigqueue(::getpid(), number, queued), 0);
+  ::usleep(1);  // the thread sanitizer hands signals on when a call may block
+}
+
+class TimerTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ForgetTimerCalls(); }
+
+  void TearDown() override {
+    for (uint16_t number = 0; number < 64; ++number) Timer_DestroyAry(&number);
+    EXPECT_EQ(Calls().created, Calls().deleted) << "a timer was left behind";
+    EXPECT_EQ(Calls().deleteErrors, 0) << "a timer was deleted twice";
+  }
+
+  static uint16_t Make(int32_t count, int oneShot, TTimerFunc fallback = Ignore, int number = 0) {
+    uint16_t array = 0x1234;
+    EXPECT_EQ(Timer_CreateAry(count, oneShot, fallback, number, &array), 1);
+    return array;
+  }
+};
+
+}  // namespace devsupport::test
