@@ -12,8 +12,8 @@
 //    deleted once, although handlers and the main flow may try together. (A second delete would be an error at
 //    best; a C library that keeps a heap block behind timer_t would free it twice.)
 //  - Timer and callback are read before the compare-exchange that acts on the word. It succeeds only when the word
-//    has not changed since, so they belong to that very arming. The generation has eight bits: 256 armings within
-//    those few instructions would go unnoticed, as they would to a late signal.
+//    has not changed since, so they belong to that very arming: the word counts armings in 24 bits, and nobody
+//    arms a cell 16 million times within those few instructions.
 //
 // The cells' atomics use the default order, in which all of this reads as one interleaving; beside the system call
 // that comes with every step its barrier costs nothing. That they are lock-free is what makes them usable in a
@@ -38,24 +38,27 @@ namespace {
 constexpr std::size_t kMaxArrays = 64;
 constexpr uint16_t kNoArray = 0xFFFF;
 
-// A cell's state in the low byte, where the device has its active flag, the generation in the high byte.
-enum TCellState : uint8_t {
+enum TCellState : uint32_t {
   kIdle = 0,      // no timer
   kActive = 1,    // armed
   kUnstarted = 2  // not armed, but holds a timer that could not be started
 };
-using TStateWord = uint16_t;
 
-constexpr TStateWord StateWord(TCellState eState, unsigned nGeneration) {
-  return static_cast<TStateWord>(eState | (nGeneration & 0xFFu) << 8);
+// What a cell is in, in one word: the state in the low byte, where the device has its active flag, and above it how
+// often the cell has been armed. The lowest byte of that is the generation, which is all that a signal can carry.
+using TStateWord = uint32_t;
+
+constexpr TStateWord StateWord(TCellState eState, uint32_t nArming) { return eState | nArming << 8; }
+constexpr uint32_t State(TStateWord dwState) { return dwState & 0xFFu; }
+constexpr uint32_t Arming(TStateWord dwState) { return dwState >> 8; }
+constexpr bool IsCurrent(TStateWord dwState, uint32_t nGeneration) {
+  return (dwState & 0xFFFFu) == StateWord(kActive, nGeneration);
 }
-constexpr unsigned State(TStateWord wState) { return wState & 0xFFu; }
-constexpr unsigned Generation(TStateWord wState) { return wState >> 8u; }
 
 struct TTimerCell {
   std::atomic<timer_t> hTimer{};
   std::atomic<TTimerFunc> pfnCallback{};
-  std::atomic<TStateWord> wState{};
+  std::atomic<TStateWord> dwState{};
 };
 
 struct TTimerArray {
@@ -73,7 +76,7 @@ static_assert(std::atomic<timer_t>::is_always_lock_free && std::atomic<TTimerFun
 static_assert(offsetof(TTimerArray, byCount) == 2 && offsetof(TTimerArray, bOneShot) == 4 &&
               offsetof(TTimerArray, pfnDefault) == 8);
 static_assert(offsetof(TTimerCell, pfnCallback) == sizeof(timer_t) &&
-              offsetof(TTimerCell, wState) == sizeof(timer_t) + sizeof(TTimerFunc));
+              offsetof(TTimerCell, dwState) == sizeof(timer_t) + sizeof(TTimerFunc));
 static_assert(sizeof(TTimerArray) % alignof(TTimerCell) == 0, "the cells stand right behind the head");
 
 constinit std::atomic<TTimerArray *> g_apArray[kMaxArrays];
@@ -165,10 +168,10 @@ TTimerArray *NewArray(int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int n
 
 // Ends what the cell holds and deletes its timer; the result of that is nobody's business.
 void Release(TTimerCell &cell) {
-  TStateWord wState = cell.wState;
-  while (State(wState) != kIdle) {
+  TStateWord dwState = cell.dwState;
+  while (State(dwState) != kIdle) {
     const timer_t hTimer = cell.hTimer;
-    if (cell.wState.compare_exchange_weak(wState, StateWord(kIdle, Generation(wState)))) {
+    if (cell.dwState.compare_exchange_weak(dwState, StateWord(kIdle, Arming(dwState)))) {
       timer_delete(hTimer);
       return;
     }
@@ -226,7 +229,8 @@ int Timer_Set(const uint16_t *pwAryNo, uint32_t nAryIdx, uint32_t dwPeriodMs, TT
   if (puCell == nullptr) return Fail(kSet, kOutOfRange, nAryIdx, puArray->byCount);
   Release(*puCell);
 
-  const TSignalValue value{nAryIdx, *pwAryNo, (Generation(puCell->wState) + 1u) & 0xFFu};
+  const uint32_t nArming = Arming(puCell->dwState) + 1;
+  const TSignalValue value{nAryIdx, *pwAryNo, nArming & 0xFFu};
   timer_t hTimer{};
   if (CreateTimer(*puArray, value, &hTimer) != 0) return Fail(kSet, kTimerCall, nAryIdx, puArray->byCount);
   puCell->hTimer = hTimer;
@@ -235,14 +239,14 @@ int Timer_Set(const uint16_t *pwAryNo, uint32_t nAryIdx, uint32_t dwPeriodMs, TT
   // The cell is active before its timer runs. The other way round, an expiry between the two would be taken for a
   // late one: the handler would delete the timer, and the cell would then be active for ever without one. The
   // kernel's own locks order this store before anything that the started timer does, on every processor.
-  TStateWord wState = StateWord(kActive, value.nGeneration);
-  puCell->wState = wState;
+  TStateWord dwState = StateWord(kActive, nArming);
+  puCell->dwState = dwState;
   if (StartTimer(hTimer, dwPeriodMs) == 0) return 1;
 
   // When the word has changed, a late signal came in between and has disarmed the cell, timer and all: the start
   // had nothing left to start. That is how such a signal ends any arming, and no failure of this one.
   // Kept: a timer that really could not be started is not deleted; the cell holds it until it is used again.
-  if (!puCell->wState.compare_exchange_strong(wState, StateWord(kUnstarted, value.nGeneration))) return 1;
+  if (!puCell->dwState.compare_exchange_strong(dwState, StateWord(kUnstarted, nArming))) return 1;
   return Fail(kSet, kSetTime, nAryIdx, puArray->byCount);
 }
 
@@ -252,24 +256,24 @@ int Timer_Del(const uint16_t *pwAryNo, uint32_t nAryIdx) {
   TTimerCell *puCell = puArray->Find(nAryIdx);
   if (puCell == nullptr) return Fail(kDel, kOutOfRange, nAryIdx, puArray->byCount);
 
-  TStateWord wState = puCell->wState;
-  TStateWord wIdle = 0;
+  TStateWord dwState = puCell->dwState;
+  TStateWord dwIdle = 0;
   timer_t hTimer{};
   do {
-    if (State(wState) != kActive) return 1;
+    if (State(dwState) != kActive) return 1;
     hTimer = puCell->hTimer;
-    wIdle = StateWord(kIdle, Generation(wState));
-  } while (!puCell->wState.compare_exchange_weak(wState, wIdle));
+    dwIdle = StateWord(kIdle, Arming(dwState));
+  } while (!puCell->dwState.compare_exchange_weak(dwState, dwIdle));
   if (timer_delete(hTimer) == 0) return 1;
 
-  puCell->wState.compare_exchange_strong(wIdle, wState);  // it still has its timer
+  puCell->dwState.compare_exchange_strong(dwIdle, dwState);  // it still has its timer
   return Fail(kDel, kTimerCall, nAryIdx, puArray->byCount);
 }
 
 int Timer_IsActive(const uint16_t *pwAryNo, uint32_t nAryIdx) {
   TTimerArray *puArray = FindArray(pwAryNo);
   const TTimerCell *puCell = puArray != nullptr ? puArray->Find(nAryIdx) : nullptr;
-  return puCell != nullptr && State(puCell->wState) == kActive ? 1 : 0;
+  return puCell != nullptr && State(puCell->dwState) == kActive ? 1 : 0;
 }
 
 void Timer_DelAll(const uint16_t *pwAryNo) {
@@ -294,21 +298,21 @@ void Timer_OnSignal(int /*nSignal*/, siginfo_t *pInfo, void * /*pContext*/) {
   TTimerCell *puCell = puArray->Find(value.nAryIdx);
   if (puCell == nullptr) return;
 
-  TStateWord wState = puCell->wState;
-  TStateWord wNext = 0;
+  TStateWord dwState = puCell->dwState;
+  TStateWord dwNext = 0;
   timer_t hTimer{};
   TTimerFunc pfnCallback = nullptr;
   bool bCurrent = false;
   do {
-    if (State(wState) == kIdle) return;  // what armed it has ended, and the timer with it
+    if (State(dwState) == kIdle) return;  // what armed it has ended, and the timer with it
     hTimer = puCell->hTimer;
     pfnCallback = puCell->pfnCallback;
-    bCurrent = wState == StateWord(kActive, value.nGeneration);
+    bCurrent = IsCurrent(dwState, value.nGeneration);
     // Kept: a signal of an earlier arming disarms the cell, which has been armed again since.
     const bool bStays = bCurrent && puArray->bOneShot == 0;
-    wNext = bStays ? wState : StateWord(kIdle, Generation(wState));
-  } while (!puCell->wState.compare_exchange_weak(wState, wNext));
+    dwNext = bStays ? dwState : StateWord(kIdle, Arming(dwState));
+  } while (!puCell->dwState.compare_exchange_weak(dwState, dwNext));
 
-  if (wNext != wState) timer_delete(hTimer);
+  if (dwNext != dwState) timer_delete(hTimer);
   if (bCurrent && pfnCallback != nullptr) pfnCallback(value.nAryIdx);
 }

@@ -1,6 +1,7 @@
 #include "ipc/TimerCalls.h"
 
 #include <cerrno>
+#include <mutex>
 #include <utility>
 
 #include "support/FaultInjection.h"
@@ -82,6 +83,8 @@ int __wrap_timer_delete(timer_t timer) {
 
 int __wrap_sigaction(int number, const struct sigaction *action, struct sigaction *old) {
   if (action != nullptr) {
+    static std::mutex several;  // tests make arrays in several threads
+    const std::lock_guard lock(several);
     Calls().actionSignal = number;
     Calls().action = *action;
   }
