@@ -5,12 +5,11 @@
 //
 //  - Table: an array is complete before its entry is published (release), and the handler reads the entry before
 //    it looks inside (acquire). Head and cell count never change afterwards.
-//  - Cell: state and generation are one atomic word, which decides everything else. Only the main flow leaves the
-//    state kIdle. It writes timer and callback while the cell is idle and then stores the armed state, so whoever
-//    sees the armed state sees what belongs to it.
-//  - Whoever changes the word from a state with a timer to kIdle owns that timer and deletes it: every timer is
-//    deleted once, although handlers and the main flow may try together. (A second delete would be an error at
-//    best; a C library that keeps a heap block behind timer_t would free it twice.)
+//  - Cell: its flags and its generation are one atomic word, which decides everything else. Timer_Set writes timer
+//    and callback while no flag is set, and sets the flags last: whoever sees them sees what belongs to them.
+//  - Whoever takes the flags away owns the timer and deletes it, so every timer is deleted once although handlers
+//    and the main flow may try together. (A second delete would be an error at best; a C library that keeps a heap
+//    block behind timer_t would free it twice.) Only a timer that is just being started is left to Timer_Set.
 //  - Timer and callback are read before the compare-exchange that acts on the word. It succeeds only when the word
 //    has not changed since, so they belong to that very arming: the word counts armings in 24 bits, and nobody
 //    arms a cell 16 million times within those few instructions.
@@ -38,22 +37,24 @@ namespace {
 constexpr std::size_t kMaxArrays = 64;
 constexpr uint16_t kNoArray = 0xFFFF;
 
-enum TCellState : uint32_t {
-  kIdle = 0,      // no timer
-  kActive = 1,    // armed
-  kUnstarted = 2  // not armed, but holds a timer that could not be started
-};
+// A cell's flags. Without any it has no timer.
+constexpr uint32_t kActive = 1;     // armed
+constexpr uint32_t kUnstarted = 2;  // not armed, but holds a timer that could not be started
+constexpr uint32_t kStarting = 4;   // Timer_Set is at work on the timer; nobody else may delete it
 
-// What a cell is in, in one word: the state in the low byte, where the device has its active flag, and above it how
+// What a cell is in, in one word: the flags in the low byte, where the device has its active flag, and above it how
 // often the cell has been armed. The lowest byte of that is the generation, which is all that a signal can carry.
 using TStateWord = uint32_t;
 
-constexpr TStateWord StateWord(TCellState eState, uint32_t nArming) { return eState | nArming << 8; }
-constexpr uint32_t State(TStateWord dwState) { return dwState & 0xFFu; }
+constexpr TStateWord StateWord(uint32_t dwFlags, uint32_t nArming) { return dwFlags | nArming << 8; }
 constexpr uint32_t Arming(TStateWord dwState) { return dwState >> 8; }
+constexpr bool IsActive(TStateWord dwState) { return (dwState & kActive) != 0; }
+constexpr bool IsEnded(TStateWord dwState) { return (dwState & (kActive | kUnstarted)) == 0; }
 constexpr bool IsCurrent(TStateWord dwState, uint32_t nGeneration) {
-  return (dwState & 0xFFFFu) == StateWord(kActive, nGeneration);
+  return IsActive(dwState) && (Arming(dwState) & 0xFFu) == nGeneration;
 }
+constexpr TStateWord Ended(TStateWord dwState) { return dwState & ~(kActive | kUnstarted); }
+constexpr bool HasTimer(TStateWord dwState) { return (dwState & 0xFFu) != 0; }
 
 struct TTimerCell {
   std::atomic<timer_t> hTimer{};
@@ -77,6 +78,7 @@ static_assert(offsetof(TTimerArray, byCount) == 2 && offsetof(TTimerArray, bOneS
               offsetof(TTimerArray, pfnDefault) == 8);
 static_assert(offsetof(TTimerCell, pfnCallback) == sizeof(timer_t) &&
               offsetof(TTimerCell, dwState) == sizeof(timer_t) + sizeof(TTimerFunc));
+static_assert(sizeof(void *) != 4 || (sizeof(TTimerArray) == 12 && sizeof(TTimerCell) == 12), "the device's sizes");
 static_assert(sizeof(TTimerArray) % alignof(TTimerCell) == 0, "the cells stand right behind the head");
 
 constinit std::atomic<TTimerArray *> g_apArray[kMaxArrays];
@@ -169,9 +171,9 @@ TTimerArray *NewArray(int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int n
 // Ends what the cell holds and deletes its timer; the result of that is nobody's business.
 void Release(TTimerCell &cell) {
   TStateWord dwState = cell.dwState;
-  while (State(dwState) != kIdle) {
+  while (HasTimer(dwState)) {
     const timer_t hTimer = cell.hTimer;
-    if (cell.dwState.compare_exchange_weak(dwState, StateWord(kIdle, Arming(dwState)))) {
+    if (cell.dwState.compare_exchange_weak(dwState, StateWord(0, Arming(dwState)))) {
       timer_delete(hTimer);
       return;
     }
@@ -239,15 +241,14 @@ int Timer_Set(const uint16_t *pwAryNo, uint32_t nAryIdx, uint32_t dwPeriodMs, TT
   // The cell is active before its timer runs. The other way round, an expiry between the two would be taken for a
   // late one: the handler would delete the timer, and the cell would then be active for ever without one. The
   // kernel's own locks order this store before anything that the started timer does, on every processor.
-  TStateWord dwState = StateWord(kActive, nArming);
+  TStateWord dwState = StateWord(kActive | kStarting, nArming);
   puCell->dwState = dwState;
-  if (StartTimer(hTimer, dwPeriodMs) == 0) return 1;
-
-  // When the word has changed, a late signal came in between and has disarmed the cell, timer and all: the start
-  // had nothing left to start. That is how such a signal ends any arming, and no failure of this one.
-  // Kept: a timer that really could not be started is not deleted; the cell holds it until it is used again.
-  if (!puCell->dwState.compare_exchange_strong(dwState, StateWord(kUnstarted, nArming))) return 1;
-  return Fail(kSet, kSetTime, nAryIdx, puArray->byCount);
+  const bool bStarted = StartTimer(hTimer, dwPeriodMs) == 0;
+  // Kept: a timer that could not be started is not deleted; the cell holds it until it is used again.
+  const TStateWord dwNext = StateWord(bStarted ? kActive : kUnstarted, nArming);
+  // When the word has changed, a signal has ended this arming already and has left the timer to us.
+  if (!puCell->dwState.compare_exchange_strong(dwState, dwNext)) Release(*puCell);
+  return bStarted ? 1 : Fail(kSet, kSetTime, nAryIdx, puArray->byCount);
 }
 
 int Timer_Del(const uint16_t *pwAryNo, uint32_t nAryIdx) {
@@ -257,23 +258,22 @@ int Timer_Del(const uint16_t *pwAryNo, uint32_t nAryIdx) {
   if (puCell == nullptr) return Fail(kDel, kOutOfRange, nAryIdx, puArray->byCount);
 
   TStateWord dwState = puCell->dwState;
-  TStateWord dwIdle = 0;
   timer_t hTimer{};
   do {
-    if (State(dwState) != kActive) return 1;
+    if (!IsActive(dwState)) return 1;
     hTimer = puCell->hTimer;
-    dwIdle = StateWord(kIdle, Arming(dwState));
-  } while (!puCell->dwState.compare_exchange_weak(dwState, dwIdle));
-  if (timer_delete(hTimer) == 0) return 1;
+  } while (!puCell->dwState.compare_exchange_weak(dwState, Ended(dwState)));
+  if ((dwState & kStarting) != 0 || timer_delete(hTimer) == 0) return 1;
 
-  puCell->dwState.compare_exchange_strong(dwIdle, dwState);  // it still has its timer
+  TStateWord dwEnded = Ended(dwState);
+  puCell->dwState.compare_exchange_strong(dwEnded, dwState);  // it still has its timer
   return Fail(kDel, kTimerCall, nAryIdx, puArray->byCount);
 }
 
 int Timer_IsActive(const uint16_t *pwAryNo, uint32_t nAryIdx) {
   TTimerArray *puArray = FindArray(pwAryNo);
   const TTimerCell *puCell = puArray != nullptr ? puArray->Find(nAryIdx) : nullptr;
-  return puCell != nullptr && State(puCell->dwState) == kActive ? 1 : 0;
+  return puCell != nullptr && IsActive(puCell->dwState) ? 1 : 0;
 }
 
 void Timer_DelAll(const uint16_t *pwAryNo) {
@@ -304,15 +304,15 @@ void Timer_OnSignal(int /*nSignal*/, siginfo_t *pInfo, void * /*pContext*/) {
   TTimerFunc pfnCallback = nullptr;
   bool bCurrent = false;
   do {
-    if (State(dwState) == kIdle) return;  // what armed it has ended, and the timer with it
+    if (IsEnded(dwState)) return;  // and its timer has gone with it
     hTimer = puCell->hTimer;
     pfnCallback = puCell->pfnCallback;
     bCurrent = IsCurrent(dwState, value.nGeneration);
     // Kept: a signal of an earlier arming disarms the cell, which has been armed again since.
     const bool bStays = bCurrent && puArray->bOneShot == 0;
-    dwNext = bStays ? dwState : StateWord(kIdle, Arming(dwState));
+    dwNext = bStays ? dwState : Ended(dwState);
   } while (!puCell->dwState.compare_exchange_weak(dwState, dwNext));
 
-  if (dwNext != dwState) timer_delete(hTimer);
+  if (dwNext != dwState && (dwState & kStarting) == 0) timer_delete(hTimer);
   if (bCurrent && pfnCallback != nullptr) pfnCallback(value.nAryIdx);
 }

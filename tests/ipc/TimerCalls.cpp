@@ -61,12 +61,17 @@ int __wrap_timer_create(clockid_t clock, sigevent *event, timer_t *timer) {
 }
 
 int __wrap_timer_settime(timer_t timer, int flags, const itimerspec *times, itimerspec *old) {
-  if (devsupport::test::Fails("timer_settime", EINVAL)) return -1;
+  if (devsupport::test::MustFail("timer_settime")) {
+    devsupport::test::RunOnce(Calls().failingSettime);
+    errno = EINVAL;
+    return -1;
+  }
   Calls().settimeFlags = flags;
   Calls().times = *times;
   Calls().wantedOldTimes = old != nullptr;
   devsupport::test::RunOnce(Calls().beforeSettime);
   const int result = __real_timer_settime(timer, flags, times, old);
+  if (result != 0) ++Calls().settimeErrors;
   const int error = errno;
   devsupport::test::RunOnce(Calls().afterSettime);
   errno = error;

@@ -16,6 +16,7 @@ struct TimerCalls {
   std::atomic<int> created{0};            // timer_create that succeeded
   std::atomic<int> deleted{0};            // timer_delete that succeeded
   std::atomic<int> deleteErrors{0};       // timer_delete that the kernel refused: of a timer that was gone already
+  std::atomic<int> settimeErrors{0};      // timer_settime that the kernel refused: of a timer that was gone already
   std::atomic<std::size_t> allocated{0};  // bytes asked of malloc last
   clockid_t clock = -1;
   sigevent event{};
@@ -29,6 +30,7 @@ struct TimerCalls {
   std::function<void()> afterCreate;
   std::function<void()> beforeSettime;
   std::function<void()> afterSettime;
+  std::function<void()> failingSettime;  // at one that FailCall makes fail
   std::function<void()> beforeDelete;
 
   uint32_t SignalValue() const { return static_cast<uint32_t>(event.sigev_value.sival_int); }

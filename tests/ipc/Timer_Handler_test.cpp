@@ -330,6 +330,31 @@ TEST_F(TimerHandler, LateSignalBeforeTheTimerStarts_DisarmsTheCellAndIsNoFailure
   EXPECT_EQ(g_calls, 0);
 }
 
+TEST_F(TimerHandler, LateSignalBeforeAStartThatFails_LeavesNoTimer) {
+  const uint16_t array = Make(1, kOneShot, Count);
+  Timer_Set(&array, 0, kHourMs, nullptr);
+  CapturedOutput err(stderr);
+  const FailCall fail("timer_settime", 1);
+  Calls().failingSettime = [array] { Deliver(SignalValue(0, array, 1)); };
+  EXPECT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 0);
+  EXPECT_EQ(err.Take(), "Timer_Set: timer_settime() failed! [Invalid argument]\n");
+  EXPECT_EQ(Calls().deleted, 2);
+}
+
+TEST_F(TimerHandler, CallbackBeforeSetReturns_MayDisarmItsOwnCell) {
+  const uint16_t array = Make(1, kRepeating, DisarmOwnCell);
+  g_array = array;
+  Calls().afterSettime = [array] {
+    Deliver(SignalValue(0, array, 1));
+    Deliver(SignalValue(0, array, 1));
+  };
+  EXPECT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 1);
+  EXPECT_EQ(g_calls, 1);
+  EXPECT_EQ(g_delInCallback, 1);
+  EXPECT_EQ(Timer_IsActive(&array, 0), 0);
+  EXPECT_EQ(Calls().deleted, 1);
+}
+
 TEST_F(TimerHandler, LateSignalWhileTheTimerIsMade_FindsTheCellInactive) {
   const uint16_t array = Make(1, kOneShot, Count);
   Timer_Set(&array, 0, kHourMs, nullptr);

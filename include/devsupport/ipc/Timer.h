@@ -84,7 +84,8 @@ void Timer_DestroyAry(const uint16_t *pwAryNo);
 #ifdef SI_QUEUE /* strict C shows siginfo_t only with a feature macro such as _GNU_SOURCE */
 /// The handler behind all arrays: runs the callback of the cell that the signal's value names. Installed by
 /// Timer_CreateAry; a signal queued by hand (sigqueue) is treated like an expiry. A value that names no array or no
-/// cell of it is ignored; one of an earlier arming disarms the cell and calls nothing.
+/// cell of it is ignored; one of an earlier arming disarms the cell and calls nothing. A signal without a value
+/// (kill) counts as value 0.
 /// nSignal    in      not used
 /// pInfo      in      its si_value holds the cell in bits 0-17, the array in 18-23, the generation in 24-31
 /// pContext   in      not used
