@@ -4,27 +4,23 @@
 
 /* L0: diagnostics, number parsing and text editing, IPC primitives */
 #include <devsupport/diag/Diagnostics.h>
+#include <devsupport/diag/LogFile.h>
+#include <devsupport/ipc/MessageQueue.h>
+#include <devsupport/ipc/Semaphore.h>
+#include <devsupport/ipc/ShareMem.h>
+#include <devsupport/ipc/ThreadMutex.h>
+#include <devsupport/ipc/Timer.h>
 #include <devsupport/text/BuildStamp.h>
 #include <devsupport/text/NumberParsing.h>
 #include <devsupport/text/StringEdit.h>
 
 /* L1: tokenizer, containers, shared ring, local addresses */
-#include <devsupport/text/StrTok.h>
-#include <devsupport/text/StrTokConvert.h>
-#include <devsupport/text/StrTokScan.h>
-#include <devsupport/diag/LogFile.h>
-#include <devsupport/ipc/ThreadMutex.h>
-
-/* L1: tokenizer, containers, shared ring, local addresses */
 #include <devsupport/container/AllotArray.h>
 #include <devsupport/container/MyHash.h>
 #include <devsupport/container/MyQueue.h>
-#include <devsupport/ipc/Semaphore.h>
-#include <devsupport/ipc/ShareMem.h>
-
-/* L1: tokenizer, containers, shared ring, local addresses */
 #include <devsupport/ipc/MyShareMemory.h>
-#include <devsupport/ipc/MessageQueue.h>
-#include <devsupport/ipc/Timer.h>
+#include <devsupport/text/StrTok.h>
+#include <devsupport/text/StrTokConvert.h>
+#include <devsupport/text/StrTokScan.h>
 
 #endif
