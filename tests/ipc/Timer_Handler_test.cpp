@@ -544,6 +544,7 @@ TEST_F(TimerHandler, RandomScript_AgainstHandlersThatNeverRest) {
   SCOPED_TRACE(SeedHint(seed));
   const uint16_t arrays[] = {Make(kCells, kOneShot), Make(kCells, kRepeating)};
   std::atomic<uint32_t> newest[2][kCells] = {};
+  std::atomic<unsigned> lateEvery{4};
   std::atomic<int> running{0};
   std::atomic<bool> stop{false};
   const auto handle = [&](uint64_t ownSeed) {
@@ -552,7 +553,7 @@ TEST_F(TimerHandler, RandomScript_AgainstHandlersThatNeverRest) {
     while (!stop) {
       const std::size_t array = random() % 2;
       const std::size_t cell = random() % kCells;
-      const uint32_t generation = newest[array][cell] - (random() % 4 == 0 ? 1u : 0u);
+      const uint32_t generation = newest[array][cell] - (random() % lateEvery == 0 ? 1u : 0u);
       siginfo_t info{};
       info.si_value.sival_int = SignalValue(static_cast<uint32_t>(cell), arrays[array], generation & 0xFFu);
       Timer_OnSignal(TimerSignal(), &info, nullptr);
@@ -563,16 +564,20 @@ TEST_F(TimerHandler, RandomScript_AgainstHandlersThatNeverRest) {
   std::thread second(handle, seed + 2);
   while (running < 2) std::this_thread::yield();
   std::mt19937_64 random(seed);
-  for (int step = 0; step < 30'000; ++step) {
+  for (int step = 0; step < 100'000; ++step) {
+    if (step == 50'000) lateEvery = 64;
     const std::size_t array = random() % 2;
     const auto cell = static_cast<uint32_t>(random() % kCells);
     if (random() % 4 == 0) {
       EXPECT_EQ(Timer_Del(&arrays[array], cell), 1);
       continue;
     }
-    // Some of the signals come before the arming that they belong to.
-    newest[array][cell] = (newest[array][cell] + 1) & 0xFFu;
+    const uint32_t generation = (newest[array][cell] + 1) & 0xFFu;
+    // First the signals come while Timer_Set is at work; later, afterwards too, when they race each other.
+    const bool early = step < 50'000 || random() % 2 == 0;
+    if (early) newest[array][cell] = generation;
     EXPECT_EQ(Timer_Set(&arrays[array], cell, kHourMs, Count), 1);
+    newest[array][cell] = generation;
   }
   stop = true;
   first.join();
