@@ -8,10 +8,15 @@ namespace devsupport {
 
 class CharSet {
  public:
+  /// Without an initializer the set is not even empty: CharSet set{} makes it so.
+  CharSet() = default;
+
   /// Bytes of 0x80 and above are no members of any set.
+  static constexpr bool CanHold(char c) { return static_cast<unsigned char>(c) < 0x80; }
+
   constexpr void Add(char c) {
     const auto byValue = static_cast<unsigned char>(c);
-    if (byValue < 0x80) aBits_[byValue >> 3] |= static_cast<std::uint8_t>(1U << (byValue & 7U));
+    if (CanHold(c)) aBits_[byValue >> 3] |= static_cast<std::uint8_t>(1U << (byValue & 7U));
   }
   constexpr void AddRange(char cFirst, char cLast) {
     for (char c = cFirst; c <= cLast; ++c) Add(c);
@@ -22,8 +27,14 @@ class CharSet {
     return (dwBits >> (byValue & 7U) & 1U) != 0;
   }
 
+  /// First member in p .. pEnd; pEnd or beyond when there is none.
+  constexpr const char *Find(const char *p, const char *pEnd) const {
+    while (p < pEnd && !Has(*p)) ++p;
+    return p;
+  }
+
  private:
-  std::array<std::uint8_t, 32> aBits_{};
+  std::array<std::uint8_t, 32> aBits_;
 };
 
 inline constexpr std::uint32_t kDigits = 1;

@@ -106,7 +106,8 @@ Span TokenSpanEx(const TStrTok &uTok, std::uint32_t bWithLeadingDelim, std::uint
   return InsideSource(uTok, pBegin, bUpToCursor != 0 ? uTok.pCur : uTok.pTokEnd);
 }
 
-std::int32_t CopyToken(const TStrTok &uTok, Span token, char *pBuf, std::int32_t nBufSize, std::int32_t *pnLen) {
+inline std::int32_t CopyToken(const TStrTok &uTok, Span token, char *pBuf, std::int32_t nBufSize,
+                              std::int32_t *pnLen) {
   const bool bLive = uTok.pCur != nullptr;
   const std::int32_t nCopied = __TrimCopy(token.pBegin, pBuf, bLive ? token.Length() : 0, nBufSize, uTok.bTrim);
   if (pnLen != nullptr) *pnLen = nCopied;

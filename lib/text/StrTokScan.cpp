@@ -1,6 +1,7 @@
 // The tokenizer's scans by sets of characters.
 
 #include <devsupport/detail/text/StrTokScan.h>
+#include <devsupport/private/text/CharPair.h>
 #include <devsupport/private/text/CharSet.h>
 #include <devsupport/private/text/StrTokCore.h>
 #include <devsupport/text/StrTokScan.h>
@@ -54,7 +55,7 @@ const char *RunLimit(const char *p, const char *pEnd, std::int32_t nRoom) {
 
 /// Finds a run of wanted characters; nCount is its length.
 /// Kept: the counter goes on over runs that were too short, so nCount covers them as well, and the run that makes up
-/// nMin is taken. Callers that ask for several characters have been tuned to that.
+/// nMin is taken. Callers that ask for several characters count on it.
 const char *__FindChar_byTbl(const char *p, const char *pEnd, std::int32_t nMin, std::int32_t nMax, bool bWant,
                              const CharSet &uSet, std::int32_t &nCount) {
   if (nMax < nMin) nMax = kNoLimit;
@@ -90,6 +91,39 @@ bool FindRun(TStrTok &uTok, const CharSet &uSet, bool bWant, std::int32_t nMin, 
   NoteDelimiter(uTok, nCount);
   SetPosFound(uTok, pRun, nCount);
   return true;
+}
+
+/// One step of every list. The set is a CharPair or a CharSet.
+template <typename Set>
+bool FindDelimiter(TStrTok &uTok, const Set &uSet, bool bWholeRun) {
+  const char *const pFound = uSet.Find(uTok.pCur, uTok.pSrcEnd);
+  if (pFound >= uTok.pSrcEnd) return false;
+  const char *pBehind = pFound + 1;
+  while (bWholeRun && pBehind < uTok.pSrcEnd && uSet.Has(*pBehind)) ++pBehind;
+  const auto nLen = static_cast<std::int32_t>(pBehind - pFound);
+  NoteDelimiter(uTok, nLen);
+  SetPosFound(uTok, pFound, nLen);
+  return true;
+}
+
+/// The rest of a list, in which no delimiter is left.
+std::int32_t LastField(TStrTok &uTok, bool bCanEmpty) {
+  return bCanEmpty ? Match2EndCanEmpty(uTok) : TStrTok_Match2End(&uTok);
+}
+
+/// Neighbouring delimiters are consumed together unless the empty fields between them count.
+template <typename Set>
+std::int32_t GoDelimit(TStrTok &uTok, const Set &uSet, bool bCanEmpty) {
+  while (FindDelimiter(uTok, uSet, !bCanEmpty)) {
+    if (bCanEmpty || uTok.pTok < uTok.pTokEnd) return 1;
+  }
+  return LastField(uTok, bCanEmpty);
+}
+
+/// Whether a set of delimiters, which is not empty, is one or two characters.
+bool IsPair(const char *pDelimiters) {
+  if (!CharSet::CanHold(pDelimiters[0])) return false;
+  return pDelimiters[1] == '\0' || (CharSet::CanHold(pDelimiters[1]) && pDelimiters[2] == '\0');
 }
 
 }  // namespace
@@ -146,11 +180,11 @@ std::int32_t TStrTok_MatchNotAnyChar(TStrTok *puTok, std::uint32_t dwClasses, co
 
 std::int32_t TStrTok_GoDelimit_AnyChar(TStrTok *puTok, const char *pDelimiters, std::uint32_t bCanEmpty) {
   if (puTok->pCur == nullptr) return 0;
-  const ScanSet set(0, pDelimiters);
-  // Runs of delimiters are consumed whole unless the fields between them count.
-  const std::int32_t nMax = bCanEmpty != 0 ? 1 : kNoLimit;
-  while (!set.IsNothing() && FindRun(*puTok, set.Get(), true, 1, nMax)) {
-    if (bCanEmpty != 0 || puTok->pTok < puTok->pTokEnd) return 1;
+  if (pDelimiters == nullptr || *pDelimiters == '\0') return LastField(*puTok, bCanEmpty != 0);
+  if (IsPair(pDelimiters)) {
+    const char cSecond = pDelimiters[1] != '\0' ? pDelimiters[1] : pDelimiters[0];
+    return GoDelimit(*puTok, CharPair(pDelimiters[0], cSecond), bCanEmpty != 0);
   }
-  return bCanEmpty != 0 ? Match2EndCanEmpty(*puTok) : TStrTok_MatchLen(puTok, 0);
+  const ScanSet set(0, pDelimiters);
+  return GoDelimit(*puTok, set.Get(), bCanEmpty != 0);
 }

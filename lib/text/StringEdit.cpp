@@ -58,7 +58,7 @@ void StrInsert(char *pText, std::int32_t nPos, const char *pInsert, std::int32_t
   const auto uWanted = static_cast<std::size_t>(nPos);
   const std::size_t uPos = uWanted < uLength ? uWanted : uLength;
   std::memmove(pText + uPos + uInsert, pText + uPos, uLength - uPos + 1);
-  std::memcpy(pText + uPos, pInsert, uInsert);
+  std::memcpy(pText + uPos, pInsert, uInsert);  // NOLINT(bugprone-not-null-terminated-result): the NUL was moved
 }
 
 void StrToUpper(char *pText) { ShiftLetters(pText, 'a', 'z', -kCaseBit); }

@@ -93,7 +93,7 @@ class Script {
     // Without a NUL the length must be given, and a length of 0 would mean strlen.
     terminated_ = Coin();
     std::string text(Below(24) + (terminated_ ? 0 : 1), '\0');
-    for (char &c : text) c = "ab1,;,A \t\x80"[Below(terminated_ ? 10 : 11)];
+    for (char &c : text) c = "ab1,;,A \t-:\xac\x80"[Below(terminated_ ? 13 : 14)];
     block_ = std::make_unique<char[]>(text.size() + (terminated_ ? 1 : 0));
     std::copy(text.begin(), text.end(), block_.get());
     if (terminated_) block_[text.size()] = '\0';

@@ -367,4 +367,24 @@ TEST(GoDelimitAnyChar, ListWithLongFields_IsSplitAtEveryPosition) {
   }
 }
 
+TEST(GoDelimitAnyChar, NoOtherByte_IsTakenForADelimiter) {
+  for (int value = 0; value < 256; ++value) {
+    const char c = static_cast<char>(value);
+    if (c == ',' || c == ';') continue;
+    const std::string field(9, c);
+    Tokenizer t(field + "," + field + ";" + field);
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(TStrTok_GoDelimit_AnyChar(&t.tok, ",;", 1), 1) << value;
+      EXPECT_EQ(t.Token(), field) << value;
+    }
+  }
+}
+
+TEST(GoDelimitAnyChar, OneDelimiterOrMany_SplitAlike) {
+  EXPECT_EQ(FieldsOf("aaaaaaaaaaa,b,;c", ",", true), (List{"aaaaaaaaaaa", "b", ";c"}));
+  EXPECT_EQ(FieldsOf("aaaaaaaaaaa,b:;c", ",;:", true), (List{"aaaaaaaaaaa", "b", "", "c"}));
+  EXPECT_EQ(FieldsOf("aaaaaaaaaaa,b:;c", ",;:", false), (List{"aaaaaaaaaaa", "b", "c"}));
+  EXPECT_EQ(FieldsOf("a\xac,b\xac", ",\xac", true), (List{"a\xac", "b\xac"}));
+}
+
 }  // namespace
