@@ -73,6 +73,8 @@ int CellCount(const TMyQueue &uQue) {
 
 int Capacity(const TMyQueue &uQue) { return uQue.nCellCount - 1; }
 
+// What follows is forced into both ways of Locked: another thread waits for every call that is made under the mutex.
+
 // Steps over the cell at the put end. Returns it.
 unsigned char *AdvancePut(TMyQueue &uQue) {
   unsigned char *pCell = uQue.pPut;
@@ -97,7 +99,7 @@ unsigned char *AdvanceGet(TMyQueue &uQue) {
   CopyBytes(pCell + kCellHeadBytes, pMsg, wBytes);
 }
 
-int Push(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
+[[gnu::always_inline]] inline int Push(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
   if (IsFull(uQue)) {
     return 0;
   }
@@ -118,7 +120,7 @@ int PushOverwrite(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
   return bLoss ? 0 : 1;
 }
 
-int Get(TMyQueue &uQue, void *pBuf, std::uint32_t *pdwBytes, CellLength wMaxBytes) {
+[[gnu::always_inline]] inline int Get(TMyQueue &uQue, void *pBuf, std::uint32_t *pdwBytes, CellLength wMaxBytes) {
   if (IsEmpty(uQue)) {
     if (pdwBytes != nullptr) *pdwBytes = 0;
     return 0;
