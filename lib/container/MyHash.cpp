@@ -178,7 +178,7 @@ int TMyHash_Create(TMyHash *puHash, const char *pDebugName, int nBucketCnt, int 
 
 TMyHashBucketFunc TMyHash_SetHashFunc(TMyHash *puHash, TMyHashBucketFunc fnHash) {
   puHash->fnHash = fnHash;
-  return fnHash;
+  return fnHash;  // Kept: the function just installed, not the one before it.
 }
 
 uint32_t TMyHash_KeyToIdx(const TMyHash *puHash, const void *pKey, int nKeyLen) {
@@ -199,6 +199,7 @@ void *TMyHash_Find(const TMyHash *puHash, const void *pArg, int *pnSlot) {
   return EntryOf(*puHash, nFound);
 }
 
+// Kept: no comparison, the same entry can be there twice.
 int TMyHash_Add(TMyHash *puHash, const void *pData, int *pnSlot) {
   TellSlot(pnSlot, kNoSlot);
   PrefetchFreeSlot(*puHash);
