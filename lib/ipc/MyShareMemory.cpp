@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cstring>
 
+using devsupport::BeginCell;
+using devsupport::RingCell;
 using devsupport::RingCursor;
 using devsupport::RingEnd;
 using devsupport::RingLock;
@@ -41,29 +43,31 @@ void __FillSlot(const TShmQueue &que, uint8_t *pSlot, const void *pData, uint16_
 namespace devsupport {
 
 void EmptyRing(const TShmQueue &que) {
+  // Between the two cursors' steps the ring would show cells that were taken long ago; with a write index that is no
+  // slot it counts as empty, also for those who come after a process that died here.
+  StoreInOrder(SharedIndex(que, RingEnd::Write), kBeyondEverySlot);
   StoreCursor(que, RingEnd::Read, {0, 0});
   StoreCursor(que, RingEnd::Write, {0, 0});
 }
 
-OverwritingCell BeginOverwrite(const TShmQueue &que) {
+RingCell BeginCell(const TShmQueue &que) {
   RingCursor write{0, 0};
-  uint32_t dwReadIdx = 0;
-  const bool bUsable = LoadCursor(que, RingEnd::Write, &write) && LoadIndex(que, RingEnd::Read, &dwReadIdx);
+  RingCursor read{0, 0};
+  const bool bUsable = LoadCursor(que, RingEnd::Write, &write) && LoadCursor(que, RingEnd::Read, &read);
   if (!bUsable) [[unlikely]] {
     EmptyRing(que);
-    write = {0, 0};
+    write = read = {0, 0};
   }
-  return {que.cells + write.dwOffset, Successor(que, write), !bUsable};
+  const RingCursor behind = Successor(que, write);
+  return {que.cells + write.dwOffset, behind, behind.dwIdx == read.dwIdx, !bUsable, read};
 }
 
-int PublishOverwrite(const TShmQueue &que, const OverwritingCell &cell) {
-  RingCursor read{};
-  const bool bFull = LoadCursor(que, RingEnd::Read, &read) && read.dwIdx == cell.behind.dwIdx;
+int PublishOverwriting(const TShmQueue &que, const RingCell &cell) {
   // The oldest cell goes before the newest comes: with the write cursor ahead, a writer killed between the two steps
   // would leave a full ring looking empty.
-  if (bFull) StoreCursor(que, RingEnd::Read, Successor(que, read));
-  StoreCursor(que, RingEnd::Write, cell.behind);
-  return bFull || cell.bLostAll ? 0 : 1;
+  if (cell.bFull) StoreCursor(que, RingEnd::Read, Successor(que, cell.oldest));
+  Publish(que, cell);
+  return cell.bFull || cell.bLostAll ? 0 : 1;
 }
 
 }  // namespace devsupport
@@ -83,14 +87,10 @@ int TShmQueue_Push(TShmQueue *pQue, const void *pData, uint16_t wBytes) {
   if (wBytes == 0) return 0;
 
   const RingLock lock(pQue->semid);
-  RingCursor write{};
-  uint32_t dwReadIdx = 0;
-  if (!LoadCursor(*pQue, RingEnd::Write, &write) || !LoadIndex(*pQue, RingEnd::Read, &dwReadIdx)) return 0;
-  const RingCursor next = Successor(*pQue, write);
-  if (next.dwIdx == dwReadIdx) return 0;
-
-  __FillSlot(*pQue, pQue->cells + write.dwOffset, pData, wBytes);
-  StoreCursor(*pQue, RingEnd::Write, next);
+  const RingCell cell = BeginCell(*pQue);
+  if (cell.bFull) return 0;
+  __FillSlot(*pQue, cell.pSlot, pData, wBytes);
+  Publish(*pQue, cell);
   return 1;
 }
 
@@ -99,11 +99,11 @@ int TShmQueue_PushOverwrite(TShmQueue *pQue, const void *pData, uint16_t wBytes)
   if (wBytes == 0) return 0;
 
   const RingLock lock(pQue->semid);
-  const devsupport::OverwritingCell cell = devsupport::BeginOverwrite(*pQue);
+  const RingCell cell = BeginCell(*pQue);
   // Kept: the cell is published before its payload is there. Its length is 0 until then, so that who peeks without
   // the lock, or comes after a writer that died here, sees no bytes of an older cell.
   devsupport::StoreSlotLength(cell.pSlot, 0);
-  const int nResult = devsupport::PublishOverwrite(*pQue, cell);
+  const int nResult = PublishOverwriting(*pQue, cell);
   __FillSlot(*pQue, cell.pSlot, pData, wBytes);
   return nResult;
 }

@@ -16,6 +16,8 @@ namespace devsupport {
 inline constexpr uint32_t kRingHeadBytes = 256;
 /// Bytes of a slot before its payload.
 inline constexpr uint32_t kSlotLengthBytes = 4;
+/// No slot has this number, and none begins at this offset.
+inline constexpr uint32_t kBeyondEverySlot = UINT32_MAX;
 
 /// Takes a semaphore, as often as it needs when signals interrupt the wait.
 inline bool LockThroughSignals(int32_t nSemId) {
@@ -109,7 +111,6 @@ inline uint32_t &SharedOffset(const TShmQueue &que, RingEnd end) {
 ///
 /// so who finds the offset beyond every slot knows that it does not belong to the index, and computes it afresh.
 inline void StoreCursor(const TShmQueue &que, RingEnd end, const RingCursor &cursor) {
-  constexpr uint32_t kBeyondEverySlot = UINT32_MAX;
   StoreInOrder(SharedOffset(que, end), kBeyondEverySlot);
   StoreInOrder(SharedIndex(que, end), cursor.dwIdx);
   StoreInOrder(SharedOffset(que, end), cursor.dwOffset);
@@ -136,26 +137,33 @@ inline int32_t CellsBetween(const TShmQueue &que, uint32_t dwReadIdx, uint32_t d
   return nCells >= 0 ? nCells : que.nSlotCount + nCells;
 }
 
-/// Puts both cursors to slot 0. Holds the lock: the caller.
+/// Empties the ring: both cursors go to slot 0. The caller holds the lock.
 void EmptyRing(const TShmQueue &que);
 
-/// The next cell of a ring that makes room by losing the oldest one; one mechanism for every writer that never waits.
+/// The cell that the next push fills; one mechanism for every writer. The caller holds the lock from begin to publish.
 ///
-///     RingLock lock(que.semid);
-///     const OverwritingCell cell = BeginOverwrite(que);
-///     ... fill cell.pSlot: length word (StoreSlotLength), then up to the cell size of payload ...
-///     PublishOverwrite(que, cell);
+///     const RingLock lock(que.semid);
+///     const RingCell cell = BeginCell(que);
+///     ... fill cell.pSlot: the length word (StoreSlotLength), then at most the cell size of payload ...
+///     PublishOverwriting(que, cell);
 ///
-/// Until it is published, the cell is in nobody's sight and a writer that dies leaves the ring as it was.
-struct OverwritingCell {
-  uint8_t *pSlot;     ///< the slot to fill, always a valid one
+/// Until it is published, the cell is in nobody's sight, and a writer that dies leaves the ring as it was.
+struct RingCell {
+  uint8_t *pSlot;     ///< the slot to fill, valid whatever the segment holds
   RingCursor behind;  ///< where the write cursor goes
+  bool bFull;         ///< publishing must drop the oldest cell first
   bool bLostAll;      ///< the ring was unusable and has been emptied
+  RingCursor oldest;  ///< where the read cursor stands
 };
 
-OverwritingCell BeginOverwrite(const TShmQueue &que);
+/// An unusable ring is emptied first: nobody can tell any more which of its slots held cells.
+RingCell BeginCell(const TShmQueue &que);
 
-/// Returns 1 when nothing was lost for the cell, 0 when the oldest one was dropped or the ring had to be emptied.
-int PublishOverwrite(const TShmQueue &que, const OverwritingCell &cell);
+/// Publishes a filled cell of a ring that has room.
+inline void Publish(const TShmQueue &que, const RingCell &cell) { StoreCursor(que, RingEnd::Write, cell.behind); }
+
+/// Publishes a filled cell; a full ring loses its oldest one for it.
+/// Returns 1 when nothing was lost, 0 when the oldest cell was dropped or the ring had to be emptied.
+int PublishOverwriting(const TShmQueue &que, const RingCell &cell);
 
 }  // namespace devsupport

@@ -14,14 +14,15 @@ DEVSUPPORT_BEGIN_API
  * signal interrupts is taken up again, and what could not be taken is not given back. When the semaphore cannot be
  *           had at all (semid is -1 or the set was removed), the operation runs unlocked and says nothing.
  * Death     A process that dies in an operation blocks nobody: the kernel frees the semaphore, and the cursors are
- *           whole. A push is lost or complete; a PushOverwrite may leave one cell of length 0 as the newest.
- * Trust     Everybody may write the segment, so nothing in it is believed. The geometry is the record's own. A read
- * or write index that is no slot number makes the ring look empty to Get, GetCount and the peek operations and full
- * to Push; PushOverwrite and Clear empty it and make it usable again. An offset beyond the last slot is replaced by
- * the one that the index stands for. No operation touches memory outside the segment and the caller's buffer,
- * whatever the segment holds. Threads   The semaphore keeps threads apart as it keeps processes apart; the peek
- * cursor in the record is the one thing that it does not protect: peek in one thread for each record. Signals   No
- * operation may be called in a signal handler: the semaphore may be held by what was interrupted.
+ *           whole. An operation of a dead process is done or not done; a PushOverwrite may have dropped the oldest
+ * cell and not come further, or leave the newest with length 0. Trust     Everybody may write the segment, so nothing
+ * in it is believed. The geometry is the record's own. A read or write index that is no slot number makes the ring
+ * look empty to Get, GetCount and the peek operations and full to Push; PushOverwrite and Clear empty it and make it
+ * usable again. An offset beyond the last slot is replaced by the one that the index stands for. No operation touches
+ * memory outside the segment and the caller's buffer, whatever the segment holds. Threads   The semaphore keeps
+ * threads apart as it keeps processes apart; the peek cursor in the record is the one thing that it does not protect:
+ * peek in one thread for each record. Signals   No operation may be called in a signal handler: the semaphore may be
+ * held by what was interrupted.
  */
 
 /// Start of the segment; its fields stand in detail/ipc/MyShareMemory.h and docs/formats.md.
