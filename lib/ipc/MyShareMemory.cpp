@@ -5,6 +5,7 @@
 
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/ipc/MyShareMemory.h>
+#include <devsupport/ipc/Semaphore.h>
 #include <devsupport/private/diag/StandardAssert.h>
 #include <devsupport/private/ipc/RingAccess.h>
 

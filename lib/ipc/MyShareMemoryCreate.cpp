@@ -6,6 +6,7 @@
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/diag/Diagnostics.h>
 #include <devsupport/ipc/MyShareMemory.h>
+#include <devsupport/ipc/Semaphore.h>
 #include <devsupport/private/ipc/RingAccess.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>

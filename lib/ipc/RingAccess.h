@@ -4,7 +4,7 @@
 
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/ipc/MyShareMemory.h>
-#include <devsupport/ipc/Semaphore.h>
+#include <devsupport/private/ipc/SemaphoreOperation.h>
 
 #include <atomic>
 #include <cerrno>
@@ -21,7 +21,7 @@ inline constexpr uint32_t kBeyondEverySlot = UINT32_MAX;
 
 /// Takes a semaphore, as often as it needs when signals interrupt the wait.
 inline bool LockThroughSignals(int32_t nSemId) {
-  while (Semaphore_Lock(nSemId) == 0) {
+  while (!OperateSemaphore(nSemId, kTakeSemaphore)) {
     if (errno != EINTR) return false;
   }
   return true;
@@ -42,7 +42,7 @@ class RingLock {
   int Release() {
     if (!bHeld_) return 0;
     bHeld_ = false;
-    return Semaphore_Unlock(nSemId_);
+    return OperateSemaphore(nSemId_, kGiveSemaphore) ? 1 : 0;
   }
   /// Leaves the semaphore held when the guard goes.
   void Keep() { bHeld_ = false; }

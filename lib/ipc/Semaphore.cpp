@@ -1,6 +1,7 @@
 // The lock between processes: thin calls on a System V semaphore set that holds exactly one semaphore.
 
 #include <devsupport/ipc/Semaphore.h>
+#include <devsupport/private/ipc/SemaphoreOperation.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
@@ -15,12 +16,6 @@ union SemctlArgument {
   struct semid_ds *buf;
   unsigned short *array;
 };
-
-// SEM_UNDO is what keeps a crashed holder from blocking everybody else.
-int __Operate(int32_t nSemId, short nChange) {
-  sembuf operation{0, nChange, SEM_UNDO};
-  return ::semop(nSemId, &operation, 1) == 0 ? 1 : 0;
-}
 
 }  // namespace
 
@@ -43,6 +38,10 @@ int32_t Semaphore_Create(int32_t nKey) {
 int Semaphore_Close(int32_t nSemId) { return ::semctl(nSemId, 0, IPC_RMID) != -1 ? 1 : 0; }
 
 // Kept: one call. A wait that a signal interrupts is a failed lock; who needs it retried does so himself.
-int Semaphore_Lock(int32_t nSemId) { return __Operate(nSemId, -1); }
+int Semaphore_Lock(int32_t nSemId) {
+  return devsupport::OperateSemaphore(nSemId, devsupport::kTakeSemaphore) ? 1 : 0;
+}
 
-int Semaphore_Unlock(int32_t nSemId) { return __Operate(nSemId, +1); }
+int Semaphore_Unlock(int32_t nSemId) {
+  return devsupport::OperateSemaphore(nSemId, devsupport::kGiveSemaphore) ? 1 : 0;
+}

@@ -3,11 +3,10 @@
 // by blanks.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -22,38 +21,42 @@ using devsupport::test::Child;
 using devsupport::test::CountIpcObjects;
 using devsupport::test::RunInPrivateIpc;
 
-std::vector<std::string> Programs() {
+struct Program {
+  std::string path;
+  std::string Name() const { return path.substr(path.rfind('/') + 1); }
+};
+
+void PrintTo(const Program &program, std::ostream *out) { *out << program.Name(); }
+
+std::vector<Program> Programs() {
   std::istringstream paths(DEVSUPPORT_IPC_TESTS);
-  std::vector<std::string> programs;
-  for (std::string path; paths >> path;) programs.push_back(path);
+  std::vector<Program> programs;
+  for (std::string path; paths >> path;) programs.push_back({path});
   return programs;
 }
 
-int RunProgram(const std::string &program) {
+int RunProgram(const std::string &path) {
   Child child([&]() -> int {
     ::unsetenv("GTEST_OUTPUT");
-    ::execl(program.c_str(), program.c_str(), "--gtest_brief=1", nullptr);
+    ::execl(path.c_str(), path.c_str(), "--gtest_brief=1", nullptr);
     return 127;
   });
   return child.Wait();
 }
 
-class LeftBehind : public ::testing::TestWithParam<std::string> {};
+class LeftBehind : public ::testing::TestWithParam<Program> {};
 
 TEST_P(LeftBehind, ByTheTests_IsNothing) {
   if (!CanMakeNamespaces()) GTEST_SKIP() << "needs the right to make IPC namespaces";
   EXPECT_EQ(RunInPrivateIpc([] {
-              EXPECT_EQ(RunProgram(GetParam()), 0);
+              EXPECT_EQ(RunProgram(GetParam().path), 0);
               EXPECT_EQ(CountIpcObjects(), 0);
               return 0;
             }),
             0);
 }
 
-std::string NameOf(const ::testing::TestParamInfo<std::string> &info) {
-  return info.param.substr(info.param.rfind('/') + 1);
-}
-
-INSTANTIATE_TEST_SUITE_P(Of, LeftBehind, ::testing::ValuesIn(Programs()), NameOf);
+INSTANTIATE_TEST_SUITE_P(Of, LeftBehind, ::testing::ValuesIn(Programs()),
+                         [](const auto &program) { return program.param.Name(); });
 
 }  // namespace

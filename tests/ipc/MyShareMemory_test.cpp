@@ -4,8 +4,10 @@
 #include <devsupport/ipc/Semaphore.h>
 #include <sys/time.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <thread>
 
 #include "ipc/RingFixture.h"
 #include "support/CapturedOutput.h"
@@ -203,6 +205,38 @@ TEST_F(Ring, TwoProcesses_PassCellsWholeAndInOrder) {
   }
   EXPECT_EQ(child.Wait(), 0);
 }
+
+// The thread sanitizer does not know that a System V semaphore keeps threads apart.
+#ifndef __SANITIZE_THREAD__
+TEST_F(Ring, ThreadsOfOneRecord_PassCellsWholeAndOnce) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  constexpr int kEach = 5000;
+  std::atomic<int> taken{0};
+  std::atomic<std::int64_t> sum{0};
+  const auto push = [&](int first) {
+    for (int i = first; i < first + kEach; ++i) {
+      while (PushText(ring, std::to_string(i)) == 0) ::sched_yield();
+    }
+  };
+  const auto take = [&] {
+    while (taken < 2 * kEach) {
+      const std::string text = GetText(ring);
+      if (text == "<empty>") continue;
+      sum += std::stoi(text);
+      ++taken;
+    }
+  };
+  std::vector<std::thread> threads;
+  threads.emplace_back(push, 0);
+  threads.emplace_back(push, kEach);
+  threads.emplace_back(take);
+  threads.emplace_back(take);
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_EQ(taken, 2 * kEach);
+  EXPECT_EQ(sum, std::int64_t{2 * kEach} * (2 * kEach - 1) / 2);
+  EXPECT_EQ(SemValue(), 1);
+}
+#endif
 
 TEST_F(Ring, NextIdx_WrapsBehindTheLastSlot) {
   ASSERT_EQ(Create(ring, 2, 8), 1);
