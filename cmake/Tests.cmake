@@ -17,6 +17,6 @@ function(devsupport_test source)
     target_link_options(${target} PRIVATE -Wl,--wrap=${function})
   endforeach()
   gtest_discover_tests(${target}
-    TEST_PREFIX "${area}." DISCOVERY_MODE PRE_TEST
-    PROPERTIES LABELS "${area};${arg_LABELS}" SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+    TEST_PREFIX "${area}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
+    PROPERTIES LABELS "${area};${arg_LABELS}")
 endfunction()
