@@ -44,7 +44,7 @@ void __CheckHeader(std::size_t dwHeadBytes) {
   MyDebugBreak("%s\nfile=%s\nline=%d\n", kHeaderCheckText, kHeaderCheckFile, kHeaderCheckLine);
 }
 
-// False when the segment's size does not fit in 32 bits; then no slot number needs more than 31 bits either.
+// False when the segment's size does not fit in 32 bits. When it does, slot numbers fit in 30: a slot has 4 bytes.
 bool __Measure(int32_t nUserBytes, uint32_t dwCellCount, uint16_t wCellSize, Geometry *pGeometry) {
   if (nUserBytes < 0) return false;
   const uint64_t qwUserBytes =
@@ -118,7 +118,7 @@ bool __IsUntouched(int32_t nSemId) {
 long __MsSince(const timespec &start) {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC, &now);
-  return (now.tv_sec - start.tv_sec) * 1000 + (now.tv_nsec - start.tv_nsec) / kNsPerMs;
+  return static_cast<long>(now.tv_sec - start.tv_sec) * 1000 + (now.tv_nsec - start.tv_nsec) / kNsPerMs;
 }
 
 // A creator makes the semaphore and gives it its value in two calls. One that dies between them leaves a lock that
@@ -186,7 +186,7 @@ int TShmQueue_Create(int32_t nShareKey, int32_t nSemKey, uint32_t dwCellCount, u
   __FillPlaces(pQue, pSegment, geometry);
 
   // Only who holds the lock knows that an uninitialised segment has no living creator.
-  if (opt.bNewCreated == 0 && bHeld && __IsUnfinished(*pQue, geometry)) opt.bNewCreated = 1;
+  if (opt.bNewCreated == 0 && lock.Held() && __IsUnfinished(*pQue, geometry)) opt.bNewCreated = 1;
   if (opt.bNewCreated != 0) {
     __InitialiseHeader(*pQue, geometry);
   } else if (!__Matches(*pQue->header, geometry)) {

@@ -43,7 +43,7 @@ class Traced {
 
   /// Goes on to the next instruction (PTRACE_SINGLESTEP) or system call (PTRACE_SYSCALL); false at the end.
   bool Step(__ptrace_request kind) {
-    if (*done_.operator->() || !WIFSTOPPED(status_)) return false;
+    if (*done_ || !WIFSTOPPED(status_)) return false;
     ::ptrace(kind, child_.Pid(), nullptr, nullptr);
     ::waitpid(child_.Pid(), &status_, 0);
     return WIFSTOPPED(status_);

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <memory>
 
 #include "ipc/RingFixture.h"
 #include "ipc/RingMessage.h"

@@ -21,6 +21,7 @@ class SharedBlock {
   SharedBlock &operator=(const SharedBlock &) = delete;
 
   T *operator->() const { return block_; }
+  T &operator*() const { return *block_; }
 
  private:
   void *map_;
