@@ -8,22 +8,22 @@
 
 DEVSUPPORT_BEGIN_API
 
-/* What holds for the whole family:
- *
- * Lock      Operations that read or move the ring's cursors take its semaphore for one cell copy. A wait that a
- * signal interrupts is taken up again, and what could not be taken is not given back. When the semaphore cannot be
- *           had at all (semid is -1 or the set was removed), the operation runs unlocked and says nothing.
- * Death     A process that dies in an operation blocks nobody: the kernel frees the semaphore, and the cursors are
- *           whole. An operation of a dead process is done or not done; a PushOverwrite may have dropped the oldest
- * cell and not come further, or leave the newest with length 0. Trust     Everybody may write the segment, so nothing
- * in it is believed. The geometry is the record's own. A read or write index that is no slot number makes the ring
- * look empty to Get, GetCount and the peek operations and full to Push; PushOverwrite and Clear empty it and make it
- * usable again. An offset beyond the last slot is replaced by the one that the index stands for. No operation touches
- * memory outside the segment and the caller's buffer, whatever the segment holds. Threads   The semaphore keeps
- * threads apart as it keeps processes apart; the peek cursor in the record is the one thing that it does not protect:
- * peek in one thread for each record. Signals   No operation may be called in a signal handler: the semaphore may be
- * held by what was interrupted.
- */
+/// What holds for the whole family
+///
+/// Lock       Operations that read or move the ring's cursors take its semaphore for one cell copy. A wait that a
+///            signal interrupts is taken up again, and what could not be taken is not given back. When the semaphore
+///            cannot be had at all (semid is -1, or the set was removed), the operation runs unlocked and says
+///            nothing.
+/// Death      A process that dies inside an operation blocks nobody: the kernel frees the semaphore. Its operation is
+///            done or not done; a PushOverwrite may also have dropped the oldest cell and come no further, or have
+///            left the newest with length 0. A ring that was half made is finished by the next creator.
+/// Trust      Everybody may write the segment, so nothing in it is believed. The geometry is the record's own. A read
+///            or write index that is no slot number makes the ring count as empty; the next push starts it afresh. An
+///            offset beyond the last slot is replaced by the one that the index stands for. No operation touches
+///            memory outside the segment and the caller's buffer, whatever the segment holds.
+/// Threads    The semaphore keeps threads apart as it keeps processes apart; the peek cursor in the record is the one
+///            thing that it does not protect: peek in one thread for each record.
+/// Signals    No operation may be called in a signal handler: what was interrupted may hold the semaphore.
 
 /// Start of the segment; its fields stand in detail/ipc/MyShareMemory.h and docs/formats.md.
 struct _U_ShmQueue_SHM_VARI;
@@ -121,7 +121,7 @@ int TShmQueue_PushOverwrite(TShmQueue *pQue, const void *pData, uint16_t wBytes)
 /// pBuf       out     at most wBufBytes bytes of payload, never more than the cell size; untouched when empty
 /// pdwBytes   out     the stored length in bytes as the slot has it, even when less was copied; 0 when empty; may be
 ///                    NULL. A slot that somebody scribbled over can name more than the cell size.
-/// wBufBytes  in      room in pBuf in bytes; 0: the buffer holds a whole cell
+/// wBufBytes  in      room in pBuf in bytes; 0: no limit, the buffer holds a whole cell
 /// Returns    1 a cell was taken, 0 the ring was empty.       Prints  nothing.
 /// Lock       the semaphore, for one copy.
 /// Cost       constant plus the copy, no allocation.
@@ -138,24 +138,25 @@ int32_t TShmQueue_GetCount(TShmQueue *pQue);
 
 /// Puts this record's peek cursor on a cell.
 /// pQue       in,out  the ring
-/// nPosition  in      0 the oldest cell, 1 the next one ...; -1 the newest, -2 the one before ...; not below minus the
-///                    number of cells
+/// nPosition  in      0 the oldest cell, 1 the next one ...; -1 the newest, -2 the one before ...; not below minus
+///                    the number of cells
 /// Returns    1 there is such a cell; 0 there is none and the cursor stands at the oldest.    Prints  nothing.
 int TShmQueue_PeekInit(TShmQueue *pQue, int32_t nPosition);
 
 /// Steps from older to newer cells.
 /// pQue       in,out  the ring
-/// ppSlot     out     the slot under the cursor: a 32-bit length, then the payload; untouched at the end. Neither needs
-///                    to be aligned, and the length is what stands in shared memory: do not trust it beyond the cell
-///                    size.
+/// ppSlot     out     the slot under the cursor: a 32-bit length, then the payload; untouched at the end. Neither
+///                    needs to be aligned, and the length is what stands in shared memory: do not trust it beyond
+///                    the cell size.
 /// Returns    the slot's payload; NULL when the cursor stands behind the newest cell.         Prints  nothing.
 void *TShmQueue_PeekNext(TShmQueue *pQue, void **ppSlot);
 
 /// Steps from newer to older cells.
 /// pQue       in,out  the ring
 /// ppSlot     out     as for TShmQueue_PeekNext
-/// Returns    the slot's payload; NULL when the cursor stands before the oldest cell. With the cursor behind the newest
-///            cell of a ring that is not full, the first step shows the free slot there.      Prints  nothing.
+/// Returns    the slot's payload; NULL when the cursor stands before the oldest cell. With the cursor behind the
+///            newest cell of a ring that is not full, the first step shows the free slot there.
+/// Prints     nothing.
 void *TShmQueue_PeekPrev(TShmQueue *pQue, void **ppSlot);
 
 DEVSUPPORT_END_API

@@ -9,7 +9,7 @@ DEVSUPPORT_BEGIN_API
 
 /// Finds the semaphore of a key, or makes it: mode 0666, one semaphore, value 1 = free, 0 = held.
 /// nKey       in      System V key
-/// Returns    the identifier, -1 when the set can neither be made nor found, or not be set to 1 (it is removed again).
+/// Returns    the identifier; -1 when the set can neither be made nor found, or not be set to 1 (it is removed then).
 ///            The value of a set that was there already is left alone: who holds it goes on holding it.
 /// Prints     nothing; errno tells why.
 /// Races      the first of several starters makes the set; the others wait in their first lock until it is free.
