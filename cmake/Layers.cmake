@@ -83,7 +83,7 @@ function(devsupport_library)
     set_target_properties(${library} PROPERTIES OUTPUT_NAME devsupport LINKER_LANGUAGE C)
     target_include_directories(${library} PUBLIC
       "$<BUILD_INTERFACE:${DEVSUPPORT_INCLUDE_DIR}>" "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
-    target_link_libraries(${library} PRIVATE $<BUILD_INTERFACE:devsupport_settings>)
+    target_link_libraries(${library} PRIVATE $<BUILD_INTERFACE:devsupport_settings> ${DEVSUPPORT_STORE_LIBRARY})
   endforeach()
   set_target_properties(devsupport_shared PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})

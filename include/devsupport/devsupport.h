@@ -23,4 +23,9 @@
 #include <devsupport/text/StrTokConvert.h>
 #include <devsupport/text/StrTokScan.h>
 
+/* L3: configuration store */
+#include <devsupport/db/BerkeleyDB.h>
+#include <devsupport/db/DbParam.h>
+#include <devsupport/db/DbRecord.h>
+
 #endif

@@ -1,0 +1,176 @@
+// Cursors: the single step that callers ask for, and the walk of the prefix search.
+
+#include <db.h>
+#include <devsupport/db/BerkeleyDB.h>
+#include <devsupport/db/DbRecord.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string_view>
+
+#include "DbText.h"
+#include "Operation.h"
+
+namespace devsupport::store {
+
+namespace {
+
+// What a step of BerkDb_CursorGet may fill.
+constexpr std::int32_t kStepBytes = 256;
+
+// One field of a search result takes a text and cuts it.
+template <std::size_t kWidth>
+void CopyText(char (&szField)[kWidth], const DBT &record) {
+  const std::string_view text = First(TextOf(Bytes(record)), kWidth - 1);
+  if (!text.empty()) std::memcpy(szField, text.data(), text.size());
+  szField[text.size()] = '\0';
+}
+
+// The walk over the records with a prefix, on a table or on an index of the phone book.
+class PrefixWalk {
+ public:
+  PrefixWalk(DB *pDb, std::string_view prefix, std::span<TDbFindRec> records)
+      : pDb_(pDb), prefix_(prefix), records_(records), bIndex_(pDb == g_uDb.stb_pb || pDb == g_uDb.stb_1_pb) {}
+
+  /// Walks from the start. Returns 0, or the library's result when there is no cursor or a conflict.
+  int Run();
+
+  /// Whether the last run found more than there is room for.
+  bool IsFull() const { return bFull_; }
+
+  /// Records filled by the last run.
+  std::size_t Found() const { return dwFound_; }
+
+ private:
+  int Walk(DBC *pCursor);
+  int Step(DBC *pCursor, std::uint32_t dwOperation);
+  bool Matches() const;
+  void Keep(TDbFindRec &found) const;
+
+  DB *pDb_;
+  std::string_view prefix_;
+  std::span<TDbFindRec> records_;
+  bool bIndex_;
+  std::size_t dwFound_ = 0;
+  bool bFull_ = false;
+
+  // Kept: a record that does not fit here ends the walk as if the table ended.
+  char szKey_[sizeof TDbFindRec::szKey] = {};
+  char szPrimary_[sizeof TDbFindRec::szKey] = {};
+  char szData_[sizeof TDbFindRec::szData] = {};
+  DBT key_ = {};
+  DBT primary_ = {};
+  DBT data_ = {};
+};
+
+int PrefixWalk::Run() {
+  DBC *pCursor = nullptr;
+  if (const int nResult = pDb_->cursor(pDb_, nullptr, &pCursor, 0); nResult != 0) return nResult;
+  const int nResult = Walk(pCursor);
+  const int nClosed = pCursor->close(pCursor);
+  if (nClosed != 0) Report(pDb_, nClosed);
+  return nResult;
+}
+
+int PrefixWalk::Walk(DBC *pCursor) {
+  dwFound_ = 0;
+  bFull_ = false;
+  // An empty prefix is before every key of a table that runs upwards, but behind those of "tb_dm".
+  std::uint32_t dwOperation = prefix_.empty() ? kStepFirst : kStepToRange;
+  for (;; dwOperation = kStepNext) {
+    const int nResult = Step(pCursor, dwOperation);
+    if (IsConflict(nResult)) return nResult;
+    if (nResult != 0 || !Matches()) return 0;
+    bFull_ = dwFound_ == records_.size();
+    if (bFull_) return 0;
+    Keep(records_[dwFound_++]);
+  }
+}
+
+int PrefixWalk::Step(DBC *pCursor, std::uint32_t dwOperation) {
+  key_ = OutputRecord(szKey_, sizeof szKey_);
+  primary_ = OutputRecord(szPrimary_, sizeof szPrimary_);
+  data_ = OutputRecord(szData_, sizeof szData_);
+  if (dwOperation == kStepToRange) {
+    // Kept: the terminator is part of what is looked for, so a key without one that ends where the prefix ends is
+    // passed over.
+    std::memcpy(szKey_, prefix_.data(), prefix_.size());
+    szKey_[prefix_.size()] = '\0';
+    key_.size = static_cast<std::uint32_t>(prefix_.size() + 1);
+  }
+  return bIndex_ ? pCursor->pget(pCursor, &key_, &primary_, &data_, dwOperation)
+                 : pCursor->get(pCursor, &key_, &data_, dwOperation);
+}
+
+bool PrefixWalk::Matches() const { return TextOf(Bytes(key_)).starts_with(prefix_); }
+
+void PrefixWalk::Keep(TDbFindRec &found) const {
+  // Kept: without an index, the field for its key is left as the caller had it.
+  if (bIndex_) CopyText(found.szSecondKey, key_);
+  CopyText(found.szKey, bIndex_ ? primary_ : key_);
+  CopyText(found.szData, data_);
+}
+
+}  // namespace
+
+}  // namespace devsupport::store
+
+using namespace devsupport::store;  // NOLINT(google-build-using-namespace): the store's own
+
+int BerkDb_CursorGet(struct __db *pDb, struct __dbc **ppCursor, char *pKey, int32_t nKeyBytes, char *pBuf,
+                     int32_t nBufBytes, uint32_t dwFlags, int *pnResult) {
+  *ppCursor = nullptr;
+  if (pDb == nullptr) return BERKDB_NO_TABLE;
+  int nStep = 0;
+  RunInside([&] {
+    DBC *pCursor = nullptr;
+    const int nResult = pDb->cursor(pDb, nullptr, &pCursor, 0);
+    if (nResult != 0) {
+      if (pCursor != nullptr) pCursor->close(pCursor);
+      return nResult;
+    }
+    DBT key = OutputRecord(pKey, kStepBytes);
+    key.size = static_cast<std::uint32_t>(std::max<std::int32_t>(nKeyBytes, 0));
+    DBT value = OutputRecord(pBuf, nBufBytes < 1 ? kStepBytes : std::min(nBufBytes, kStepBytes));
+    nStep = pCursor->get(pCursor, &key, &value, dwFlags);
+    if (IsConflict(nStep)) {
+      pCursor->close(pCursor);
+      return nStep;
+    }
+    *ppCursor = pCursor;
+    return 0;
+  });
+  if (*ppCursor == nullptr) return BERKDB_NO_CURSOR;
+  *pnResult = nStep;
+  return BERKDB_OK;
+}
+
+int BerkDb_CursorClose(struct __dbc *pCursor) {
+  if (pCursor == nullptr) return 1;
+  DB *pDb = pCursor->dbp;
+  const int nResult = RunInside([&] { return pCursor->close(pCursor); });
+  if (nResult == 0) return 1;
+  Report(pDb, nResult);
+  return 0;
+}
+
+int BerkDb_FindPrefix(struct __db *pDb, const char *pPrefix, TDbFindRec *pRecs, int32_t *pnCount) {
+  if (pDb == nullptr) return BERKDB_NO_TABLE;
+  if (pPrefix == nullptr || pRecs == nullptr || pnCount == nullptr || *pnCount < 1) return BERKDB_REFUSED;
+  const std::string_view prefix(pPrefix);
+  if (prefix.size() >= sizeof TDbFindRec::szKey) {
+    *pnCount = 0;
+    return BERKDB_OK;
+  }
+  PrefixWalk walk(pDb, prefix, {pRecs, static_cast<std::size_t>(*pnCount)});
+  const int nResult = RunInside([&] { return walk.Run(); });
+  if (nResult != 0) {
+    Report(pDb, nResult);
+    return BERKDB_ERROR;
+  }
+  if (walk.IsFull()) return BERKDB_BUFFER_SMALL;
+  *pnCount = static_cast<int32_t>(walk.Found());
+  return BERKDB_OK;
+}

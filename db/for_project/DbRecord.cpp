@@ -1,0 +1,150 @@
+// Reads, writes and deletes single records.
+
+#include <db.h>
+#include <devsupport/db/BerkeleyDB.h>
+#include <devsupport/db/DbRecord.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "Environment.h"
+#include "Operation.h"
+#include "RecordKey.h"
+
+namespace devsupport::store {
+
+int CodeOf(DB *pDb, int nResult) {
+  switch (nResult) {
+    case 0:
+      return BERKDB_OK;
+    case kNotFound:
+      return BERKDB_NOT_FOUND;
+    case kBufferSmall:
+      return BERKDB_BUFFER_SMALL;
+    default:
+      Report(pDb, nResult);
+      return BERKDB_ERROR;
+  }
+}
+
+void Report(DB *pDb, int nResult) { pDb->err(pDb, nResult, "%s", db_strerror(nResult)); }
+
+void PrintResult(int nResult) { std::fprintf(stderr, "(%d) %s\n", nResult, db_strerror(nResult)); }
+
+namespace {
+
+bool IsPhoneBook(const DB *pDb) { return pDb == g_uDb.tb_pb; }
+
+bool IsPhoneBookIndex(const DB *pDb) { return pDb == g_uDb.stb_pb || pDb == g_uDb.stb_1_pb; }
+
+// Reads into the caller's buffer. Returns the library's result.
+int ReadRecord(DB *pDb, const RecordKey &key, char *pBuf, std::int32_t nBufBytes) {
+  if (key.Error() != 0) return key.Error();
+  DBT record = key.Record();
+  DBT value = OutputRecord(pBuf, nBufBytes);
+  const int nResult = RunInside([&] { return pDb->get(pDb, nullptr, &record, &value, 0); });
+  if (nResult == 0) Terminate(value);
+  return nResult;
+}
+
+// Lets old log files go, when enough has been written since the last time. The change is safe without it, so what
+// becomes of it does not matter to the caller.
+void CheckpointWhenDue() {
+  if (g_pEnv != nullptr) g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);
+}
+
+enum class Flush : bool { kNo, kYes };
+
+// Writes the table to its file after a change that went well.
+int Finish(DB *pDb, int nResult, Flush flush) {
+  if (nResult != 0) return nResult;
+  if (flush == Flush::kYes) nResult = pDb->sync(pDb, 0);
+  CheckpointWhenDue();
+  return nResult;
+}
+
+int WriteRecord(DB *pDb, const RecordKey &key, const void *pData, std::size_t dwBytes, Flush flush) {
+  if (key.Error() != 0) return key.Error();
+  if ((pData == nullptr && dwBytes != 0) || dwBytes > INT32_MAX) return EINVAL;
+  DBT record = key.Record();
+  DBT value = InputRecord(pData, static_cast<std::uint32_t>(dwBytes));
+  return RunInside([&] { return Finish(pDb, pDb->put(pDb, nullptr, &record, &value, 0), flush); });
+}
+
+int WriteText(DB *pDb, const RecordKey &key, const char *pValue) {
+  if (pValue == nullptr) return EINVAL;
+  return WriteRecord(pDb, key, pValue, std::strlen(pValue) + 1, Flush::kYes);
+}
+
+// The writing operations know one failure only, and say it twice.
+int CodeOfWrite(DB *pDb, int nResult) {
+  if (nResult == 0) return BERKDB_OK;
+  Report(pDb, nResult);
+  PrintResult(nResult);
+  return BERKDB_ERROR;
+}
+
+}  // namespace
+
+}  // namespace devsupport::store
+
+using namespace devsupport::store;  // NOLINT(google-build-using-namespace): the store's own
+
+int BerkDb_Get(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes) {
+  if (pDb == nullptr) return BERKDB_NO_TABLE;
+  if (IsPhoneBookIndex(pDb) || pBuf == nullptr) return BERKDB_REFUSED;
+  return CodeOf(pDb, ReadRecord(pDb, RecordKey(pKey, IsPhoneBook(pDb)), pBuf, nBufBytes));
+}
+
+int BerkDb_Read(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes) {
+  if (pDb == nullptr) return BERKDB_NO_TABLE;
+  return CodeOf(pDb, ReadRecord(pDb, RecordKey(pKey, RecordKey::kAsItStands), pBuf, nBufBytes));
+}
+
+int BerkDb_GetStr(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes) {
+  return BerkDb_Read(pDb, pKey, pBuf, nBufBytes) == BERKDB_OK ? 1 : 0;
+}
+
+int BerkDb_Put(struct __db *pDb, const char *pKey, const void *pData, int32_t nBytes) {
+  if (pDb == nullptr) return BERKDB_NO_TABLE;
+  const RecordKey key(pKey, RecordKey::kAsItStands);
+  // A negative size becomes one that WriteRecord refuses.
+  return CodeOfWrite(pDb, WriteRecord(pDb, key, pData, static_cast<std::size_t>(nBytes), Flush::kNo));
+}
+
+int BerkDb_Set(struct __db *pDb, const char *pKey, const char *pValue) {
+  if (pDb == nullptr) return BERKDB_NO_TABLE;
+  return CodeOfWrite(pDb, WriteText(pDb, RecordKey(pKey, IsPhoneBook(pDb)), pValue));
+}
+
+int BerkDb_PutStr(struct __db *pDb, const char *pKey, const char *pValue) {
+  if (pDb == nullptr) return 0;
+  return CodeOf(pDb, WriteText(pDb, RecordKey(pKey, RecordKey::kAsItStands), pValue)) == BERKDB_OK ? 1 : 0;
+}
+
+int BerkDb_Del(struct __db *pDb, const char *pKey) {
+  if (pDb == nullptr) return BERKDB_NO_TABLE;
+  const RecordKey key(pKey, IsPhoneBook(pDb));
+  if (key.Error() != 0) return CodeOf(pDb, key.Error());
+  DBT record = key.Record();
+  return CodeOf(pDb, RunInside([&] { return Finish(pDb, pDb->del(pDb, nullptr, &record, 0), Flush::kYes); }));
+}
+
+int BerkDb_PGet(struct __db *pDb, const char *pKey, int32_t nKeyBytes, char *pPrimary, int32_t nPrimaryBytes,
+                char *pBuf, int32_t nBufBytes) {
+  if (pDb == nullptr) return BERKDB_NO_TABLE;
+  if (!IsPhoneBookIndex(pDb) || pPrimary == nullptr || pBuf == nullptr) return BERKDB_REFUSED;
+  if (pKey == nullptr) return CodeOf(pDb, EINVAL);
+  const std::size_t dwKey = nKeyBytes < 1 ? std::strlen(pKey) + 1 : static_cast<std::size_t>(nKeyBytes);
+  DBT key = InputRecord(pKey, static_cast<std::uint32_t>(dwKey));
+  DBT primary = OutputRecord(pPrimary, nPrimaryBytes);
+  DBT value = OutputRecord(pBuf, nBufBytes);
+  const int nResult = RunInside([&] { return pDb->pget(pDb, nullptr, &key, &primary, &value, 0); });
+  if (nResult == 0) {
+    Terminate(primary);
+    Terminate(value);
+  }
+  return CodeOf(pDb, nResult);
+}

@@ -1,0 +1,63 @@
+// The library's messages, and ours about a store that cannot be opened.
+
+#include "OpenReport.h"
+
+#include <devsupport/db/BerkeleyDB.h>
+
+#include <cstdio>
+#include <cstring>
+
+namespace devsupport::store {
+
+namespace {
+
+// Fixed parts of the messages: what stands there is looked for in the field, wherever the code has moved since.
+constexpr char kSource[] = "db/for_project/BerkeleyDB";
+constexpr int kErrCallLine = 149;
+constexpr int kLostCaseLine = 499;
+
+void PrintSource(int nLine) { std::fprintf(stderr, "  \\%s %d\n", kSource, nLine); }
+
+const char *FormatOf(int nCode) {
+  switch (nCode) {
+    case BERKDB_OPEN_CREATE:
+      return "FAIL to create database %s";
+    case BERKDB_OPEN_TABLE:
+      return "FAIL to open database %s";
+    case BERKDB_OPEN_COMPARE:
+      return "FAIL to set btree compare function of database %s";
+    case BERKDB_OPEN_FLAGS:
+      return "FAIL to set flags for secondary database %s";
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+void ReportOpenFailure(DB_ENV *pEnv, DB *pDb, int nCode, int nResult, const char *pTable) {
+  const char *pFormat = FormatOf(nCode);
+  if (pFormat == nullptr) {
+    std::fprintf(stderr, "%s: loss switch case, nCase=%d", "BerkDb_Open", nCode);
+    PrintSource(kLostCaseLine);
+  } else if (pDb != nullptr) {
+    pDb->err(pDb, nResult, pFormat, pTable);
+  } else {
+    pEnv->err(pEnv, nResult, pFormat, pTable);
+  }
+}
+
+}  // namespace devsupport::store
+
+// Kept: the message is its own format, so "%%" is one '%'. It never has values, so every other '%' stands for itself.
+void BerkDb_ErrCall(const struct __db_env * /*pEnv*/, const char * /*pPrefix*/, const char *pMessage) {
+  for (const char *p = pMessage != nullptr ? pMessage : ""; *p != '\0';) {
+    const std::size_t dwPlain = std::strcspn(p, "%");
+    std::fwrite(p, 1, dwPlain, stderr);
+    p += dwPlain;
+    if (*p != '%') continue;
+    std::fputc('%', stderr);
+    p += p[1] == '%' ? 2 : 1;
+  }
+  devsupport::store::PrintSource(devsupport::store::kErrCallLine);
+}

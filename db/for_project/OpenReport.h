@@ -1,0 +1,12 @@
+// What the store says on the error output when it cannot be opened.
+#pragma once
+
+#include <db.h>
+
+namespace devsupport::store {
+
+/// Reports a failed step of BerkDb_Open (BERKDB_OPEN_...) through the table, or through the environment when the table
+/// has no handle. Any other code is a mistake of ours and says so.
+void ReportOpenFailure(DB_ENV *pEnv, DB *pDb, int nCode, int nResult, const char *pTable);
+
+}  // namespace devsupport::store

@@ -1,0 +1,64 @@
+// How every operation on a record goes into the store: through the gate, again when it met somebody's lock, and out
+// with one of the store's own results.
+#pragma once
+
+#include <db.h>
+
+#include "DbLibrary.h"
+#include "StoreGate.h"
+
+namespace devsupport::store {
+
+/// Runs one operation inside the gate, until it meets no other one's lock or the patience is over. The operation
+/// returns the library's result and leaves nothing open. Returns the last result, or why there was no way in.
+template <typename TOperation>
+int RunInside(TOperation operation) {
+  Patience patience;
+  for (;;) {
+    int nResult = 0;
+    {
+      const Inside inside(patience);
+      if (inside.Result() != 0) return inside.Result();
+      nResult = operation();
+    }
+    // Whoever holds the lock needs the gate to give it back: let him in, then try again.
+    if (!IsConflict(nResult) || !patience.Pause()) [[likely]]
+      return nResult;
+  }
+}
+
+/// Translates a library result into the store's; what has no code of its own is reported through the table.
+int CodeOf(DB *pDb, int nResult);
+
+/// Reports a library result through the table, with the library's text.
+void Report(DB *pDb, int nResult);
+
+/// Says a result that was reported already once more, in the short form of the writing operations.
+void PrintResult(int nResult);
+
+/// A record that the library reads from the caller and never writes to.
+inline DBT InputRecord(const void *pData, std::uint32_t dwBytes) {
+  DBT record = {};
+  // The library's record type has no constant data pointer.
+  record.data = const_cast<void *>(pData);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+  record.size = dwBytes;
+  record.flags = kReadOnlyKey;
+  return record;
+}
+
+/// A record that the library fills in the caller's memory; without memory there is no room in it.
+inline DBT OutputRecord(void *pBuf, std::int32_t nBufBytes) {
+  DBT record = {};
+  record.data = pBuf;
+  record.ulen = pBuf != nullptr && nBufBytes > 0 ? static_cast<std::uint32_t>(nBufBytes) : 0;
+  record.flags = kUserMemory;
+  return record;
+}
+
+/// Puts a terminator behind a text that was stored without one, if there is room.
+inline void Terminate(const DBT &record) {
+  char *pText = static_cast<char *>(record.data);
+  if (record.size < record.ulen && (record.size == 0 || pText[record.size - 1] != '\0')) pText[record.size] = '\0';
+}
+
+}  // namespace devsupport::store

@@ -1,0 +1,131 @@
+// The lock around the store's shared memory: a robust mutex in a segment of its own, with a queue in front of it.
+
+#include "StoreGate.h"
+
+#include <db.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+
+namespace devsupport::store {
+
+namespace {
+
+constexpr std::uint32_t kGateReady = 0x47415431;  // "GAT1"
+constexpr long kMsPerSecond = 1000;
+constexpr long kNsPerMs = 1000000;
+constexpr long kNsPerSecond = 1000000000;
+
+// The wait is cut into slices because its end is given in wall-clock time, and that jumps when the device learns
+// what time it is: after each slice the patience, which counts in steady time, decides.
+constexpr long kSliceMs = 500;
+
+bool InitialiseMutex(pthread_mutex_t *pMutex) {
+  pthread_mutexattr_t attributes;
+  if (pthread_mutexattr_init(&attributes) != 0) return false;
+  const bool bDone = pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
+                     pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
+                     pthread_mutex_init(pMutex, &attributes) == 0;
+  pthread_mutexattr_destroy(&attributes);
+  return bDone;
+}
+
+timespec EndOfSlice(long nMs) {
+  timespec end;
+  clock_gettime(CLOCK_REALTIME, &end);
+  end.tv_sec += nMs / kMsPerSecond;
+  end.tv_nsec += nMs % kMsPerSecond * kNsPerMs;
+  if (end.tv_nsec >= kNsPerSecond) {
+    end.tv_nsec -= kNsPerSecond;
+    ++end.tv_sec;
+  }
+  return end;
+}
+
+// Waits for one of the two mutexes. Returns what pthread_mutex_lock would, or ETIMEDOUT.
+int LockWithin(pthread_mutex_t *pMutex, Patience &patience) {
+  for (;;) {
+    const long nLeft = patience.LeftMs();
+    if (nLeft <= 0) return ETIMEDOUT;
+    const timespec end = EndOfSlice(std::min(nLeft, kSliceMs));
+    const int nError = pthread_mutex_timedlock(pMutex, &end);
+    if (nError != ETIMEDOUT) return nError;
+  }
+}
+
+}  // namespace
+
+StoreGate g_gate;
+
+long Patience::LeftMs() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  if (!started_) {
+    started_ = true;
+    start_ = now;
+  }
+  const auto nSeconds = static_cast<long>(now.tv_sec - start_.tv_sec);
+  if (nSeconds > kLimitMs / kMsPerSecond) return 0;
+  return kLimitMs - nSeconds * kMsPerSecond - (now.tv_nsec - start_.tv_nsec) / kNsPerMs;
+}
+
+bool Patience::Pause() {
+  if (LeftMs() <= kPauseMs) return false;
+  const timespec pause = {0, kPauseMs * kNsPerMs};
+  nanosleep(&pause, nullptr);
+  return true;
+}
+
+bool StoreGate::Attach(bool bFirst) {
+  int bCreated = 0;
+  void *pShared = ShareMem_Create(kKey, sizeof(GateRecord), &segment_, &bCreated);
+  if (pShared == nullptr) return false;
+  auto *pRecord = static_cast<GateRecord *>(pShared);
+  if (bFirst || pRecord->dwReady != kGateReady) {
+    pRecord = ::new (pShared) GateRecord{};
+    if (!InitialiseMutex(&pRecord->queue) || !InitialiseMutex(&pRecord->inside)) {
+      int bWasLast = 0;
+      ShareMem_Close(&segment_, 0, &bWasLast);
+      return false;
+    }
+    pRecord->dwReady = kGateReady;
+  }
+  pRecord_ = pRecord;
+  return true;
+}
+
+void StoreGate::Detach() {
+  int bWasLast = 0;
+  if (pRecord_ != nullptr) ShareMem_Close(&segment_, 0, &bWasLast);
+  pRecord_ = nullptr;
+}
+
+// The queue keeps the gate fair: without it, a process that writes in a loop closes the gate again before the one it
+// has just woken up gets there. Only the head of the queue waits at the gate itself, and as long as anybody waits,
+// nobody takes the gate past the queue.
+int StoreGate::EnterQueued(Patience &patience) {
+  pRecord_->dwQueued.fetch_add(1, std::memory_order_relaxed);
+  int nError = LockWithin(&pRecord_->queue, patience);
+  if (nError == EOWNERDEAD) {
+    // It died waiting, before it was inside: nothing is lost but its place.
+    pthread_mutex_consistent(&pRecord_->queue);
+    nError = 0;
+  }
+  if (nError == 0) {
+    nError = LockWithin(&pRecord_->inside, patience);
+    pthread_mutex_unlock(&pRecord_->queue);
+  }
+  pRecord_->dwQueued.fetch_sub(1, std::memory_order_relaxed);
+  return nError == 0 ? 0 : Refusal(nError);
+}
+
+// What to tell a caller who did not get in.
+int StoreGate::Refusal(int nError) {
+  // Unlocked without being made consistent, the gate stays shut for everybody: ENOTRECOVERABLE from here on, until
+  // the next first opener makes a new one.
+  if (nError == EOWNERDEAD) pthread_mutex_unlock(&pRecord_->inside);
+  return nError == EOWNERDEAD || nError == ENOTRECOVERABLE ? DB_RUNRECOVERY : DB_LOCK_NOTGRANTED;
+}
+
+}  // namespace devsupport::store

@@ -1,0 +1,146 @@
+#include "db/Store.h"
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+namespace devsupport::test {
+
+namespace {
+
+struct Output {
+  int status;
+  std::string text;
+};
+
+Output RunCommand(const std::string &command) {
+  std::FILE *pipe = ::popen(command.c_str(), "r");
+  if (pipe == nullptr) throw std::runtime_error("cannot run " + command);
+  std::string text;
+  char buffer[4096];
+  for (std::size_t got = 0; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) text.append(buffer, got);
+  return {::pclose(pipe), text};
+}
+
+std::string FromHex(const std::string &line) {
+  std::string bytes;
+  for (std::size_t i = 1; i + 1 < line.size(); i += 2) {
+    bytes += static_cast<char>(std::stoi(line.substr(i, 2), nullptr, 16));
+  }
+  return bytes;
+}
+
+std::vector<std::string> Lines(const std::string &text) {
+  std::vector<std::string> lines;
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t end = std::min(text.find('\n', start), text.size());
+    lines.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return lines;
+}
+
+std::string CString(const std::string &bytes) { return bytes.substr(0, bytes.find('\0')); }
+
+// The three rules of the indexes, written once more and in another way than in the library.
+std::string StbPbKey(const std::string & /*key*/, const std::string &data) {
+  const std::string text = CString(data);
+  const std::size_t semicolon = text.find(';');
+  return semicolon != std::string::npos ? text.substr(0, semicolon) : data.substr(0, text.size() + 1);
+}
+
+std::string Stb1PbKey(const std::string &key, const std::string & /*data*/) {
+  const std::string rest = key.substr(std::min(key.size(), CString(key).size() + 1));
+  return rest.substr(0, CString(rest).size() + 1);
+}
+
+std::string StbRouteKey(const std::string &key, const std::string & /*data*/) { return key.substr(0, 3); }
+
+}  // namespace
+
+void StoreTest::SetUp() {
+  if (::unshare(CLONE_NEWIPC) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0) {
+    GTEST_SKIP() << "the machine does not let us make a private IPC namespace";
+  }
+  std::string path = std::filesystem::temp_directory_path() / "store-XXXXXX";
+  ASSERT_NE(::mkdtemp(path.data()), nullptr);
+  home_ = path;
+}
+
+void StoreTest::TearDown() {
+  BerkDb_Close();
+  if (!home_.empty()) std::filesystem::remove_all(home_);
+}
+
+void StoreTest::Open() {
+  std::int32_t result = -4711;
+  ASSERT_EQ(BerkDb_Open(home_.c_str(), nullptr, &result), 1) << "code " << result;
+  ASSERT_EQ(result, 0);
+}
+
+void StoreTest::Reopen() {
+  BerkDb_Close();
+  Open();
+}
+
+Records StoreTest::Dump(const std::string &table) const {
+  const Output output = RunCommand("db5.3_dump -s " + table + " " + FilePath());
+  if (output.status != 0) throw std::runtime_error("db5.3_dump failed on " + table);
+  Records records;
+  bool inData = false;
+  std::string key;
+  bool haveKey = false;
+  for (const std::string &line : Lines(output.text)) {
+    if (line == "DATA=END") break;
+    if (inData && haveKey) records.emplace_back(key, FromHex(line));
+    if (inData && !haveKey) key = FromHex(line);
+    if (inData) haveKey = !haveKey;
+    if (line == "HEADER=END") inData = true;
+  }
+  return records;
+}
+
+::testing::AssertionResult StoreTest::Verify() const {
+  const Output output = RunCommand("db5.3_verify -o " + FilePath() + " 2>&1");
+  if (output.status == 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << output.text;
+}
+
+::testing::AssertionResult StoreTest::IndexesAgree() const {
+  const struct {
+    const char *index;
+    const char *primary;
+    std::string (*rule)(const std::string &, const std::string &);
+  } rules[] = {
+      {"stb_pb", "tb_pb", StbPbKey}, {"stb_1_pb", "tb_pb", Stb1PbKey}, {"stb_route", "tb_route", StbRouteKey}};
+  for (const auto &[index, primary, rule] : rules) {
+    Records expected;
+    for (const auto &[key, data] : Dump(primary)) expected.emplace_back(rule(key, data), key);
+    Records seen = Dump(index);
+    std::sort(expected.begin(), expected.end());
+    std::sort(seen.begin(), seen.end());
+    if (seen != expected) {
+      return ::testing::AssertionFailure() << index << " holds " << seen.size() << " records and " << primary
+                                           << " makes " << expected.size() << ", or others";
+    }
+  }
+  return ::testing::AssertionSuccess();
+}
+
+std::string Get(struct __db *pDb, const char *pKey) {
+  char buffer[256] = "untouched";
+  const int code = BerkDb_Get(pDb, pKey, buffer, sizeof buffer);
+  return code == BERKDB_OK ? buffer : "<" + std::to_string(code) + ">";
+}
+
+int Count(const char *variable, int normal) {
+  const char *given = std::getenv(variable);
+  return given != nullptr ? std::atoi(given) : normal;
+}
+
+}  // namespace devsupport::test

@@ -1,0 +1,61 @@
+// What the tests of the configuration store share: a home of their own, in shared memory of their own, and a look at
+// the stored bytes from outside.
+#pragma once
+
+#include <devsupport/db/BerkeleyDB.h>
+#include <devsupport/db/DbRecord.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace devsupport::test {
+
+using Records = std::vector<std::pair<std::string, std::string>>;
+
+/// The end of each line that BerkDb_ErrCall prints.
+inline const std::string kSourceLine = "  \\db/for_project/BerkeleyDB 149\n";
+
+/// A literal with its embedded and its closing NUL.
+template <std::size_t kBytes>
+std::string Text(const char (&text)[kBytes]) {
+  return {text, kBytes};
+}
+/// A literal with embedded NULs and without the closing one.
+template <std::size_t kBytes>
+std::string Raw(const char (&bytes)[kBytes]) {
+  return {bytes, kBytes - 1};
+}
+
+/// Gives each test an empty home and a private IPC namespace, since the store's key is fixed.
+class StoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  /// Opens the store in the test's home; a failure fails the test.
+  void Open();
+  /// Closes and opens it again.
+  void Reopen();
+
+  std::string FilePath() const { return home_ + "/config.db"; }
+
+  /// The records of a table as db5.3_dump sees them. The store must be closed or flushed.
+  Records Dump(const std::string &table) const;
+  /// Whether db5.3_verify finds the file clean.
+  ::testing::AssertionResult Verify() const;
+  /// Whether the three indexes hold exactly what their primaries make of them, seen from outside.
+  ::testing::AssertionResult IndexesAgree() const;
+
+  std::string home_;
+};
+
+/// Reads a value; "<code>" instead when that fails.
+std::string Get(struct __db *pDb, const char *pKey);
+
+/// A count that a slow suite may raise: the value of an environment variable, or the default.
+int Count(const char *variable, int normal);
+
+}  // namespace devsupport::test
