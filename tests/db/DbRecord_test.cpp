@@ -1,0 +1,691 @@
+// Single records: read, written, deleted, looked up through an index, stepped to with a cursor.
+
+#include <db.h>
+#include <devsupport/db/DbRecord.h>
+#include <devsupport/detail/db/DbRecord.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <random>
+#include <string>
+
+#include "db/Store.h"
+#include "support/CapturedOutput.h"
+#include "support/FaultInjection.h"
+#include "support/TestSeed.h"
+
+DEVSUPPORT_FAULT_POINT(void *, malloc, (std::size_t n), (n), nullptr, ENOMEM)
+
+namespace {
+
+using namespace devsupport::test;
+
+class Record : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    if (!IsSkipped() && !HasFatalFailure()) Open();
+  }
+
+  // What the library and the store say about an error number, twice by the table and once more by writers.
+  static std::string Report(int error) {
+    const std::string text = db_strerror(error);
+    return text + ": " + text + kSourceLine;
+  }
+  static std::string Short(int error) { return "(" + std::to_string(error) + ") " + db_strerror(error) + "\n"; }
+};
+
+// How often a table still meets somebody's lock.
+int g_conflicts = 0;
+
+// --- reading
+
+TEST_F(Record, Get_ReadsWhatSetStored) {
+  CapturedOutput err(stderr);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "vlan", "5"), BERKDB_OK);
+  char buffer[16];
+  std::memset(buffer, '#', sizeof buffer);
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "vlan", buffer, sizeof buffer), BERKDB_OK);
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_EQ(std::string(buffer, sizeof buffer), Raw("5\0##############"));
+}
+
+TEST_F(Record, Get_IntoABufferThatFitsExactly_Works) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "k", "1234567"), BERKDB_OK);
+  char buffer[8] = "";
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "k", buffer, 8), BERKDB_OK);
+  EXPECT_STREQ(buffer, "1234567");
+}
+
+TEST_F(Record, Get_IntoABufferOneByteTooSmall_Is8) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "k", "1234567"), BERKDB_OK);
+  char buffer[9] = "########";
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "k", buffer, 7), BERKDB_BUFFER_SMALL);
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_EQ(buffer[7], '#');
+}
+
+TEST_F(Record, Get_IntoNoRoomAtAll_Is8) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "k", "1"), BERKDB_OK);
+  char buffer[2] = "#";
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "k", buffer, 0), BERKDB_BUFFER_SMALL);
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "k", buffer, -5), BERKDB_BUFFER_SMALL);
+  EXPECT_STREQ(buffer, "#");
+}
+
+TEST_F(Record, Get_OfAMissingKey_Is7AndPrintsNothing) {
+  char buffer[8] = "#";
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "none", buffer, sizeof buffer), BERKDB_NOT_FOUND);
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_STREQ(buffer, "#");
+}
+
+TEST_F(Record, Get_OfANullTable_Is6) {
+  char buffer[8] = "#";
+  EXPECT_EQ(BerkDb_Get(nullptr, "k", buffer, sizeof buffer), BERKDB_NO_TABLE);
+  EXPECT_EQ(BerkDb_Get(nullptr, "k", nullptr, 0), BERKDB_NO_TABLE);
+}
+
+TEST_F(Record, Get_OnAPhoneBookIndexOrWithoutABuffer_Is9) {
+  char buffer[8] = "#";
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Get(g_uDb.stb_pb, "k", buffer, sizeof buffer), BERKDB_REFUSED);
+  EXPECT_EQ(BerkDb_Get(g_uDb.stb_1_pb, "k", buffer, sizeof buffer), BERKDB_REFUSED);
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "k", nullptr, 8), BERKDB_REFUSED);
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_STREQ(buffer, "#");
+}
+
+TEST_F(Record, Get_OnTheRouteIndex_IsNotRefused) {
+  char buffer[8] = "#";
+  EXPECT_EQ(BerkDb_Get(g_uDb.stb_route, "k", buffer, sizeof buffer), BERKDB_NOT_FOUND);
+}
+
+TEST_F(Record, Get_OnTbDm_FindsTheRecordAndNeverWritesTheKey) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, "digit", "map"), BERKDB_OK);
+  static const char s_key[] = "digit";  // in memory that cannot be written
+  EXPECT_EQ(Get(g_uDb.tb_dm, s_key), "map");
+  char buffer[8] = "#";
+  EXPECT_EQ(BerkDb_Read(g_uDb.tb_dm, s_key, buffer, sizeof buffer), BERKDB_OK);
+  EXPECT_STREQ(buffer, "map");
+}
+
+TEST_F(Record, Get_OfAVeryLongKey_Works) {
+  const std::string key(1500, 'k');
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, key.c_str(), "map"), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_dm, key.c_str()), "map");
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, key.c_str(), "long"), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_pb, key.c_str()), "long");
+}
+
+TEST_F(Record, Get_OfANullKey_Is10) {
+  char buffer[8] = "#";
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, nullptr, buffer, sizeof buffer), BERKDB_ERROR);
+  EXPECT_EQ(err.Take(), Report(EINVAL));
+}
+
+TEST_F(Record, Get_OfAValueWithoutTerminator_EndsItWhereTheRecordEnds) {
+  ASSERT_EQ(BerkDb_Put(g_uDb.tb_parameter, "raw", "abc", 3), BERKDB_OK);
+  char buffer[8] = "#######";
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "raw", buffer, sizeof buffer), BERKDB_OK);
+  EXPECT_EQ(std::string(buffer, sizeof buffer), Raw("abc\0###\0"));
+}
+
+TEST_F(Record, Get_OfAValueWithoutTerminatorThatFitsExactly_WritesNothingBehindIt) {
+  ASSERT_EQ(BerkDb_Put(g_uDb.tb_parameter, "raw", "abc", 3), BERKDB_OK);
+  char buffer[5] = "####";
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "raw", buffer, 3), BERKDB_OK);
+  EXPECT_STREQ(buffer, "abc#");
+}
+
+TEST_F(Record, Get_OfAnEmptyValue_IsTheEmptyText) {
+  ASSERT_EQ(BerkDb_Put(g_uDb.tb_parameter, "empty", nullptr, 0), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_parameter, "empty"), "");
+}
+
+TEST_F(Record, Get_InThePhoneBook_LooksTheNameUpUnderNameAndDigits) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "123;x"), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
+  char buffer[8] = "#";
+  EXPECT_EQ(BerkDb_Read(g_uDb.tb_pb, "Bob 1", buffer, sizeof buffer), BERKDB_NOT_FOUND) << "the name alone is no key";
+  BerkDb_Close();
+  EXPECT_EQ(Dump("tb_pb"), (Records{{Text("Bob 1\0"
+                                          "26201"),
+                                     Text("123;x")}}));
+}
+
+TEST_F(Record, Read_OnAPhoneBookIndex_ReadsTheRecordBehindIt) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123"), BERKDB_OK);
+  char buffer[8] = "#";
+  EXPECT_EQ(BerkDb_Read(g_uDb.stb_1_pb, "262", buffer, sizeof buffer), BERKDB_OK);
+  EXPECT_STREQ(buffer, "123");
+}
+
+TEST_F(Record, Read_AnswersAsTheLibraryDoes) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "k", "12"), BERKDB_OK);
+  char buffer[8] = "#";
+  EXPECT_EQ(BerkDb_Read(g_uDb.tb_parameter, "none", buffer, sizeof buffer), BERKDB_NOT_FOUND);
+  EXPECT_EQ(BerkDb_Read(g_uDb.tb_parameter, "k", buffer, 2), BERKDB_BUFFER_SMALL);
+  EXPECT_EQ(BerkDb_Read(g_uDb.tb_parameter, "k", nullptr, 8), BERKDB_BUFFER_SMALL);
+  EXPECT_EQ(BerkDb_Read(g_uDb.tb_parameter, "k", buffer, 3), BERKDB_OK);
+  EXPECT_STREQ(buffer, "12");
+  EXPECT_EQ(BerkDb_Read(nullptr, "k", buffer, 3), BERKDB_NO_TABLE);
+}
+
+TEST_F(Record, GetStr_AnswersYesOrNo) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "k", "12"), BERKDB_OK);
+  char buffer[8] = "#";
+  EXPECT_EQ(BerkDb_GetStr(g_uDb.tb_parameter, "k", buffer, sizeof buffer), 1);
+  EXPECT_STREQ(buffer, "12");
+  EXPECT_EQ(BerkDb_GetStr(g_uDb.tb_parameter, "k", buffer, 2), 0);
+  EXPECT_EQ(BerkDb_GetStr(g_uDb.tb_parameter, "none", buffer, sizeof buffer), 0);
+  EXPECT_EQ(BerkDb_GetStr(nullptr, "k", buffer, sizeof buffer), 0);
+}
+
+TEST_F(Record, Get_WhenTheLibraryFails_Is10WithItsText) {
+  g_uDb.tb_tone->get = [](DB *, DB_TXN *, DBT *, DBT *, u_int32_t) { return EIO; };
+  char buffer[8] = "#";
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_tone, "k", buffer, sizeof buffer), BERKDB_ERROR);
+  EXPECT_EQ(err.Take(), Report(EIO));
+}
+
+// --- writing
+
+TEST_F(Record, Set_StoresKeyAndValueWithTheirTerminators) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_line, "line1", "on"), BERKDB_OK);
+  EXPECT_EQ(Dump("tb_line"), (Records{{Text("line1"), Text("on")}})) << "flushed to the file while open";
+}
+
+TEST_F(Record, Set_OfAKeyThatIsThere_ReplacesItsValue) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_line, "k", "a long value"), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_line, "k", ""), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_line, "k"), "");
+  EXPECT_EQ(Dump("tb_line"), (Records{{Text("k"), Text("")}}));
+}
+
+TEST_F(Record, Set_WhenTheLibraryFails_Is10WithItsTextTwiceAndFlushesNothing) {
+  DB *pDb = g_uDb.tb_tone;
+  pDb->put = [](DB *, DB_TXN *, DBT *, DBT *, u_int32_t) { return EIO; };
+  pDb->sync = [](DB *, u_int32_t) {
+    std::fputs("flushed", stderr);
+    return 0;
+  };
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Set(pDb, "k", "v"), BERKDB_ERROR);
+  EXPECT_EQ(err.Take(), Report(EIO) + Short(EIO));
+}
+
+TEST_F(Record, Set_WhenTheFileCannotBeWritten_Is10) {
+  static decltype(g_uDb.tb_tone->sync) s_real;
+  s_real = g_uDb.tb_tone->sync;
+  g_uDb.tb_tone->sync = [](DB *, u_int32_t) { return ENOSPC; };
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_ERROR);
+  EXPECT_EQ(err.Take(), Report(ENOSPC) + Short(ENOSPC));
+  g_uDb.tb_tone->sync = s_real;
+  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
+}
+
+TEST_F(Record, Set_WithoutTableKeyOrValue_Fails) {
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Set(nullptr, "k", "v"), BERKDB_NO_TABLE);
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, nullptr, "v"), BERKDB_ERROR);
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", nullptr), BERKDB_ERROR);
+  EXPECT_EQ(err.Take(), Report(EINVAL) + Short(EINVAL) + Report(EINVAL) + Short(EINVAL));
+}
+
+TEST_F(Record, Set_OfALongName_WithoutMemory_Is10) {
+  const std::string name(200, 'n');
+  CapturedOutput err(stderr);
+  int code = -4711;
+  {
+    const FailCall fail("malloc", 1);
+    code = BerkDb_Set(g_uDb.tb_pb, name.c_str(), "v");
+    EXPECT_TRUE(fail.Happened());
+  }
+  EXPECT_EQ(code, BERKDB_ERROR);
+  EXPECT_EQ(err.Take(), Report(ENOMEM) + Short(ENOMEM));
+}
+
+TEST_F(Record, Put_StoresTheBytesAsGiven) {
+  ASSERT_EQ(BerkDb_Put(g_uDb.tb_line, "bytes", "a\0b", 3), BERKDB_OK);
+  Reopen();
+  BerkDb_Close();
+  EXPECT_EQ(Dump("tb_line"), (Records{{Text("bytes"), Raw("a\0b")}}));
+}
+
+TEST_F(Record, Put_InThePhoneBook_TakesTheKeyAsItStands) {
+  ASSERT_EQ(BerkDb_Put(g_uDb.tb_pb, "Bob", "123", 4), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_pb, "Bob"), "<7>");
+  BerkDb_Close();
+  EXPECT_EQ(Dump("tb_pb"), (Records{{Text("Bob"), Text("123")}}));
+  EXPECT_TRUE(IndexesAgree());
+}
+
+TEST_F(Record, Put_WhenTheLibraryFails_Is10WithItsTextTwice) {
+  g_uDb.tb_tone->put = [](DB *, DB_TXN *, DBT *, DBT *, u_int32_t) { return DB_SECONDARY_BAD; };
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Put(g_uDb.tb_tone, "k", "v", 2), BERKDB_ERROR);
+  EXPECT_EQ(err.Take(), Report(DB_SECONDARY_BAD) + Short(DB_SECONDARY_BAD));
+}
+
+TEST_F(Record, Put_OfANegativeSizeOrOfNoData_Is10) {
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Put(g_uDb.tb_tone, "k", "v", -1), BERKDB_ERROR);
+  EXPECT_EQ(BerkDb_Put(g_uDb.tb_tone, "k", nullptr, 1), BERKDB_ERROR);
+  EXPECT_EQ(BerkDb_Put(nullptr, "k", "v", 1), BERKDB_NO_TABLE);
+  err.Take();
+  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "<7>");
+}
+
+TEST_F(Record, Put_OnAnIndex_Is10) {
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Put(g_uDb.stb_pb, "k", "v", 1), BERKDB_ERROR);
+  EXPECT_NE(err.Take().find(Short(EINVAL)), std::string::npos);
+}
+
+TEST_F(Record, PutStr_StoresTheKeyAsItStandsAndFlushes) {
+  EXPECT_EQ(BerkDb_PutStr(g_uDb.tb_pb, "Bob", "123"), 1);
+  EXPECT_EQ(Dump("tb_pb"), (Records{{Text("Bob"), Text("123")}}));
+}
+
+TEST_F(Record, PutStr_WhenTheLibraryFails_Is0) {
+  g_uDb.tb_tone->put = [](DB *, DB_TXN *, DBT *, DBT *, u_int32_t) { return EIO; };
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_PutStr(g_uDb.tb_tone, "k", "v"), 0);
+  EXPECT_EQ(BerkDb_PutStr(nullptr, "k", "v"), 0);
+  EXPECT_EQ(err.Take(), Report(EIO));
+}
+
+TEST_F(Record, Writing_FlushesTheTableForSetPutStrAndDelOnly) {
+  static int s_flushes;
+  static decltype(g_uDb.tb_tone->sync) s_real;
+  s_real = g_uDb.tb_tone->sync;
+  g_uDb.tb_tone->sync = [](DB *pDb, u_int32_t flags) {
+    s_flushes += flags == 0 ? 1 : 1000;
+    return s_real(pDb, flags);
+  };
+  s_flushes = 0;
+  BerkDb_Put(g_uDb.tb_tone, "k", "v", 2);
+  EXPECT_EQ(s_flushes, 0);
+  BerkDb_Set(g_uDb.tb_tone, "k", "v");
+  EXPECT_EQ(s_flushes, 1);
+  BerkDb_PutStr(g_uDb.tb_tone, "k", "v");
+  EXPECT_EQ(s_flushes, 2);
+  BerkDb_Del(g_uDb.tb_tone, "k");
+  EXPECT_EQ(s_flushes, 3);
+  BerkDb_Del(g_uDb.tb_tone, "k");
+  EXPECT_EQ(s_flushes, 3);
+}
+
+TEST_F(Record, Writing_KeepsTheLogShort) {
+  for (int i = 0; i < 2000; ++i)
+    ASSERT_EQ(BerkDb_Put(g_uDb.tb_tone, "k", std::string(500, 'v').c_str(), 501), BERKDB_OK);
+  char **names = nullptr;
+  DB_ENV *pEnv = BerkDb_GetEnv();
+  ASSERT_EQ(pEnv->log_archive(pEnv, &names, DB_ARCH_LOG), 0);
+  int files = 0;
+  for (char **name = names; name != nullptr && *name != nullptr; ++name) ++files;
+  std::free(names);
+  EXPECT_LE(files, 6) << "files of 64 KiB, for 2 MB of changes";
+}
+
+// --- deleting
+
+TEST_F(Record, Del_RemovesTheRecordFromTheFile) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_line, "a", "1"), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_line, "b", "2"), BERKDB_OK);
+  EXPECT_EQ(BerkDb_Del(g_uDb.tb_line, "a"), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_line, "a"), "<7>");
+  EXPECT_EQ(Dump("tb_line"), (Records{{Text("b"), Text("2")}}));
+}
+
+TEST_F(Record, Del_OfAMissingKey_Is7) {
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Del(g_uDb.tb_line, "a"), BERKDB_NOT_FOUND);
+  EXPECT_EQ(err.Take(), "");
+}
+
+TEST_F(Record, Del_OnTbDm_RemovesTheRecord) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, "a", "1"), BERKDB_OK);
+  EXPECT_EQ(BerkDb_Del(g_uDb.tb_dm, "a"), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_dm, "a"), "<7>");
+}
+
+TEST_F(Record, Del_InThePhoneBook_TakesTheNameAndClearsTheIndexes) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123"), BERKDB_OK);
+  EXPECT_EQ(BerkDb_Del(g_uDb.tb_pb, "Bob"), BERKDB_OK);
+  BerkDb_Close();
+  EXPECT_EQ(Dump("tb_pb"), Records{});
+  EXPECT_EQ(Dump("stb_pb"), Records{});
+  EXPECT_EQ(Dump("stb_1_pb"), Records{});
+}
+
+TEST_F(Record, Del_WhenTheLibraryFails_Is10WithItsText) {
+  g_uDb.tb_tone->del = [](DB *, DB_TXN *, DBT *, u_int32_t) { return EIO; };
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Del(g_uDb.tb_tone, "k"), BERKDB_ERROR);
+  EXPECT_EQ(err.Take(), Report(EIO));
+  EXPECT_EQ(BerkDb_Del(nullptr, "k"), BERKDB_NO_TABLE);
+}
+
+// --- conflicts with others' locks
+
+TEST_F(Record, Set_ThatMeetsALock_IsTriedAgain) {
+  static decltype(g_uDb.tb_tone->put) s_real;
+  s_real = g_uDb.tb_tone->put;
+  g_uDb.tb_tone->put = [](DB *pDb, DB_TXN *, DBT *, DBT *, u_int32_t) {
+    if (--g_conflicts == 0) pDb->put = s_real;
+    return g_conflicts % 2 == 0 ? DB_LOCK_DEADLOCK : DB_LOCK_NOTGRANTED;
+  };
+  g_conflicts = 3;
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_EQ(g_conflicts, 0);
+  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
+}
+
+TEST_F(Record, Get_ThatMeetsALock_IsTriedAgain) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
+  static decltype(g_uDb.tb_tone->get) s_real;
+  s_real = g_uDb.tb_tone->get;
+  g_uDb.tb_tone->get = [](DB *pDb, DB_TXN *, DBT *, DBT *, u_int32_t) {
+    pDb->get = s_real;
+    return DB_LOCK_DEADLOCK;
+  };
+  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
+}
+
+TEST_F(Record, CursorLeftOpen_HoldsAWriterOfTheSamePageUpUntilItIsClosed) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "old"), BERKDB_OK);
+  char key[256] = "k";
+  char value[256] = "";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  static DBC *s_pCursor;
+  static decltype(g_uDb.tb_tone->put) s_real;
+  s_pCursor = pCursor;
+  s_real = g_uDb.tb_tone->put;
+  // The first try meets the cursor; it is closed before the second one.
+  g_uDb.tb_tone->put = [](DB *pDb, DB_TXN *txn, DBT *pKey, DBT *pValue, u_int32_t flags) {
+    const int first = s_real(pDb, txn, pKey, pValue, flags);
+    EXPECT_EQ(first, DB_LOCK_DEADLOCK);
+    s_pCursor->close(s_pCursor);
+    pDb->put = s_real;
+    return first;
+  };
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "new"), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "new");
+}
+
+// --- cursors
+
+TEST_F(Record, CursorGet_FindsAKeyAndHandsTheCursorBack) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "a", "1"), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "b", "2"), BERKDB_OK);
+  char key[256] = "a";
+  char value[256] = "#";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  EXPECT_EQ(result, 0);
+  EXPECT_STREQ(value, "1");
+  ASSERT_NE(pCursor, nullptr);
+  DBT nextKey{};
+  DBT nextValue{};
+  EXPECT_EQ(pCursor->get(pCursor, &nextKey, &nextValue, DB_NEXT), 0);
+  EXPECT_STREQ(static_cast<char *>(nextKey.data), "b");
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
+}
+
+TEST_F(Record, CursorGet_WritesTheKeyThatItFinds) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, "a", "1"), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, "b", "2"), BERKDB_OK);
+  char key[256] = "#";
+  char value[256] = "#";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_dm, &pCursor, key, 0, value, sizeof value, DB_FIRST, &result), BERKDB_OK);
+  EXPECT_EQ(result, 0);
+  EXPECT_STREQ(key, "b");
+  EXPECT_STREQ(value, "2");
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
+}
+
+TEST_F(Record, CursorGet_OfAMissingKey_Returns0WithTheLibrarysResult) {
+  char key[256] = "none";
+  char value[256] = "#";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 5, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  EXPECT_EQ(result, DB_NOTFOUND);
+  EXPECT_NE(pCursor, nullptr);
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
+}
+
+TEST_F(Record, CursorGet_FillsAtMostTheRoomItHasAnd256) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "255", std::string(255, 'x').c_str()), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "256", std::string(256, 'x').c_str()), BERKDB_OK);
+  const auto resultOf = [](const char *text, std::int32_t room) {
+    char key[256] = "";
+    char value[512] = "#";
+    std::strcpy(key, text);
+    DBC *pCursor = nullptr;
+    int result = -4711;
+    BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 4, value, room, DB_SET, &result);
+    BerkDb_CursorClose(pCursor);
+    return result;
+  };
+  EXPECT_EQ(resultOf("255", 256), 0);
+  EXPECT_EQ(resultOf("255", 0), 0);
+  EXPECT_EQ(resultOf("255", 255), DB_BUFFER_SMALL);
+  EXPECT_EQ(resultOf("256", 512), DB_BUFFER_SMALL);
+}
+
+TEST_F(Record, CursorGet_WithoutACursor_Is11AndLeavesTheResultAlone) {
+  g_uDb.tb_tone->cursor = [](DB *, DB_TXN *, DBC **, u_int32_t) { return ENOMEM; };
+  char key[256] = "k";
+  char value[256] = "#";
+  DBC *pCursor = reinterpret_cast<DBC *>(&value);
+  int result = -4711;
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result),
+            BERKDB_NO_CURSOR);
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_EQ(pCursor, nullptr);
+  EXPECT_EQ(result, -4711);
+}
+
+TEST_F(Record, CursorGet_WithACursorDespiteTheFailure_ClosesIt) {
+  static decltype(g_uDb.tb_tone->cursor) s_real;
+  s_real = g_uDb.tb_tone->cursor;
+  g_uDb.tb_tone->cursor = [](DB *pDb, DB_TXN *txn, DBC **ppCursor, u_int32_t flags) {
+    s_real(pDb, txn, ppCursor, flags);
+    return EIO;
+  };
+  char key[256] = "k";
+  char value[256] = "#";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result),
+            BERKDB_NO_CURSOR);
+  EXPECT_EQ(pCursor, nullptr);
+  g_uDb.tb_tone->cursor = s_real;
+  CapturedOutput err(stderr);
+  BerkDb_Close();
+  EXPECT_EQ(err.Take(), "") << "a cursor was left open";
+}
+
+TEST_F(Record, CursorGet_OfANullTable_Is6) {
+  char buffer[256] = "";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(nullptr, &pCursor, buffer, 1, buffer, 256, DB_FIRST, &result), BERKDB_NO_TABLE);
+}
+
+TEST_F(Record, CursorClose_ThatFails_ReportsAndReturns0) {
+  char key[256] = "k";
+  char value[256] = "#";
+  DBC *pCursor = nullptr;
+  int result = 0;
+  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  static decltype(pCursor->close) s_real;
+  s_real = pCursor->close;
+  pCursor->close = [](DBC *pOpen) {
+    s_real(pOpen);
+    return EIO;
+  };
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 0);
+  EXPECT_EQ(err.Take(), Report(EIO));
+  EXPECT_EQ(BerkDb_CursorClose(nullptr), 1);
+  pCursor->close = s_real;  // the library keeps closed cursors for later
+}
+
+// --- the phone book's indexes
+
+TEST_F(Record, PGet_ByDigits_FindsKeyAndValue) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "123;x"), BERKDB_OK);
+  char primary[32];
+  char value[32];
+  std::memset(primary, '#', sizeof primary);
+  std::memset(value, '#', sizeof value);
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_1_pb, "26201", 0, primary, 32, value, 32), BERKDB_OK);
+  EXPECT_EQ(std::string(primary, 13), Raw("Bob 1\0"
+                                          "26201\0#"));
+  EXPECT_EQ(std::string(value, 7), Raw("123;x\0#"));
+}
+
+TEST_F(Record, PGet_ByNumber_TakesTheSizeItIsGiven) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123;x"), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Ann", "123"), BERKDB_OK);
+  char primary[32] = "#";
+  char value[32] = "#";
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "123", 3, primary, 32, value, 32), BERKDB_OK);
+  EXPECT_STREQ(primary, "Bob");
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "123", -1, primary, 32, value, 32), BERKDB_OK);
+  EXPECT_STREQ(primary, "Ann");
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "12", 2, primary, 32, value, 32), BERKDB_NOT_FOUND);
+}
+
+TEST_F(Record, PGet_WithSeveralRecords_FindsTheFirst) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "1"), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Anc", "2"), BERKDB_OK);  // 262, too
+  char primary[32] = "#";
+  char value[32] = "#";
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_1_pb, "262", 0, primary, 32, value, 32), BERKDB_OK);
+  EXPECT_STREQ(primary, "Anc");
+}
+
+TEST_F(Record, PGet_IntoBuffersThatFitExactly_Works) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "1234567"), BERKDB_OK);
+  char primary[8] = "";
+  char value[8] = "";
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_1_pb, "262", 0, primary, 8, value, 8), BERKDB_OK);
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_1_pb, "262", 0, primary, 7, value, 8), BERKDB_BUFFER_SMALL);
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_1_pb, "262", 0, primary, 8, value, 7), BERKDB_BUFFER_SMALL);
+}
+
+TEST_F(Record, PGet_OnAnotherTableOrWithoutABuffer_Is9) {
+  char buffer[8] = "#";
+  EXPECT_EQ(BerkDb_PGet(nullptr, "k", 0, buffer, 8, buffer, 8), BERKDB_NO_TABLE);
+  EXPECT_EQ(BerkDb_PGet(g_uDb.tb_pb, "k", 0, buffer, 8, buffer, 8), BERKDB_REFUSED);
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_route, "k", 0, buffer, 8, buffer, 8), BERKDB_REFUSED);
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "k", 0, nullptr, 8, buffer, 8), BERKDB_REFUSED);
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "k", 0, buffer, 8, nullptr, 8), BERKDB_REFUSED);
+}
+
+TEST_F(Record, PGet_WhenTheLibraryFails_Is10WithItsText) {
+  g_uDb.stb_pb->pget = [](DB *, DB_TXN *, DBT *, DBT *, DBT *, u_int32_t) { return EIO; };
+  char buffer[8] = "#";
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "k", 0, buffer, 8, buffer, 8), BERKDB_ERROR);
+  EXPECT_EQ(err.Take(), Report(EIO));
+}
+
+// --- keypad digits
+
+TEST(Letter2Num, MapsLettersToTheirKeys) {
+  std::string digits;
+  for (char c = 'a'; c <= 'z'; ++c) digits += _Letter2Num(c);
+  EXPECT_EQ(digits, "22233344455566677778889999");
+  for (char c = 'A'; c <= 'Z'; ++c) EXPECT_EQ(_Letter2Num(c), digits[static_cast<std::size_t>(c - 'A')]);
+}
+
+TEST(Letter2Num, MapsDigitsToThemselvesAndABlankTo0) {
+  for (char c = '0'; c <= '9'; ++c) EXPECT_EQ(_Letter2Num(c), c);
+  EXPECT_EQ(_Letter2Num(' '), '0');
+}
+
+TEST(Letter2Num, MapsEverythingElseToNoKey) {
+  for (int c = -128; c < 128; ++c) {
+    const char character = static_cast<char>(c);
+    if (c >= 0 && (std::isalnum(c) || c == ' ')) continue;
+    EXPECT_EQ(_Letter2Num(character), '\0') << c;
+  }
+}
+
+TEST_F(Record, Set_InThePhoneBook_EndsTheDigitsAtTheFirstCharacterWithoutAKey) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Jo-Ann", "1"), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "-", "2"), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "", "3"), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_pb, ""), "3");
+  BerkDb_Close();
+  EXPECT_EQ(Dump("tb_pb"), (Records{{Text("\0"), Text("3")},
+                                    {Text("-\0"), Text("2")},
+                                    {Text("Jo-Ann\0"
+                                          "56"),
+                                     Text("1")}}));
+}
+
+TEST_F(Record, Set_InThePhoneBook_WorksOnBothSidesOfTheInlineKey) {
+  for (const std::size_t length : {126u, 127u, 128u, 129u}) {
+    const std::string name(length, 'a');
+    ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, name.c_str(), "v"), BERKDB_OK);
+    EXPECT_EQ(Get(g_uDb.tb_pb, name.c_str()), "v");
+    EXPECT_EQ(BerkDb_Del(g_uDb.tb_pb, name.c_str()), BERKDB_OK);
+  }
+}
+
+// --- a long random script against a plain map
+
+TEST_F(Record, RandomScript_AgreesWithAPlainMap) {
+  const std::uint64_t seed = TestSeed();
+  SCOPED_TRACE(SeedHint(seed));
+  std::mt19937_64 random(seed);
+  DB *tables[] = {g_uDb.tb_parameter, g_uDb.tb_dm, g_uDb.tb_pb, g_uDb.tb_route};
+  std::map<std::string, std::string> oracle[4];
+  for (int step = 0; step < 1500; ++step) {
+    const std::size_t which = random() % 4;
+    const std::string key(1 + random() % 6, static_cast<char>('a' + random() % 5));
+    const std::string value = std::to_string(random() % 1000) + (random() % 2 ? ";x" : "");
+    auto &map = oracle[which];
+    const auto known = map.find(key);
+    switch (random() % 3) {
+      case 0:
+        ASSERT_EQ(BerkDb_Set(tables[which], key.c_str(), value.c_str()), BERKDB_OK);
+        map[key] = value;
+        break;
+      case 1:
+        ASSERT_EQ(BerkDb_Del(tables[which], key.c_str()), known == map.end() ? BERKDB_NOT_FOUND : BERKDB_OK);
+        map.erase(key);
+        break;
+      default:
+        ASSERT_EQ(Get(tables[which], key.c_str()), known == map.end() ? "<7>" : known->second);
+    }
+  }
+  BerkDb_Close();
+  EXPECT_TRUE(Verify());
+  EXPECT_TRUE(IndexesAgree());
+  const char *const names[] = {"tb_parameter", "tb_dm", "tb_pb", "tb_route"};
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(Dump(names[i]).size(), oracle[i].size());
+}
+
+}  // namespace
