@@ -117,15 +117,19 @@ int StoreGate::EnterQueued(Patience &patience) {
     pthread_mutex_unlock(&pRecord_->queue);
   }
   pRecord_->dwQueued.fetch_sub(1, std::memory_order_relaxed);
-  return nError == 0 ? 0 : Refusal(nError);
+  return Admit(nError);
 }
 
-// What to tell a caller who did not get in.
-int StoreGate::Refusal(int nError) {
-  // Unlocked without being made consistent, the gate stays shut for everybody: ENOTRECOVERABLE from here on, until
-  // the next first opener makes a new one.
-  if (nError == EOWNERDEAD) pthread_mutex_unlock(&pRecord_->inside);
-  return nError == EOWNERDEAD || nError == ENOTRECOVERABLE ? DB_RUNRECOVERY : DB_LOCK_NOTGRANTED;
+// The dead one may have left anything behind, so the gate lets nobody in any more, until the next first opener makes
+// a new one. (The mutex could stay shut by itself, but the C library's trylock forgets to unlock such a one.)
+int StoreGate::Refuse(int nError) {
+  if (nError != 0 && nError != EOWNERDEAD) return DB_LOCK_NOTGRANTED;
+  if (nError == EOWNERDEAD) {
+    ++pRecord_->dwDeaths;
+    pthread_mutex_consistent(&pRecord_->inside);
+  }
+  pthread_mutex_unlock(&pRecord_->inside);
+  return DB_RUNRECOVERY;
 }
 
 }  // namespace devsupport::store

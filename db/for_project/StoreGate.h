@@ -34,6 +34,7 @@ class Patience {
 /// What lies in the gate's segment. All processes of a device run the same library, so that they agree on the layout.
 struct GateRecord {
   std::uint32_t dwReady;                // kGateReady once the rest is initialised
+  std::uint32_t dwDeaths;               // somebody died inside; written and read by the one that is inside
   std::atomic<std::uint32_t> dwQueued;  // processes that wait, or died waiting
   pthread_mutex_t queue;                // held by the one that is next
   pthread_mutex_t inside;               // held by the one that is inside
@@ -58,9 +59,7 @@ class StoreGate {
     if (pRecord_ == nullptr) return 0;  // a table outside the environment
     if (pRecord_->dwQueued.load(std::memory_order_relaxed) != 0) return EnterQueued(patience);
     const int nError = pthread_mutex_trylock(&pRecord_->inside);
-    if (nError == 0) [[likely]]
-      return 0;
-    return nError == EBUSY ? EnterQueued(patience) : Refusal(nError);
+    return nError == EBUSY ? EnterQueued(patience) : Admit(nError);
   }
 
   void Leave() {
@@ -69,7 +68,14 @@ class StoreGate {
 
  private:
   int EnterQueued(Patience &patience);
-  int Refusal(int nError);
+
+  /// What becomes of a caller whose lock of the mutex inside ended like this.
+  int Admit(int nError) {
+    if (nError == 0 && pRecord_->dwDeaths == 0) [[likely]]
+      return 0;
+    return Refuse(nError);
+  }
+  int Refuse(int nError);
 
   GateRecord *pRecord_ = nullptr;
   TShareMem segment_ = {};

@@ -5,6 +5,7 @@
 #include <devsupport/detail/db/BerkeleyDB.h>
 #include <devsupport/ipc/ShareMem.h>
 #include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -103,6 +104,28 @@ TEST_F(Store, Open_WithAnotherFile_PutsTheTablesThere) {
   ASSERT_EQ(BerkDb_Open(home_.c_str(), "other.db", nullptr), 1);
   EXPECT_TRUE(std::filesystem::exists(home_ + "/other.db"));
   EXPECT_FALSE(std::filesystem::exists(FilePath()));
+}
+
+TEST_F(Store, Open_WithoutHomeAndFile_UsesTheDevicesOwn) {
+  // A root of its own in a mount namespace of its own: the machine's is not touched.
+  Child device([&] {
+    const char *pRoot = home_.c_str();
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", pRoot, "tmpfs", 0, nullptr) != 0 || ::chroot(pRoot) != 0 || ::chdir("/") != 0) {
+      return 1;
+    }
+    std::filesystem::create_directories("/config_fs/DB");
+    std::int32_t result = -4711;
+    EXPECT_EQ(BerkDb_Open(nullptr, nullptr, &result), 1);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(BerkDb_Set(g_uDb.tb_parameter, "vlan", "5"), BERKDB_OK);
+    EXPECT_EQ(Get(g_uDb.tb_parameter, "vlan"), "5");
+    BerkDb_Close();
+    EXPECT_TRUE(std::filesystem::exists("/config_fs/DB/config.db"));
+    return 0;
+  });
+  EXPECT_EQ(device.Wait(), 0);
+  EXPECT_TRUE(std::filesystem::is_empty(home_));
 }
 
 TEST_F(Store, Open_TakesAHomeWithAndWithoutASlash) {
