@@ -134,7 +134,7 @@ int BerkDb_CursorGet(struct __db *pDb, struct __dbc **ppCursor, char *pKey, int3
     DBT key = OutputRecord(pKey, kStepBytes);
     key.size = static_cast<std::uint32_t>(std::max<std::int32_t>(nKeyBytes, 0));
     DBT value = OutputRecord(pBuf, nBufBytes < 1 ? kStepBytes : std::min(nBufBytes, kStepBytes));
-    nStep = pCursor->get(pCursor, &key, &value, dwFlags);
+    nStep = pCursor->get(pCursor, &key, &value, dwFlags & ~kWriteLockHint);
     if (IsConflict(nStep)) {
       pCursor->close(pCursor);
       return nStep;

@@ -43,10 +43,11 @@ inline constexpr std::uint32_t kStepNext = DB_NEXT;
 inline constexpr int kNotFound = DB_NOTFOUND;
 inline constexpr int kBufferSmall = DB_BUFFER_SMALL;
 
-// How lock conflicts end (docs/decisions/store-locking.md): a transaction that meets a lock never waits for it, and a
-// read waits this long at most; both then answer with a result that means "try again".
+// How lock conflicts end (docs/decisions/store-locking.md): a transaction that meets a lock never waits for it, but
+// answers with a result that means "try again". A read never meets one, as long as nobody keeps a write lock between
+// two operations; so a cursor is not given one.
 inline constexpr std::uint32_t kConflictFlags = DB_TXN_NOWAIT;
-inline constexpr std::uint32_t kLockTimeoutUs = 100000;
+inline constexpr std::uint32_t kWriteLockHint = DB_RMW;
 inline constexpr std::uint32_t kDetect = DB_LOCK_DEFAULT;
 constexpr bool IsConflict(int nResult) { return nResult == DB_LOCK_DEADLOCK || nResult == DB_LOCK_NOTGRANTED; }
 

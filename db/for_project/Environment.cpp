@@ -90,7 +90,6 @@ void Configure(DB_ENV *pEnv) {
   pEnv->set_lk_max_locks(pEnv, kLockLimit);
   pEnv->set_lk_max_objects(pEnv, kLockLimit);
   pEnv->set_lk_detect(pEnv, kDetect);
-  pEnv->set_timeout(pEnv, kLockTimeoutUs, DB_SET_LOCK_TIMEOUT);
 }
 
 // The caller's turn is his from here on, whatever comes out.

@@ -163,6 +163,8 @@ TEST_F(Store, Open_ConfiguresTheEnvironment) {
   EXPECT_EQ(value, 600u);
   EXPECT_EQ(pEnv->get_lk_max_objects(pEnv, &value), 0);
   EXPECT_EQ(value, 600u);
+  EXPECT_EQ(pEnv->get_lk_detect(pEnv, &value), 0);
+  EXPECT_EQ(value, static_cast<u_int32_t>(DB_LOCK_DEFAULT));
   EXPECT_EQ(pEnv->get_flags(pEnv, &value), 0);
   EXPECT_NE(value & DB_AUTO_COMMIT, 0u);
   int on = 0;

@@ -402,6 +402,18 @@ TEST_F(Record, Get_ThatMeetsALock_IsTriedAgain) {
   EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
 }
 
+TEST_F(Record, CursorLeftOpen_LetsReadersPass) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
+  char key[256] = "k";
+  char value[256] = "";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, 256, DB_SET | DB_RMW, &result), BERKDB_OK);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
+}
+
 TEST_F(Record, CursorLeftOpen_HoldsAWriterOfTheSamePageUpUntilItIsClosed) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "old"), BERKDB_OK);
   char key[256] = "k";

@@ -86,7 +86,8 @@ int BerkDb_Del(struct __db *pDb, const char *pKey);
 /// nKeyBytes  in      size of the key to look for, in bytes, terminator included
 /// pBuf       out     the value found
 /// nBufBytes  in      room in pBuf, in bytes; 256 are used at most, and below 1 it must have 256
-/// dwFlags    in      the library's cursor operation (DB_SET, DB_FIRST and so on)
+/// dwFlags    in      the library's cursor operation (DB_SET, DB_FIRST and so on); DB_RMW is ignored, since a
+///                    cursor with a write lock would make every reader of the page wait for it
 /// pnResult   out     what the library answered to the step, as it is; untouched when there is no cursor
 /// Returns    BERKDB_OK the step was made, whatever it found; BERKDB_NO_TABLE; BERKDB_NO_CURSOR,
 ///            also when the step kept meeting others' locks.
