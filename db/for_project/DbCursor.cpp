@@ -104,7 +104,7 @@ int PrefixWalk::Step(DBC *pCursor, std::uint32_t dwOperation) {
                  : pCursor->get(pCursor, &key_, &data_, dwOperation);
 }
 
-bool PrefixWalk::Matches() const { return TextOf(Bytes(key_)).starts_with(prefix_); }
+bool PrefixWalk::Matches() const { return First(TextOf(Bytes(key_)), prefix_.size()) == prefix_; }
 
 void PrefixWalk::Keep(TDbFindRec &found) const {
   // Kept: without an index, the field for its key is left as the caller had it.

@@ -51,7 +51,9 @@ inline constexpr std::uint32_t kWriteLockHint = DB_RMW;
 inline constexpr std::uint32_t kDetect = DB_LOCK_DEFAULT;
 constexpr bool IsConflict(int nResult) { return nResult == DB_LOCK_DEADLOCK || nResult == DB_LOCK_NOTGRANTED; }
 
-// A checkpoint is due when the log has grown by this much since the last one: then old log files can go.
-inline constexpr std::uint32_t kCheckpointKiB = 128;
+// A checkpoint, after which old log files can go, is made when this many changes have come since the last try and the
+// log has grown by this much. Asking the library at every change would cost it more than the change.
+inline constexpr std::uint32_t kCheckpointChanges = 256;
+inline constexpr std::uint32_t kCheckpointKiB = 64;
 
 }  // namespace devsupport::store

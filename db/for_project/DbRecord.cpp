@@ -52,7 +52,7 @@ int ReadRecord(DB *pDb, const RecordKey &key, char *pBuf, std::int32_t nBufBytes
 // Lets old log files go, when enough has been written since the last time. The change is safe without it, so what
 // becomes of it does not matter to the caller.
 void CheckpointWhenDue() {
-  if (g_pEnv != nullptr) g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);
+  if (g_gate.CountChange(kCheckpointChanges)) g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);
 }
 
 enum class Flush : bool { kNo, kYes };

@@ -34,7 +34,8 @@ class Patience {
 /// What lies in the gate's segment. All processes of a device run the same library, so that they agree on the layout.
 struct GateRecord {
   std::uint32_t dwReady;                // kGateReady once the rest is initialised
-  std::uint32_t dwDeaths;               // somebody died inside; written and read by the one that is inside
+  std::uint32_t dwDeaths;               // somebody died inside
+  std::uint32_t dwChanges;              // since the gate is new; these two belong to the one that is inside
   std::atomic<std::uint32_t> dwQueued;  // processes that wait, or died waiting
   pthread_mutex_t queue;                // held by the one that is next
   pthread_mutex_t inside;               // held by the one that is inside
@@ -61,6 +62,9 @@ class StoreGate {
     const int nError = pthread_mutex_trylock(&pRecord_->inside);
     return nError == EBUSY ? EnterQueued(patience) : Admit(nError);
   }
+
+  /// Counts a change of the caller, who is inside; true at every dwEvery-th of all processes.
+  bool CountChange(std::uint32_t dwEvery) { return pRecord_ != nullptr && ++pRecord_->dwChanges % dwEvery == 0; }
 
   void Leave() {
     if (pRecord_ != nullptr) pthread_mutex_unlock(&pRecord_->inside);
