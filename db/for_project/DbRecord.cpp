@@ -16,17 +16,12 @@
 namespace devsupport::store {
 
 int CodeOf(DB *pDb, int nResult) {
-  switch (nResult) {
-    case 0:
-      return BERKDB_OK;
-    case kNotFound:
-      return BERKDB_NOT_FOUND;
-    case kBufferSmall:
-      return BERKDB_BUFFER_SMALL;
-    default:
-      Report(pDb, nResult);
-      return BERKDB_ERROR;
-  }
+  if (nResult == 0) [[likely]]
+    return BERKDB_OK;
+  if (nResult == kNotFound) return BERKDB_NOT_FOUND;
+  if (nResult == kBufferSmall) return BERKDB_BUFFER_SMALL;
+  Report(pDb, nResult);
+  return BERKDB_ERROR;
 }
 
 void Report(DB *pDb, int nResult) { pDb->err(pDb, nResult, "%s", db_strerror(nResult)); }
@@ -35,18 +30,18 @@ void PrintResult(int nResult) { std::fprintf(stderr, "(%d) %s\n", nResult, db_st
 
 namespace {
 
-bool IsPhoneBook(const DB *pDb) { return pDb == g_uDb.tb_pb; }
+KeyForm FormOf(const DB *pDb) { return pDb == g_uDb.tb_pb ? KeyForm::kPhoneBook : KeyForm::kAsItStands; }
 
 bool IsPhoneBookIndex(const DB *pDb) { return pDb == g_uDb.stb_pb || pDb == g_uDb.stb_1_pb; }
 
 // Reads into the caller's buffer. Returns the library's result.
-int ReadRecord(DB *pDb, const RecordKey &key, char *pBuf, std::int32_t nBufBytes) {
-  if (key.Error() != 0) return key.Error();
-  DBT record = key.Record();
-  DBT value = OutputRecord(pBuf, nBufBytes);
-  const int nResult = RunInside([&] { return pDb->get(pDb, nullptr, &record, &value, 0); });
-  if (nResult == 0) Terminate(value);
-  return nResult;
+int ReadRecord(DB *pDb, const char *pKey, KeyForm form, char *pBuf, std::int32_t nBufBytes) {
+  return WithKey(pKey, form, [=](DBT *pRecord) {
+    DBT value = OutputRecord(pBuf, nBufBytes);
+    const int nResult = RunInside([&] { return pDb->get(pDb, nullptr, pRecord, &value, 0); });
+    if (nResult == 0) Terminate(value);
+    return nResult;
+  });
 }
 
 // Lets old log files go, when enough has been written since the last time. The change is safe without it, so what
@@ -65,17 +60,23 @@ int Finish(DB *pDb, int nResult, Flush flush) {
   return nResult;
 }
 
-int WriteRecord(DB *pDb, const RecordKey &key, const void *pData, std::size_t dwBytes, Flush flush) {
-  if (key.Error() != 0) return key.Error();
+int WriteRecord(DB *pDb, const char *pKey, KeyForm form, const void *pData, std::size_t dwBytes, Flush flush) {
   if ((pData == nullptr && dwBytes != 0) || dwBytes > INT32_MAX) return EINVAL;
-  DBT record = key.Record();
-  DBT value = InputRecord(pData, static_cast<std::uint32_t>(dwBytes));
-  return RunInside([&] { return Finish(pDb, pDb->put(pDb, nullptr, &record, &value, 0), flush); });
+  return WithKey(pKey, form, [=](DBT *pRecord) {
+    DBT value = InputRecord(pData, static_cast<std::uint32_t>(dwBytes));
+    return RunInside([&] { return Finish(pDb, pDb->put(pDb, nullptr, pRecord, &value, 0), flush); });
+  });
 }
 
-int WriteText(DB *pDb, const RecordKey &key, const char *pValue) {
+int WriteText(DB *pDb, const char *pKey, KeyForm form, const char *pValue) {
   if (pValue == nullptr) return EINVAL;
-  return WriteRecord(pDb, key, pValue, std::strlen(pValue) + 1, Flush::kYes);
+  return WriteRecord(pDb, pKey, form, pValue, std::strlen(pValue) + 1, Flush::kYes);
+}
+
+int DeleteRecord(DB *pDb, const char *pKey, KeyForm form) {
+  return WithKey(pKey, form, [=](DBT *pRecord) {
+    return RunInside([&] { return Finish(pDb, pDb->del(pDb, nullptr, pRecord, 0), Flush::kYes); });
+  });
 }
 
 // The writing operations know one failure only, and say it twice.
@@ -95,12 +96,12 @@ using namespace devsupport::store;  // NOLINT(google-build-using-namespace): the
 int BerkDb_Get(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes) {
   if (pDb == nullptr) return BERKDB_NO_TABLE;
   if (IsPhoneBookIndex(pDb) || pBuf == nullptr) return BERKDB_REFUSED;
-  return CodeOf(pDb, ReadRecord(pDb, RecordKey(pKey, IsPhoneBook(pDb)), pBuf, nBufBytes));
+  return CodeOf(pDb, ReadRecord(pDb, pKey, FormOf(pDb), pBuf, nBufBytes));
 }
 
 int BerkDb_Read(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes) {
   if (pDb == nullptr) return BERKDB_NO_TABLE;
-  return CodeOf(pDb, ReadRecord(pDb, RecordKey(pKey, RecordKey::kAsItStands), pBuf, nBufBytes));
+  return CodeOf(pDb, ReadRecord(pDb, pKey, KeyForm::kAsItStands, pBuf, nBufBytes));
 }
 
 int BerkDb_GetStr(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes) {
@@ -109,27 +110,24 @@ int BerkDb_GetStr(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBy
 
 int BerkDb_Put(struct __db *pDb, const char *pKey, const void *pData, int32_t nBytes) {
   if (pDb == nullptr) return BERKDB_NO_TABLE;
-  const RecordKey key(pKey, RecordKey::kAsItStands);
   // A negative size becomes one that WriteRecord refuses.
-  return CodeOfWrite(pDb, WriteRecord(pDb, key, pData, static_cast<std::size_t>(nBytes), Flush::kNo));
+  const auto dwBytes = static_cast<std::size_t>(nBytes);
+  return CodeOfWrite(pDb, WriteRecord(pDb, pKey, KeyForm::kAsItStands, pData, dwBytes, Flush::kNo));
 }
 
 int BerkDb_Set(struct __db *pDb, const char *pKey, const char *pValue) {
   if (pDb == nullptr) return BERKDB_NO_TABLE;
-  return CodeOfWrite(pDb, WriteText(pDb, RecordKey(pKey, IsPhoneBook(pDb)), pValue));
+  return CodeOfWrite(pDb, WriteText(pDb, pKey, FormOf(pDb), pValue));
 }
 
 int BerkDb_PutStr(struct __db *pDb, const char *pKey, const char *pValue) {
   if (pDb == nullptr) return 0;
-  return CodeOf(pDb, WriteText(pDb, RecordKey(pKey, RecordKey::kAsItStands), pValue)) == BERKDB_OK ? 1 : 0;
+  return CodeOf(pDb, WriteText(pDb, pKey, KeyForm::kAsItStands, pValue)) == BERKDB_OK ? 1 : 0;
 }
 
 int BerkDb_Del(struct __db *pDb, const char *pKey) {
   if (pDb == nullptr) return BERKDB_NO_TABLE;
-  const RecordKey key(pKey, IsPhoneBook(pDb));
-  if (key.Error() != 0) return CodeOf(pDb, key.Error());
-  DBT record = key.Record();
-  return CodeOf(pDb, RunInside([&] { return Finish(pDb, pDb->del(pDb, nullptr, &record, 0), Flush::kYes); }));
+  return CodeOf(pDb, DeleteRecord(pDb, pKey, FormOf(pDb)));
 }
 
 int BerkDb_PGet(struct __db *pDb, const char *pKey, int32_t nKeyBytes, char *pPrimary, int32_t nPrimaryBytes,

@@ -4,12 +4,8 @@
 
 #include <devsupport/detail/db/DbRecord.h>
 
-#include <cerrno>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-
-#include "Operation.h"
 
 char _Letter2Num(char c) {
   static constexpr char kKeyOfLetter[] = "22233344455566677778889999";
@@ -21,47 +17,24 @@ char _Letter2Num(char c) {
 
 namespace devsupport::store {
 
-RecordKey::RecordKey(const char *pText, bool bPhoneBook) {
-  if (pText == nullptr) {
-    nError_ = EINVAL;
-    return;
-  }
-  const std::size_t dwText = std::strlen(pText);
-  if (dwText >= INT32_MAX / 2) {
-    nError_ = EINVAL;  // the library counts in 32 bits
-  } else if (bPhoneBook) {
-    MakePhoneBookKey(pText, dwText);
-  } else {
-    pKey_ = pText;
-    dwBytes_ = dwText + 1;
-  }
-}
-
-RecordKey::~RecordKey() { std::free(pHeap_); }
-
-DBT RecordKey::Record() const { return InputRecord(pKey_, static_cast<std::uint32_t>(dwBytes_)); }
-
-void RecordKey::MakePhoneBookKey(const char *pName, std::size_t dwName) {
-  char *pKey = szInline_;
+PhoneBookKey::PhoneBookKey(const char *pName) {
+  const std::size_t dwName = std::strlen(pName);
   const std::size_t dwRoom = 2 * (dwName + 1);
-  if (dwRoom > sizeof szInline_) {
-    pHeap_ = static_cast<char *>(std::malloc(dwRoom));
-    if (pHeap_ == nullptr) {
-      nError_ = ENOMEM;
-      return;
-    }
-    pKey = pHeap_;
-  }
-  std::memcpy(pKey, pName, dwName + 1);
-  char *pDigit = pKey + dwName + 1;
+  if (dwRoom > sizeof szInline_) pKey_ = static_cast<char *>(std::malloc(dwRoom));
+  if (pKey_ == nullptr) return;
+  std::memcpy(pKey_, pName, dwName + 1);
+  char *pDigit = pKey_ + dwName + 1;
   for (std::size_t i = 0; i < dwName; ++i) {
     *pDigit = _Letter2Num(pName[i]);
     if (*pDigit == '\0') break;
     ++pDigit;
   }
   *pDigit++ = '\0';
-  pKey_ = pKey;
-  dwBytes_ = static_cast<std::size_t>(pDigit - pKey);
+  dwBytes_ = static_cast<std::size_t>(pDigit - pKey_);
+}
+
+PhoneBookKey::~PhoneBookKey() {
+  if (pKey_ != szInline_) std::free(pKey_);
 }
 
 }  // namespace devsupport::store
