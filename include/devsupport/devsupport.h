@@ -27,5 +27,7 @@
 #include <devsupport/db/BerkeleyDB.h>
 #include <devsupport/db/DbParam.h>
 #include <devsupport/db/DbRecord.h>
+/* L1: local addresses */
+#include <devsupport/net/LocalAddress.h>
 
 #endif
