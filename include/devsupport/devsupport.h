@@ -19,6 +19,7 @@
 #include <devsupport/container/MyHash.h>
 #include <devsupport/container/MyQueue.h>
 #include <devsupport/ipc/MyShareMemory.h>
+#include <devsupport/net/LocalAddress.h>
 #include <devsupport/text/StrTok.h>
 #include <devsupport/text/StrTokConvert.h>
 #include <devsupport/text/StrTokScan.h>
@@ -28,6 +29,7 @@
 #include <devsupport/db/DbParam.h>
 #include <devsupport/db/DbRecord.h>
 /* L1: local addresses */
-#include <devsupport/net/LocalAddress.h>
+/* L2: link status */
+#include <devsupport/net/LinkStatus.h>
 
 #endif

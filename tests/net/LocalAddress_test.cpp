@@ -303,6 +303,15 @@ TEST_F(LocalIPv6, AfterAFailedSearch_TheLastAddressIsLeftBehind) {
   });
 }
 
+TEST_F(LocalIPv6, NameInTheFile_CountsUpTo20Characters) {
+  InPrivateNetwork([] {
+    const std::string line = "20010db8000000000000000000000001 02 40 00 80     ";
+    EXPECT_EQ(AskWithFile(line + "abcdefghijklmnopqrst\n", "abcdefghijklmnopqrst").result, 1);
+    EXPECT_EQ(AskWithFile(line + "abcdefghijklmnopqrstuvwxyz\n", "abcdefghijklmnopqrst").result, 1);
+    EXPECT_EQ(AskWithFile(line + "abcdefghijklmnopqrs\n", "abcdefghijklmnopqrst").result, 0);
+  });
+}
+
 TEST_F(LocalIPv6, LinesThatAreNoneOfTheKernels_AreSkipped) {
   InPrivateNetwork([] {
     const auto outcome = AskWithFile(
