@@ -16,7 +16,7 @@ namespace devsupport::test {
 
 namespace {
 
-constexpr int kNamespaces = CLONE_NEWNET | CLONE_NEWNS;
+constexpr int kNamespaces = CLONE_NEWNET | CLONE_NEWNS | CLONE_NEWIPC;
 constexpr int kMaxDescriptors = 1024;
 
 bool WriteText(const char *path, const std::string &text) {

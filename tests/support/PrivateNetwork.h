@@ -1,4 +1,4 @@
-// Real network interfaces for the tests: a child process with a network and mounts all of its own.
+// Real network interfaces for the tests: a child process with a network, mounts and IPC all of its own.
 #pragma once
 
 #include <functional>
@@ -10,7 +10,8 @@ namespace devsupport::test {
 /// True when the machine lets us make private networks and has `ip`; where not, say so and skip.
 bool CanMakePrivateNetworks();
 
-/// Runs a function in a child whose only interface is a loopback that is down, and whose mounts nobody else sees.
+/// Runs a function in a child whose only interface is a loopback that is down, and whose mounts and System V objects
+/// nobody else sees.
 /// All that the function makes there goes with the child. Returns the child's exit status: 0 when the function came
 /// to its end and no expectation failed.
 int RunInPrivateNetwork(const std::function<void()> &body);
