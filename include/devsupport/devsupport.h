@@ -32,4 +32,9 @@
 /* L2: link status */
 #include <devsupport/net/LinkStatus.h>
 
+/* L3: configuration store */
+
+/* L4: WAN choice */
+#include <devsupport/net/WanInterface.h>
+
 #endif
