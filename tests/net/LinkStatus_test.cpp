@@ -1,36 +1,62 @@
-// Link states out of a file of our own and out of a stand-in for the switch's driver, and the trace at a known time.
+// The switch's link state out of a stand-in for its driver, which interface is asked how, and the trace at a known
+// time.
 
 #include <devsupport/net/LinkStatus.h>
 #include <gtest/gtest.h>
-#include <linux/capability.h>
-#include <linux/sockios.h>
 #include <net/if.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <array>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
 #include <optional>
+#include <ostream>
 #include <string>
 
 #include "NetworkTest.h"
+#include "WrappedCalls.h"
 #include "support/CapturedOutput.h"
 #include "support/FaultInjection.h"
 
 namespace {
 
+const timespec *g_now = nullptr;  // the time of day while set
+
+}  // namespace
+
+extern "C" int __real_clock_gettime(clockid_t clock, timespec *now);
+extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *now);
+extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *now) {
+  if (g_now == nullptr || clock != CLOCK_REALTIME) return __real_clock_gettime(clock, now);
+  *now = *g_now;
+  return 0;
+}
+
+namespace {
+
+using devsupport::test::AddInterface;
+using devsupport::test::AskSilently;
+using devsupport::test::CapturedOutput;
+using devsupport::test::FailCall;
+using devsupport::test::HideFolder;
+using devsupport::test::NetworkTest;
+using devsupport::test::WriteFile;
+
+// ---- The switch's link, out of its driver's answer ------------------------------------------------------------
+
 constexpr std::size_t kRequestBytes = 48;
 
-/// Stands in for the switch's driver: it takes the private request, keeps its bytes and answers.
+/// Stands in for the switch's driver while it lives: it takes the private request, keeps its bytes and answers.
 struct TSwitchDriver {
+  TSwitchDriver() {
+    devsupport::test::g_switchDriver = [this](ifreq &asked) { return Answer(asked); };
+  }
+  ~TSwitchDriver() { devsupport::test::g_switchDriver = nullptr; }
+  TSwitchDriver(const TSwitchDriver &) = delete;
+  TSwitchDriver &operator=(const TSwitchDriver &) = delete;
+
   std::uint8_t port = 1;
   std::uint32_t status = 0;
   int failure = 0;  // an errno, or 0 to answer
@@ -52,188 +78,8 @@ struct TSwitchDriver {
   }
 };
 
-TSwitchDriver *g_driver = nullptr;  // answers the private request while set
-const timespec *g_now = nullptr;    // the time of day while set
-
-}  // namespace
-
-DEVSUPPORT_FAULT_POINT(int, socket, (int domain, int type, int protocol), (domain, type, protocol), -1, EMFILE)
-
-extern "C" int __real_ioctl(int fd, unsigned long request, ...);
-extern "C" int __wrap_ioctl(int fd, unsigned long request, ...);
-extern "C" int __wrap_ioctl(int fd, unsigned long request, ...) {
-  va_list args;
-  va_start(args, request);
-  void *const record = va_arg(args, void *);
-  va_end(args);
-  if (request == SIOCDEVPRIVATE && g_driver != nullptr) return g_driver->Answer(*static_cast<ifreq *>(record));
-  return __real_ioctl(fd, request, record);
-}
-
-extern "C" int __real_clock_gettime(clockid_t clock, timespec *now);
-extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *now);
-extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *now) {
-  if (g_now == nullptr || clock != CLOCK_REALTIME) return __real_clock_gettime(clock, now);
-  *now = *g_now;
-  return 0;
-}
-
-namespace {
-
-using devsupport::test::AddInterface;
-using devsupport::test::CapturedOutput;
-using devsupport::test::CountDescriptors;
-using devsupport::test::FailCall;
-using devsupport::test::HideFolder;
-using devsupport::test::NetworkTest;
-using devsupport::test::WriteFile;
-
-/// Asks for a link state; nothing may be printed and no descriptor left open on the way.
-int AskSilently(int (*query)()) {
-  const int before = CountDescriptors();
-  int result = -4711;
-  {
-    CapturedOutput err(stderr);
-    result = query();
-    EXPECT_EQ(err.Take(), "");
-  }
-  EXPECT_EQ(CountDescriptors(), before) << "descriptors leaked";
-  return result;
-}
-
-// ---- The Ethernet port's link, out of its driver's file -------------------------------------------------------
-
-constexpr const char *kLinkFile = "/proc/avalanche/cpmac_link";
-
-int AskCpmacLink() { return AskSilently(GetCpmacLink); }
-
-int AskCpmacLinkWithFile(const std::string &text) {
-  WriteFile(kLinkFile, text);
-  return AskCpmacLink();
-}
-
-struct TLinkFile {
-  std::string name;
-  std::string text;
-  int result;
-};
-
-void PrintTo(const TLinkFile &file, std::ostream *out) { *out << file.name; }
-
-/// A first line of exactly so many characters, its end not counted, that ends in the text given.
-std::string FirstLine(std::size_t chars, const std::string &end) {
-  return std::string(chars - end.size(), 'x') + end;
-}
-
-const std::string kFirst = "number = 1\n";
-const std::string kSecond = "port: link: UP\n";
-
-const TLinkFile kLinkFiles[] = {
-    {"TwoLinesThatSayUp_ReadsUp", kFirst + kSecond, 1},
-    {"MoreBehindTheWordUp_ReadsUp", "n = 2 of 3\nport: link: UP at: 100\nmore\n", 1},
-    {"LinesThatEndInCrLf_ReadsUp", "n = 1\r\na:b:UP\r\n", 1},
-    {"SecondLineWithoutEnd_ReadsUp", "n = 1\na:b:UP", 1},
-    {"SeveralBlanksBeforeNumberAndWord_ReadsUp", "n =   1\na:b:   UP\n", 1},
-    {"NumberBeyond32Bits_ReadsUp", "n = 99999999999999999999\n" + kSecond, 1},
-    {"OnlyTheFirstEqualsSignCounts_ReadsUp", "n = 1 = 0\n" + kSecond, 1},
-
-    {"WordDown_ReadsDown", kFirst + "port: link: DOWN\n", 0},
-    {"WordInLowerCase_ReadsDown", kFirst + "port: link: up\n", 0},
-    {"WordThatOnlyBeginsWithUp_ReadsDown", kFirst + "a:b:UPPER\n", 0},
-    {"WordOf8Characters_ReadsDown", kFirst + "a:b:UPUPUPUP\n", 0},
-    {"WordOfMoreThan8Characters_ReadsDown", kFirst + "a:b:UP" + std::string(200, 'x') + "\n", 0},
-    {"TabBeforeTheWord_ReadsDown", kFirst + "a:b:\tUP\n", 0},
-    {"NoWord_ReadsDown", kFirst + "a:b:\n", 0},
-    {"BlanksForAWord_ReadsDown", kFirst + "a:b:  \n", 0},
-    {"SecondLineWithOneColon_ReadsDown", kFirst + "port: UP\n", 0},
-    {"SecondLineWithoutColon_ReadsDown", kFirst + "UP\n", 0},
-    {"EmptySecondLine_ReadsDown", kFirst + "\n" + kSecond, 0},
-    {"OneLine_ReadsDown", kFirst, 0},
-    {"OneLineWithoutEnd_ReadsDown", "n = 1", 0},
-    {"OneLineThatSaysAll_ReadsDown", "a:b:UP n = 1", 0},
-    {"EmptyFile_ReadsDown", "", 0},
-    {"EmptyFirstLine_ReadsDown", "\n" + kSecond, 0},
-
-    {"Number0_ReadsDownWhateverTheSecondLineSays", "n = 0\n" + kSecond, 0},
-    {"NegativeNumber_ReadsDown", "n = -1\n" + kSecond, 0},
-    {"NumberWithLettersBehindIt_ReadsDown", "n = 1x\n" + kSecond, 0},
-    {"NoNumber_ReadsDown", "n = \n" + kSecond, 0},
-    {"NoBlankBehindTheEqualsSign_ReadsDown", "n =1\n" + kSecond, 0},
-    {"NoEqualsSign_ReadsDown", "n 1\n" + kSecond, 0},
-
-    {"FirstLineOf256Characters_IsReadWhole", FirstLine(256, "= 1") + "\n" + kSecond, 1},
-    {"FirstLineOf255Characters_IsReadWhole", FirstLine(255, "= 1") + "\n" + kSecond, 1},
-    {"NumberThatEndsAtCharacter256_IsReadWhole", FirstLine(256, "= 05") + "\n" + kSecond, 1},
-    {"NumberThatGoesBeyondCharacter256_IsCut", FirstLine(257, "= 05") + "\n" + kSecond, 0},
-    {"LongFirstLine_IsCutAndTheSecondLineIsStillTheSecond", "n = 1 " + std::string(100000, 'x') + "\n" + kSecond, 1},
-    {"RestOfALongFirstLine_IsNotTheSecondLine", FirstLine(256, "n = 1 ") + "a:b:UP\nport: link: DOWN\n", 0},
-    {"LongSecondLine_IsCut", kFirst + "a:b:UP " + std::string(100000, 'x') + "\n", 1},
-    {"LongLineWithoutEnd_ReadsDown", std::string(100000, '='), 0},
-    {"NulCharacters_EndTheLineEarly", std::string("n = 1\0 x\na:b:UP\0x\n", 18), 1},
-};
-
-class CpmacLinkFile : public NetworkTest, public ::testing::WithParamInterface<TLinkFile> {};
-
-TEST_P(CpmacLinkFile, With) {
-  InPrivateNetwork([] {
-    HideFolder("/proc");
-    EXPECT_EQ(AskCpmacLinkWithFile(GetParam().text), GetParam().result);
-  });
-}
-
-INSTANTIATE_TEST_SUITE_P(, CpmacLinkFile, ::testing::ValuesIn(kLinkFiles),
-                         [](const auto &file) { return file.param.name; });
-
-class CpmacLink : public NetworkTest {};
-
-TEST_F(CpmacLink, WithoutFile_ReadsDown) {
-  InPrivateNetwork([] {
-    HideFolder("/proc");
-    EXPECT_EQ(AskCpmacLink(), 0);
-  });
-}
-
-TEST_F(CpmacLink, FolderInPlaceOfTheFile_ReadsDown) {
-  InPrivateNetwork([] {
-    HideFolder("/proc");
-    std::filesystem::create_directories(kLinkFile);
-    EXPECT_EQ(AskCpmacLink(), 0);
-  });
-}
-
-/// Makes this process obey the permissions of files, root though it is.
-void DropCapabilities() {
-  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-  const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
-  ASSERT_EQ(::syscall(SYS_capset, &header, none), 0);
-}
-
-TEST_F(CpmacLink, FileThatMayNotBeRead_ReadsDown) {
-  InPrivateNetwork([] {
-    HideFolder("/proc");
-    ASSERT_EQ(AskCpmacLinkWithFile(kFirst + kSecond), 1);
-    ASSERT_EQ(::chmod(kLinkFile, 0), 0);
-    DropCapabilities();
-    EXPECT_EQ(AskCpmacLink(), 0);
-  });
-}
-
-TEST_F(CpmacLink, FileThatChanges_IsReadAfreshAtEveryCall) {
-  InPrivateNetwork([] {
-    HideFolder("/proc");
-    EXPECT_EQ(AskCpmacLinkWithFile(kFirst + "port: link: DOWN\n"), 0);
-    EXPECT_EQ(AskCpmacLinkWithFile(kFirst + kSecond), 1);
-    EXPECT_EQ(AskCpmacLinkWithFile("n = 0\n" + kSecond), 0);
-  });
-}
-
-// ---- The switch's link, out of its driver's answer ------------------------------------------------------------
-
 class EswLink : public ::testing::Test {
  protected:
-  EswLink() { g_driver = &driver_; }
-  ~EswLink() override { g_driver = nullptr; }
-
   int AskWithAnswer(std::uint8_t port, std::uint32_t status) {
     driver_.port = port;
     driver_.status = status;
@@ -307,15 +153,17 @@ TEST_F(RealEswLink, InterfaceOfThatNameWithAnotherDriver_ReadsDown) {
 
 // ---- Which of the two is asked --------------------------------------------------------------------------------
 
+constexpr const char *kLinkFile = "/proc/avalanche/cpmac_link";
+constexpr const char *kLinkIsUp = "number = 1\nport: link: UP\n";
+
 class LinkStatus : public NetworkTest {};
 
 TEST_F(LinkStatus, OfEth0_IsReadFromTheFile) {
   InPrivateNetwork([] {
     TSwitchDriver driver;
-    g_driver = &driver;
     HideFolder("/proc");
     EXPECT_EQ(GetLinkStatus("eth0"), 0);
-    WriteFile(kLinkFile, kFirst + kSecond);
+    WriteFile(kLinkFile, kLinkIsUp);
     EXPECT_EQ(GetLinkStatus("eth0"), 1);
     EXPECT_EQ(driver.calls, 0);
   });
@@ -324,9 +172,8 @@ TEST_F(LinkStatus, OfEth0_IsReadFromTheFile) {
 TEST_F(LinkStatus, OfEveryOtherName_IsAskedFromTheSwitch) {
   InPrivateNetwork([] {
     TSwitchDriver driver;
-    g_driver = &driver;
     HideFolder("/proc");
-    WriteFile(kLinkFile, kFirst + kSecond);
+    WriteFile(kLinkFile, kLinkIsUp);
     for (const char *const name : {"esw0", "ppp0", "eth1", "eth0.5", "ETH0", "eth", ""}) {
       driver.status = 0x80;
       EXPECT_EQ(GetLinkStatus(name), 1) << name;

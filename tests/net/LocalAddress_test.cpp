@@ -1,40 +1,16 @@
 // Addresses of real interfaces, as each query tells them and as it fails.
 
-#include <arpa/inet.h>
 #include <devsupport/net/LocalAddress.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <net/if.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdarg>
-#include <cstddef>
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "NetworkTest.h"
+#include "WrappedCalls.h"
 #include "support/CapturedOutput.h"
 #include "support/FaultInjection.h"
-
-DEVSUPPORT_FAULT_POINT(int, socket, (int domain, int type, int protocol), (domain, type, protocol), -1, EMFILE)
-
-extern "C" int __real_ioctl(int fd, unsigned long request, ...);
-extern "C" int __wrap_ioctl(int fd, unsigned long request, ...);
-extern "C" int __wrap_ioctl(int fd, unsigned long request, ...) {
-  va_list args;
-  va_start(args, request);
-  void *const record = va_arg(args, void *);
-  va_end(args);
-  if (devsupport::test::MustFail("ioctl")) {
-    errno = EIO;
-    return -1;
-  }
-  return __real_ioctl(fd, request, record);
-}
 
 namespace {
 
@@ -46,8 +22,6 @@ using devsupport::test::HideFolder;
 using devsupport::test::Ip;
 using devsupport::test::NetworkTest;
 using devsupport::test::WriteFile;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr int kPreset = -4711;
 
@@ -323,179 +297,6 @@ TEST_F(LocalIPv6, LinesThatAreNoneOfTheKernels_AreSkipped) {
     EXPECT_EQ(outcome.result, 1);
     EXPECT_EQ(outcome.address, "2001:db8::2");
   });
-}
-
-// ---- GetLocalIfList -------------------------------------------------------------------------------------------
-
-std::string Words(const TIfAddrInfo &record) {
-  return std::string(record.szName) + " " + record.szAddress + " " + record.szHwAddress;
-}
-
-std::vector<std::string> AskList(int max, const std::string &printed = "") {
-  std::vector<TIfAddrInfo> records(static_cast<std::size_t>(std::max(max, 0)));
-  for (TIfAddrInfo &record : records) std::memset(&record, '#', sizeof record);
-  CapturedOutput err(stderr);
-  const int count = GetLocalIfList(records.data(), max);
-  EXPECT_EQ(err.Take(), printed);
-  EXPECT_THAT(count, ::testing::AllOf(::testing::Ge(0), ::testing::Le(std::max(max, 0))));
-  std::vector<std::string> words;
-  for (int i = 0; i < count; ++i) words.push_back(Words(records[static_cast<std::size_t>(i)]));
-  return words;
-}
-
-std::vector<std::string> NamesOf(const std::vector<std::string> &list) {
-  std::vector<std::string> names;
-  for (const std::string &words : list) names.push_back(words.substr(0, words.find(' ')));
-  return names;
-}
-
-/// The names of all interfaces that have an IPv4 address, in the kernel's own order.
-std::vector<std::string> KernelOrder() {
-  std::vector<ifreq> requests(64);
-  ifconf config{};
-  config.ifc_len = static_cast<int>(requests.size() * sizeof(ifreq));
-  config.ifc_req = requests.data();
-  const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
-  EXPECT_EQ(::ioctl(fd, SIOCGIFCONF, &config), 0);
-  ::close(fd);
-  std::vector<std::string> names;
-  for (std::size_t i = 0; i < static_cast<std::size_t>(config.ifc_len) / sizeof(ifreq); ++i) {
-    names.emplace_back(requests[i].ifr_name);
-  }
-  return names;
-}
-
-class LocalIfList : public NetworkTest {};
-
-TEST(IfAddrInfo, RecordsLieBackToBackInTheFixedLayout) {
-  EXPECT_EQ(offsetof(TIfAddrInfo, szName), 0U);
-  EXPECT_EQ(offsetof(TIfAddrInfo, szAddress), 16U);
-  EXPECT_EQ(offsetof(TIfAddrInfo, szHwAddress), 32U);
-  EXPECT_EQ(sizeof(TIfAddrInfo[2]), 100U);
-}
-
-TEST_F(LocalIfList, OfOneInterface_HasNameAddressAndUpperCaseHardwareAddress) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.1.2.3/24"});
-    Ip({"link set eth0 address 02:ab:cd:ef:09:f0"});
-    EXPECT_THAT(AskList(4), ElementsAre("eth0 10.1.2.3 02:AB:CD:EF:09:F0"));
-  });
-}
-
-TEST_F(LocalIfList, LongestTexts_AreWhole) {
-  InPrivateNetwork([] {
-    AddInterface("abcdefghijklmno", {"192.168.100.200/24"});
-    Ip({"link set abcdefghijklmno address fe:fe:fe:fe:fe:fe"});
-    EXPECT_THAT(AskList(1), ElementsAre("abcdefghijklmno 192.168.100.200 FE:FE:FE:FE:FE:FE"));
-  });
-}
-
-TEST_F(LocalIfList, WithoutInterfaces_IsEmpty) {
-  InPrivateNetwork([] { EXPECT_THAT(AskList(4), IsEmpty()); });
-}
-
-TEST_F(LocalIfList, InterfacesWithoutIPv4Address_AreLeftOut) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"2001:db8::5/64"});
-    AddInterface("eth1", {});
-    EXPECT_THAT(AskList(4), IsEmpty());
-  });
-}
-
-TEST_F(LocalIfList, LoopbackAddress_IsLeftOutEvenOnARealInterface) {
-  InPrivateNetwork([] {
-    Ip({"link set lo up"});
-    AddInterface("eth0", {"127.0.0.1/32"});
-    AddInterface("eth1", {"10.1.2.3/24"});
-    EXPECT_THAT(NamesOf(AskList(4)), ElementsAre("eth1"));
-  });
-}
-
-TEST_F(LocalIfList, HardwareAddressOfZeros_IsLeftOutWhateverTheAddress) {
-  InPrivateNetwork([] {
-    Ip({"link set lo up", "addr add 10.9.9.9/32 dev lo"});
-    AddInterface("eth0", {"10.1.2.3/24"});
-    EXPECT_THAT(NamesOf(AskList(4)), ElementsAre("eth0"));
-  });
-}
-
-TEST_F(LocalIfList, StandsInTheReverseOfTheKernelsOrder) {
-  InPrivateNetwork([] {
-    AddInterface("eth1", {"10.1.1.1/24"}, 40);
-    AddInterface("eth2", {"10.1.2.1/24"}, 20);
-    AddInterface("eth3", {"10.1.3.1/24"}, 30);
-    std::vector<std::string> expected = KernelOrder();
-    ASSERT_EQ(expected.size(), 3U);
-    std::reverse(expected.begin(), expected.end());
-    EXPECT_EQ(NamesOf(AskList(8)), expected);
-  });
-}
-
-TEST_F(LocalIfList, SeveralAddressesOfOneInterface_ComeOnceEach) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.1.1.1/24", "10.1.1.2/24"});
-    Ip({"addr add 10.2.2.2/24 dev eth0 label eth0:1", "link set eth0 address 02:00:00:00:00:01"});
-    EXPECT_THAT(AskList(8),
-                ::testing::UnorderedElementsAre("eth0 10.1.1.1 02:00:00:00:00:01", "eth0 10.1.1.2 02:00:00:00:00:01",
-                                                "eth0:1 10.2.2.2 02:00:00:00:00:01"));
-  });
-}
-
-TEST_F(LocalIfList, NeverFillsMoreThanMaxRecords) {
-  InPrivateNetwork([] {
-    AddInterface("eth1", {"10.1.1.1/24"});
-    AddInterface("eth2", {"10.1.2.1/24"});
-    AddInterface("eth3", {"10.1.3.1/24"});
-    EXPECT_THAT(NamesOf(AskList(2)), ElementsAre("eth3", "eth2"));
-    EXPECT_THAT(AskList(0), IsEmpty());
-    EXPECT_THAT(AskList(-1), IsEmpty());
-  });
-}
-
-TEST_F(LocalIfList, ARecordThatIsNotKept_IsOverwrittenByTheNext) {
-  InPrivateNetwork([] {
-    AddInterface("eth1", {"10.1.1.1/24"});
-    AddInterface("eth2", {"127.0.0.1/32"});
-    EXPECT_THAT(NamesOf(AskList(1)), ElementsAre("eth1"));
-  });
-}
-
-TEST_F(LocalIfList, MoreThan16Interfaces_OnlyTheKernelsFirst16AreSeen) {
-  InPrivateNetwork([] {
-    for (int i = 1; i <= 18; ++i) {
-      AddInterface("eth" + std::to_string(i), {"10.1." + std::to_string(i) + ".1/24"});
-    }
-    std::vector<std::string> expected = KernelOrder();
-    ASSERT_EQ(expected.size(), 18U);
-    expected.resize(16);
-    std::reverse(expected.begin(), expected.end());
-    EXPECT_EQ(NamesOf(AskList(32)), expected);
-  });
-}
-
-TEST_F(LocalIfList, InterfaceThatDoesNotAnswer_IsLeftOutWithoutAWord) {
-  InPrivateNetwork([] {
-    AddInterface("eth1", {"10.1.1.1/24"});
-    AddInterface("eth2", {"10.1.2.1/24"});
-    // The first request lists the interfaces; then each is asked for its address and its hardware address.
-    for (const int nth : {2, 3}) {
-      FailCall fail("ioctl", nth);
-      EXPECT_THAT(NamesOf(AskList(8)), ElementsAre("eth1")) << "with request " << nth << " failing";
-      EXPECT_TRUE(fail.Happened());
-    }
-  });
-}
-
-TEST_F(LocalIfList, WithoutSocket_Returns0AndSaysWhy) {
-  FailCall fail("socket", 1);
-  EXPECT_THAT(AskList(4, "cpm: socket: Too many open files\n"), IsEmpty());
-}
-
-TEST_F(LocalIfList, WhenTheKernelGivesNoList_Returns0SaysWhyAndClosesItsSocket) {
-  const int before = CountDescriptors();
-  FailCall fail("ioctl", 1);
-  EXPECT_THAT(AskList(4, "cpm: ioctl: Input/output error\n"), IsEmpty());
-  EXPECT_EQ(CountDescriptors(), before);
 }
 
 // ---- Address texts --------------------------------------------------------------------------------------------

@@ -1,10 +1,11 @@
-// What the tests of the network units share: one private network for each test, and requests that fail on demand.
+// What the tests of the network units share: a private network for each test, with an eye on its descriptors.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <functional>
 
+#include "support/CapturedOutput.h"
 #include "support/PrivateNetwork.h"
 
 namespace devsupport::test {
@@ -26,5 +27,18 @@ class NetworkTest : public ::testing::Test {
               0);
   }
 };
+
+/// Asks for a link state; nothing may be printed and no descriptor left open on the way.
+inline int AskSilently(int (*query)()) {
+  const int before = CountDescriptors();
+  int result = -4711;
+  {
+    CapturedOutput err(stderr);
+    result = query();
+    EXPECT_EQ(err.Take(), "");
+  }
+  EXPECT_EQ(CountDescriptors(), before) << "descriptors leaked";
+  return result;
+}
 
 }  // namespace devsupport::test
