@@ -24,17 +24,15 @@
 #include <devsupport/text/StrTokConvert.h>
 #include <devsupport/text/StrTokScan.h>
 
+/* L2: log channel and builders, link status */
+#include <devsupport/net/LinkStatus.h>
+
 /* L3: configuration store */
 #include <devsupport/db/BerkeleyDB.h>
 #include <devsupport/db/DbParam.h>
 #include <devsupport/db/DbRecord.h>
-/* L1: local addresses */
-/* L2: link status */
-#include <devsupport/net/LinkStatus.h>
 
-/* L3: configuration store */
-
-/* L4: WAN choice */
+/* L4: log filter, WAN choice */
 #include <devsupport/net/WanInterface.h>
 
 #endif
