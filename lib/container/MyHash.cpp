@@ -13,11 +13,12 @@
 using namespace devsupport;
 
 static_assert(offsetof(TMyHash, uAllot) == 0);
-static_assert(sizeof(void *) != 4 || (offsetof(TMyHash, pnBucket) == 52 && offsetof(TMyHash, pnNext) == 56 &&
-                                      offsetof(TMyHash, pnPrev) == 60 && offsetof(TMyHash, nBucketCnt) == 64 &&
-                                      offsetof(TMyHash, nDataSize) == 68 && offsetof(TMyHash, pData) == 72 &&
-                                      offsetof(TMyHash, fnIsMatch) == 76 && offsetof(TMyHash, fnDataKey) == 80 &&
-                                      offsetof(TMyHash, fnArgKey) == 84 && offsetof(TMyHash, fnHash) == 88));
+static_assert(sizeof(void *) != 4 ||
+              (offsetof(TMyHash, pnBucket) == 52 && offsetof(TMyHash, pnNext) == 56 &&
+               offsetof(TMyHash, pnPrev) == 60 && offsetof(TMyHash, nBucketCnt) == 64 &&
+               offsetof(TMyHash, nDataSize) == 68 && offsetof(TMyHash, pData) == 72 &&
+               offsetof(TMyHash, fnIsMatch) == 76 && offsetof(TMyHash, fnDataKey) == 80 &&
+               offsetof(TMyHash, fnArgKey) == 84 && offsetof(TMyHash, fnHash) == 88 && sizeof(TMyHash) == 92));
 
 namespace {
 
@@ -33,6 +34,14 @@ Key KeyOf(TMyHashKeyFunc fnKey, const void *pFrom) {
   Key uKey{nullptr, 0};
   uKey.pBytes = fnKey(pFrom, &uKey.nLength);
   return uKey;
+}
+
+// Sets the number of buckets, and with it what Modulo knows of it.
+void SetBucketCnt(TMyHash &uHash, std::uint32_t nBucketCnt) {
+  uHash.nBucketCnt = nBucketCnt;
+#ifdef __SIZEOF_INT128__
+  uHash.qwBucketFraction = nBucketCnt != 0 ? UINT64_MAX / nBucketCnt + 1 : 0;
+#endif
 }
 
 // The remainder without a division, where 64-bit products are cheap: the low half of dwHash * (2^64 / nBucketCnt) is
@@ -159,7 +168,7 @@ int TMyHash_Create(TMyHash *puHash, const char *pDebugName, int nBucketCnt, int 
   puHash->pnBucket = nullptr;
   puHash->pnNext = nullptr;
   puHash->pnPrev = nullptr;
-  puHash->nBucketCnt = static_cast<std::uint32_t>(std::max({nBucketCnt, nMaxCount, 0}));
+  SetBucketCnt(*puHash, static_cast<std::uint32_t>(std::max({nBucketCnt, nMaxCount, 0})));
   puHash->nDataSize = nDataSize;
   puHash->pData = nullptr;
   puHash->fnIsMatch = fnIsMatch;
@@ -171,7 +180,6 @@ int TMyHash_Create(TMyHash *puHash, const char *pDebugName, int nBucketCnt, int 
     TMyHash_Free(puHash);
     return 0;
   }
-  puHash->qwBucketFraction = UINT64_MAX / puHash->nBucketCnt + 1;
   TMyHash_Clear(puHash);
   return 1;
 }
@@ -262,8 +270,8 @@ void TMyHash_Free(TMyHash *puHash) {
   ReleaseBlock(puHash->pnNext);
   ReleaseBlock(puHash->pnPrev);
   ReleaseBlock(puHash->pData);
-  puHash->nBucketCnt = 0;
-  puHash->qwBucketFraction = 0;
+  SetBucketCnt(*puHash, 0);
+  puHash->fnHash = nullptr;  // an owner's function may divide by the number of buckets
   AllotAry_Destroy(&puHash->uAllot);
 }
 

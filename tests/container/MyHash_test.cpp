@@ -419,6 +419,15 @@ TEST_F(MyHash, Free_LeavesARecordThatIsSafeAndCanBeFreedAndCreatedAgain) {
   EXPECT_EQ(Add("a"), 1);
 }
 
+TEST_F(MyHash, Free_ForgetsTheBucketFunction_WhichMayDivideByTheBucketCount) {
+  ASSERT_EQ(Create(4, 4), 1);
+  TMyHash_SetHashFunc(&uHash_, [](std::uint32_t nBucketCnt, const void *, int) { return 7 % nBucketCnt; });
+  Add("a");
+  TMyHash_Free(&uHash_);
+  EXPECT_EQ(uHash_.fnHash, nullptr);
+  ExpectVoidAndSafe();
+}
+
 TEST_F(MyHash, TraverseData_VisitsEveryEntryInTheInUseOrder) {
   ASSERT_EQ(Create(4, 4), 1);
   for (const char *pKey : {"a", "b", "c"}) Add(pKey);

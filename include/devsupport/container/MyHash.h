@@ -45,7 +45,9 @@ typedef struct TMyHash {
   TMyHashKeyFunc fnDataKey;
   TMyHashKeyFunc fnArgKey;
   TMyHashBucketFunc fnHash;  /* NULL: the built-in hash */
+#ifdef __SIZEOF_INT128__     /* where a wide product is cheaper than a division; not on the device */
   uint64_t qwBucketFraction; /* private: 2^64 / nBucketCnt, rounded up */
+#endif
 } TMyHash;
 
 /* No operation locks: owners that share a table between threads lock around every call. None is for signal handlers.
