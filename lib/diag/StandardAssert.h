@@ -4,9 +4,15 @@
 
 #include <cassert>
 
+// With NDEBUG the C library's header keeps its report to itself.
 #ifdef NDEBUG
+#ifdef __UCLIBC__
+extern "C" [[noreturn]] void __assert(const char *pExpression, const char *pFile, int nLine,
+                                      const char *pFunction) noexcept;
+#else
 extern "C" [[noreturn]] void __assert_fail(const char *pExpression, const char *pFile, unsigned dwLine,
                                            const char *pFunction) noexcept;
+#endif
 #endif
 
 namespace devsupport {
