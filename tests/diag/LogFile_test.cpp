@@ -3,29 +3,29 @@
 #include <devsupport/detail/diag/LogFile.h>
 #include <devsupport/diag/LogFile.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <regex>
-#include <stdexcept>
 #include <string>
 
 #include "support/CapturedOutput.h"
 #include "support/FaultInjection.h"
+#include "support/TempDir.h"
 
-DEVSUPPORT_FAULT_POINT(int, fclose, (std::FILE * pFile), (pFile), EOF, ENOSPC)
+// A failing fclose ends its stream all the same.
+DEVSUPPORT_FAULT_POINT(int, fclose, (std::FILE * pFile), (pFile), (__real_fclose(pFile), EOF), ENOSPC)
 
 namespace {
 
 using devsupport::test::CapturedOutput;
 using devsupport::test::FailCall;
+using devsupport::test::FileText;
+using devsupport::test::TempDir;
+using devsupport::test::WriteFile;
 
 // The first machine word of a text, as a value that a caller could pass.
 std::uintptr_t Word(const char *pText) {
@@ -36,28 +36,14 @@ std::uintptr_t Word(const char *pText) {
 
 class LogFile : public ::testing::Test {
  protected:
-  LogFile() {
-    char szFolder[] = "/tmp/logfile_test.XXXXXX";
-    if (::mkdtemp(szFolder) == nullptr) throw std::runtime_error("cannot make a folder");
-    folder_ = szFolder;
-    path_ = folder_ + "/log";
-  }
-  ~LogFile() override {
-    ::unlink(path_.c_str());
-    ::rmdir(folder_.c_str());
-  }
-
   const char *Path() const { return path_.c_str(); }
-  std::string MissingPath() const { return folder_ + "/missing/log"; }
+  std::string MissingPath() const { return dir_ / "missing" / "log"; }
   bool Exists() const { return ::access(Path(), F_OK) == 0; }
-  std::string Content() const {
-    std::ifstream file(path_, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string Content() const { return FileText(path_); }
 
  private:
-  std::string folder_;
-  std::string path_;
+  const TempDir dir_;
+  const std::string path_ = dir_ / "log";
 };
 
 TEST_F(LogFile, WriteLog_WritesOneBlankTheTextAndANewline) {
@@ -66,7 +52,7 @@ TEST_F(LogFile, WriteLog_WritesOneBlankTheTextAndANewline) {
 }
 
 TEST_F(LogFile, WriteLog_AppendsToWhatIsThere) {
-  std::ofstream(Path()) << "before";
+  WriteFile(Path(), "before");
   _WriteLog(Path(), "one");
   _WriteLog(Path(), "two");
   EXPECT_EQ(Content(), "before one\n two\n");
@@ -107,14 +93,9 @@ TEST_F(LogFile, WriteLogAt_InAMissingFolder_Returns0AndSaysNothing) {
 }
 
 TEST_F(LogFile, WriteLogAt_ReturnsWhatClosingTheFileReturned) {
-  const int nDescriptorsBefore = ::dup(0);
-  ::close(nDescriptorsBefore);
-  {
-    FailCall fail("fclose", 1);
-    EXPECT_EQ(_WriteLogAt(Path(), "a", "f", 1), EOF);
-    EXPECT_TRUE(fail.Happened());
-  }
-  ::close(nDescriptorsBefore);  // the injected failure kept the real fclose from doing it
+  FailCall fail("fclose", 1);
+  EXPECT_EQ(_WriteLogAt(Path(), "a", "f", 1), EOF);
+  EXPECT_TRUE(fail.Happened());
 }
 
 TEST_F(LogFile, Writers_KeepNoFileOpen) {
