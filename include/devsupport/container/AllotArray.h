@@ -1,6 +1,6 @@
 /* Slot allocator: hands out and takes back slot numbers in constant time and lists those in use. */
-#ifndef DEVSUPPORT_CONTAINER_ALLOT_ARRAY_H
-#define DEVSUPPORT_CONTAINER_ALLOT_ARRAY_H
+#ifndef DEVSUPPORT_CONTAINER_ALLOTARRAY_H
+#define DEVSUPPORT_CONTAINER_ALLOTARRAY_H
 
 #include <devsupport/Api.h>
 #include <stdint.h>
@@ -64,7 +64,8 @@ void AllotAry_Clear(TAllotArray *puAry);
 /// Prints      nothing.
 int AllotAry_GetAvaiRoom(TAllotArray *puAry);
 
-/// Gives a slot back. It goes to the end of the free ring, and the last slot of the in-use list takes its position there.
+/// Gives a slot back. It goes to the end of the free ring, and the last slot of the in-use list takes its position
+/// there.
 /// puAry       in,out  constructed; unchanged after a message
 /// nRoom       in      a slot in use
 /// Prints      through MyErrPrintf: a message when the slot is out of range, another when it is not in use.

@@ -1,6 +1,6 @@
 /* Hash table: a fixed number of fixed-size entries, copied in by value, found through the owner's callbacks. */
-#ifndef DEVSUPPORT_CONTAINER_MY_HASH_H
-#define DEVSUPPORT_CONTAINER_MY_HASH_H
+#ifndef DEVSUPPORT_CONTAINER_MYHASH_H
+#define DEVSUPPORT_CONTAINER_MYHASH_H
 
 #include <devsupport/Api.h>
 #include <devsupport/container/AllotArray.h>

@@ -1,6 +1,6 @@
 /* Ring queue inside one process: bounded, first in first out, messages of varying length copied in and out. */
-#ifndef DEVSUPPORT_CONTAINER_MY_QUEUE_H
-#define DEVSUPPORT_CONTAINER_MY_QUEUE_H
+#ifndef DEVSUPPORT_CONTAINER_MYQUEUE_H
+#define DEVSUPPORT_CONTAINER_MYQUEUE_H
 
 #include <devsupport/Api.h>
 #include <pthread.h>

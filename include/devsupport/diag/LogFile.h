@@ -1,6 +1,6 @@
 /* Log files: the formatting front end that appends one line to a named file. */
-#ifndef DEVSUPPORT_DIAG_LOG_FILE_H
-#define DEVSUPPORT_DIAG_LOG_FILE_H
+#ifndef DEVSUPPORT_DIAG_LOGFILE_H
+#define DEVSUPPORT_DIAG_LOGFILE_H
 
 #include <devsupport/Api.h>
 

@@ -1,6 +1,6 @@
 /* Mutexes between the threads of one process. */
-#ifndef DEVSUPPORT_IPC_THREAD_MUTEX_H
-#define DEVSUPPORT_IPC_THREAD_MUTEX_H
+#ifndef DEVSUPPORT_IPC_THREADMUTEX_H
+#define DEVSUPPORT_IPC_THREADMUTEX_H
 
 #include <devsupport/Api.h>
 #include <pthread.h>

@@ -1,5 +1,4 @@
-/* Tokenizer: a cursor over a text that the caller owns; it cuts the text into tokens without copying or changing it.
- */
+/* Tokenizer: a cursor over a caller-owned text; cuts it into tokens without copying or changing it. */
 #ifndef DEVSUPPORT_TEXT_STRTOK_H
 #define DEVSUPPORT_TEXT_STRTOK_H
 
@@ -141,8 +140,7 @@ int32_t TStrTok_TokenIsNoCase(const TStrTok *puTok, const char *pStr);
 /// Returns    the first occurrence; NULL when there is none, or the string is NULL or empty.
 const char *TStrTok_FindInToken(const TStrTok *puTok, const char *pStr, int32_t nLen);
 
-/* ---- Positions: the fields, and their distances from the source's beginning in characters ------------------------
- */
+/* ---- Positions: the fields, and their distances from the source's beginning in characters -------------------- */
 
 const char *TStrTok_GetSourcePtr(const TStrTok *puTok);
 const char *TStrTok_GetSourceEnd(const TStrTok *puTok);

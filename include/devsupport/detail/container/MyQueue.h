@@ -1,6 +1,6 @@
 /* Internal operations of the ring queue: callable, not promised. They never lock. */
-#ifndef DEVSUPPORT_DETAIL_CONTAINER_MY_QUEUE_H
-#define DEVSUPPORT_DETAIL_CONTAINER_MY_QUEUE_H
+#ifndef DEVSUPPORT_DETAIL_CONTAINER_MYQUEUE_H
+#define DEVSUPPORT_DETAIL_CONTAINER_MYQUEUE_H
 
 #include <devsupport/container/MyQueue.h>
 

@@ -1,6 +1,6 @@
 /* Internal operations of the log files: callable, not promised. */
-#ifndef DEVSUPPORT_DETAIL_DIAG_LOG_FILE_H
-#define DEVSUPPORT_DETAIL_DIAG_LOG_FILE_H
+#ifndef DEVSUPPORT_DETAIL_DIAG_LOGFILE_H
+#define DEVSUPPORT_DETAIL_DIAG_LOGFILE_H
 
 #include <devsupport/Api.h>
 
