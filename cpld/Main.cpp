@@ -29,9 +29,11 @@ void PrintUsage() {
 /// The answer is whatever the driver left in the record, and its result.
 void PrintAnswer(cpld::Action action, const cpld::TAnalogRegRequest &request, int nResult) {
   if (action == cpld::Action::DebugSwitch) {
+    // Kept: the driver's result chooses the words, not the argument, so "debug off" also tells of a failure.
     std::printf(nResult == 0 ? "debug on\n" : "debug off\n");
     return;
   }
+  // Kept: no "=" behind "reg". The line is part of what the command promises.
   std::printf("ch=%i, reg%i, data=0x%x value=0x%x\n", request.nChannel, request.nRegister,
               static_cast<unsigned>(request.nValue), static_cast<unsigned>(nResult));
 }
@@ -57,5 +59,5 @@ int main(int nArgCount, char *apArgs[]) {
   // With standard output closed the driver has got its descriptor: nobody listens, and the line must
   // not be written to the driver.
   if (g_nDevice != STDOUT_FILENO) PrintAnswer(action, request, nResult);
-  std::exit(EXIT_SUCCESS);
+  std::exit(EXIT_SUCCESS);  // Kept: whatever the driver answered; its result stands in the line.
 }

@@ -168,6 +168,7 @@ int TMyHash_Create(TMyHash *puHash, const char *pDebugName, int nBucketCnt, int 
   puHash->pnBucket = nullptr;
   puHash->pnNext = nullptr;
   puHash->pnPrev = nullptr;
+  // Kept: never fewer buckets than entries, whatever was asked for.
   SetBucketCnt(*puHash, static_cast<std::uint32_t>(std::max({nBucketCnt, nMaxCount, 0})));
   puHash->nDataSize = nDataSize;
   puHash->pData = nullptr;

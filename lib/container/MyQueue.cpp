@@ -128,8 +128,8 @@ int PushOverwrite(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
   const unsigned char *pCell = AdvanceGet(uQue);
   CellLength wBytes = 0;
   std::memcpy(&wBytes, pCell, sizeof wBytes);
+  // Kept: the length told is the stored one, however little is copied, and a maximum of 0 means no limit.
   if (pdwBytes != nullptr) *pdwBytes = wBytes;
-  // Kept: a maximum of 0 means no limit.
   CopyBytes(pBuf, pCell + kCellHeadBytes, wMaxBytes != 0 ? std::min(wBytes, wMaxBytes) : wBytes);
   return 1;
 }

@@ -28,7 +28,7 @@ int MyErrOutputDefault(const char *pText) { return std::fprintf(stderr, "%s\n", 
 
 TErrOutputFunc MyErrSetOutput(TErrOutputFunc fn) {
   g_pfnErrOutput = fn;
-  return fn;
+  return fn;  // Kept: the output just installed, not the one before it.
 }
 
 void MyDebugBreak(const char *pFormat, ...) {

@@ -66,6 +66,7 @@ int KMsgQue_Get(int nMsgQueId, void *pBuf, int32_t nBytes, int32_t nType, int32_
     if (pnReceived != nullptr) *pnReceived = static_cast<int32_t>(nReceived);
     return KMSGQUE_RECEIVED;
   }
+  // Kept: nothing is retried; who was interrupted decides himself whether to wait again.
   switch (errno) {
     case E2BIG:
       return KMSGQUE_TOO_LONG;

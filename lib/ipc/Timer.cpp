@@ -192,7 +192,8 @@ int CreateTimer(const TTimerArray &array, const TSignalValue &value, timer_t *ph
   return timer_create(CLOCK_REALTIME, &event, phTimer);
 }
 
-// The timer always repeats for the kernel; an array's cells expire once because the handler ends them.
+// Kept: the timer always repeats for the kernel; an array's cells expire once because the handler ends them. A period
+// of 0 is the kernel's word for "stop": the cell is then active with a timer that never runs.
 int StartTimer(timer_t hTimer, uint32_t dwPeriodMs) {
   const struct timespec period {
     static_cast<time_t>(dwPeriodMs / 1000), static_cast<long>(dwPeriodMs % 1000) * 1'000'000L
@@ -206,6 +207,7 @@ int StartTimer(timer_t hTimer, uint32_t dwPeriodMs) {
 int Timer_CreateAry(int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int nSignal, uint16_t *pwAryNo) {
   *pwAryNo = kNoArray;
   if (nSignal < 1) nSignal = __libc_current_sigrtmin() + 1;
+  // Kept: installed anew with every array, and left in place when there is no room for this one.
   if (!InstallHandler(nSignal)) {
     const PreservedErrno preserved;
     std::perror("sigaction");

@@ -11,7 +11,7 @@ class CharSet {
   /// Without an initializer the set is not even empty: CharSet set{} makes it so.
   CharSet() = default;
 
-  /// Bytes of 0x80 and above are no members of any set.
+  /// Kept: bytes of 0x80 and above are no members of any set, not even when they are named.
   static constexpr bool CanHold(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
   constexpr void Add(char c) {

@@ -57,7 +57,7 @@ int ParseFractionSide(const char *pText, double *pdResult) {
 
 int Str2Int(const char *pText, std::int32_t *pnResult) {
   const DeviceLong number = ParseDeviceLong(pText);
-  *pnResult = number.nValue;
+  *pnResult = number.nValue;  // Kept: on failure too, as much as could be read.
   return IsWhole(pText, number) ? 1 : 0;
 }
 

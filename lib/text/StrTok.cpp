@@ -69,6 +69,7 @@ bool SameNoCase(const char *pLeft, const char *pRight, std::ptrdiff_t nLen) {
   return true;
 }
 
+/// Kept: where there is nothing to look for or nothing to look in, a search fails without applying bEmptyOnFail.
 bool CanSearch(const TStrTok &uTok, const char *pStr) {
   return uTok.pCur != nullptr && pStr != nullptr && *pStr != '\0';
 }

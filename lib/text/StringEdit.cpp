@@ -23,7 +23,7 @@ void ShiftLetters(char *pText, char cFirst, char cLast, int nStep) {
 void StrNcpy(char *pDest, const char *pSrc, std::int32_t nDestSize) {
   if (nDestSize < 1) return;
   if (*pSrc == '\0') {
-    *pDest = '\0';
+    *pDest = '\0';  // Kept: one NUL; only a text is padded to the buffer's end.
     return;
   }
   const auto uSize = static_cast<std::size_t>(nDestSize);
