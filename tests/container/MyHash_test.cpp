@@ -291,7 +291,8 @@ TEST_F(MyHash, AddUnique_OfAMatchingEntry_Returns0WithItsSlotAndChangesNothing) 
 }
 
 TEST_F(MyHash, AddUnique_TakesTheKeyFromTheArgumentNotFromTheEntry) {
-  ASSERT_EQ(Create(4, 4), 1);
+  ASSERT_EQ(Create(1000, 4), 1);
+  ASSERT_NE(TMyHash_KeyToIdx(&uHash_, "argument", 8), TMyHash_KeyToIdx(&uHash_, "entry", 5));
   const HashEntry uEntry = MakeEntry("entry");
   EXPECT_EQ(TMyHash_AddUnique(&uHash_, "argument", &uEntry, nullptr), 1);
   EXPECT_THAT(Chain(&uHash_, TMyHash_KeyToIdx(&uHash_, "argument", 8)), ElementsAre(0));

@@ -103,6 +103,7 @@ TEST(Str2Int, NumberBeyond32Bits_ClampsAndStillReports1) {
 
 TEST(Str2Int, ManyLeadingZeros_DoNotClamp) {
   EXPECT_EQ(Int(std::string(40, '0') + "2147483647"), (IntResult{1, kIntMax}));
+  EXPECT_EQ(Int(std::string(40, '0') + "2147483646"), (IntResult{1, kIntMax - 1}));
   EXPECT_EQ(Int("-" + std::string(40, '0') + "2147483648"), (IntResult{1, kIntMin}));
   EXPECT_EQ(Int(std::string(40, '0') + "2147483648"), (IntResult{1, kIntMax}));
   EXPECT_EQ(Int(std::string(40, '0')), (IntResult{1, 0}));
