@@ -2,22 +2,17 @@
 
 #include <devsupport/ipc/Timer.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <functional>
 #include <random>
-#include <string>
-#include <thread>
-#include <vector>
 
+#include "ipc/TimerCallbacks.h"
 #include "ipc/TimerCalls.h"
 #include "ipc/TimerFixture.h"
 #include "support/CapturedOutput.h"
-#include "support/Child.h"
 #include "support/FaultInjection.h"
 #include "support/TestSeed.h"
 
@@ -25,47 +20,27 @@ namespace {
 
 using devsupport::test::Calls;
 using devsupport::test::CapturedOutput;
+using devsupport::test::Count;
+using devsupport::test::CountOther;
 using devsupport::test::Deliver;
-using devsupport::test::Event;
 using devsupport::test::FailCall;
-using devsupport::test::Ignore;
+using devsupport::test::g_calls;
+using devsupport::test::g_lastCell;
+using devsupport::test::g_otherCalls;
 using devsupport::test::kHourMs;
+using devsupport::test::kOneShot;
+using devsupport::test::kRepeating;
 using devsupport::test::SeedHint;
 using devsupport::test::SignalValue;
 using devsupport::test::TestSeed;
 using devsupport::test::TimerSignal;
 
-constexpr int kOneShot = 1;
-constexpr int kRepeating = 0;
-constexpr uint32_t kMaxCells = 16;
-constexpr uint32_t kNever = 0xFFFFFFFFu;
+using TimerHandler = devsupport::test::TimerCallbackTest;
 
-// What the callbacks leave behind. They run in signals: atomics and an event only.
-std::atomic<int> g_calls{0};
-std::atomic<int> g_otherCalls{0};
-std::atomic<uint32_t> g_lastCell{kNever};
-std::atomic<int> g_perCell[kMaxCells];
-std::atomic<const Event *> g_event{nullptr};
+// For the callbacks below: the array that they look at, and what it answered.
 std::atomic<uint16_t> g_array{0};
 std::atomic<int> g_activeInCallback{-1};
 std::atomic<int> g_delInCallback{-1};
-
-void Announce() {
-  if (const Event *event = g_event) event->Announce();
-}
-
-void Count(uint32_t cell) {
-  ++g_calls;
-  g_lastCell = cell;
-  if (cell < kMaxCells) ++g_perCell[cell];
-  Announce();
-}
-
-void CountOther(uint32_t cell) {
-  ++g_otherCalls;
-  g_lastCell = cell;
-  Announce();
-}
 
 void SpoilErrno(uint32_t /*cell*/) {
   ++g_calls;
@@ -83,27 +58,6 @@ void DisarmOwnCell(uint32_t cell) {
   const uint16_t array = g_array;
   g_delInCallback = Timer_Del(&array, cell);
 }
-
-class TimerHandler : public devsupport::test::TimerTest {
- protected:
-  void SetUp() override {
-    TimerTest::SetUp();
-    g_calls = 0;
-    g_otherCalls = 0;
-    g_lastCell = kNever;
-    for (std::atomic<int> &calls : g_perCell) calls = 0;
-    g_activeInCallback = -1;
-    g_delInCallback = -1;
-    g_event = &event_;
-  }
-
-  void TearDown() override {
-    TimerTest::TearDown();
-    g_event = nullptr;
-  }
-
-  Event event_;
-};
 
 TEST_F(TimerHandler, OneShotCell_FiresOnceWithItsIndexAndIsInactiveAfterwards) {
   const uint16_t array = Make(5, kOneShot, Count);
@@ -284,6 +238,7 @@ TEST_F(TimerHandler, Callback_SeesAOneShotCellInactiveAndARepeatingOneActive) {
   for (const int oneShot : {kOneShot, kRepeating}) {
     const uint16_t array = Make(1, oneShot, LookAtOwnCell);
     g_array = array;
+    g_activeInCallback = -1;
     Timer_Set(&array, 0, kHourMs, nullptr);
     Deliver(SignalValue(0, array, 1));
     EXPECT_EQ(g_activeInCallback, oneShot == kOneShot ? 0 : 1);
@@ -293,6 +248,7 @@ TEST_F(TimerHandler, Callback_SeesAOneShotCellInactiveAndARepeatingOneActive) {
 TEST_F(TimerHandler, Callback_MayDisarmItsOwnCell) {
   const uint16_t array = Make(1, kRepeating, DisarmOwnCell);
   g_array = array;
+  g_delInCallback = -1;
   Timer_Set(&array, 0, kHourMs, nullptr);
   Deliver(SignalValue(0, array, 1));
   EXPECT_EQ(g_delInCallback, 1);
@@ -344,6 +300,7 @@ TEST_F(TimerHandler, LateSignalBeforeAStartThatFails_LeavesNoTimer) {
 TEST_F(TimerHandler, CallbackBeforeSetReturns_MayDisarmItsOwnCell) {
   const uint16_t array = Make(1, kRepeating, DisarmOwnCell);
   g_array = array;
+  g_delInCallback = -1;
   Calls().afterSettime = [array] {
     Deliver(SignalValue(0, array, 1));
     Deliver(SignalValue(0, array, 1));
@@ -394,195 +351,6 @@ TEST_F(TimerHandler, ExpiryDuringDestroy_FindsNoArray) {
   Timer_DestroyAry(&array);
   EXPECT_EQ(g_calls, 0);
   EXPECT_EQ(Calls().deleted, 2);
-}
-
-// With threads. The main flow lets no signal of the timers in, so that callbacks run beside it, not on top of it.
-
-class BlockedSignal {
- public:
-  BlockedSignal() {
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, TimerSignal());
-    ::pthread_sigmask(SIG_BLOCK, &blocked, &before_);
-  }
-  ~BlockedSignal() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  BlockedSignal(const BlockedSignal &) = delete;
-  BlockedSignal &operator=(const BlockedSignal &) = delete;
-
- private:
-  sigset_t before_{};
-};
-
-// Threads that do nothing but be interrupted.
-class Receivers {
- public:
-  explicit Receivers(int count) {
-    for (int n = 0; n < count; ++n) {
-      threads_.emplace_back([this] {
-        while (!stop_) ::usleep(50);
-      });
-    }
-  }
-  ~Receivers() {
-    stop_ = true;
-    for (std::thread &thread : threads_) thread.join();
-  }
-  Receivers(const Receivers &) = delete;
-  Receivers &operator=(const Receivers &) = delete;
-
- private:
-  std::atomic<bool> stop_{false};
-  std::vector<std::thread> threads_;
-};
-
-std::atomic<pthread_t> g_thread;
-
-void NoteThread(uint32_t /*cell*/) {
-  g_thread = ::pthread_self();
-  Announce();
-}
-
-TEST_F(TimerHandler, Callback_RunsInAnotherThreadThanTheOneThatArms) {
-  g_thread = ::pthread_self();
-  const uint16_t array = Make(1, kOneShot, NoteThread);
-  const Receivers receivers(1);
-  const BlockedSignal blocked;
-  ASSERT_EQ(Timer_Set(&array, 0, 1, nullptr), 1);
-  event_.Wait();
-  EXPECT_EQ(::pthread_equal(g_thread, ::pthread_self()), 0);
-  EXPECT_EQ(Timer_IsActive(&array, 0), 0);
-}
-
-// Arms and disarms at random while 1 kHz timers expire, then shows that no cell has been lost: each one still fires.
-// The fixture adds that every timer was deleted exactly once.
-void RunScript(uint16_t once, uint16_t often, int steps, bool withLateSignals) {
-  const uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
-  std::mt19937_64 random(seed);
-  int armed[kMaxCells] = {};
-  CapturedOutput err(stderr);
-  for (int step = 0; step < steps; ++step) {
-    const uint16_t array = random() % 2 != 0 ? once : often;
-    const auto cell = static_cast<uint32_t>(random() % kMaxCells);
-    switch (random() % 16) {
-      default:
-        ASSERT_EQ(Timer_Set(&array, cell, 1, array == once ? Count : CountOther), 1);
-        if (array == once) ++armed[cell];
-        break;
-      case 9:
-      case 10:
-      case 11:
-        ASSERT_EQ(Timer_Del(&array, cell), 1);
-        break;
-      case 12:
-        Timer_IsActive(&array, cell);
-        break;
-      case 13:
-        if (random() % 8 == 0) Timer_DelAll(&array);
-        break;
-      case 14:
-        ::usleep(static_cast<useconds_t>(random() % 300));
-        break;
-      case 15:
-        if (withLateSignals) Deliver(SignalValue(cell, array, static_cast<uint32_t>(random() % 256)));
-        break;
-    }
-  }
-  Timer_DelAll(&once);
-  Timer_DelAll(&often);
-  EXPECT_EQ(err.Take(), "");
-  for (uint32_t cell = 0; cell < kMaxCells; ++cell) {
-    EXPECT_EQ(Timer_IsActive(&once, cell), 0);
-    EXPECT_EQ(Timer_IsActive(&often, cell), 0);
-    EXPECT_TRUE(withLateSignals || g_perCell[cell] <= armed[cell]) << cell;
-  }
-  for (uint32_t cell = 0; cell < kMaxCells; ++cell) {
-    const int before = g_perCell[cell];
-    ASSERT_EQ(Timer_Set(&once, cell, 1, Count), 1);
-    while (g_perCell[cell] == before || Timer_IsActive(&once, cell) == 1) {
-      // A late signal of the script that is still under way may disarm the cell; one that stays active must fire.
-      if (Timer_IsActive(&once, cell) == 0 && g_perCell[cell] == before) Timer_Set(&once, cell, 1, Count);
-      ::usleep(100);
-    }
-  }
-}
-
-TEST_F(TimerHandler, RandomScript_InterruptedByItsTimers) {
-  const uint16_t once = Make(kMaxCells, kOneShot);
-  const uint16_t often = Make(kMaxCells, kRepeating);
-  RunScript(once, often, 20'000, false);
-}
-
-TEST_F(TimerHandler, RandomScript_InterruptedByLateSignalsToo) {
-  const uint16_t once = Make(kMaxCells, kOneShot);
-  const uint16_t often = Make(kMaxCells, kRepeating);
-  RunScript(once, often, 20'000, true);
-}
-
-TEST_F(TimerHandler, RandomScript_WithItsTimersInOtherThreads) {
-  const uint16_t once = Make(kMaxCells, kOneShot);
-  const uint16_t often = Make(kMaxCells, kRepeating);
-  const Receivers receivers(3);
-  const BlockedSignal blocked;
-  RunScript(once, often, 20'000, false);
-}
-
-TEST_F(TimerHandler, RandomScript_WithItsTimersAndLateSignalsInOtherThreads) {
-  const uint16_t once = Make(kMaxCells, kOneShot);
-  const uint16_t often = Make(kMaxCells, kRepeating);
-  const Receivers receivers(3);
-  const BlockedSignal blocked;
-  RunScript(once, often, 20'000, true);
-}
-
-// The scripts above meet the narrow places by chance; here handlers run all the time, on few cells, with signals of
-// the current arming and of the one before.
-TEST_F(TimerHandler, RandomScript_AgainstHandlersThatNeverRest) {
-  constexpr uint32_t kCells = 2;
-  const uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
-  const uint16_t arrays[] = {Make(kCells, kOneShot), Make(kCells, kRepeating)};
-  std::atomic<uint32_t> newest[2][kCells] = {};
-  std::atomic<unsigned> lateEvery{4};
-  std::atomic<int> running{0};
-  std::atomic<bool> stop{false};
-  const auto handle = [&](uint64_t ownSeed) {
-    ++running;
-    std::mt19937_64 random(ownSeed);
-    while (!stop) {
-      const std::size_t array = random() % 2;
-      const std::size_t cell = random() % kCells;
-      const uint32_t generation = newest[array][cell] - (random() % lateEvery == 0 ? 1u : 0u);
-      siginfo_t info{};
-      info.si_value.sival_int = SignalValue(static_cast<uint32_t>(cell), arrays[array], generation & 0xFFu);
-      Timer_OnSignal(TimerSignal(), &info, nullptr);
-    }
-  };
-  CapturedOutput err(stderr);
-  std::thread first(handle, seed + 1);
-  std::thread second(handle, seed + 2);
-  while (running < 2) std::this_thread::yield();
-  std::mt19937_64 random(seed);
-  for (int step = 0; step < 100'000; ++step) {
-    if (step == 50'000) lateEvery = 64;
-    const std::size_t array = random() % 2;
-    const auto cell = static_cast<uint32_t>(random() % kCells);
-    if (random() % 4 == 0) {
-      EXPECT_EQ(Timer_Del(&arrays[array], cell), 1);
-      continue;
-    }
-    const uint32_t generation = (newest[array][cell] + 1) & 0xFFu;
-    // First the signals come while Timer_Set is at work; later, afterwards too, when they race each other.
-    const bool early = step < 50'000 || random() % 2 == 0;
-    if (early) newest[array][cell] = generation;
-    EXPECT_EQ(Timer_Set(&arrays[array], cell, kHourMs, Count), 1);
-    newest[array][cell] = generation;
-  }
-  stop = true;
-  first.join();
-  second.join();
-  EXPECT_EQ(err.Take(), "");
 }
 
 }  // namespace

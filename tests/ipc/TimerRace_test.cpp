@@ -1,0 +1,227 @@
+// Timers against the handler in the same thread and in others: long random scripts, and handlers that never rest.
+
+#include <devsupport/ipc/Timer.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdint>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "ipc/TimerCallbacks.h"
+#include "ipc/TimerFixture.h"
+#include "support/CapturedOutput.h"
+#include "support/TestSeed.h"
+
+namespace {
+
+using devsupport::test::Announce;
+using devsupport::test::CapturedOutput;
+using devsupport::test::Count;
+using devsupport::test::CountOther;
+using devsupport::test::Deliver;
+using devsupport::test::g_perCell;
+using devsupport::test::kHourMs;
+using devsupport::test::kMaxCells;
+using devsupport::test::kOneShot;
+using devsupport::test::kRepeating;
+using devsupport::test::SeedHint;
+using devsupport::test::SignalValue;
+using devsupport::test::TestSeed;
+using devsupport::test::TimerSignal;
+
+using TimerRace = devsupport::test::TimerCallbackTest;
+
+// Lets no signal of the timers into this thread, so that callbacks run beside it, not on top of it.
+class BlockedSignal {
+ public:
+  BlockedSignal() {
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, TimerSignal());
+    ::pthread_sigmask(SIG_BLOCK, &blocked, &before_);
+  }
+  ~BlockedSignal() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  BlockedSignal(const BlockedSignal &) = delete;
+  BlockedSignal &operator=(const BlockedSignal &) = delete;
+
+ private:
+  sigset_t before_{};
+};
+
+// Threads that do nothing but be interrupted.
+class Receivers {
+ public:
+  explicit Receivers(int count) {
+    for (int n = 0; n < count; ++n) {
+      threads_.emplace_back([this] {
+        while (!stop_) ::usleep(50);
+      });
+    }
+  }
+  ~Receivers() {
+    stop_ = true;
+    for (std::thread &thread : threads_) thread.join();
+  }
+  Receivers(const Receivers &) = delete;
+  Receivers &operator=(const Receivers &) = delete;
+
+ private:
+  std::atomic<bool> stop_{false};
+  std::vector<std::thread> threads_;
+};
+
+std::atomic<pthread_t> g_thread;
+
+void NoteThread(uint32_t /*cell*/) {
+  g_thread = ::pthread_self();
+  Announce();
+}
+
+TEST_F(TimerRace, Callback_RunsInAnotherThreadThanTheOneThatArms) {
+  g_thread = ::pthread_self();
+  const uint16_t array = Make(1, kOneShot, NoteThread);
+  const Receivers receivers(1);
+  const BlockedSignal blocked;
+  ASSERT_EQ(Timer_Set(&array, 0, 1, nullptr), 1);
+  event_.Wait();
+  EXPECT_EQ(::pthread_equal(g_thread, ::pthread_self()), 0);
+  EXPECT_EQ(Timer_IsActive(&array, 0), 0);
+}
+
+// Arms and disarms at random while 1 kHz timers expire, then shows that no cell has been lost: each one still fires.
+// The fixture adds that every timer was deleted exactly once.
+void RunScript(uint16_t once, uint16_t often, int steps, bool withLateSignals) {
+  const uint64_t seed = TestSeed();
+  SCOPED_TRACE(SeedHint(seed));
+  std::mt19937_64 random(seed);
+  int armed[kMaxCells] = {};
+  CapturedOutput err(stderr);
+  for (int step = 0; step < steps; ++step) {
+    const uint16_t array = random() % 2 != 0 ? once : often;
+    const auto cell = static_cast<uint32_t>(random() % kMaxCells);
+    switch (random() % 16) {
+      default:
+        ASSERT_EQ(Timer_Set(&array, cell, 1, array == once ? Count : CountOther), 1);
+        if (array == once) ++armed[cell];
+        break;
+      case 9:
+      case 10:
+      case 11:
+        ASSERT_EQ(Timer_Del(&array, cell), 1);
+        break;
+      case 12:
+        Timer_IsActive(&array, cell);
+        break;
+      case 13:
+        if (random() % 8 == 0) Timer_DelAll(&array);
+        break;
+      case 14:
+        ::usleep(static_cast<useconds_t>(random() % 300));
+        break;
+      case 15:
+        if (withLateSignals) Deliver(SignalValue(cell, array, static_cast<uint32_t>(random() % 256)));
+        break;
+    }
+  }
+  Timer_DelAll(&once);
+  Timer_DelAll(&often);
+  EXPECT_EQ(err.Take(), "");
+  for (uint32_t cell = 0; cell < kMaxCells; ++cell) {
+    EXPECT_EQ(Timer_IsActive(&once, cell), 0);
+    EXPECT_EQ(Timer_IsActive(&often, cell), 0);
+    EXPECT_TRUE(withLateSignals || g_perCell[cell] <= armed[cell]) << cell;
+  }
+  for (uint32_t cell = 0; cell < kMaxCells; ++cell) {
+    const int before = g_perCell[cell];
+    ASSERT_EQ(Timer_Set(&once, cell, 1, Count), 1);
+    while (g_perCell[cell] == before || Timer_IsActive(&once, cell) == 1) {
+      // A late signal of the script that is still under way may disarm the cell; one that stays active must fire.
+      if (Timer_IsActive(&once, cell) == 0 && g_perCell[cell] == before) Timer_Set(&once, cell, 1, Count);
+      ::usleep(100);
+    }
+  }
+}
+
+TEST_F(TimerRace, RandomScript_InterruptedByItsTimers) {
+  const uint16_t once = Make(kMaxCells, kOneShot);
+  const uint16_t often = Make(kMaxCells, kRepeating);
+  RunScript(once, often, 20'000, false);
+}
+
+TEST_F(TimerRace, RandomScript_InterruptedByLateSignalsToo) {
+  const uint16_t once = Make(kMaxCells, kOneShot);
+  const uint16_t often = Make(kMaxCells, kRepeating);
+  RunScript(once, often, 20'000, true);
+}
+
+TEST_F(TimerRace, RandomScript_WithItsTimersInOtherThreads) {
+  const uint16_t once = Make(kMaxCells, kOneShot);
+  const uint16_t often = Make(kMaxCells, kRepeating);
+  const Receivers receivers(3);
+  const BlockedSignal blocked;
+  RunScript(once, often, 20'000, false);
+}
+
+TEST_F(TimerRace, RandomScript_WithItsTimersAndLateSignalsInOtherThreads) {
+  const uint16_t once = Make(kMaxCells, kOneShot);
+  const uint16_t often = Make(kMaxCells, kRepeating);
+  const Receivers receivers(3);
+  const BlockedSignal blocked;
+  RunScript(once, often, 20'000, true);
+}
+
+// The scripts above meet the narrow places by chance; here handlers run all the time, on few cells, with signals of
+// the current arming and of the one before.
+TEST_F(TimerRace, RandomScript_AgainstHandlersThatNeverRest) {
+  constexpr uint32_t kCells = 2;
+  const uint64_t seed = TestSeed();
+  SCOPED_TRACE(SeedHint(seed));
+  const uint16_t arrays[] = {Make(kCells, kOneShot), Make(kCells, kRepeating)};
+  std::atomic<uint32_t> newest[2][kCells] = {};
+  std::atomic<unsigned> lateEvery{4};
+  std::atomic<int> running{0};
+  std::atomic<bool> stop{false};
+  const auto handle = [&](uint64_t ownSeed) {
+    ++running;
+    std::mt19937_64 random(ownSeed);
+    while (!stop) {
+      const std::size_t array = random() % 2;
+      const std::size_t cell = random() % kCells;
+      const uint32_t generation = newest[array][cell] - (random() % lateEvery == 0 ? 1u : 0u);
+      siginfo_t info{};
+      info.si_value.sival_int = SignalValue(static_cast<uint32_t>(cell), arrays[array], generation & 0xFFu);
+      Timer_OnSignal(TimerSignal(), &info, nullptr);
+    }
+  };
+  CapturedOutput err(stderr);
+  std::thread first(handle, seed + 1);
+  std::thread second(handle, seed + 2);
+  while (running < 2) std::this_thread::yield();
+  std::mt19937_64 random(seed);
+  for (int step = 0; step < 100'000; ++step) {
+    if (step == 50'000) lateEvery = 64;
+    const std::size_t array = random() % 2;
+    const auto cell = static_cast<uint32_t>(random() % kCells);
+    if (random() % 4 == 0) {
+      EXPECT_EQ(Timer_Del(&arrays[array], cell), 1);
+      continue;
+    }
+    const uint32_t generation = (newest[array][cell] + 1) & 0xFFu;
+    // First the signals come while Timer_Set is at work; later, afterwards too, when they race each other.
+    const bool early = step < 50'000 || random() % 2 == 0;
+    if (early) newest[array][cell] = generation;
+    EXPECT_EQ(Timer_Set(&arrays[array], cell, kHourMs, Count), 1);
+    newest[array][cell] = generation;
+  }
+  stop = true;
+  first.join();
+  second.join();
+  EXPECT_EQ(err.Take(), "");
+}
+
+}  // namespace
