@@ -28,6 +28,7 @@ const void *ArgumentArea(TList &list, std::uintptr_t (&adwCopy)[kCopiedWords + 1
     return list;
   } else {
     for (std::size_t i = 0; i < kCopiedWords; ++i) {
+      // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started it
       adwCopy[i] = va_arg(list, std::uintptr_t);
     }
     return adwCopy;
