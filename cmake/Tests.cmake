@@ -1,10 +1,11 @@
 # How tests enter the build.
 #
-# devsupport_test(<Unit>_test.cpp [WRAP <function>...] [LIBS <target>...] [LABELS <label>...])
+# devsupport_test(<Unit>_test.cpp [WRAP <function>...] [LIBS <target>...] [LABELS <label>...]
+#                 [SOURCES <file>...])
 #
-# Builds one GoogleTest program from the file and registers every test in it with ctest. WRAP names functions
-# of the C library whose calls the test can make fail (see tests/support/FaultInjection.h); LABELS sort the
-# tests into suites that script/test can pick.
+# Builds one GoogleTest program from the file, with the further SOURCES, and registers every test in it with ctest.
+# WRAP names functions of the C library whose calls the test can make fail (see tests/support/FaultInjection.h);
+# LABELS sort the tests into suites that script/test can pick.
 function(devsupport_test source)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "WRAP;LIBS;LABELS;SOURCES")
   cmake_path(GET source STEM name)

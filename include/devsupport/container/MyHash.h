@@ -93,6 +93,7 @@ void *TMyHash_Find(const TMyHash *puHash, const void *pArg, int *pnSlot);
 /// pData       in      nDataSize bytes to copy
 /// pnSlot      out     the entry's slot, -1 when it was not added; may be NULL
 /// Returns     1 added, 0 not added: no key, no bucket or table full.
+/// Cost        one hash, the walk to the chain's end and the copy.
 int TMyHash_Add(TMyHash *puHash, const void *pData, int *pnSlot);
 
 /// Adds an entry at its chain's end unless an entry matches the argument.
@@ -101,6 +102,7 @@ int TMyHash_Add(TMyHash *puHash, const void *pData, int *pnSlot);
 /// pData       in      nDataSize bytes to copy
 /// pnSlot      out     slot of the new or of the matching entry; -1 with result 2; may be NULL
 /// Returns     1 added, 0 there is a matching entry, 2 not added: no key, no bucket or table full.
+/// Cost        one hash, one fnIsMatch per chain member and the copy.
 int TMyHash_AddUnique(TMyHash *puHash, const void *pArg, const void *pData, int *pnSlot);
 
 /// Removes the entry of a slot; its bytes stay in the storage. The entry's key must be the one it was added with.
