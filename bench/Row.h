@@ -1,0 +1,57 @@
+// Rows of the report: one job, done by us, by its floor and by the peers. See bench/README.md.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <functional>
+#include <string>
+
+namespace devsupport::bench {
+
+/// What a row is measured by.
+enum class Clock {
+  kCpu,      ///< CPU time of this process: for what runs in one thread
+  kElapsed,  ///< elapsed time as the body reports it (State::SetIterationTime): for several processes
+};
+
+/// What the row is to reach: at most `ratio` times the best peer, or the floor.
+struct Aim {
+  enum class Against { kNothing, kBestPeer, kFloor };
+  Against against;
+  double ratio;
+};
+constexpr Aim kNoAim{Aim::Against::kNothing, 0};
+constexpr Aim kAheadOfEveryPeer{Aim::Against::kBestPeer, 1.0};
+constexpr Aim kNearTheBestPeer{Aim::Against::kBestPeer, 1.2};  ///< where the contract costs what peers need not pay
+constexpr Aim kNearTheFloor{Aim::Against::kFloor, 1.05};
+
+/// Does the job over and over: `for (auto _ : state)`.
+using Body = std::function<void(benchmark::State &)>;
+
+/// Registers the benchmarks of one row as "<row>/ours", "<row>/floor:<what>" and "<row>/peer:<who>".
+class Row {
+ public:
+  Row(std::string name, const std::string &title, Aim aim = kNoAim, Clock clock = Clock::kCpu);
+
+  /// The same row at a point of a series, "<row>@<point>". The report shows a series as one table.
+  Row At(long point) const;
+
+  const Row &Ours(const Body &body) const { return Add("ours", body); }
+  const Row &Floor(const std::string &what, const Body &body) const { return Add("floor:" + what, body); }
+  const Row &Peer(const std::string &who, const Body &body) const { return Add("peer:" + who, body); }
+
+ private:
+  const Row &Add(const std::string &who, const Body &body) const;
+
+  std::string name_;
+  Clock clock_;
+};
+
+/// One function an area, each in the source file of that name.
+void RegisterHash();
+void RegisterSlots();
+void RegisterRingQueue();
+void RegisterTokenizer();
+void RegisterNumbers();
+
+}  // namespace devsupport::bench
