@@ -49,7 +49,7 @@ void Ours(const char *list, std::size_t length) {
   TStrTok tok;
   TStrTok_SetSource(&tok, 0, list, static_cast<int>(length));
   while (TStrTok_GoDelimit_AnyChar(&tok, kDelimiters, 0) != 0) {
-    Use(TStrTok_GetTokenPtr(&tok), static_cast<std::size_t>(TStrTok_GetTokenLen(&tok)));
+    Use(tok.pTok, static_cast<std::size_t>(tok.pTokEnd - tok.pTok));
   }
 }
 
