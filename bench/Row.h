@@ -53,5 +53,6 @@ void RegisterSlots();
 void RegisterRingQueue();
 void RegisterTokenizer();
 void RegisterNumbers();
+void RegisterSharedRing();
 
 }  // namespace devsupport::bench
