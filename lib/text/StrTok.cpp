@@ -190,11 +190,7 @@ std::int32_t TStrTok_MatchStrNoCase(TStrTok *puTok, const char *pStr, std::int32
 
 std::int32_t TStrTok_MatchLen(TStrTok *puTok, std::int32_t nLen) {
   if (puTok->pCur == nullptr) return 0;
-  if (nLen < 1) {
-    if (TStrTok_IsTokenEnd(puTok) != 0) return Fail(*puTok, 1);
-    SetPosToEnd(*puTok);
-    return 1;
-  }
+  if (nLen < 1) return Match2End(*puTok);
   if (nLen > CharsLeft(*puTok)) {
     // Kept: too few characters are a failure, and they are the token all the same: readers of records whose last
     // field is short take it from there.
@@ -216,7 +212,7 @@ std::int32_t TStrTok_GoDelimit_Str(TStrTok *puTok, const char *pDelimiter, std::
   while (TStrTok_Find(puTok, pDelimiter, nLen, 0) != 0) {
     if (bCanEmpty != 0 || puTok->pTok < puTok->pTokEnd) return 1;
   }
-  return bCanEmpty != 0 ? Match2EndCanEmpty(*puTok) : TStrTok_MatchLen(puTok, 0);
+  return LastField(*puTok, bCanEmpty != 0);
 }
 
 std::int32_t TStrTok_GetToken(const TStrTok *puTok, char *pBuf, std::int32_t nBufSize, std::int32_t *pnLen) {

@@ -50,6 +50,14 @@ inline void NoteDelimiter(TStrTok &uTok, std::int32_t nLen) {
 /// Negative when the cursor lies beyond the end: a scan by a set can put it there (see StrTokScan.cpp).
 inline std::ptrdiff_t CharsLeft(const TStrTok &uTok) { return uTok.pSrcEnd - uTok.pCur; }
 
+/// The rest of the source, unless it is empty.
+inline std::int32_t Match2End(TStrTok &uTok) {
+  if (uTok.pCur == nullptr) return 0;
+  if (uTok.pCur == uTok.pSrcEnd) return Fail(uTok, 1);
+  SetPosToEnd(uTok);
+  return 1;
+}
+
 inline std::int32_t Match2EndCanEmpty(TStrTok &uTok) {
   if (uTok.pCur == nullptr) return 0;
   // The end of the token decides, not the cursor: behind a delimiter that ends the source the cursor is at the end
@@ -57,6 +65,11 @@ inline std::int32_t Match2EndCanEmpty(TStrTok &uTok) {
   if (uTok.pTokEnd == uTok.pSrcEnd) return Fail(uTok, 1);
   SetPosToEnd(uTok);
   return 1;
+}
+
+/// The last field of a list, in which no delimiter is left.
+inline std::int32_t LastField(TStrTok &uTok, bool bCanEmpty) {
+  return bCanEmpty ? Match2EndCanEmpty(uTok) : Match2End(uTok);
 }
 
 // ---- Spans ----------------------------------------------------------------------------------------------------

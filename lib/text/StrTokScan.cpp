@@ -93,37 +93,34 @@ bool FindRun(TStrTok &uTok, const CharSet &uSet, bool bWant, std::int32_t nMin, 
   return true;
 }
 
-/// One step of every list. The set is a CharPair or a CharSet.
-template <typename Set>
-bool FindDelimiter(TStrTok &uTok, const Set &uSet, bool bWholeRun) {
-  const char *const pFound = uSet.Find(uTok.pCur, uTok.pSrcEnd);
-  if (pFound >= uTok.pSrcEnd) return false;
-  const char *pBehind = pFound + 1;
-  while (bWholeRun && pBehind < uTok.pSrcEnd && uSet.Has(*pBehind)) ++pBehind;
-  const auto nLen = static_cast<std::int32_t>(pBehind - pFound);
-  NoteDelimiter(uTok, nLen);
-  SetPosFound(uTok, pFound, nLen);
-  return true;
-}
-
-/// The rest of a list, in which no delimiter is left.
-std::int32_t LastField(TStrTok &uTok, bool bCanEmpty) {
-  return bCanEmpty ? Match2EndCanEmpty(uTok) : TStrTok_Match2End(&uTok);
-}
-
-/// Neighbouring delimiters are consumed together unless the empty fields between them count.
+/// Goes to the next field. Neighbouring delimiters are consumed together unless the empty fields between them count.
+/// The set is a CharPair or a CharSet.
 template <typename Set>
 std::int32_t GoDelimit(TStrTok &uTok, const Set &uSet, bool bCanEmpty) {
-  while (FindDelimiter(uTok, uSet, !bCanEmpty)) {
-    if (bCanEmpty || uTok.pTok < uTok.pTokEnd) return 1;
+  const char *const pEnd = uTok.pSrcEnd;
+  for (const char *pField = uTok.pCur;; pField = uTok.pCur) {
+    const char *const pFound = uSet.Find(pField, pEnd);
+    if (pFound >= pEnd) return LastField(uTok, bCanEmpty);
+    uTok.nPrevDelimLen = uTok.nDelimLen;
+    const char *pBehind = pFound + 1;
+    while (!bCanEmpty && pBehind < pEnd && uSet.Has(*pBehind)) ++pBehind;
+    uTok.nDelimLen = static_cast<std::int32_t>(pBehind - pFound);
+    uTok.pTok = pField;
+    uTok.pTokEnd = pFound;
+    uTok.pCur = pBehind;
+    if (bCanEmpty || pField < pFound) return 1;
   }
-  return LastField(uTok, bCanEmpty);
+}
+
+/// Apart from the usual few delimiters, which then need no room for a set.
+[[gnu::noinline]] std::int32_t GoDelimitSet(TStrTok &uTok, const char *pDelimiters, bool bCanEmpty) {
+  return GoDelimit(uTok, ScanSet(0, pDelimiters).Get(), bCanEmpty);
 }
 
 /// Whether a set of delimiters, which is not empty, is one or two characters.
 bool IsPair(const char *pDelimiters) {
-  if (!CharSet::CanHold(pDelimiters[0])) return false;
-  return pDelimiters[1] == '\0' || (CharSet::CanHold(pDelimiters[1]) && pDelimiters[2] == '\0');
+  return (pDelimiters[1] == '\0' || pDelimiters[2] == '\0') &&
+         CharSet::CanHold(static_cast<char>(pDelimiters[0] | pDelimiters[1]));
 }
 
 }  // namespace
@@ -185,6 +182,5 @@ std::int32_t TStrTok_GoDelimit_AnyChar(TStrTok *puTok, const char *pDelimiters, 
     const char cSecond = pDelimiters[1] != '\0' ? pDelimiters[1] : pDelimiters[0];
     return GoDelimit(*puTok, CharPair(pDelimiters[0], cSecond), bCanEmpty != 0);
   }
-  const ScanSet set(0, pDelimiters);
-  return GoDelimit(*puTok, set.Get(), bCanEmpty != 0);
+  return GoDelimitSet(*puTok, pDelimiters, bCanEmpty != 0);
 }
