@@ -1,4 +1,5 @@
-// Tokenizer: a list of 90 characters cut at every ',' and ';'. Each field's place and length are used.
+// Tokenizer: a list of 90 characters, in the form in which log levels are stored, cut at every ',' and ';'. Each
+// field's place and length are used.
 
 #include <devsupport/text/StrTok.h>
 #include <devsupport/text/StrTokScan.h>
@@ -26,7 +27,7 @@ namespace {
 
 constexpr const char *kDelimiters = ",;";
 constexpr std::string_view kList =
-    "cpld,3;voip,5;sip,4;rtp,1;dsp,2;fxs,3;fxo,7;config,2;web,1;logmgr,6;dhcp,0;stun,1;proxy,10";
+    "cpld=3,voip=5;sipd=4,rtpd=1;dspd=2,fxs=3;fxo=7,cfgd=2;web=1,logmgr=6;dhcpc=0,stund=1;ppp=4";
 static_assert(kList.size() == 90);
 
 void Use(const char *field, std::size_t length) {
