@@ -56,7 +56,9 @@ std::uint32_t Modulo(const TMyHash &uHash, std::uint32_t dwHash) {
 #endif
 }
 
-std::uint32_t BucketOf(const TMyHash &uHash, Key uKey) {
+// This one and the next two are hot, short and used several times: too often for the compiler to inline them by
+// itself.
+[[gnu::always_inline]] inline std::uint32_t BucketOf(const TMyHash &uHash, Key uKey) {
   if (uHash.fnHash != nullptr) {
     // Kept: the owner's answer stands as it is, it is not reduced to the number of buckets.
     return uHash.fnHash(uHash.nBucketCnt, uKey.pBytes, uKey.nLength);
@@ -66,7 +68,7 @@ std::uint32_t BucketOf(const TMyHash &uHash, Key uKey) {
 }
 
 // The bucket of a key, or kNoBucket when there is no key or the owner's function names no bucket of this table.
-std::uint32_t ChainOf(const TMyHash &uHash, Key uKey) {
+[[gnu::always_inline]] inline std::uint32_t ChainOf(const TMyHash &uHash, Key uKey) {
   if (uKey.pBytes == nullptr) {
     return kNoBucket;
   }
@@ -89,7 +91,7 @@ struct ChainSearch {
   std::int32_t nLast;   // then the chain's last member, kNoSlot when the chain is empty
 };
 
-ChainSearch SearchChain(const TMyHash &uHash, std::uint32_t nBucket, const void *pArg) {
+[[gnu::always_inline]] inline ChainSearch SearchChain(const TMyHash &uHash, std::uint32_t nBucket, const void *pArg) {
   std::int32_t nLast = kNoSlot;
   for (std::int32_t nSlot = uHash.pnBucket[nBucket]; nSlot != kNoSlot; nSlot = uHash.pnNext[nSlot]) {
     // The way on is fetched while the owner compares.
