@@ -39,9 +39,13 @@ inline std::uint32_t LongRunMagnitude(const char *pDigit, const char *pEnd) {
 /// Reads optional white space, an optional sign and all digits behind it. errno is left alone.
 inline DeviceLong ParseDeviceLong(const char *pText) {
   const char *p = pText;
-  while (IsSpace(*p)) ++p;
-  const bool bNegative = *p == '-';
-  if (bNegative || *p == '+') ++p;
+  bool bNegative = false;
+  // Numbers mostly begin with a digit: then nothing of what is loaded next waits for what was loaded before.
+  if (DigitValue(*p) > 9) [[unlikely]] {
+    while (IsSpace(*p)) ++p;
+    bNegative = *p == '-';
+    if (bNegative || *p == '+') ++p;
+  }
 
   // The loop does not look for overflow: the number of digits tells afterwards whether there can have been one.
   const char *const pDigits = p;
