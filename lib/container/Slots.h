@@ -26,10 +26,12 @@ inline std::int32_t NextFreeSlot(const TAllotArray &uAry) { return uAry.pnFreeRo
 /// Takes the slot that has been free for the longest time. Not all slots may be in use.
 inline std::int32_t TakeSlot(TAllotArray &uAry) {
   const std::int32_t nRoom = NextFreeSlot(uAry);
+  const std::int32_t nPos = uAry.nInuseCnt;
+  // The counters come first here and below: behind a store into an array the compiler would load them again.
   uAry.nFreeGet = RingNext(uAry, uAry.nFreeGet);
-  uAry.pnInuseRoom[uAry.nInuseCnt] = nRoom;
-  uAry.pnInuseIdx[nRoom] = uAry.nInuseCnt;
-  ++uAry.nInuseCnt;
+  uAry.nInuseCnt = nPos + 1;
+  uAry.pnInuseRoom[nPos] = nRoom;
+  uAry.pnInuseIdx[nRoom] = nPos;
   return nRoom;
 }
 
@@ -39,17 +41,16 @@ inline std::int32_t TakeSlot(TAllotArray &uAry) {
 inline void GiveSlotBack(TAllotArray &uAry, std::int32_t nRoom) {
   const std::int32_t nPos = uAry.pnInuseIdx[nRoom];
   const std::int32_t nLastPos = uAry.nInuseCnt - 1;
+  const std::int32_t nPut = uAry.nFreePut;
+  uAry.nInuseCnt = nLastPos;
+  uAry.nFreePut = RingNext(uAry, nPut);
   if (nPos < nLastPos) {
     const std::int32_t nLast = uAry.pnInuseRoom[nLastPos];
     uAry.pnInuseRoom[nPos] = nLast;
     uAry.pnInuseIdx[nLast] = nPos;
   }
   uAry.pnInuseIdx[nRoom] = kNoSlot;
-  // Kept: to the end of the ring, though the slot just freed would still be in the cache. A number rests as long as
-  // possible before it means something else.
-  uAry.pnFreeRoom[uAry.nFreePut] = nRoom;
-  uAry.nFreePut = RingNext(uAry, uAry.nFreePut);
-  uAry.nInuseCnt = nLastPos;
+  uAry.pnFreeRoom[nPut] = nRoom;
 }
 
 }  // namespace devsupport
