@@ -182,7 +182,7 @@ def head(context):
     found, missing = peers(context)
     caches = ", ".join(f"L{c['level']} {c['type'].lower()} {c['size'] // 1024} KiB" for c in context["caches"])
     facts = [("Machine", f"{processor()}, {os.cpu_count()} processors; {caches}"),
-             ("System", f"Linux {platform.release()}, {' '.join(platform.libc_ver())}"),
+             ("System", f"Linux {platform.release().split('-')[0]}, {' '.join(platform.libc_ver())}"),
              ("Compiler", f"{context['compiler']}, -O2"),
              ("Load when it began", f"{context['load_avg'][0]:.2f}" if context["load_avg"] else "unknown"),
              ("Peers", ", ".join(f"{name} {version}" for name, version in found) or "none")]
