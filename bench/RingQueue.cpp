@@ -38,21 +38,25 @@ struct NoMutex {
 
 // What all but we hold: a length and as many bytes, copied in and out as ours are.
 struct Message {
-  Message(const char *from, std::uint16_t size) : length(size) { std::memcpy(bytes.data(), from, size); }
-  Message(const Message &other) : Message(other.bytes.data(), other.length) {}
+  Message() {}  // NOLINT(modernize-use-equals-default): the bytes stay as they are
+  Message(const char *from, std::uint16_t size) { Assign(from, size); }
+  Message(const Message &other) { Assign(other.bytes.data(), other.length); }
   Message &operator=(const Message &other) {
-    length = other.length;
-    std::memcpy(bytes.data(), other.bytes.data(), length);
+    Assign(other.bytes.data(), other.length);
     return *this;
   }
   ~Message() = default;
 
+  void Assign(const char *from, std::uint16_t size) {
+    length = size;
+    std::memcpy(bytes.data(), from, size);
+  }
   std::size_t CopyTo(Buffer &out) const {
     std::memcpy(out.data(), bytes.data(), length);
     return length;
   }
 
-  std::uint16_t length;
+  std::uint16_t length = 0;
   Buffer bytes;
 };
 
@@ -84,7 +88,7 @@ class Copies {
  public:
   bool Push(const char *message, std::uint16_t length) {
     const std::lock_guard lock(mutex_);
-    cells_[put_] = Message(message, length);
+    cells_[put_].Assign(message, length);
     put_ = Next(put_);
     return true;
   }
@@ -99,7 +103,7 @@ class Copies {
   static std::size_t Next(std::size_t index) { return index + 1 < kCapacity ? index + 1 : 0; }
 
   Mutex mutex_;
-  std::vector<Message> cells_{kCapacity, Message("", 0)};
+  std::vector<Message> cells_{kCapacity, Message()};
   std::size_t put_ = 0;
   std::size_t get_ = 0;
 };
@@ -133,7 +137,8 @@ class CircularBuffer {
   bool Push(const char *message, std::uint16_t length) {
     const std::lock_guard lock(mutex_);
     if (buffer_.full()) return false;
-    buffer_.push_back(Message(message, length));
+    buffer_.push_back(Message());  // it cannot construct in place: an empty one first, which costs no copy
+    buffer_.back().Assign(message, length);
     return true;
   }
   std::size_t Get(Buffer &out) {
