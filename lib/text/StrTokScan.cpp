@@ -112,14 +112,15 @@ std::int32_t GoDelimit(TStrTok &uTok, const Set &uSet, bool bCanEmpty) {
   }
 }
 
-/// Apart from the usual few delimiters, which then need no room for a set.
+/// For unusual delimiters: many, none, or such as no set can hold. Apart from the usual ones, which then need no room
+/// for a set.
 [[gnu::noinline]] std::int32_t GoDelimitSet(TStrTok &uTok, const char *pDelimiters, bool bCanEmpty) {
   return GoDelimit(uTok, ScanSet(0, pDelimiters).Get(), bCanEmpty);
 }
 
-/// Whether a set of delimiters, which is not empty, is one or two characters.
+/// Whether delimiters are one or two characters.
 bool IsPair(const char *pDelimiters) {
-  return (pDelimiters[1] == '\0' || pDelimiters[2] == '\0') &&
+  return pDelimiters != nullptr && pDelimiters[0] != '\0' && (pDelimiters[1] == '\0' || pDelimiters[2] == '\0') &&
          CharSet::CanHold(static_cast<char>(pDelimiters[0] | pDelimiters[1]));
 }
 
@@ -177,10 +178,8 @@ std::int32_t TStrTok_MatchNotAnyChar(TStrTok *puTok, std::uint32_t dwClasses, co
 
 std::int32_t TStrTok_GoDelimit_AnyChar(TStrTok *puTok, const char *pDelimiters, std::uint32_t bCanEmpty) {
   if (puTok->pCur == nullptr) return 0;
-  if (pDelimiters == nullptr || *pDelimiters == '\0') return LastField(*puTok, bCanEmpty != 0);
-  if (IsPair(pDelimiters)) {
-    const char cSecond = pDelimiters[1] != '\0' ? pDelimiters[1] : pDelimiters[0];
-    return GoDelimit(*puTok, CharPair(pDelimiters[0], cSecond), bCanEmpty != 0);
-  }
-  return GoDelimitSet(*puTok, pDelimiters, bCanEmpty != 0);
+  if (!IsPair(pDelimiters)) [[unlikely]]
+    return GoDelimitSet(*puTok, pDelimiters, bCanEmpty != 0);
+  const char cSecond = pDelimiters[1] != '\0' ? pDelimiters[1] : pDelimiters[0];
+  return GoDelimit(*puTok, CharPair(pDelimiters[0], cSecond), bCanEmpty != 0);
 }
