@@ -142,14 +142,14 @@ void ReportEnvironment(int nResult) {
 
 int BerkDb_Open(const char *pHome, const char *pFile, int32_t *pnResult) {
   int32_t nUnused = 0;
-  int32_t &nCode = pnResult != nullptr ? *pnResult : nUnused;
-  nCode = BERKDB_OPEN_OK;
+  if (pnResult == nullptr) pnResult = &nUnused;
+  *pnResult = BERKDB_OPEN_OK;
   Turn turn;
   if (!OpenEnvironment(pHome != nullptr ? pHome : kDefaultHome, turn)) {
-    nCode = BERKDB_OPEN_ENVIRONMENT;
+    *pnResult = BERKDB_OPEN_ENVIRONMENT;
     return 0;
   }
-  return OpenTables(pFile != nullptr ? pFile : kDefaultFile, nCode) ? 1 : 0;
+  return OpenTables(pFile != nullptr ? pFile : kDefaultFile, *pnResult) ? 1 : 0;
 }
 
 void BerkDb_Close(void) {

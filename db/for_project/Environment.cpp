@@ -114,7 +114,8 @@ void DetachRegions() {
     unsigned long dwKey = 0;
     if (std::sscanf(szLine, "%lx-%*x %*s %*x %*s %*s /SYSV%8lx", &dwStart, &dwKey) != 2) continue;
     const long nRegion = static_cast<long>(dwKey) - kShmKey;
-    if (nRegion >= 0 && nRegion < kMaxRegions) shmdt(reinterpret_cast<void *>(dwStart));
+    if (nRegion < 0 || nRegion >= kMaxRegions) continue;
+    shmdt(reinterpret_cast<void *>(dwStart));  // NOLINT(performance-no-int-to-ptr): an address in text
   }
   std::fclose(pMaps);
 }
