@@ -4,7 +4,9 @@
 #include <devsupport/db/DbRecord.h>
 #include <devsupport/detail/db/DbRecord.h>
 
+#include <cctype>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <random>

@@ -20,6 +20,11 @@ echo "through the CMake package"
 for program in c_devsupport c_devsupport_static cpp_devsupport cpp_devsupport_static; do
   "$work/build/$program"
 done
+# The static library asks for Berkeley DB only where the configuration store is used.
+if readelf -d "$work/build/c_devsupport_static" | grep -q 'NEEDED.*libdb'; then
+  echo "a program that does not use the store needs Berkeley DB"
+  exit 1
+fi
 
 echo "through pkg-config"
 libdir=$(dirname "$(find "$work/usr" -name devsupport.pc)")
