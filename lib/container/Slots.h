@@ -50,6 +50,8 @@ inline void GiveSlotBack(TAllotArray &uAry, std::int32_t nRoom) {
     uAry.pnInuseIdx[nLast] = nPos;
   }
   uAry.pnInuseIdx[nRoom] = kNoSlot;
+  // Kept: to the end of the ring, though the slot just freed would still be in the cache. A number rests as long as
+  // possible before it means something else.
   uAry.pnFreeRoom[nPut] = nRoom;
 }
 
