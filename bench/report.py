@@ -61,12 +61,12 @@ class Row:
 
 
 def read_results(paths):
-    """All rows in the order of the files, and the context of the last file."""
+    """All rows in the order of the files, and the context of the first file."""
     rows, context = {}, {}
     for path in paths:
         with open(path, encoding="utf-8") as file:
             result = json.load(file)
-        context = result["context"]
+        context = context or result["context"]
         for run in result["benchmarks"]:
             if run["run_type"] != "iteration":
                 continue
