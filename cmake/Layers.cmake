@@ -57,6 +57,15 @@ function(devsupport_unit unit)
     "${CMAKE_CURRENT_SOURCE_DIR}/${name}.cpp" ${arg_SOURCES})
 endfunction()
 
+# devsupport_detail_header(<area>/<Name>.h LAYER <n>)
+#
+# Adds include/devsupport/detail/<area>/<Name>.h, which belongs to no single unit: a format that several share.
+function(devsupport_detail_header header)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "LAYER" "")
+  devsupport_layer_header(${arg_LAYER} detail/${header})
+  set_property(GLOBAL APPEND PROPERTY DEVSUPPORT_DETAIL_HEADERS detail/${header})
+endfunction()
+
 # devsupport_private_header(<area>/<Name>.h LAYER <n>)
 #
 # Lets the sources of the layer and of the layers above include <Name>.h of the calling folder as

@@ -34,5 +34,6 @@
 
 /* L4: log filter, WAN choice */
 #include <devsupport/net/WanInterface.h>
+#include <devsupport/logmgr/LogInfoShm.h>
 
 #endif
