@@ -34,6 +34,9 @@
 
 /* L4: log filter, WAN choice */
 #include <devsupport/net/WanInterface.h>
+#include <devsupport/logmgr/LogFormat.h>
 #include <devsupport/logmgr/LogInfoShm.h>
+#include <devsupport/logmgr/LogRecord.h>
+#include <devsupport/logmgr/ProcessStart.h>
 
 #endif
