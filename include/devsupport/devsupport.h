@@ -38,5 +38,6 @@
 #include <devsupport/logmgr/LogInfoShm.h>
 #include <devsupport/logmgr/LogRecord.h>
 #include <devsupport/logmgr/ProcessStart.h>
+#include <devsupport/logmgr/LogFilter.h>
 
 #endif
