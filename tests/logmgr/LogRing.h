@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace devsupport::test {
@@ -59,7 +60,7 @@ struct Record {
   }
 };
 
-/// A ring's segment, attached by its key, as bytes.
+/// A ring's segment as bytes: attached by its key, or a copy of one.
 class RawRing {
  public:
   static constexpr std::uint32_t kUserArea = 256;
@@ -70,7 +71,11 @@ class RawRing {
       : facts_(facts), bytes_(static_cast<std::uint8_t *>(::shmat(::shmget(facts.shareKey, 0, 0), nullptr, 0))) {
     EXPECT_NE(bytes_, reinterpret_cast<std::uint8_t *>(-1)) << "there is no such ring";
   }
-  ~RawRing() { ::shmdt(bytes_); }
+  RawRing(std::vector<std::uint8_t> copy, const RingFacts &facts)
+      : facts_(facts), copy_(std::move(copy)), bytes_(copy_.data()) {}
+  ~RawRing() {
+    if (copy_.empty()) ::shmdt(bytes_);
+  }
   RawRing(const RawRing &) = delete;
   RawRing &operator=(const RawRing &) = delete;
 
@@ -107,6 +112,7 @@ class RawRing {
   }
 
   RingFacts facts_;
+  std::vector<std::uint8_t> copy_;
   std::uint8_t *bytes_;
 };
 
