@@ -5,12 +5,11 @@
 // so that a step outside ends the test whether or not a sanitizer watches.
 
 #include <devsupport/ipc/MyShareMemory.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <array>
 #include <random>
 
+#include "ipc/FencedMemory.h"
 #include "ipc/RingFixture.h"
 #include "support/CapturedOutput.h"
 #include "support/Child.h"
@@ -22,35 +21,10 @@ using devsupport::test::CapturedOutput;
 using devsupport::test::Child;
 using devsupport::test::CreateMessage;
 using devsupport::test::Event;
+using devsupport::test::FencedMemory;
 using devsupport::test::MatchMessage;
 using devsupport::test::SeedHint;
 using devsupport::test::TestSeed;
-
-/// Shared memory of any size between two forbidden pages, against the first or against the second.
-class FencedMemory {
- public:
-  enum class Against { Front, Back };
-
-  FencedMemory(std::size_t size, Against side) {
-    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-    const std::size_t inner = (size + page - 1) / page * page;
-    total_ = inner + 2 * page;
-    map_ = ::mmap(nullptr, total_, PROT_NONE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    auto *first = static_cast<std::uint8_t *>(map_) + page;
-    ::mprotect(first, inner, PROT_READ | PROT_WRITE);
-    start_ = side == Against::Front ? first : first + inner - size;
-  }
-  ~FencedMemory() { ::munmap(map_, total_); }
-  FencedMemory(const FencedMemory &) = delete;
-  FencedMemory &operator=(const FencedMemory &) = delete;
-
-  std::uint8_t *Start() const { return start_; }
-
- private:
-  void *map_;
-  std::size_t total_;
-  std::uint8_t *start_;
-};
 
 constexpr std::uint32_t kCells = 5;
 constexpr std::uint16_t kCellSize = 20;
