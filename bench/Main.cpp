@@ -30,6 +30,7 @@ int main(int argc, char **argv) {
   RegisterTokenizer();
   RegisterNumbers();
   RegisterSharedRing();
+  RegisterLogChannel();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();

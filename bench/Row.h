@@ -54,5 +54,6 @@ void RegisterRingQueue();
 void RegisterTokenizer();
 void RegisterNumbers();
 void RegisterSharedRing();
+void RegisterLogChannel();
 
 }  // namespace devsupport::bench

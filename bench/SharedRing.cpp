@@ -22,8 +22,10 @@
 #include <system_error>
 
 #include "Gang.h"
+#include "Guarded.h"
 #include "Peers.h"
 #include "Row.h"
+#include "UndoSemaphore.h"
 #include "support/IpcKey.h"
 
 #if DEVSUPPORT_PEER_BOOST
@@ -42,11 +44,6 @@ struct Shape {
   std::size_t bytes = kMessageBytes;
   std::size_t cells = kCells;
 };
-
-int Check(int result, const char *what) {
-  if (result == -1) throw std::system_error(errno, std::generic_category(), what);
-  return result;
-}
 
 // Every channel below is made for a shape, serves the processes forked after that, and has Push and Get of one
 // message of that many bytes.
@@ -74,29 +71,6 @@ class Ours {
   test::IpcKey semaphoreKey_;
   std::uint16_t length_;
   TShmQueue ring_{};
-};
-
-// A semaphore whose holder's death gives it back.
-class UndoSemaphore {
- public:
-  UndoSemaphore() : id_(Check(semget(IPC_PRIVATE, 1, 0600), "semget")), owner_(getpid()) { unlock(); }
-  ~UndoSemaphore() {
-    if (owner_ == getpid()) semctl(id_, 0, IPC_RMID);
-  }
-  UndoSemaphore(const UndoSemaphore &) = delete;
-  UndoSemaphore &operator=(const UndoSemaphore &) = delete;
-
-  void lock() { Operate(-1); }
-  void unlock() { Operate(1); }
-
- private:
-  void Operate(short change) {
-    sembuf operation{0, change, SEM_UNDO};
-    semop(id_, &operation, 1);
-  }
-
-  int id_;
-  pid_t owner_;
 };
 
 // A mutex in shared memory that tells the next one when its holder died.
@@ -298,18 +272,6 @@ void PushGetBy(benchmark::State &state, int processes) {
     channel.Get(out.data());
   });
   while (state.KeepRunningBatch(processes * kPairsEach)) state.SetIterationTime(gang.Run());
-}
-
-// A channel that this machine does not let us make is reported and left out.
-template <class Job>
-Body Guarded(Job job) {
-  return [job](benchmark::State &state) {
-    try {
-      job(state);
-    } catch (const std::exception &error) {
-      state.SkipWithError(error.what());
-    }
-  };
 }
 
 template <class Channel>
