@@ -16,14 +16,10 @@ constexpr std::size_t kMessageBytes = 512;
 constexpr std::size_t kLocationBytes = 64;
 constexpr char kLocationFormat[] = " \\%s %d";
 
-// One message, always terminated, of at most 511 characters.
+// A message made of pieces: always terminated, of at most 511 characters.
 class Message {
  public:
   Message() { szText_[0] = '\0'; }
-  void Format(const char *pFormat, va_list args) {
-    std::vsnprintf(szText_, sizeof szText_, pFormat, args);
-    szText_[kMessageBytes - 1] = '\0';
-  }
   void Append(const char *pPiece) {
     if (pPiece == nullptr) return;
     void *pBehindNul = ::memccpy(pEnd_, pPiece, '\0', Room());
@@ -52,24 +48,24 @@ void __Cat(const char *pFile, int nLine, int nType, int nExtra, std::initializer
 
 }  // namespace
 
-const char *_g_pLogInfoLocFmt = kLocationFormat;
+constinit const char *_g_pLogInfoLocFmt = kLocationFormat;
 
 void LogInfo_Printf(int nType, const char *pFormat, ...) {
-  Message message;
+  char szText[kMessageBytes] = "";
   va_list args;
   va_start(args, pFormat);
-  message.Format(pFormat, args);
+  std::vsnprintf(szText, sizeof szText, pFormat, args);
   va_end(args);
-  TLogInfoShm_Write(message.Text(), nType, 1);
+  TLogInfoShm_Write(szText, nType, 1);
 }
 
 void LogInfo_PrintfEvt(int nType, const char *pFormat, ...) {
-  Message message;
+  char szText[kMessageBytes] = "";
   va_list args;
   va_start(args, pFormat);
-  message.Format(pFormat, args);
+  std::vsnprintf(szText, sizeof szText, pFormat, args);
   va_end(args);
-  TLogInfoShm_Write_Evt(message.Text(), nType);
+  TLogInfoShm_Write_Evt(szText, nType);
 }
 
 const char *LogInfo_SetLocFmt(const char *pFormat) {

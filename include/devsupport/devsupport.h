@@ -25,6 +25,10 @@
 #include <devsupport/text/StrTokScan.h>
 
 /* L2: log channel and builders, link status */
+#include <devsupport/logmgr/LogFormat.h>
+#include <devsupport/logmgr/LogInfoShm.h>
+#include <devsupport/logmgr/LogRecord.h>
+#include <devsupport/logmgr/ProcessStart.h>
 #include <devsupport/net/LinkStatus.h>
 
 /* L3: configuration store */
@@ -33,11 +37,7 @@
 #include <devsupport/db/DbRecord.h>
 
 /* L4: log filter, WAN choice */
-#include <devsupport/net/WanInterface.h>
-#include <devsupport/logmgr/LogFormat.h>
-#include <devsupport/logmgr/LogInfoShm.h>
-#include <devsupport/logmgr/LogRecord.h>
-#include <devsupport/logmgr/ProcessStart.h>
 #include <devsupport/logmgr/LogFilter.h>
+#include <devsupport/net/WanInterface.h>
 
 #endif

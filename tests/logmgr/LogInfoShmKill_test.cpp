@@ -17,8 +17,8 @@ namespace {
 
 using namespace devsupport::test;
 
-constexpr int kKills = 300;
-constexpr int kKillsAmongOthers = 60;
+constexpr int kKills = 200;
+constexpr int kKillsAmongOthers = 40;
 constexpr int kVictim = kFirstLongWriter;
 
 struct Turns {
