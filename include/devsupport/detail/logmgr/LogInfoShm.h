@@ -19,7 +19,7 @@ typedef struct TLogInfoShmData {
 } TLogInfoShmData;
 
 /// The one record of the process. Changed by TLogInfoShm_Open, _Close and _ChangeFilter only.
-extern TLogInfoShmData _g_uLogInfoShmData; /* NOLINT(bugprone-dynamic-static-initializers): zero from the start */
+extern TLogInfoShmData _g_uLogInfoShmData;
 
 /// Writes one message, in as many records as it needs, to a ring of records.
 /// pQue       in,out  the ring, with cells of LOGCELL_BYTES and a user area of LOGRING_USER_BYTES; NULL stops the

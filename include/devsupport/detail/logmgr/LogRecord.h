@@ -7,7 +7,7 @@
 DEVSUPPORT_BEGIN_API
 
 /// What LogInfo_SetLocFmt stored last; " \\%s %d" before.
-extern const char *_g_pLogInfoLocFmt; /* NOLINT(bugprone-dynamic-static-initializers): an address */
+extern const char *_g_pLogInfoLocFmt;
 
 DEVSUPPORT_END_API
 
