@@ -1,0 +1,213 @@
+// One ring of the log channel as devlog finds it: attached without making anything, copied under its lock.
+
+#include "LogRing.h"
+
+#include <devsupport/detail/ipc/MyShareMemory.h>
+#include <devsupport/ipc/Semaphore.h>
+#include <devsupport/private/ipc/RingAccess.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "Exit.h"
+#include "Print.h"
+
+using devsupport::RingEnd;
+using devsupport::RingLock;
+
+namespace devlog {
+
+namespace {
+
+constexpr time_t kLockSeconds = 1;
+
+constexpr int ShareKey(Ring ring) { return ring == Ring::Log ? LOGRING_LOG_SHARE_KEY : LOGRING_EVT_SHARE_KEY; }
+constexpr int SemKey(Ring ring) { return ring == Ring::Log ? LOGRING_LOG_SEM_KEY : LOGRING_EVT_SEM_KEY; }
+
+const char *WordFor(Ring ring) { return NameOf(ring).data(); }
+
+/// The ring's measures; everything but where it is attached.
+TShmQueue RecordOf(std::size_t cells) {
+  TShmQueue que{};
+  que.nSlotCount = static_cast<std::int32_t>(cells + 1);
+  que.wCellSize = LOGCELL_BYTES;
+  que.dwStride = sizeof(Cell);
+  que.dwLastOffset = static_cast<std::uint32_t>(cells * sizeof(Cell));
+  que.semid = -1;
+  return que;
+}
+
+std::size_t SegmentBytes(const TShmQueue &que) {
+  return devsupport::kRingHeadBytes + LOGRING_USER_BYTES + static_cast<std::size_t>(que.nSlotCount) * que.dwStride;
+}
+
+/// Semaphore_Lock with an end: a writer that is stopped in its write must not stop who looks for the reason.
+bool LockInTime(int semId) {
+  const timespec limit{kLockSeconds, 0};
+  sembuf take{0, -1, SEM_UNDO};
+  int result = 0;
+  do {
+    result = ::semtimedop(semId, &take, 1, &limit);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+}  // namespace
+
+LogRing::LogRing(Ring ring, std::span<Cell> room) : ring_(ring), room_(room), que_(RecordOf(room.size())) {}
+
+LogRing::~LogRing() {
+  // Detached, not closed: the last to close takes the semaphore along, and we are only visiting.
+  if (IsAttached()) ::shmdt(que_.shm.address);
+}
+
+Found LogRing::Attach(Access access) {
+  const int id = ::shmget(ShareKey(ring_), 0, 0);
+  shmid_ds status{};
+  if (id == -1 || ::shmctl(id, IPC_STAT, &status) != 0) {
+    if (errno != EACCES) return Found::Missing;
+    Say("the %s ring cannot be read: %s", WordFor(ring_), std::strerror(errno));
+    return Found::Unusable;
+  }
+  void *address = ::shmat(id, nullptr, access == Access::Look ? SHM_RDONLY : 0);
+  if (address == reinterpret_cast<void *>(-1)) {  // NOLINT(performance-no-int-to-ptr): as shmat has it
+    Say("the %s ring cannot be attached: %s", WordFor(ring_), std::strerror(errno));
+    return Found::Unusable;
+  }
+  access_ = access;
+  que_.shm = {id, address};
+  que_.header = static_cast<_U_ShmQueue_SHM_VARI *>(address);
+  que_.pUserArea = static_cast<std::uint8_t *>(address) + devsupport::kRingHeadBytes;
+  que_.cells = que_.pUserArea + LOGRING_USER_BYTES;
+
+  const bool isFinished =
+      status.shm_segsz < sizeof *que_.header || devsupport::LoadOnce(que_.header->dwCellCount) != 0;
+  if (isFinished && CheckShape(status.shm_segsz)) {
+    // A first copy without the lock: it brings both memories in, so that the copy under the lock takes no page
+    // faults.
+    CopyRange(static_cast<std::uint32_t>(room_.size()), static_cast<std::uint32_t>(room_.size()));
+    return Found::Attached;
+  }
+  ::shmdt(address);
+  que_ = RecordOf(room_.size());
+  return isFinished ? Found::Unusable : Found::Missing;
+}
+
+bool LogRing::CheckShape(std::size_t segmentBytes) {
+  if (segmentBytes < SegmentBytes(que_)) {
+    Say("the %s ring has %zu bytes; this devlog knows rings of %zu", WordFor(ring_), segmentBytes,
+        SegmentBytes(que_));
+    return false;
+  }
+  const _U_ShmQueue_SHM_VARI header = *que_.header;
+  if (header.dwCellCount == room_.size() && header.wCellSize == LOGCELL_BYTES &&
+      header.dwUserBytes == LOGRING_USER_BYTES) {
+    return true;
+  }
+  Say("the %s ring has %u cells of %u bytes and a user area of %u; this devlog knows rings of %zu, %d and %d",
+      WordFor(ring_), header.dwCellCount, header.wCellSize, header.dwUserBytes, room_.size(), LOGCELL_BYTES,
+      LOGRING_USER_BYTES);
+  return false;
+}
+
+bool LogRing::HasNews() const {
+  std::uint32_t writeIndex = 0;
+  if (!LoadIndex(que_, RingEnd::Write, &writeIndex)) return !saidDamaged_;
+  return !hasSeen_ || writeIndex != seenIndex_ || MarkBefore(writeIndex) != seenMark_;
+}
+
+LogRing::Mark LogRing::MarkBefore(std::uint32_t writeIndex) const {
+  const std::uint32_t last = static_cast<std::uint32_t>(que_.nSlotCount) - 1;
+  Mark mark{};
+  std::memcpy(&mark, SlotAt(writeIndex == 0 ? last : writeIndex - 1), sizeof mark);
+  return mark;
+}
+
+// While the slot that was the newest still holds what it held, fewer records came than the ring has slots, and the
+// write index tells how many. Once it is another one, everything in the ring is new.
+std::uint32_t LogRing::NewAt(std::uint32_t writeIndex) const {
+  if (!hasSeen_ || access_ == Access::Take || MarkBefore(seenIndex_) != seenMark_) return UINT32_MAX;
+  return static_cast<std::uint32_t>(devsupport::CellsBetween(que_, seenIndex_, writeIndex));
+}
+
+bool LogRing::TakeLock() {
+  constexpr int kAttempts = 2;  // the semaphore that we knew may have been removed, and another one made
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (que_.semid == -1) {
+      que_.semid = access_ == Access::Take ? Semaphore_Create(SemKey(ring_)) : ::semget(SemKey(ring_), 0, 0);
+    }
+    // Without a semaphore there is no writer: the last one to leave took it along.
+    if (que_.semid == -1) return false;
+    if (LockInTime(que_.semid)) return true;
+    if (errno != EIDRM && errno != EINVAL) break;
+    que_.semid = -1;
+  }
+  if (que_.semid != -1 && !saidLocked_) {
+    saidLocked_ = true;
+    Say("the %s ring's lock is not to be had (process %d had it last)%s", WordFor(ring_),
+        ::semctl(que_.semid, 0, GETPID), access_ == Access::Look ? "; reading without it" : "");
+  }
+  return false;
+}
+
+// Copies the newest cells before the write index: one run, or two where the ring begins anew.
+void LogRing::CopyRange(std::uint32_t writeIndex, std::uint32_t count) {
+  const auto slots = static_cast<std::uint32_t>(que_.nSlotCount);
+  const std::uint32_t begin = writeIndex >= count ? writeIndex - count : writeIndex + slots - count;
+  const std::uint32_t firstRun = std::min(count, slots - begin);
+  std::memcpy(room_.data(), SlotAt(begin), firstRun * sizeof(Cell));
+  std::memcpy(room_.data() + firstRun, SlotAt(0), (count - firstRun) * sizeof(Cell));
+}
+
+bool LogRing::CopyNew(std::span<const Cell> &cells) {
+  cells = {};
+  const bool isHeld = TakeLock();
+  RingLock lock(que_.semid, isHeld);
+  if (!isHeld && access_ == Access::Take) return false;
+
+  std::uint32_t readIndex = 0;
+  std::uint32_t writeIndex = 0;
+  used_ = 0;
+  const bool isUsable = LoadIndex(que_, RingEnd::Read, &readIndex) && LoadIndex(que_, RingEnd::Write, &writeIndex);
+  if (isUsable) {
+    used_ = static_cast<std::uint32_t>(devsupport::CellsBetween(que_, readIndex, writeIndex));
+    const std::uint32_t count = std::min(used_, NewAt(writeIndex));
+    CopyRange(writeIndex, count);
+    seenMark_ = MarkBefore(writeIndex);
+    cells = room_.first(count);
+  }
+  std::uint16_t counter = 0;
+  std::memcpy(&counter, que_.pUserArea, sizeof counter);
+  if (access_ == Access::Take && isUsable) StoreCursor(que_, RingEnd::Read, {writeIndex, writeIndex * que_.dwStride});
+  lock.Release();
+
+  sequence_ = LOGCELL_GET(counter, SEQUENCE);
+  seenIndex_ = writeIndex;
+  hasSeen_ = isUsable;
+  if (!isUsable && !saidDamaged_) {
+    saidDamaged_ = true;
+    Say("the %s ring is damaged: where it begins or ends is no slot; the next record begins it anew", WordFor(ring_));
+  }
+  return true;
+}
+
+Figures LogRing::Measure() const {
+  shmid_ds status{};
+  const bool isThere = ::shmctl(que_.shm.shmid, IPC_STAT, &status) == 0 && status.shm_nattch > 0;
+  return {.capacity = static_cast<std::uint32_t>(room_.size()),
+          .used = used_,
+          .sequence = sequence_,
+          .attached = isThere ? static_cast<std::uint32_t>(status.shm_nattch) - 1 : 0};
+}
+
+bool LogRing::IsRemoved() const {
+  shmid_ds status{};
+  return ::shmctl(que_.shm.shmid, IPC_STAT, &status) != 0 || (status.shm_perm.mode & SHM_DEST) != 0;
+}
+
+}  // namespace devlog

@@ -1,0 +1,37 @@
+// devlog: shows what the programs of the device write into the log channel.
+
+#include <cstdio>
+
+#include "Options.h"
+#include "Stats.h"
+#include "View.h"
+#include "Write.h"
+
+namespace devlog {
+
+namespace {
+
+int Run(const Options &options) {
+  switch (options.action) {
+    case Action::Show:
+      return Show(options);
+    case Action::Stats:
+      return ShowStats(options);
+    case Action::Write:
+      return WriteRecord(options);
+    case Action::Nothing:
+      break;
+  }
+  return options.status;
+}
+
+}  // namespace
+
+}  // namespace devlog
+
+int main(int argCount, char *args[]) {
+  // A buffer of our own: the C library would ask the system for memory, and for more than one look at a time.
+  static char output[16 * 1024];
+  std::setvbuf(stdout, output, _IOFBF, sizeof output);
+  return devlog::Run(devlog::ReadOptions(argCount, args));
+}

@@ -1,0 +1,51 @@
+// The messages of both rings in one order.
+
+#include "Merge.h"
+
+namespace devlog {
+
+namespace {
+
+constexpr DayTime kClockSlack = 60 * 1000;  // a record that is so much younger than now is not from yesterday
+
+/// The way round the clock from one time to another, by whichever side is shorter.
+DayTime ShortestWay(DayTime from, DayTime to) {
+  const DayTime way = to - from;
+  if (way > kDay / 2) return way - kDay;
+  if (way < -kDay / 2) return way + kDay;
+  return way;
+}
+
+}  // namespace
+
+void Place(std::span<Message> messages, DayTime now) {
+  DayTime time = kUnknownTime;  // of the message behind
+  std::int64_t when = now;
+  for (std::size_t index = messages.size(); index-- > 0;) {
+    Message &message = messages.data()[index];
+    if (message.time != kUnknownTime) {
+      if (time == kUnknownTime) {
+        when = message.time <= now + kClockSlack ? message.time : message.time - kDay;
+      } else {
+        when -= ShortestWay(message.time, time);
+      }
+      time = message.time;
+    }
+    message.when = when;
+  }
+}
+
+std::size_t Merge(std::span<const Message> log, std::span<const Message> event, std::span<const Message *> order) {
+  const Message *nextLog = log.data();
+  const Message *nextEvent = event.data();
+  const Message *const endLog = nextLog + log.size();
+  const Message *const endEvent = nextEvent + event.size();
+  const Message **end = order.data();
+  while (nextLog != endLog || nextEvent != endEvent) {
+    const bool takeLog = nextEvent == endEvent || (nextLog != endLog && nextLog->when <= nextEvent->when);
+    *end++ = takeLog ? nextLog++ : nextEvent++;
+  }
+  return static_cast<std::size_t>(end - order.data());
+}
+
+}  // namespace devlog

@@ -1,0 +1,86 @@
+// A ring's records put together to messages, with notes about what is missing between them.
+
+#include "Message.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace devlog {
+
+std::string_view TextOf(const Message &message, std::span<char, kMaxText + 1> room) {
+  std::size_t length = 0;
+  const unsigned cells = message.first == nullptr ? 0 : message.records;
+  for (unsigned cell = 0; cell < cells; ++cell) {
+    const std::string_view text = Decode(message.first[cell]).text;
+    const std::size_t taken = std::min(text.size(), kMaxText - length);
+    if (taken != 0) std::memcpy(room.data() + length, text.data(), taken);
+    length += taken;
+  }
+  room.data()[length] = '\0';
+  return {room.data(), length};
+}
+
+// A gap is counted modulo 4096: that is all that the records say.
+void Assembler::NoteGap(const Fragment &fragment, Message *&end) {
+  if (expected_ == kUnknown) return;
+  const unsigned missing = (fragment.sequence - expected_) % kSequences;
+  if (missing == 0) return;
+  *end++ = {.ring = ring_, .status = Status::Lost, .time = fragment.time, .sequence = expected_, .records = missing};
+  lost_ += missing;
+  isBroken_ = true;
+}
+
+bool Assembler::Continues(const Fragment &fragment) const {
+  return open_ != nullptr && !isBroken_ && fragment.number == fragment_ + 1 && fragment.time == open_->time &&
+         fragment.type == open_->type;
+}
+
+void Assembler::Begin(const Cell &cell, const Fragment &fragment, Message *&end) {
+  Message &message = *end++;
+  message = {.ring = ring_,
+             .damage = fragment.damage,
+             .time = fragment.time,
+             .type = fragment.type,
+             .sequence = fragment.sequence,
+             .records = 1,
+             .first = &cell};
+  if (fragment.damage == Damage::None && fragment.number != 0) {
+    message.status = Status::Partial;
+    if (!isBroken_) message.damage = Damage::Order;
+  }
+  if (message.damage != Damage::None) {
+    message.status = Status::Damaged;
+    ++damaged_;
+  }
+  open_ = &message;
+  fragment_ = fragment.number;
+}
+
+std::size_t Assembler::Assemble(std::span<const Cell> cells, std::span<Message> messages) {
+  Message *end = messages.data();
+  open_ = nullptr;
+  for (const Cell &cell : cells) {
+    const Fragment fragment = Decode(cell);
+    if (fragment.damage != Damage::None) {
+      // What it says is not believed; but it is one record, and stands where one record stood.
+      Begin(cell, fragment, end);
+      open_ = nullptr;
+      isBroken_ = true;
+      if (expected_ != kUnknown) expected_ = (expected_ + 1) % kSequences;
+      continue;
+    }
+    NoteGap(fragment, end);
+    expected_ = (fragment.sequence + 1) % kSequences;
+    if (Continues(fragment)) {
+      ++open_->records;
+      ++fragment_;
+    } else {
+      Begin(cell, fragment, end);
+    }
+    isBroken_ = false;
+  }
+  open_ = nullptr;
+  return static_cast<std::size_t>(end - messages.data());
+}
+
+}  // namespace devlog

@@ -1,0 +1,77 @@
+// A ring's records put together to messages, with notes about what is missing between them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "Cell.h"
+
+namespace devlog {
+
+enum class Ring : std::uint8_t { Log, Event };
+
+enum class Status : std::uint8_t {
+  Ok,
+  Partial,  ///< its first fragments are missing
+  Damaged,  ///< see Message::damage
+  Lost,     ///< no message: `records` sequence numbers from `sequence` on are missing here
+};
+
+/// One message, made of consecutive cells, or a note. It points into the cells that it was made of.
+struct Message {
+  Ring ring = Ring::Log;
+  Status status = Status::Ok;
+  Damage damage = Damage::None;
+  DayTime time = kUnknownTime;  ///< of a note: of the record behind the gap
+  unsigned type = 0;
+  unsigned sequence = 0;  ///< of its first record
+  unsigned records = 0;   ///< cells that it is made of; of a note: records lost
+  const Cell *first = nullptr;
+  std::int64_t when = 0;  ///< its place in time, see Place()
+};
+
+/// The longest text that a message can have.
+inline constexpr std::size_t kMaxText = std::size_t{LOGCELL_FRAGMENTS} * LOGCELL_TEXT_CHARS;
+
+/// Puts the text of a message together.
+/// room     out     the text and a NUL behind it
+/// Returns  the text, in room; empty for notes and where no length could be believed.
+std::string_view TextOf(const Message &message, std::span<char, kMaxText + 1> room);
+
+/// Puts the records of one ring together, from look to look.
+class Assembler {
+ public:
+  explicit Assembler(Ring ring) : ring_(ring) {}
+
+  /// How many messages can come out of so many cells: each cell can have a note before it.
+  static constexpr std::size_t MaxMessages(std::size_t cells) { return 2 * cells; }
+
+  /// cells    in      what came into the ring since the last call, oldest first; a message is whole or begins before
+  ///                  what the ring holds, because writers hold the ring's lock for all fragments of a message
+  /// messages out     room for MaxMessages(cells.size())
+  /// Returns  the number of messages and notes.
+  std::size_t Assemble(std::span<const Cell> cells, std::span<Message> messages);
+
+  /// Counts since the beginning.
+  std::uint32_t Lost() const { return lost_; }
+  std::uint32_t Damaged() const { return damaged_; }
+
+ private:
+  void NoteGap(const Fragment &fragment, Message *&end);
+  void Begin(const Cell &cell, const Fragment &fragment, Message *&end);
+  bool Continues(const Fragment &fragment) const;
+
+  static constexpr unsigned kUnknown = kSequences;
+
+  Ring ring_;
+  unsigned expected_ = kUnknown;  // sequence number of the next record
+  bool isBroken_ = true;          // nobody knows what stood before the next record
+  Message *open_ = nullptr;       // the message that the next fragment may belong to
+  unsigned fragment_ = 0;         // number of its last fragment
+  std::uint32_t lost_ = 0;
+  std::uint32_t damaged_ = 0;
+};
+
+}  // namespace devlog

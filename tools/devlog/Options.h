@@ -1,0 +1,36 @@
+// The command line of devlog.
+#pragma once
+
+#include <cstdint>
+
+#include "Exit.h"
+#include "Filter.h"
+
+namespace devlog {
+
+enum class Action : std::uint8_t { Show, Stats, Write, Nothing };
+
+struct Options {
+  Action action = Action::Show;
+  int status = kShown;  ///< with Action::Nothing: how to end
+
+  bool log = true;    ///< the log ring is meant
+  bool event = true;  ///< the event ring is meant
+  bool json = false;
+
+  Wanted wanted{};
+  bool isLimited = false;  ///< show no more than `lines` of what is there
+  std::uint32_t lines = 0;
+  bool follow = false;
+  bool consume = false;
+  bool syslog = false;
+
+  int type = 0;            ///< of the record to write
+  char **words = nullptr;  ///< what to write: words up to a null pointer
+};
+
+/// Reads the command line; prints help, version and mistakes itself and then gives Action::Nothing.
+/// args  in,out  reordered: options first
+Options ReadOptions(int argCount, char **args);
+
+}  // namespace devlog

@@ -1,0 +1,29 @@
+// How one message looks: for people, as JSON, for syslog.
+#pragma once
+
+#include <string_view>
+
+#include "Line.h"
+#include "Message.h"
+
+namespace devlog {
+
+enum class Look : std::uint8_t { Plain, Coloured, Json };
+
+/// "log" or "event".
+std::string_view NameOf(Ring ring);
+
+/// Adds one message, or one note, without the newline.
+///
+///   12:34:56.789 log    3  registered at 10.0.0.1
+///   12:34:57.001 event  1  (its beginning is lost) and so on
+///   12:34:57.002 log    -  (12 records lost)
+///   --:--:--.--- log    -  (damaged: the length is 4711)
+///
+/// JSON objects have always the same members in the same order. The time is always one: of a record without a time of
+/// its own it is the place that Place() gave it.
+///
+///   {"time":"12:34:56.789","ring":"log","type":3,"sequence":17,"records":1,"status":"ok","detail":"","text":"..."}
+void AddMessage(Line &line, const Message &message, std::string_view text, Look look);
+
+}  // namespace devlog

@@ -1,0 +1,178 @@
+// Shows the rings: once, or on and on.
+
+#include "View.h"
+
+#include <syslog.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "Channel.h"
+#include "Filter.h"
+#include "Line.h"
+#include "Merge.h"
+#include "Output.h"
+#include "Print.h"
+
+namespace devlog {
+
+namespace {
+
+constexpr int kPollMs = 150;
+constexpr std::size_t kMaxMessages = Assembler::MaxMessages(kLogCells) + Assembler::MaxMessages(kEventCells);
+
+const Message *g_order[kMaxMessages];
+Line g_line;
+char g_text[kMaxText + 1];
+
+DayTime Now() {
+  const time_t now = ::time(nullptr);
+  tm local{};
+  ::localtime_r(&now, &local);
+  return static_cast<DayTime>(((local.tm_hour * 60 + local.tm_min) * 60 + local.tm_sec) * 1000);
+}
+
+bool HasColours() {
+  const char *noColour = std::getenv("NO_COLOR");
+  const char *terminal = std::getenv("TERM");
+  const bool isWelcome = noColour == nullptr || *noColour == '\0';
+  return isWelcome && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+}
+
+Look LookFor(const Options &options, const Output &output) {
+  if (options.json) return Look::Json;
+  return output.IsTerminal() && HasColours() ? Look::Coloured : Look::Plain;
+}
+
+int PriorityOf(const Message &message) {
+  if (message.status != Status::Ok) return LOG_WARNING;
+  return message.ring == Ring::Event ? LOG_NOTICE : LOG_INFO;
+}
+
+/// Signals that would end us wait while it lives: what was taken out of a ring is shown before we go.
+class HeldSignals {
+ public:
+  explicit HeldSignals(bool isNeeded) : isNeeded_(isNeeded) {
+    if (!isNeeded_) return;
+    sigset_t held;
+    ::sigemptyset(&held);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) ::sigaddset(&held, signal);
+    ::sigprocmask(SIG_BLOCK, &held, &before_);
+  }
+  ~HeldSignals() {
+    if (isNeeded_) ::sigprocmask(SIG_SETMASK, &before_, nullptr);
+  }
+  HeldSignals(const HeldSignals &) = delete;
+  HeldSignals &operator=(const HeldSignals &) = delete;
+
+ private:
+  bool isNeeded_;
+  sigset_t before_{};
+};
+
+class Viewer {
+ public:
+  explicit Viewer(const Options &options)
+      : options_(options),
+        channel_(options),
+        filter_(options.wanted),
+        output_(options.syslog),
+        look_(LookFor(options, output_)) {}
+
+  int Run();
+
+ private:
+  int ShowNews(bool isLimited);
+  int Follow();
+  bool IsRemoved();
+  std::size_t KeepWanted(std::size_t count) const;
+  std::size_t FirstOfLast(std::size_t count) const;
+  void Write(const Message &message);
+
+  const Options &options_;
+  Channel channel_;
+  Filter filter_;
+  Output output_;
+  Look look_;
+};
+
+int Viewer::Run() {
+  if (!filter_.IsUsable()) {
+    Say("\"%s\" is no regular expression: %s", options_.wanted.pattern, filter_.Complaint());
+    return kUsage;
+  }
+  int status = channel_.Open();
+  if (status == kShown) status = ShowNews(options_.isLimited);
+  if (status == kShown && options_.follow) status = Follow();
+  return status != kShown ? status : channel_.Status();
+}
+
+int Viewer::Follow() {
+  for (;;) {
+    if (!output_.Wait(kPollMs)) return kOutput;
+    channel_.OpenMissing();
+    const bool isRemoved = IsRemoved();  // asked first: what came before it is still shown
+    const int status = ShowNews(false);
+    if (status != kShown) return status;
+    if (isRemoved) return kRingRemoved;
+  }
+}
+
+bool Viewer::IsRemoved() {
+  bool isRemoved = false;
+  for (const Track *track : {&channel_.log(), &channel_.event()}) {
+    if (!track->ring.IsAttached() || !track->ring.IsRemoved()) continue;
+    Say("the %s ring was removed", NameOf(track->ring.Which()).data());
+    isRemoved = true;
+  }
+  return isRemoved;
+}
+
+int Viewer::ShowNews(bool isLimited) {
+  const HeldSignals held(options_.consume);
+  const DayTime now = Now();
+  bool isDone = true;
+  for (Track *track : {&channel_.log(), &channel_.event()}) {
+    isDone = track->Look() && isDone;
+    Place(track->messages, now);
+  }
+  std::size_t count = Merge(channel_.log().messages, channel_.event().messages, g_order);
+  count = KeepWanted(count);
+  for (std::size_t index = isLimited ? FirstOfLast(count) : 0; index < count; ++index) Write(*g_order[index]);
+  if (!output_.Flush()) return kOutput;
+  return isDone ? kShown : kUnusable;
+}
+
+std::size_t Viewer::KeepWanted(std::size_t count) const {
+  std::size_t kept = 0;
+  for (std::size_t index = 0; index < count; ++index) {
+    const Message &message = *g_order[index];
+    if (filter_.Passes(message, TextOf(message, g_text))) g_order[kept++] = &message;
+  }
+  return kept;
+}
+
+/// Notes are not counted: the last N are N messages.
+std::size_t Viewer::FirstOfLast(std::size_t count) const {
+  std::size_t first = count;
+  for (std::uint32_t left = options_.lines; left != 0 && first != 0; --left) {
+    do {
+      --first;
+    } while (first != 0 && g_order[first]->status == Status::Lost);
+  }
+  return first;
+}
+
+void Viewer::Write(const Message &message) {
+  g_line.Clear();
+  AddMessage(g_line, message, TextOf(message, g_text), look_);
+  output_.Write(g_line.Text(), PriorityOf(message));
+}
+
+}  // namespace
+
+int Show(const Options &options) { return Viewer(options).Run(); }
+
+}  // namespace devlog

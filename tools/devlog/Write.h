@@ -1,0 +1,12 @@
+// Writes one record, for trying things out.
+#pragma once
+
+#include "Options.h"
+
+namespace devlog {
+
+/// Writes the words of the command line, with blanks between them, as one message. Makes the rings when there are
+/// none, as each program does that writes. Returns the exit status.
+int WriteRecord(const Options &options);
+
+}  // namespace devlog
