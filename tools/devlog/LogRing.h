@@ -30,7 +30,7 @@ struct Figures {
   std::uint32_t capacity;  ///< cells
   std::uint32_t used;      ///< cells
   unsigned sequence;       ///< number of the next record
-  std::uint32_t attached;  ///< processes besides us
+  std::uint32_t attached;  ///< attachments of other processes
 };
 
 class LogRing {

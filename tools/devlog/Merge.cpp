@@ -8,12 +8,13 @@ namespace {
 
 constexpr DayTime kClockSlack = 60 * 1000;  // a record that is so much younger than now is not from yesterday
 
-/// The way round the clock from one time to another, by whichever side is shorter.
-DayTime ShortestWay(DayTime from, DayTime to) {
+/// A neighbour that is so much earlier belongs to the same day: the clock was set back, for the winter if nothing else.
+constexpr DayTime kSetBack = 2 * 60 * 60 * 1000;
+
+/// How long after one time of day comes another; a little before it counts as a little before it, not as a day later.
+DayTime WayTo(DayTime from, DayTime to) {
   const DayTime way = to - from;
-  if (way > kDay / 2) return way - kDay;
-  if (way < -kDay / 2) return way + kDay;
-  return way;
+  return way < -kSetBack ? way + kDay : way > kDay - kSetBack ? way - kDay : way;
 }
 
 }  // namespace
@@ -27,7 +28,7 @@ void Place(std::span<Message> messages, DayTime now) {
       if (time == kUnknownTime) {
         when = message.time <= now + kClockSlack ? message.time : message.time - kDay;
       } else {
-        when -= ShortestWay(message.time, time);
+        when -= WayTo(message.time, time);
       }
       time = message.time;
     }

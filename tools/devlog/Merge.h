@@ -9,7 +9,7 @@
 namespace devlog {
 
 /// Gives each message of one ring a place in time, though its records have a time of day only: the newest one is
-/// younger than a day, and between two neighbours lie less than twelve hours.
+/// younger than a day, and between two neighbours lie less than 22 hours.
 /// messages  in,out  in the ring's order; sets `when`, in ms since today's midnight, negative before it
 /// now       in      the time of day
 void Place(std::span<Message> messages, DayTime now);

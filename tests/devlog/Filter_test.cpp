@@ -1,0 +1,80 @@
+// Which messages are shown.
+
+#include "devlog/Filter.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace devlog;
+
+constexpr DayTime At(int hour, int minute, int second = 0) { return ((hour * 60 + minute) * 60 + second) * 1000; }
+
+bool Passes(const Wanted &wanted, const Message &message, std::string_view text = "text") {
+  const Filter filter(wanted);
+  EXPECT_TRUE(filter.IsUsable());
+  return filter.Passes(message, text);
+}
+
+TEST(Filter, OfNothing_LetsEverythingPass) {
+  for (unsigned type = 0; type < 16; ++type) EXPECT_TRUE(Passes({}, {.time = 0, .type = type}));
+}
+
+TEST(Filter, OfTypes_LetsThemPassOnly) {
+  const Wanted wanted{.types = 1U << 3 | 1U << 15};
+  EXPECT_TRUE(Passes(wanted, {.type = 3}));
+  EXPECT_TRUE(Passes(wanted, {.type = 15}));
+  EXPECT_FALSE(Passes(wanted, {.type = 4}));
+}
+
+TEST(Filter, OfTimes_IncludesBothEnds) {
+  const Wanted wanted{.since = At(10, 0), .until = At(11, 0) + 999};
+  EXPECT_FALSE(Passes(wanted, {.time = At(10, 0) - 1}));
+  EXPECT_TRUE(Passes(wanted, {.time = At(10, 0)}));
+  EXPECT_TRUE(Passes(wanted, {.time = At(11, 0) + 999}));
+  EXPECT_FALSE(Passes(wanted, {.time = At(11, 0, 1)}));
+}
+
+TEST(Filter, OfOneTime_IsOpenOnTheOtherSide) {
+  EXPECT_TRUE(Passes({.since = At(10, 0)}, {.time = At(23, 59)}));
+  EXPECT_FALSE(Passes({.since = At(10, 0)}, {.time = 0}));
+  EXPECT_TRUE(Passes({.until = At(10, 0)}, {.time = 0}));
+  EXPECT_FALSE(Passes({.until = At(10, 0)}, {.time = At(23, 59)}));
+}
+
+TEST(Filter, SinceLaterThanUntil_GoesOverMidnight) {
+  const Wanted wanted{.since = At(23, 0), .until = At(1, 0)};
+  EXPECT_TRUE(Passes(wanted, {.time = At(23, 30)}));
+  EXPECT_TRUE(Passes(wanted, {.time = At(0, 30)}));
+  EXPECT_FALSE(Passes(wanted, {.time = At(12, 0)}));
+}
+
+TEST(Filter, OfAPattern_IsAnExtendedRegularExpression) {
+  const Wanted wanted{.pattern = "line (1|2)$"};
+  EXPECT_TRUE(Passes(wanted, {}, "off hook: line 2"));
+  EXPECT_FALSE(Passes(wanted, {}, "off hook: line 12"));
+}
+
+TEST(Filter, OfAPattern_LooksBehindNulsToo) {
+  const char text[] = "a\0needle";
+  EXPECT_TRUE(Passes({.pattern = "needle"}, {}, std::string_view(text, sizeof text - 1)));
+}
+
+TEST(Filter, OfAPattern_EndsWithTheText) {
+  EXPECT_FALSE(Passes({.pattern = "needle"}, {}, std::string_view("a needle", 5)));
+}
+
+TEST(Filter, OfSomethingElse_SaysWhatIsWrongWithIt) {
+  const Filter filter({.pattern = "("});
+  EXPECT_FALSE(filter.IsUsable());
+  EXPECT_STRNE(filter.Complaint(), "");
+}
+
+TEST(Filter, LetsNotesAndDamagedCellsPass) {
+  const Wanted wanted{.types = 0, .since = At(10, 0), .until = At(10, 0), .pattern = "x"};
+  EXPECT_TRUE(Passes(wanted, {.status = Status::Lost}));
+  EXPECT_TRUE(Passes(wanted, {.status = Status::Damaged}));
+  EXPECT_FALSE(Passes(wanted, {.status = Status::Partial}));
+}
+
+}  // namespace

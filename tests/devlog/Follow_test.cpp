@@ -1,0 +1,221 @@
+// devlog -f beside writers that write on: what comes is shown once, and what is lost is counted.
+
+#include <sys/shm.h>
+
+#include <csignal>
+
+#include "devlog/Devlog.h"
+#include "support/IpcKey.h"
+
+namespace {
+
+using namespace devlog_test;
+using devsupport::test::Child;
+using devsupport::test::RawRing;
+
+Entry Numbered(unsigned number) { return {.text = "record " + std::to_string(number), .sequence = number}; }
+
+std::string LineOf(unsigned number) { return "12:34:56.789 log    0  record " + std::to_string(number); }
+
+class Following : public RecordedRings {
+ protected:
+  void WriteUpTo(unsigned end) {
+    for (; next_ < end; ++next_) Log().Write(Numbered(next_));
+  }
+  static void Expect(RunningDevlog &devlog, unsigned first, unsigned end) {
+    for (unsigned number = first; number < end; ++number) ASSERT_EQ(devlog.NextLine(), LineOf(number));
+  }
+
+  unsigned next_ = 0;
+};
+
+TEST_F(Following, ShowsWhatIsThereAndThenWhatComes) {
+  WriteUpTo(2);
+  RunningDevlog devlog({"-f"});
+  Expect(devlog, 0, 2);
+  for (unsigned end = 3; end < 6; ++end) {
+    WriteUpTo(end);
+    Expect(devlog, end - 1, end);
+  }
+  Event().Write({.text = "event"});
+  EXPECT_EQ(devlog.NextLine(), "12:34:56.789 event  0  event");
+}
+
+TEST_F(Following, WithANumber_BeginsWithTheLastOnes) {
+  WriteUpTo(5);
+  RunningDevlog devlog({"-f", "-n", "1"});
+  Expect(devlog, 4, 5);
+  WriteUpTo(8);
+  Expect(devlog, 5, 8);
+}
+
+TEST_F(Following, With0Lines_ShowsNewOnesOnly) {
+  WriteUpTo(5);
+  RunningDevlog devlog({"-f", "-n", "0"});
+  devlog.AwaitLook(kEventRing);  // the log ring is looked at before
+  WriteUpTo(6);
+  Expect(devlog, 5, 6);
+}
+
+TEST_F(Following, GoesOnWhereTheRingBeginsAnew) {
+  WriteUpTo(1023);
+  RunningDevlog devlog({"-f"});
+  Expect(devlog, 0, 1023);
+  for (unsigned end = 1024; end < 1029; ++end) {
+    WriteUpTo(end);
+    Expect(devlog, end - 1, end);
+  }
+}
+
+TEST_F(Following, ThatIsOverrun_ShowsHowManyAreLost) {
+  WriteUpTo(1);
+  RunningDevlog devlog({"-f"});
+  Expect(devlog, 0, 1);
+  devlog.Stop(Log());
+  WriteUpTo(1075);
+  devlog.Process().Signal(SIGCONT);
+  EXPECT_EQ(devlog.NextLine(), "12:34:56.789 log    -  (50 records lost)");
+  Expect(devlog, 51, 1075);
+}
+
+TEST_F(Following, ThatIsOverrunToTheSameSlot_NoticesIt) {
+  WriteUpTo(10);
+  RunningDevlog devlog({"-f"});
+  Expect(devlog, 0, 10);
+  devlog.Stop(Log());
+  WriteUpTo(10 + 1025);  // once round: the write index is where it was
+  devlog.Process().Signal(SIGCONT);
+  EXPECT_EQ(devlog.NextLine(), "12:34:56.789 log    -  (1 record lost)");
+  Expect(devlog, 11, 10 + 1025);
+}
+
+TEST_F(Following, AClearedRing_ShowsWhatComesAfterwards) {
+  WriteUpTo(10);
+  RunningDevlog devlog({"-f"});
+  Expect(devlog, 0, 10);
+  for (const unsigned count : {1U, 9U, 10U, 12U}) {
+    devlog.Stop(Log());
+    TShmQueue_Clear(&Log().Queue());
+    const unsigned first = next_;
+    WriteUpTo(first + count);
+    devlog.Process().Signal(SIGCONT);
+    Expect(devlog, first, first + count);
+  }
+}
+
+TEST_F(Following, BesideAnotherReader_CountsWhatThatOneTook) {
+  WriteUpTo(1);
+  RunningDevlog devlog({"-f"});
+  Expect(devlog, 0, 1);
+  devlog.Stop(Log());
+  WriteUpTo(4);
+  char cell[136];
+  for (int taken = 0; taken < 3; ++taken) ASSERT_EQ(TShmQueue_Get(&Log().Queue(), cell, nullptr, sizeof cell), 1);
+  devlog.Process().Signal(SIGCONT);
+  EXPECT_EQ(devlog.NextLine(), "12:34:56.789 log    -  (2 records lost)");
+  Expect(devlog, 3, 4);
+}
+
+TEST_F(Following, ADamagedRing_GoesOnWhenARecordBeganItAnew) {
+  WriteUpTo(3);
+  RunningDevlog devlog({"-f"});
+  Expect(devlog, 0, 3);
+  const RawRing raw(kLogRing);
+  const std::uint32_t wrong = 4711;
+  std::memcpy(raw.Bytes() + 16, &wrong, sizeof wrong);
+  WriteUpTo(5);
+  Expect(devlog, 3, 5);
+}
+
+TEST_F(Following, AsJson_KeepsTheSchema) {
+  RunningDevlog devlog({"-f", "--json"});
+  devlog.AwaitLook(kEventRing);
+  Log().Write({.text = "hello", .sequence = 7});
+  EXPECT_EQ(devlog.NextLine(),
+            R"({"time":"12:34:56.789","ring":"log","type":0,"sequence":7,"records":1,"status":"ok","detail":"",)"
+            R"("text":"hello"})");
+}
+
+TEST_F(Following, WithAFilter_ShowsWhatPasses) {
+  RunningDevlog devlog({"-f", "-e", "[05]$"});
+  devlog.AwaitLook(kEventRing);
+  WriteUpTo(11);
+  for (const unsigned number : {0U, 5U, 10U}) Expect(devlog, number, number + 1);
+}
+
+TEST_F(Following, WithConsume_TakesWhatComes) {
+  WriteUpTo(2);
+  RunningDevlog devlog({"-f", "--consume"});
+  Expect(devlog, 0, 2);
+  for (unsigned end = 3; end < 6; ++end) {
+    WriteUpTo(end);
+    Expect(devlog, end - 1, end);
+  }
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 0);
+  devlog.Process().Signal(SIGTERM);
+  EXPECT_EQ(devlog.Wait(), 1000 + SIGTERM);
+}
+
+TEST_F(Following, ALiveWriter_ShowsEachOfItsMessagesWhole) {
+  const auto textOf = [](unsigned number) {
+    return std::to_string(number) + ' ' + std::string(number * 37 % 600, static_cast<char>('a' + number % 26));
+  };
+  constexpr unsigned kMessages = 300;  // fewer records than the ring holds: none is lost however slow the reader is
+  RunningDevlog devlog({"-f", "--ring", "log"});
+  devlog.AwaitLook(kLogRing);
+  Child writer([&] {
+    TLogInfoShm_Open(0, 0, "w");
+    for (unsigned number = 0; number < kMessages; ++number) TLogInfoShm_Write(textOf(number).c_str(), 3, 0);
+    TLogInfoShm_Close();
+    return 0;
+  });
+  for (unsigned number = 0; number < kMessages; ++number) {
+    const std::string line = devlog.NextLine();
+    ASSERT_EQ(line.substr(std::min<std::size_t>(line.size(), 12)), " log    3  w" + textOf(number));
+  }
+  EXPECT_EQ(writer.Wait(), 0);
+}
+
+// How it ends.
+
+TEST_F(Following, ARingThatIsRemoved_ShowsItsLastRecordSaysSoAndEndsWith3) {
+  WriteUpTo(1);
+  RunningDevlog devlog({"-f"});
+  Expect(devlog, 0, 1);
+  devlog.Stop(Log());
+  WriteUpTo(2);
+  ::shmctl(Log().Queue().shm.shmid, IPC_RMID, nullptr);
+  devlog.Process().Signal(SIGCONT);
+  Expect(devlog, 1, 2);
+  EXPECT_EQ(devlog.NextLine(), "<end>");
+  EXPECT_EQ(devlog.Wait(), 3);
+  EXPECT_EQ(devlog.Said(), "devlog: the log ring was removed\n");
+}
+
+TEST_F(Following, ARingWhoseSemaphoreIsRemoved_GoesOn) {
+  WriteUpTo(1);
+  RunningDevlog devlog({"-f"});
+  Expect(devlog, 0, 1);
+  ::semctl(Log().Queue().semid, 0, IPC_RMID);
+  WriteUpTo(2);
+  Expect(devlog, 1, 2);
+}
+
+TEST_F(Following, WithoutAReader_EndsWith4AndSaysNothing) {
+  RunningDevlog devlog({"-f"});
+  devlog.AwaitLook(kEventRing);
+  devlog.StopReading();
+  EXPECT_EQ(devlog.Wait(), 4);
+  EXPECT_EQ(devlog.Said(), "");
+}
+
+TEST_F(DevlogTest, ThatFollowsOneRing_FindsTheOtherWhenItComes) {
+  WritableRing log(kLogRing);
+  RunningDevlog devlog({"-f"});
+  devlog.AwaitLook(kLogRing);
+  WritableRing event(kEventRing);
+  event.Write({.text = "hello"});
+  EXPECT_EQ(devlog.NextLine(), "12:34:56.789 event  0  hello");
+}
+
+}  // namespace

@@ -1,0 +1,417 @@
+// devlog over recorded rings: what it shows, what it leaves alone, how it ends.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <random>
+
+#include "devlog/Devlog.h"
+#include "support/IpcKey.h"
+#include "support/TestSeed.h"
+
+namespace {
+
+using namespace devlog_test;
+using devsupport::test::Attachments;
+using devsupport::test::Child;
+using devsupport::test::CommandResult;
+using devsupport::test::CountIpcObjects;
+using devsupport::test::Lines;
+using devsupport::test::RawRing;
+using devsupport::test::SemValue;
+
+constexpr char kNoRings[] =
+    "devlog: there are no rings: no program has opened the log channel since the system started\n";
+
+/// What is shown when all goes well.
+std::string Shown(const Words &words) {
+  const CommandResult result = Devlog(words).Run();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  return result.out;
+}
+
+// Rings that are not there.
+
+TEST_F(DevlogTest, WithoutRings_SaysSoEndsWith1AndCreatesNothing) {
+  for (const Words &words : {Words{}, Words{"-f"}, Words{"--json"}, Words{"--stats"}, Words{"--consume"}}) {
+    const CommandResult result = Devlog(words).Run();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, kNoRings);
+  }
+  EXPECT_EQ(CountIpcObjects(), 0);
+}
+
+TEST_F(DevlogTest, WithOneRing_ShowsItAndSaysThatTheOtherIsMissing) {
+  WritableRing log(kLogRing);
+  log.Write({.text = "hello"});
+  const CommandResult result = Devlog({}).Run();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "12:34:56.789 log    0  hello\n");
+  EXPECT_EQ(result.err, "devlog: there is no event ring\n");
+}
+
+TEST_F(DevlogTest, WithoutTheOneRingAskedFor_EndsWith1) {
+  const WritableRing log(kLogRing);
+  const CommandResult result = Devlog({"--ring", "event"}).Run();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "devlog: there is no event ring\n");
+}
+
+TEST_F(DevlogTest, OfASegmentThatNobodyHasFinishedMaking_SaysThatThereIsNone) {
+  ASSERT_NE(::shmget(kLogRing.shareKey, 292 + 1025 * 140, IPC_CREAT | 0666), -1);
+  EXPECT_EQ(Devlog({}).Run().status, 1);
+}
+
+TEST_F(DevlogTest, OfARingOfOtherMeasures_SaysSoAndEndsWith5) {
+  TShmQueue other{};
+  TShmQueueOpt opt{36, 0, 0};
+  ASSERT_EQ(TShmQueue_Create(kLogRing.shareKey, kLogRing.semKey, 2000, 136, &opt, &other), 1);
+  const WritableRing event(kEventRing);
+  const CommandResult result = Devlog({}).Run();
+  EXPECT_EQ(result.status, 5);
+  EXPECT_EQ(
+      result.err,
+      "devlog: the log ring has 2000 cells of 136 bytes and a user area of 36; this devlog knows rings of 1024, "
+      "136 and 36\n");
+  TShmQueue_Close(&other, 0);
+}
+
+TEST_F(DevlogTest, OfARingThatIsTooSmall_SaysSoAndShowsTheOther) {
+  ASSERT_NE(::shmget(kLogRing.shareKey, 16, IPC_CREAT | 0666), -1);
+  WritableRing event(kEventRing);
+  event.Write({.text = "hello"});
+  const CommandResult result = Devlog({}).Run();
+  EXPECT_EQ(result.status, 5);
+  EXPECT_EQ(result.out, "12:34:56.789 event  0  hello\n");
+  EXPECT_EQ(result.err, "devlog: the log ring has 16 bytes; this devlog knows rings of 143792\n");
+}
+
+// What is in them.
+
+TEST_F(RecordedRings, ThatAreEmpty_ShowNothing) { EXPECT_EQ(Shown({}), ""); }
+
+TEST_F(RecordedRings, AreShownInTheOrderOfTime) {
+  Log().Write({{.text = "first", .sequence = 0, .type = 3, .hour = 1},
+               {.text = "third", .sequence = 1, .type = 15, .hour = 3}});
+  Event().Write({.text = "second", .sequence = 9, .hour = 2});
+  EXPECT_EQ(Shown({}),
+            "01:34:56.789 log    3  first\n"
+            "02:34:56.789 event  0  second\n"
+            "03:34:56.789 log   15  third\n");
+}
+
+TEST_F(RecordedRings, AsJson_AreOneObjectALine) {
+  Log().Write({{.text = "say \"hi\" \\a.c 7", .sequence = 4095, .type = 3}, {.text = "\033\xff", .sequence = 2}});
+  EXPECT_EQ(Shown({"--json"}),
+            R"({"time":"12:34:56.789","ring":"log","type":3,"sequence":4095,"records":1,"status":"ok","detail":"",)"
+            R"("text":"say \"hi\" \\a.c 7"})"
+            "\n"
+            R"({"time":"12:34:56.789","ring":"log","type":null,"sequence":0,"records":2,"status":"lost",)"
+            R"("detail":"2 records lost","text":""})"
+            "\n"
+            R"({"time":"12:34:56.789","ring":"log","type":0,"sequence":2,"records":1,"status":"ok","detail":"",)"
+            R"("text":"\u001b\u00ff"})"
+            "\n");
+}
+
+TEST_F(RecordedRings, WhoseBeginningIsOverwritten_ShowWhatIsLeft) {
+  for (unsigned number = 0; number < 1030; ++number) {
+    Log().Write({.text = std::to_string(number), .sequence = number, .fragment = number % 2});
+  }
+  Log().Write({.text = "last", .sequence = 1030});
+  const std::vector<std::string> lines = Lines(Shown({}));
+  ASSERT_EQ(lines.size(), 513U);
+  EXPECT_EQ(lines.front(), "12:34:56.789 log    0  (its beginning is lost) 7");
+  EXPECT_EQ(lines[1], "12:34:56.789 log    0  89");
+  EXPECT_EQ(lines.back(), "12:34:56.789 log    0  last");
+}
+
+TEST_F(RecordedRings, WithDamagedCells_ShowThemAsDamaged) {
+  devlog::Cell cell = CellOf({.text = "length", .sequence = 1});
+  cell.length = 4711;
+  Log().Write({.text = "before", .sequence = 0});
+  Log().Write(cell);
+  cell = CellOf({.text = "no end", .sequence = 2});
+  cell.length = 12;
+  Log().Write(cell);
+  Log().Write({.text = "no time", .sequence = 3, .ms = 1000});
+  Log().Write({.text = "behind", .sequence = 4});
+  Log().Write({.text = "order", .sequence = 5, .fragment = 7});
+  EXPECT_EQ(Shown({}),
+            "12:34:56.789 log    0  before\n"
+            "--:--:--.--- log    -  (damaged: the length is 4711)\n"
+            "12:34:56.789 log    0  (damaged: the text has no end) no \n"
+            "--:--:--.--- log    0  (damaged: the time is none) no time\n"
+            "12:34:56.789 log    0  behind\n"
+            "12:34:56.789 log    0  (damaged: fragment 7 follows no other) order\n");
+}
+
+TEST_F(RecordedRings, WhoseIndicesAreNoSlots_AreDamaged) {
+  Log().Write({.text = "hello"});
+  Event().Write({.text = "event"});
+  for (const std::size_t index : {12U, 16U}) {
+    const RawRing raw(kLogRing);
+    const std::uint32_t before = raw.Word(index);
+    const std::uint32_t wrong = 0xFFFFFFFF;
+    std::memcpy(raw.Bytes() + index, &wrong, sizeof wrong);
+    const CommandResult result = Devlog({}).Run();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "12:34:56.789 event  0  event\n");
+    EXPECT_EQ(
+        result.err,
+        "devlog: the log ring is damaged: where it begins or ends is no slot; the next record begins it anew\n");
+    std::memcpy(raw.Bytes() + index, &before, sizeof before);
+  }
+}
+
+TEST_F(RecordedRings, OfRandomBytes_NeverStopIt) {
+  const std::uint64_t seed = devsupport::test::TestSeed();
+  SCOPED_TRACE(devsupport::test::SeedHint(seed));
+  std::mt19937_64 random(seed);
+  const RawRing raw(kLogRing);
+  for (int round = 0; round < 8; ++round) {
+    for (std::size_t byte = RawRing::kFirstSlot; byte < raw.Size(); ++byte) {
+      raw.Bytes()[byte] = static_cast<std::uint8_t>(random());
+    }
+    for (std::uint32_t slot = 0; slot < 1025; ++slot) {
+      const auto length = static_cast<std::uint32_t>(random() % 150);
+      if (random() % 4 != 0) std::memcpy(raw.Slot(slot), &length, sizeof length);
+    }
+    const auto begin = static_cast<std::uint32_t>(random() % 1025);
+    const auto end = static_cast<std::uint32_t>(random() % 1025);
+    std::memcpy(raw.Bytes() + 12, &begin, sizeof begin);
+    std::memcpy(raw.Bytes() + 16, &end, sizeof end);
+    for (const Words &words : {Words{}, Words{"--json"}, Words{"--stats"}}) Shown(words);
+  }
+}
+
+// What is chosen from them.
+
+class ChosenMessages : public RecordedRings {
+ protected:
+  void SetUp() override {
+    RecordedRings::SetUp();
+    if (IsSkipped()) return;
+    Log().Write({{.text = "one", .sequence = 0, .type = 1, .hour = 1},
+                 {.text = "two", .sequence = 1, .type = 2, .hour = 2},
+                 {.text = "th", .sequence = 2, .type = 3, .hour = 3},
+                 {.text = "ree", .sequence = 3, .type = 3, .fragment = 1, .hour = 3},
+                 {.text = "five", .sequence = 6, .type = 5, .hour = 5}});
+    Event().Write({.text = "four", .sequence = 0, .type = 4, .hour = 4});
+  }
+  static constexpr std::size_t kBeforeText = 23;
+  static std::string Texts(const Words &words) {
+    std::string texts;
+    for (const std::string &line : Lines(Shown(words))) texts += line.substr(kBeforeText) + ' ';
+    return texts;
+  }
+};
+
+TEST_F(ChosenMessages, WithoutAChoice_AreAll) { EXPECT_EQ(Texts({}), "one two three four (2 records lost) five "); }
+TEST_F(ChosenMessages, ByRing_AreThoseOfThatRing) {
+  EXPECT_EQ(Texts({"--ring", "event"}), "four ");
+  EXPECT_EQ(Texts({"--ring", "log"}), "one two three (2 records lost) five ");
+}
+TEST_F(ChosenMessages, ByType_AreThoseOfTheseTypes) { EXPECT_EQ(Texts({"-t", "1,4"}), "one four (2 records lost) "); }
+TEST_F(ChosenMessages, ByExpression_AreThoseWhoseWholeTextMatches) {
+  EXPECT_EQ(Texts({"-e", "^(three|four)$", "--ring", "event"}), "four ");
+  EXPECT_EQ(Texts({"-e", "thr"}), "three (2 records lost) ");
+}
+TEST_F(ChosenMessages, ByNumber_AreTheLastOnes) {
+  EXPECT_EQ(Texts({"-n", "0"}), "");
+  EXPECT_EQ(Texts({"-n", "1"}), "five ");
+  EXPECT_EQ(Texts({"-n", "2"}), "four (2 records lost) five ");
+  EXPECT_EQ(Texts({"-n", "99"}), "one two three four (2 records lost) five ");
+  EXPECT_EQ(Texts({"-n", "1", "-t", "2"}), "two (2 records lost) ");
+}
+TEST_F(ChosenMessages, ByTime_AreThoseInBetween) {
+  EXPECT_EQ(Texts({"--since", "02:00", "--until", "04:34:56"}), "two three four (2 records lost) ");
+  EXPECT_EQ(Texts({"--since", "05:00", "--until", "01:59:59"}), "one (2 records lost) five ");
+}
+
+// What is left alone.
+
+TEST_F(RecordedRings, StayAsTheyAre) {
+  Log().Write({.text = "hello"});
+  const auto logBytes = Log().Bytes();
+  const auto eventBytes = Event().Bytes();
+  const int objects = CountIpcObjects();
+  for (const Words &words : {Words{}, Words{"--json", "-n", "1"}, Words{"--stats"}}) {
+    EXPECT_NE(Shown(words), "");
+    EXPECT_EQ(Log().Bytes(), logBytes);
+    EXPECT_EQ(Event().Bytes(), eventBytes);
+    EXPECT_EQ(SemValue(kLogRing), 1);
+    EXPECT_EQ(SemValue(kEventRing), 1);
+    EXPECT_EQ(Attachments(kLogRing), 1U);
+    EXPECT_EQ(CountIpcObjects(), objects);
+  }
+}
+
+TEST_F(RecordedRings, WhoseProgramsHaveAllLeft_AreShownWithoutALockAndNoneIsMade) {
+  Log().Write({.text = "hello"});
+  log_.reset();
+  event_.reset();
+  EXPECT_EQ(CountIpcObjects(), 2);
+  EXPECT_EQ(Shown({}), "12:34:56.789 log    0  hello\n");
+  EXPECT_EQ(CountIpcObjects(), 2);
+}
+
+TEST_F(RecordedRings, ThatOnlyDeadProgramsUsed_KeepTheirLocks) {
+  Log().Write({.text = "hello"});
+  ::shmdt(Log().Queue().header);
+  EXPECT_EQ(Attachments(kLogRing), 0U);
+  EXPECT_EQ(Shown({}), "12:34:56.789 log    0  hello\n");
+  EXPECT_EQ(SemValue(kLogRing), 1);
+}
+
+TEST_F(RecordedRings, WhoseLockIsNotGivenBack_AreReadWithoutIt) {
+  Log().Write({.text = "hello"});
+  TShmQueue_Lock(&Log().Queue());
+  const CommandResult result = Devlog({"--ring", "log"}).Run();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "12:34:56.789 log    0  hello\n");
+  EXPECT_EQ(result.err, "devlog: the log ring's lock is not to be had (process " + std::to_string(::getpid()) +
+                            " had it last); reading without it\n");
+  EXPECT_EQ(SemValue(kLogRing), 0);
+}
+
+// Taking records away.
+
+TEST_F(RecordedRings, WithConsume_AreEmptyAfterwards) {
+  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}});
+  Event().Write({.text = "three"});
+  EXPECT_EQ(Lines(Shown({"--consume"})).size(), 3U);
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 0);
+  EXPECT_EQ(TShmQueue_GetCount(&Event().Queue()), 0);
+  EXPECT_EQ(Shown({}), "");
+  Log().Write({.text = "four", .sequence = 2});
+  EXPECT_EQ(Shown({}), "12:34:56.789 log    0  four\n");
+}
+
+TEST_F(RecordedRings, WithConsume_LoseAlsoWhatIsNotShown) {
+  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1, .type = 2}});
+  EXPECT_EQ(Shown({"--consume", "-t", "2"}), "12:34:56.789 log    2  two\n");
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 0);
+}
+
+TEST_F(RecordedRings, WithConsumeOfOneRing_KeepTheOther) {
+  Log().Write({.text = "one"});
+  Event().Write({.text = "two"});
+  EXPECT_EQ(Shown({"--consume", "--ring", "event"}), "12:34:56.789 event  0  two\n");
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
+}
+
+TEST_F(RecordedRings, WithConsumeAndALockThatIsNotToBeHad_KeepTheirRecords) {
+  Log().Write({.text = "one"});
+  TShmQueue_Lock(&Log().Queue());
+  const CommandResult result = Devlog({"--consume", "--ring", "log"}).Run();
+  EXPECT_EQ(result.status, 5);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "devlog: the log ring's lock is not to be had (process " + std::to_string(::getpid()) +
+                            " had it last)\n");
+  TShmQueue_Unlock(&Log().Queue());
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
+}
+
+TEST_F(RecordedRings, WithConsumeAfterAllProgramsLeft_AreTakenUnderALockOfItsOwn) {
+  Log().Write({.text = "one"});
+  log_.reset();
+  EXPECT_EQ(Shown({"--consume"}), "12:34:56.789 log    0  one\n");
+  EXPECT_EQ(SemValue(kLogRing), 1);
+  EXPECT_EQ(Shown({}), "");
+}
+
+// Figures.
+
+TEST_F(RecordedRings, WithStats_TellHowFullTheyAre) {
+  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 5}, {.text = "x", .ms = 1000}});
+  RawRing(kLogRing).SetHalf(RawRing::kUserArea, 0xF007);
+  devsupport::test::Event isThere;
+  devsupport::test::Event isDone;
+  const Child second([&] {
+    const WritableRing again(kEventRing);
+    isThere.Announce();
+    isDone.Wait();
+    return 0;
+  });
+  isThere.Wait();
+  EXPECT_EQ(Shown({"--stats"}),
+            "ring   capacity  used  sequence  lost  damaged  attached\n"
+            "log        1024     3         7     4        1         2\n"
+            "event       256     0         0     0        0         3\n");
+  EXPECT_EQ(
+      Shown({"--stats", "--json", "--ring", "log"}),
+      "{\"ring\":\"log\",\"capacity\":1024,\"used\":3,\"sequence\":7,\"lost\":4,\"damaged\":1,\"attached\":2}\n");
+  isDone.Announce();
+}
+
+// Where it goes.
+
+TEST_F(RecordedRings, ThatCannotBeWrittenOut_EndIt) {
+  Log().Write({.text = "hello"});
+  const CommandResult full = Devlog({}).OutputTo("/dev/full").Run();
+  EXPECT_EQ(full.status, 4);
+  EXPECT_EQ(full.err, "devlog: the output cannot be written: No space left on device\n");
+  const CommandResult closed = Devlog({}).CloseOutput().Run();
+  EXPECT_EQ(closed.status, 4);
+  EXPECT_EQ(closed.err, "devlog: the output cannot be written: Bad file descriptor\n");
+}
+
+/// A terminal that a program can write to, and what it got.
+class Terminal {
+ public:
+  Terminal() : master_(::posix_openpt(O_RDWR | O_NOCTTY)) {
+    ::grantpt(master_);
+    ::unlockpt(master_);
+    keptOpen_ = ::open(::ptsname(master_), O_RDWR | O_NOCTTY);
+  }
+  ~Terminal() {
+    ::close(keptOpen_);
+    ::close(master_);
+  }
+  Terminal(const Terminal &) = delete;
+  Terminal &operator=(const Terminal &) = delete;
+
+  std::string Path() const { return ::ptsname(master_); }
+  std::string Line() const {
+    char bytes[1024];
+    const ssize_t got = ::read(master_, bytes, sizeof bytes);
+    return {bytes, static_cast<std::size_t>(std::max<ssize_t>(got, 0))};
+  }
+
+ private:
+  int master_;
+  int keptOpen_;
+};
+
+TEST_F(RecordedRings, OnATerminal_HaveColoursUnlessTheUserWantsNone) {
+  Log().Write({.text = "hello"});
+  const Terminal terminal;
+  EXPECT_EQ(Devlog({}).OutputTo(terminal.Path()).Run().status, 0);
+  EXPECT_EQ(terminal.Line(), "\033[2m12:34:56.789\033[0m log    0  hello\r\n");
+  Devlog({}).OutputTo(terminal.Path()).Environment("NO_COLOR", "1").Run();
+  EXPECT_EQ(terminal.Line(), "12:34:56.789 log    0  hello\r\n");
+  Devlog({}).OutputTo(terminal.Path()).Environment("TERM", "dumb").Run();
+  EXPECT_EQ(terminal.Line(), "12:34:56.789 log    0  hello\r\n");
+}
+
+// The mistakes that only a run finds.
+
+TEST_F(DevlogTest, OfAMistakenExpression_SaysWhatIsWrongAndEndsWith2) {
+  const CommandResult result = Devlog({"-e", "("}).Run();
+  EXPECT_EQ(result.status, 2);
+  EXPECT_TRUE(result.err.starts_with("devlog: \"(\" is no regular expression: ")) << result.err;
+}
+
+TEST_F(DevlogTest, OfMistakenOptions_EndsWith2) {
+  EXPECT_EQ(Devlog({"--bogus"}).Run().status, 2);
+  EXPECT_EQ(Devlog({"--help"}).Run().status, 0);
+  EXPECT_EQ(Devlog({"--help"}).OutputTo("/dev/full").Run().status, 4);
+}
+
+}  // namespace
