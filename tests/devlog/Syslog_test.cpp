@@ -1,0 +1,80 @@
+// devlog --syslog beside a system log of the test's own: /dev/log in a mount namespace.
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "devlog/Devlog.h"
+
+namespace {
+
+using namespace devlog_test;
+using devsupport::test::CommandResult;
+
+/// A /dev with nothing in it but null and log.
+class SystemLog : public RecordedRings {
+ protected:
+  void SetUp() override {
+    RecordedRings::SetUp();
+    if (IsSkipped()) return;
+    if (!EnterPrivateDev()) GTEST_SKIP() << "the machine does not let us make a private /dev";
+    socket_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, "/dev/log");
+    ASSERT_EQ(::bind(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+  }
+  void TearDown() override {
+    ::close(socket_);
+    RecordedRings::TearDown();
+  }
+
+  /// The next message, without the time that syslog puts in front of the program's name.
+  std::string Next() const {
+    char bytes[8192];
+    const ssize_t got = ::recv(socket_, bytes, sizeof bytes, MSG_DONTWAIT);
+    if (got <= 0) return "<none>";
+    const std::string text(bytes, static_cast<std::size_t>(got));
+    return text.substr(0, text.find('>') + 1) + text.substr(text.find("devlog: "));
+  }
+
+ private:
+  static bool EnterPrivateDev() {
+    if (::unshare(CLONE_NEWNS) != 0) return false;
+    const int null = ::open("/dev/null", O_PATH | O_CLOEXEC);
+    const std::string before = "/proc/self/fd/" + std::to_string(null);
+    const bool isDone = ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                        ::mount("none", "/dev", "tmpfs", 0, nullptr) == 0 &&
+                        ::close(::creat("/dev/null", 0666)) == 0 &&
+                        ::mount(before.c_str(), "/dev/null", nullptr, MS_BIND, nullptr) == 0;
+    ::close(null);
+    return isDone;
+  }
+
+  int socket_ = -1;
+};
+
+TEST_F(SystemLog, GetsEachMessageWithItsRingTypeAndTime) {
+  Log().Write({{.text = "one", .sequence = 0, .type = 3, .hour = 1}, {.text = "%s\n", .sequence = 2, .hour = 3}});
+  Event().Write({.text = "two", .type = 15, .hour = 2});
+  const CommandResult result = Devlog({"--syslog"}).Run();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(Next(), "<14>devlog: 01:34:56.789 log    3  one");
+  EXPECT_EQ(Next(), "<13>devlog: 02:34:56.789 event 15  two");
+  EXPECT_EQ(Next(), "<12>devlog: 03:34:56.789 log    -  (1 record lost)");
+  EXPECT_EQ(Next(), "<14>devlog: 03:34:56.789 log    0  %s\\x0a");
+  EXPECT_EQ(Next(), "<none>");
+}
+
+TEST_F(SystemLog, GetsWhatIsChosenOnly) {
+  Log().Write({{.text = "one", .sequence = 0, .type = 3}, {.text = "two", .sequence = 1, .type = 4}});
+  EXPECT_EQ(Devlog({"--syslog", "-t", "4"}).CloseOutput().Run().status, 0);
+  EXPECT_EQ(Next(), "<14>devlog: 12:34:56.789 log    4  two");
+  EXPECT_EQ(Next(), "<none>");
+}
+
+}  // namespace
