@@ -83,7 +83,7 @@ class RunningDevlog {
 
   const devsupport::test::Child &Process() const { return *process_; }
   int Wait() { return process_->Wait(); }
-  /// What it has said; after Wait().
+  /// What it has said up to now.
   std::string Said() const;
 
  private:

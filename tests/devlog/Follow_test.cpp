@@ -1,6 +1,8 @@
 // devlog -f beside writers that write on: what comes is shown once, and what is lost is counted.
 
+#include <sched.h>
 #include <sys/shm.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -154,6 +156,17 @@ TEST_F(Following, WithConsume_TakesWhatComes) {
   EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 0);
   devlog.Process().Signal(SIGTERM);
   EXPECT_EQ(devlog.Wait(), 1000 + SIGTERM);
+}
+
+TEST_F(Following, WithConsumeAndALockThatIsHeldForLong_WaitsForIt) {
+  WriteUpTo(1);
+  TShmQueue_Lock(&Log().Queue());
+  RunningDevlog devlog({"-f", "--consume", "--ring", "log"});
+  while (devlog.Said().empty()) ::sched_yield();
+  TShmQueue_Unlock(&Log().Queue());
+  Expect(devlog, 0, 1);
+  EXPECT_EQ(devlog.Said(), "devlog: the log ring's lock is held for long (process " + std::to_string(::getpid()) +
+                               " had it last)\n");
 }
 
 TEST_F(Following, ALiveWriter_ShowsEachOfItsMessagesWhole) {

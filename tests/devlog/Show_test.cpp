@@ -275,7 +275,7 @@ TEST_F(RecordedRings, WhoseLockIsNotGivenBack_AreReadWithoutIt) {
   const CommandResult result = Devlog({"--ring", "log"}).Run();
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "12:34:56.789 log    0  hello\n");
-  EXPECT_EQ(result.err, "devlog: the log ring's lock is not to be had (process " + std::to_string(::getpid()) +
+  EXPECT_EQ(result.err, "devlog: the log ring's lock is held for long (process " + std::to_string(::getpid()) +
                             " had it last); reading without it\n");
   EXPECT_EQ(SemValue(kLogRing), 0);
 }
@@ -312,7 +312,7 @@ TEST_F(RecordedRings, WithConsumeAndALockThatIsNotToBeHad_KeepTheirRecords) {
   const CommandResult result = Devlog({"--consume", "--ring", "log"}).Run();
   EXPECT_EQ(result.status, 5);
   EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "devlog: the log ring's lock is not to be had (process " + std::to_string(::getpid()) +
+  EXPECT_EQ(result.err, "devlog: the log ring's lock is held for long (process " + std::to_string(::getpid()) +
                             " had it last)\n");
   TShmQueue_Unlock(&Log().Queue());
   EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);

@@ -142,17 +142,28 @@ bool LogRing::TakeLock() {
       que_.semid = access_ == Access::Take ? Semaphore_Create(SemKey(ring_)) : ::semget(SemKey(ring_), 0, 0);
     }
     // Without a semaphore there is no writer: the last one to leave took it along.
-    if (que_.semid == -1) return false;
-    if (LockInTime(que_.semid)) return true;
+    if (que_.semid == -1 && errno == ENOENT) return false;
+    if (que_.semid != -1 && LockInTime(que_.semid)) {
+      saidLocked_ = false;
+      return true;
+    }
     if (errno != EIDRM && errno != EINVAL) break;
     que_.semid = -1;
   }
-  if (que_.semid != -1 && !saidLocked_) {
-    saidLocked_ = true;
-    Say("the %s ring's lock is not to be had (process %d had it last)%s", WordFor(ring_),
-        ::semctl(que_.semid, 0, GETPID), access_ == Access::Look ? "; reading without it" : "");
-  }
+  SayLocked(errno);
   return false;
+}
+
+void LogRing::SayLocked(int error) {
+  if (saidLocked_) return;
+  saidLocked_ = true;
+  const char *consequence = access_ == Access::Look ? "; reading without it" : "";
+  if (error == EAGAIN) {
+    Say("the %s ring's lock is held for long (process %d had it last)%s", WordFor(ring_),
+        ::semctl(que_.semid, 0, GETPID), consequence);
+  } else {
+    Say("the %s ring's lock cannot be used: %s%s", WordFor(ring_), std::strerror(error), consequence);
+  }
 }
 
 // Copies the newest cells before the write index: one run, or two where the ring begins anew.

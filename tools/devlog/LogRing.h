@@ -72,10 +72,11 @@ class LogRing {
 
   bool CheckShape(std::size_t segmentBytes);
   bool TakeLock();
+  void SayLocked(int error);
   void CopyRange(std::uint32_t writeIndex, std::uint32_t count);
   std::uint32_t NewAt(std::uint32_t writeIndex) const;
   Mark MarkBefore(std::uint32_t writeIndex) const;
-  const std::uint8_t *SlotAt(std::uint32_t index) const { return que_.cells + index * que_.dwStride; }
+  const std::uint8_t *SlotAt(std::uint32_t index) const { return que_.cells + std::size_t{index} * sizeof(Cell); }
 
   Ring ring_;
   std::span<Cell> room_;

@@ -86,6 +86,8 @@ class Viewer {
  private:
   int ShowNews(bool isLimited);
   int Follow();
+  /// A ring that is locked just now will be unlocked; there is time when we follow.
+  static bool IsGoingOn(int status) { return status == kShown || status == kUnusable; }
   bool IsRemoved();
   std::size_t KeepWanted(std::size_t count) const;
   std::size_t FirstOfLast(std::size_t count) const;
@@ -104,8 +106,9 @@ int Viewer::Run() {
     return kUsage;
   }
   int status = channel_.Open();
-  if (status == kShown) status = ShowNews(options_.isLimited);
-  if (status == kShown && options_.follow) status = Follow();
+  if (status != kShown) return status;
+  status = ShowNews(options_.isLimited);
+  if (options_.follow && IsGoingOn(status)) status = Follow();
   return status != kShown ? status : channel_.Status();
 }
 
@@ -115,7 +118,7 @@ int Viewer::Follow() {
     channel_.OpenMissing();
     const bool isRemoved = IsRemoved();  // asked first: what came before it is still shown
     const int status = ShowNews(false);
-    if (status != kShown) return status;
+    if (!IsGoingOn(status)) return status;
     if (isRemoved) return kRingRemoved;
   }
 }
