@@ -200,8 +200,9 @@ bool LogRing::CopyNew(std::span<const Cell> &cells) {
   sequence_ = LOGCELL_GET(counter, SEQUENCE);
   seenIndex_ = writeIndex;
   hasSeen_ = isUsable;
-  if (!isUsable && !saidDamaged_) {
-    saidDamaged_ = true;
+  const bool isNews = !isUsable && !saidDamaged_;
+  saidDamaged_ = !isUsable;
+  if (isNews) {
     Say("the %s ring is damaged: where it begins or ends is no slot; the next record begins it anew", WordFor(ring_));
   }
   return true;

@@ -88,7 +88,8 @@ class Viewer {
   int Follow();
   /// A ring that is locked just now will be unlocked; there is time when we follow.
   static bool IsGoingOn(int status) { return status == kShown || status == kUnusable; }
-  bool IsRemoved();
+  bool IsAnyRemoved();
+  void SayRemoved();
   std::size_t KeepWanted(std::size_t count) const;
   std::size_t FirstOfLast(std::size_t count) const;
   void Write(const Message &message);
@@ -116,21 +117,26 @@ int Viewer::Follow() {
   for (;;) {
     if (!output_.Wait(kPollMs)) return kOutput;
     channel_.OpenMissing();
-    const bool isRemoved = IsRemoved();  // asked first: what came before it is still shown
+    const bool isRemoved = IsAnyRemoved();  // asked first: what came before it is still shown
     const int status = ShowNews(false);
     if (!IsGoingOn(status)) return status;
-    if (isRemoved) return kRingRemoved;
+    if (!isRemoved) continue;
+    SayRemoved();
+    return kRingRemoved;
   }
 }
 
-bool Viewer::IsRemoved() {
-  bool isRemoved = false;
+bool Viewer::IsAnyRemoved() {
+  const LogRing &log = channel_.log().ring;
+  const LogRing &event = channel_.event().ring;
+  return (log.IsAttached() && log.IsRemoved()) || (event.IsAttached() && event.IsRemoved());
+}
+
+void Viewer::SayRemoved() {
   for (const Track *track : {&channel_.log(), &channel_.event()}) {
     if (!track->ring.IsAttached() || !track->ring.IsRemoved()) continue;
     Say("the %s ring was removed", NameOf(track->ring.Which()).data());
-    isRemoved = true;
   }
-  return isRemoved;
 }
 
 int Viewer::ShowNews(bool isLimited) {
