@@ -1,0 +1,99 @@
+// The ring as devlog attaches it, when the system refuses.
+
+#include "devlog/LogRing.h"
+
+#include <sys/sem.h>
+#include <sys/shm.h>
+
+#include <memory>
+
+#include "devlog/Devlog.h"
+#include "support/CapturedOutput.h"
+#include "support/FaultInjection.h"
+
+namespace {
+
+using namespace devlog;
+using devlog_test::RecordedRings;
+using devsupport::test::CapturedOutput;
+using devsupport::test::FailCall;
+
+// NOLINTNEXTLINE(performance-no-int-to-ptr): as shmat has it
+DEVSUPPORT_FAULT_POINT(void *, shmat, (int id, const void *at, int flags), (id, at, flags),
+                       reinterpret_cast<void *>(-1), EMFILE)
+DEVSUPPORT_FAULT_POINT(int, shmget, (key_t key, size_t size, int flags), (key, size, flags), -1, EACCES)
+DEVSUPPORT_FAULT_POINT(int, semget, (key_t key, int count, int flags), (key, count, flags), -1, EACCES)
+DEVSUPPORT_FAULT_POINT(int, semtimedop, (int id, sembuf *operations, size_t count, const timespec *limit),
+                       (id, operations, count, limit), -1, EINTR)
+
+class AttachedRing : public RecordedRings {
+ protected:
+  /// Attaches the log ring and tells what was said.
+  std::string Attach(Found expected, Access access = Access::Look) {
+    CapturedOutput err(stderr);
+    EXPECT_EQ(ring_.Attach(access), expected);
+    return err.Take();
+  }
+  /// Copies what is new and tells what was said.
+  std::string Copy(bool expected, std::size_t cells) {
+    CapturedOutput err(stderr);
+    std::span<const Cell> copied;
+    EXPECT_EQ(ring_.CopyNew(copied), expected);
+    EXPECT_EQ(copied.size(), cells);
+    return err.Take();
+  }
+
+  std::unique_ptr<Cell[]> room_{new Cell[kLogCells]};
+  devlog::LogRing ring_{Ring::Log, std::span<Cell>(room_.get(), kLogCells)};
+};
+
+TEST_F(AttachedRing, ThatMayNotBeRead_IsUnusable) {
+  const FailCall fail("shmget", 1);
+  EXPECT_EQ(Attach(Found::Unusable), "devlog: the log ring cannot be read: Permission denied\n");
+  EXPECT_FALSE(ring_.IsAttached());
+}
+
+TEST_F(AttachedRing, ThatCannotBeAttached_IsUnusable) {
+  const FailCall fail("shmat", 1);
+  EXPECT_EQ(Attach(Found::Unusable), "devlog: the log ring cannot be attached: Too many open files\n");
+  EXPECT_FALSE(ring_.IsAttached());
+}
+
+TEST_F(AttachedRing, WhoseLockMayNotBeUsed_IsReadWithoutItAndSaysSoOnce) {
+  Log().Write({.text = "hello"});
+  EXPECT_EQ(Attach(Found::Attached), "");
+  const FailCall fail("semget", FailCall::kEvery);
+  EXPECT_EQ(Copy(true, 1), "devlog: the log ring's lock cannot be used: Permission denied; reading without it\n");
+  EXPECT_EQ(Copy(true, 0), "");
+}
+
+TEST_F(AttachedRing, WhoseLockCannotBeMade_LosesNothingToAConsumer) {
+  Log().Write({.text = "hello"});
+  EXPECT_EQ(Attach(Found::Attached, Access::Take), "");
+  {
+    const FailCall fail("semget", FailCall::kEvery);
+    EXPECT_EQ(Copy(false, 0), "devlog: the log ring's lock cannot be used: Permission denied\n");
+  }
+  EXPECT_EQ(Copy(true, 1), "");
+}
+
+TEST_F(AttachedRing, WhoseLockIsInterruptedByASignal_TriesAgain) {
+  Log().Write({.text = "hello"});
+  EXPECT_EQ(Attach(Found::Attached), "");
+  const FailCall fail("semtimedop", 1);
+  EXPECT_EQ(Copy(true, 1), "");
+  EXPECT_TRUE(fail.Happened());
+}
+
+TEST_F(AttachedRing, HasNewsOnceForEachRecord) {
+  EXPECT_EQ(Attach(Found::Attached), "");
+  EXPECT_TRUE(ring_.HasNews());
+  EXPECT_EQ(Copy(true, 0), "");
+  EXPECT_FALSE(ring_.HasNews());
+  Log().Write({.text = "hello"});
+  EXPECT_TRUE(ring_.HasNews());
+  EXPECT_EQ(Copy(true, 1), "");
+  EXPECT_FALSE(ring_.HasNews());
+}
+
+}  // namespace
