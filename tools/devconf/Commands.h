@@ -1,0 +1,10 @@
+// The commands. Each prints its result and its complaints, and returns the exit status.
+#pragma once
+
+#include "Options.h"
+
+namespace devconf {
+
+int RunCommand(const Options &options);
+
+}  // namespace devconf

@@ -1,0 +1,38 @@
+// devconf: shows and changes the configuration store from a shell.
+
+#include <cstdio>
+
+#include "Commands.h"
+#include "Options.h"
+#include "Print.h"
+#include "Status.h"
+
+namespace {
+
+using namespace devconf;
+
+int Run(std::span<const char *const> args) {
+  Options options;
+  Mistake mistake;
+  if (!ReadOptions(args, options, mistake)) {
+    Complain(mistake.what, mistake.word);
+    std::fputs("devconf --help lists the commands.\n", stderr);
+    return status::kMistake;
+  }
+  if (options.command == Command::kHelp) {
+    std::fputs(kHelp, stdout);
+    return status::kDone;
+  }
+  if (options.command == Command::kVersion) {
+    std::puts("devconf " DEVCONF_VERSION);
+    return status::kDone;
+  }
+  return RunCommand(options);
+}
+
+}  // namespace
+
+int main(int argCount, char *args[]) {
+  const int result = Run({args, static_cast<std::size_t>(argCount)});
+  return FinishOutput() || result != status::kDone ? result : status::kFailed;
+}

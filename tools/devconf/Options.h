@@ -1,0 +1,51 @@
+// The command line of devconf. Reads it without printing or changing anything.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+namespace devconf {
+
+enum class Command : std::uint8_t {
+  kHelp,
+  kVersion,
+  kInit,
+  kGet,
+  kSet,
+  kDelete,
+  kList,
+  kTables,
+  kFind,
+  kPhoneBookAdd,
+  kPhoneBookFind,
+  kPhoneBookNumber,
+  kExport,
+  kImport,
+  kVerify
+};
+
+struct Options {
+  static constexpr int kMostWords = 2;
+
+  Command command = Command::kHelp;
+  const char *home = "/config_fs/DB/";
+  const char *file = "config.db";  ///< in the home
+  bool json = false;
+  bool replace = false;  ///< import
+  /// What stands behind the command. A word that was left out is nullptr.
+  const char *words[kMostWords] = {};
+};
+
+/// What is wrong with a command line: a text, and the word it is about or "".
+struct Mistake {
+  const char *what = nullptr;
+  const char *word = "";
+};
+
+/// Reads the command line; args[0] is passed over. Returns true, or false with the mistake.
+bool ReadOptions(std::span<const char *const> args, Options &options, Mistake &mistake);
+
+/// What --help prints.
+extern const char kHelp[];
+
+}  // namespace devconf

@@ -1,0 +1,16 @@
+// Searches through the indexes.
+#pragma once
+
+#include <string_view>
+
+#include "Records.h"
+
+namespace devconf {
+
+enum class Match : bool { kPrefix, kWhole };
+
+/// Prints the records whose key in an index begins with the wanted text, or is the wanted text; in the index's order.
+/// Returns    kYes when there were any, kNo otherwise; kFailed has been complained about.
+Answer PrintIndexed(const Table &index, std::string_view wanted, Match match, bool json);
+
+}  // namespace devconf
