@@ -100,7 +100,7 @@ const char *TakeNumberedEscape(std::string_view &rest, std::uint32_t &point) {
   if (IsLowSurrogate(point)) return "half a surrogate pair";
   if (!IsHighSurrogate(point)) return nullptr;
   std::uint32_t low = 0;
-  if (!rest.starts_with("\\u")) return "half a surrogate pair";
+  if (!StartsWith(rest, "\\u")) return "half a surrogate pair";
   rest.remove_prefix(2);
   if (!TakeFourDigits(rest, low) || !IsLowSurrogate(low)) return "half a surrogate pair";
   point = 0x10000 + ((point - 0xd800) << 10) + (low - 0xdc00);
@@ -190,6 +190,8 @@ std::string_view Behind(std::string_view bytes, std::size_t count) {
   bytes.remove_prefix(std::min(count, bytes.size()));
   return bytes;
 }
+
+bool StartsWith(std::string_view bytes, std::string_view prefix) { return First(bytes, prefix.size()) == prefix; }
 
 std::size_t FirstCharacter(std::string_view bytes, std::uint32_t &point) {
   if (bytes.empty()) return 0;

@@ -14,11 +14,15 @@ namespace devconf {
 
 enum class Form : bool { kText, kBytes };
 
-/// At most the first count bytes. (string_view::substr needs a C++ runtime.)
+// string_view::substr and what is made of it can throw: that needs a C++ runtime.
+
+/// At most the first count bytes.
 std::string_view First(std::string_view bytes, std::size_t count);
 
 /// What follows the first count bytes.
 std::string_view Behind(std::string_view bytes, std::size_t count);
+
+bool StartsWith(std::string_view bytes, std::string_view prefix);
 
 /// The UTF-8 character at the start of some bytes.
 /// Returns its length, and its number in point; 0 when there is none: no overlong forms, no surrogates.

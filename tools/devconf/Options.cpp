@@ -5,6 +5,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "Json.h"
+
 namespace devconf {
 
 const char kHelp[] =
@@ -121,7 +123,7 @@ class Reader {
 
   // "--home DIR" or "--home=DIR".
   bool TakeFolder(const char *word, std::string_view name, const char *&value) {
-    if (!std::string_view(word).starts_with(name)) return false;
+    if (!StartsWith(word, name)) return false;
     const char *behind = word + name.size();
     if (*behind != '\0' && *behind != '=') return false;
     if (*behind == '=') {

@@ -165,7 +165,7 @@ Answer TableWalk::Next() {
     if (place == Place::kFailed) return Answer::kFailed;
     if (place == Place::kEnd) return Answer::kNo;
     if (place == Place::kMoved) continue;
-    if (!key_.View().starts_with(prefix_.View())) return Answer::kNo;
+    if (!StartsWith(key_.View(), prefix_.View())) return Answer::kNo;
     // What cannot be read under the key that seems to be there has a longer key, which the step could not show.
     const Answer answer = ReadValue(table_, key_.View(), value_);
     if (answer != Answer::kNo) return answer;

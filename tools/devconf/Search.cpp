@@ -89,7 +89,7 @@ class Search {
 
   void Add(std::string_view key, std::string_view value) {
     const std::string_view indexKey = IndexKeyOf(index_, key, value);
-    if (match_ == Match::kPrefix ? !indexKey.starts_with(wanted_) : indexKey != wanted_) return;
+    if (match_ == Match::kPrefix ? !StartsWith(indexKey, wanted_) : indexKey != wanted_) return;
     found_.Add({memory_.Size(), indexKey.size(), key.size()});
     memory_.Append(indexKey);
     memory_.Append(key);

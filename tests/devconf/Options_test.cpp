@@ -1,0 +1,129 @@
+// The command line of devconf.
+
+#include "devconf/Options.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using devconf::Command;
+using devconf::Mistake;
+using devconf::Options;
+using devconf::ReadOptions;
+
+struct Reading {
+  bool ok = false;
+  Options options;
+  std::string mistake;  // "what|word"
+};
+
+Reading Read(std::vector<const char *> words) {
+  words.insert(words.begin(), "devconf");
+  Reading reading;
+  Mistake mistake;
+  reading.ok = ReadOptions(words, reading.options, mistake);
+  if (!reading.ok) reading.mistake = std::string(mistake.what) + "|" + mistake.word;
+  return reading;
+}
+
+TEST(Options, WithoutAny_AreTheDevices) {
+  const Reading reading = Read({"tables"});
+  ASSERT_TRUE(reading.ok);
+  EXPECT_EQ(reading.options.command, Command::kTables);
+  EXPECT_STREQ(reading.options.home, "/config_fs/DB/");
+  EXPECT_STREQ(reading.options.file, "config.db");
+  EXPECT_FALSE(reading.options.json);
+  EXPECT_FALSE(reading.options.replace);
+}
+
+TEST(Options, KnowEveryCommand) {
+  const std::pair<std::vector<const char *>, Command> commands[] = {
+      {{"init"}, Command::kInit},
+      {{"get", "a"}, Command::kGet},
+      {{"set", "a", "b"}, Command::kSet},
+      {{"del", "a"}, Command::kDelete},
+      {{"list"}, Command::kList},
+      {{"list", "a", "b"}, Command::kList},
+      {{"find", "a", "b"}, Command::kFind},
+      {{"pb", "add", "a", "b"}, Command::kPhoneBookAdd},
+      {{"pb", "find", "1"}, Command::kPhoneBookFind},
+      {{"pb", "number", "1"}, Command::kPhoneBookNumber},
+      {{"export"}, Command::kExport},
+      {{"export", "a"}, Command::kExport},
+      {{"import", "a"}, Command::kImport},
+      {{"verify"}, Command::kVerify},
+  };
+  for (const auto &[words, command] : commands) {
+    const Reading reading = Read(words);
+    EXPECT_TRUE(reading.ok) << words[0] << ": " << reading.mistake;
+    EXPECT_EQ(reading.options.command, command) << words[0];
+  }
+}
+
+TEST(Options, GiveTheWordsBehindTheCommand) {
+  const Reading reading = Read({"pb", "add", "Bob", "1;x"});
+  EXPECT_STREQ(reading.options.words[0], "Bob");
+  EXPECT_STREQ(reading.options.words[1], "1;x");
+  EXPECT_EQ(Read({"list", "tb_pb"}).options.words[1], nullptr);
+}
+
+TEST(Options, MayStandAnywhere) {
+  const Reading reading = Read({"--home", "/h", "import", "--json", "x", "--file=f", "--replace"});
+  ASSERT_TRUE(reading.ok) << reading.mistake;
+  EXPECT_STREQ(reading.options.home, "/h");
+  EXPECT_STREQ(reading.options.file, "f");
+  EXPECT_TRUE(reading.options.json);
+  EXPECT_TRUE(reading.options.replace);
+  EXPECT_STREQ(reading.options.words[0], "x");
+}
+
+TEST(Options, NumbersWithASign_AreNoOptions) {
+  EXPECT_STREQ(Read({"set", "vlan", "-1"}).options.words[1], "-1");
+  EXPECT_STREQ(Read({"import", "-"}).options.words[0], "-");
+}
+
+TEST(Options, BehindTwoDashes_ThereAreNone) {
+  const Reading reading = Read({"set", "--", "--json", "--home"});
+  ASSERT_TRUE(reading.ok) << reading.mistake;
+  EXPECT_FALSE(reading.options.json);
+  EXPECT_STREQ(reading.options.words[0], "--json");
+  EXPECT_STREQ(reading.options.words[1], "--home");
+}
+
+TEST(Options, HelpAndVersion_NeedNoCommand) {
+  EXPECT_EQ(Read({"--help"}).options.command, Command::kHelp);
+  EXPECT_EQ(Read({"get", "-h", "--nonsense"}).options.command, Command::kHelp);
+  EXPECT_EQ(Read({"-V"}).options.command, Command::kVersion);
+}
+
+TEST(Options, ThatAreMistaken_AreNamed) {
+  EXPECT_EQ(Read({}).mistake, "no command|");
+  EXPECT_EQ(Read({"put"}).mistake, "unknown command|put");
+  EXPECT_EQ(Read({"pb"}).mistake, "pb needs add, find or number behind it|");
+  EXPECT_EQ(Read({"pb", "del", "x"}).mistake, "pb needs add, find or number behind it|");
+  EXPECT_EQ(Read({"get"}).mistake, "too few words behind|get");
+  EXPECT_EQ(Read({"pb", "add", "Bob"}).mistake, "too few words behind|add");
+  EXPECT_EQ(Read({"get", "a", "b"}).mistake, "too many words|b");
+  EXPECT_EQ(Read({"pb", "add", "a", "b", "c"}).mistake, "too many words|c");
+  EXPECT_EQ(Read({"--jsn", "get"}).mistake, "unknown option|--jsn");
+  EXPECT_EQ(Read({"-x"}).mistake, "unknown option|-x");
+  EXPECT_EQ(Read({"--homes=x", "get", "a"}).mistake, "unknown option|--homes=x");
+  EXPECT_EQ(Read({"get", "a", "--home"}).mistake, "nothing behind|--home");
+  EXPECT_EQ(Read({"get", "a", "--home="}).mistake, "nothing behind|--home=");
+  EXPECT_EQ(Read({"import", "a", "--merge", "--replace"}).mistake, "--merge and --replace exclude each other|");
+  EXPECT_EQ(Read({"get", "a", "--merge"}).mistake, "only import knows|--merge");
+  EXPECT_EQ(Read({"export", "--replace"}).mistake, "only import knows|--replace");
+}
+
+TEST(Options, TheHelp_FitsATerminal) {
+  std::size_t length = 0;
+  for (const char *c = devconf::kHelp; *c != '\0'; ++c) {
+    length = *c == '\n' ? 0 : length + 1;
+    EXPECT_LE(length, 110U);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,41 @@
+// What the tests of devconf share: a home of their own, and the real program in it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "db/Store.h"
+#include "support/Command.h"
+
+namespace devconf_test {
+
+using devsupport::test::CommandResult;
+using Words = std::vector<std::string>;
+
+/// Gives each test an empty home in a private IPC namespace, which the program inherits.
+class DevconfTest : public devsupport::test::StoreTest {
+ protected:
+  /// The program with these words, in the test's home.
+  devsupport::test::Command Devconf(const Words &words) const;
+  CommandResult Run(const Words &words) const;
+
+  /// Runs it, expects success and silence on standard error, and returns what it printed.
+  std::string Print(const Words &words) const;
+
+  /// Makes the database.
+  void Init() const;
+
+  /// Makes a file beside the database and returns its path.
+  std::string File(const std::string &text) const;
+
+  /// Puts a record into a table as it is given, behind the library's back: the indexes do not follow.
+  /// The store must be closed.
+  void Plant(const std::string &table, const std::string &key, const std::string &value);
+  /// Takes such a record away, of several with the key the one with this value.
+  void Uproot(const std::string &table, const std::string &key, const std::string &value);
+
+ private:
+  void Change(const std::string &table, const std::string &key, const std::string &value, bool add);
+};
+
+}  // namespace devconf_test

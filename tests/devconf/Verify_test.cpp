@@ -1,0 +1,147 @@
+// verify: what it finds, when it does not look, and that it changes nothing.
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <cstdio>
+
+#include "devconf/Shell.h"
+#include "support/Child.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using namespace devsupport::test;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+
+constexpr int kDamaged = 6;
+constexpr int kInUse = 7;
+
+class VerifyOf : public devconf_test::DevconfTest {
+ protected:
+  void Fill() {
+    Open();
+    for (const char *name : {"Ann", "Bob 1", "Bob-2"}) ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, name, "123;x"), 0);
+    ASSERT_EQ(BerkDb_Put(g_uDb.tb_pb, "raw", "99", 2), 0);
+    for (const char *key : {"101a", "101b", "1", "102"}) ASSERT_EQ(BerkDb_Set(g_uDb.tb_route, key, "r"), 0);
+    for (const char *key : {"a", "b", "c"}) ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, key, "1"), 0);
+    BerkDb_Close();
+  }
+
+  void ExpectFinding(const std::string &err, const std::string &json) const {
+    const CommandResult result = Run({"verify"});
+    EXPECT_EQ(result.status, kDamaged);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, err);
+    const CommandResult asJson = Run({"verify", "--json"});
+    EXPECT_EQ(asJson.status, kDamaged);
+    EXPECT_EQ(asJson.out, json);
+    EXPECT_EQ(asJson.err, "");
+  }
+};
+
+TEST_F(VerifyOf, ACleanStore_SaysSo) {
+  Fill();
+  EXPECT_EQ(Print({"verify"}), "clean\n");
+  EXPECT_EQ(Print({"verify", "--json"}), "{\"errors\":0}\n");
+}
+
+TEST_F(VerifyOf, AnEmptyStore_IsClean) {
+  Init();
+  EXPECT_EQ(Print({"verify"}), "clean\n");
+}
+
+TEST_F(VerifyOf, AMissingEntryOfAnIndex_NamesIndexAndKey) {
+  Fill();
+  Uproot("stb_1_pb", Text("26201"), Text("Bob 1\00026201"));
+  ExpectFinding(
+      "devconf: stb_1_pb \"Bob 1\": the index does not have this record of its table\n",
+      "{\"table\":\"stb_1_pb\",\"key_bytes\":\"Bob 1\\u000026201\\u0000\",\"error\":\"the index does not have "
+      "this record of its table\"}\n{\"errors\":1}\n");
+}
+
+TEST_F(VerifyOf, AnEntryOfAnIndexWithoutItsRecord_NamesIndexAndKey) {
+  Fill();
+  Plant("stb_pb", Text("777"), Text("Ghost\00044678"));
+  ExpectFinding("devconf: stb_pb \"Ghost\": the index has a record that its table does not have\n",
+                "{\"table\":\"stb_pb\",\"key_bytes\":\"Ghost\\u000044678\\u0000\",\"error\":\"the index has a record "
+                "that its table does not have\"}\n{\"errors\":1}\n");
+}
+
+TEST_F(VerifyOf, AnEntryUnderAWrongKey_NamesIndexAndKey) {
+  Fill();
+  Plant("stb_route", "109", Text("101a"));
+  ExpectFinding("devconf: stb_route \"101a\": the index has this record under another key than its own\n",
+                "{\"table\":\"stb_route\",\"key_bytes\":\"101a\\u0000\",\"error\":\"the index has this record under "
+                "another key than its own\"}\n{\"errors\":1}\n");
+}
+
+TEST_F(VerifyOf, ARecordWithoutAnyIndex_IsFoundInEach) {
+  Fill();
+  Plant("tb_pb", Text("Eve\000383"), Text("5"));
+  const CommandResult result = Run({"verify"});
+  EXPECT_EQ(result.status, kDamaged);
+  EXPECT_EQ(result.err,
+            "devconf: stb_pb \"Eve\": the index does not have this record of its table\n"
+            "devconf: stb_1_pb \"Eve\": the index does not have this record of its table\n");
+}
+
+TEST_F(VerifyOf, ADamagedPage_IsFound) {
+  Fill();
+  std::string bytes = FileText(FilePath());
+  // The bytes behind the header of a leaf page, where the places of its records stand.
+  for (std::size_t page = 1; page < bytes.size() / 2048; ++page) {
+    if (bytes[page * 2048 + 25] != 5) continue;
+    for (std::size_t i = 26; i < 40; ++i) bytes[page * 2048 + i] = '\x7f';
+  }
+  WriteFile(FilePath(), bytes);
+  const CommandResult result = Run({"verify"});
+  EXPECT_EQ(result.status, kDamaged);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, EndsWith("devconf: (file): the store's checker found damage\n"));
+}
+
+TEST_F(VerifyOf, AFileThatIsNoDatabase_IsDamagedAndStaysAsItIs) {
+  const std::string text(10000, 'x');
+  WriteFile(FilePath(), text);
+  const CommandResult result = Run({"verify"});
+  EXPECT_EQ(result.status, kDamaged);
+  EXPECT_THAT(result.err, EndsWith("devconf: (file): the store's checker found damage\n"));
+  EXPECT_EQ(FileText(FilePath()), text);
+}
+
+TEST_F(VerifyOf, AStoreThatOthersHaveOpen_Is7AndLooksAtNothing) {
+  Fill();
+  Open();
+  const CommandResult result = Run({"verify"});
+  EXPECT_EQ(result.status, kInUse);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "devconf: others are using the store; verify needs it alone\n");
+  EXPECT_EQ(Get(g_uDb.tb_pb, "Ann"), "123;x");
+}
+
+TEST_F(VerifyOf, AStoreWhoseLastUserWasKilled_RecoversItBefore) {
+  Fill();
+  Child victim([this] {
+    Open();
+    if (BerkDb_Set(g_uDb.tb_pb, "Late", "1") != 0) return 1;
+    ::raise(SIGKILL);
+    return 1;
+  });
+  ASSERT_EQ(victim.Wait(), 1000 + SIGKILL);
+  EXPECT_EQ(Print({"verify"}), "clean\n");
+  EXPECT_EQ(Print({"pb", "find", "5283"}), "5283\tLate\t1\n");
+}
+
+TEST_F(VerifyOf, AStoreAndThenAProgram_GoesOnAsBefore) {
+  Fill();
+  const Records before = Dump("tb_pb");
+  Print({"verify"});
+  EXPECT_EQ(Dump("tb_pb"), before);
+  Open();
+  EXPECT_EQ(Get(g_uDb.tb_pb, "Ann"), "123;x");
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_pb, "Ann", "5"), 0);
+}
+
+}  // namespace
