@@ -2,10 +2,14 @@
 
 #include <gmock/gmock.h>
 
+#include <unistd.h>
+
 #include <csignal>
 #include <filesystem>
 
+#include "db/for_project/StoreGate.h"
 #include "devconf/Shell.h"
+#include "support/CapturedOutput.h"
 #include "support/Child.h"
 #include "support/TempDir.h"
 
@@ -60,12 +64,6 @@ TEST_F(Shell, OutputThatCannotBeWritten_Is4AndSaysSo) {
   const CommandResult result = Devconf({"tables"}).OutputTo("/dev/full").Run();
   EXPECT_EQ(result.status, kFailed);
   EXPECT_EQ(result.err, "devconf: standard output: No space left on device\n");
-}
-
-TEST_F(Shell, NeedsNoCxxRuntime) {
-  const CommandResult result =
-      Command({"sh", "-c", "readelf -d \"$0\" | grep -c 'stdc++' || true", DEVCONF_PATH}).Run();
-  EXPECT_EQ(result.out, "0\n");
 }
 
 // No database.
@@ -341,6 +339,53 @@ TEST_F(Shell, WithAReaderThatGoesAway_EndsAndLeavesTheStoreInOrder) {
   EXPECT_EQ(result.out, "{\"table\":\"tb_parameter\"}\n" + std::to_string(128 + SIGPIPE) + "\n");
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(BerkDb_Set(g_uDb.tb_line, "0", "still works"), 0);
+}
+
+TEST_F(Shell, ThatIsInterrupted_EndsBetweenTwoRecordsAndLeavesTheStoreInOrder) {
+  Open();
+  const std::string value(3000, 'v');
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_EQ(BerkDb_Put(g_uDb.tb_line, std::to_string(i).c_str(), value.data(), 3000), 0);
+  }
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  Child program([&] {
+    ::dup2(ends[1], STDOUT_FILENO);
+    ::close(ends[0]);
+    ::close(ends[1]);
+    return ::execl(DEVCONF_PATH, DEVCONF_PATH, "--home", home_.c_str(), "export", nullptr);
+  });
+  ::close(ends[1]);
+  // What comes first is printed with the store open; most of it does not fit into the pipe.
+  char buffer[4096];
+  ssize_t got = ::read(ends[0], buffer, 1);
+  ASSERT_EQ(got, 1);
+  program.Signal(SIGINT);
+  std::size_t all = 1;
+  while ((got = ::read(ends[0], buffer, sizeof buffer)) > 0) all += static_cast<std::size_t>(got);
+  ::close(ends[0]);
+  EXPECT_EQ(program.Wait(), 1000 + SIGINT);
+  EXPECT_LT(all, 100U * 3000U);
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_line, "0", "still works"), 0);
+}
+
+TEST_F(Shell, WhenAProcessDiedInsideTheStore_Is3UntilTheOthersHaveClosedIt) {
+  Open();
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "a", "1"), 0);
+  Child victim([] {
+    devsupport::store::Patience patience;
+    if (devsupport::store::g_gate.Enter(patience) != 0) return 1;
+    ::raise(SIGKILL);
+    return 1;
+  });
+  ASSERT_EQ(victim.Wait(), 1000 + SIGKILL);
+  const CommandResult result = Run({"get", "a"});
+  EXPECT_EQ(result.status, kNoDatabase);
+  EXPECT_THAT(result.err, EndsWith("devconf: the environment cannot be opened \"" + FilePath() + "\"\n"));
+  CapturedOutput silence(stderr);
+  BerkDb_Close();
+  silence.Take();
+  EXPECT_EQ(Print({"get", "a"}), "1\n");
 }
 
 }  // namespace

@@ -94,15 +94,19 @@ Answer PrintMatches(const Table &table, const char *prefix, bool json) {
   }
 }
 
+const Table &NamedTable(const Options &options) {
+  return *FindTable(options.words[0] != nullptr ? options.words[0] : kSettings);
+}
+
 int ListRecords(const Options &options) {
-  const Table &table = *FindTable(options.words[0] != nullptr ? options.words[0] : kSettings);
   const char *prefix = options.words[1] != nullptr ? options.words[1] : "";
-  return PrintMatches(table, prefix, options.json) == Answer::kFailed ? status::kFailed : status::kDone;
+  return PrintMatches(NamedTable(options), prefix, options.json) == Answer::kFailed ? status::kFailed : status::kDone;
 }
 
 int Find(const Options &options) {
-  const Answer answer = PrintMatches(*FindTable(options.words[0]), options.words[1], options.json);
-  if (answer == Answer::kNo) Complain(options.words[0], options.words[1], "nothing begins like this");
+  const Table &table = NamedTable(options);
+  const Answer answer = PrintMatches(table, options.words[1], options.json);
+  if (answer == Answer::kNo) Complain(table.name, options.words[1], "nothing begins like this");
   return StatusOf(answer);
 }
 

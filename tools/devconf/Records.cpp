@@ -177,7 +177,7 @@ Answer TableWalk::Next() {
 bool TableWalk::MoveStart() {
   if (!table_.RunsDown()) {
     start_.Assign(key_.View());
-    start_.Append({"", 1});
+    start_.Append({"\0", 1});
     return true;
   }
   // The text before "fop" is "foo" with the largest bytes behind it; before "fo\1" it is "fo" itself.

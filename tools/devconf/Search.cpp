@@ -72,8 +72,7 @@ class Search {
                        [this](const TDbFindRec &record) { return AddName(record.szKey); });
   }
 
-  // Kept by the index: the number has a terminator when nothing stands behind it in the record, and has none when ';'
-  // does.
+  // In the index, a number has a terminator when nothing stands behind it in the record, and has none when ';' does.
   bool AskForWhole() {
     for (const std::size_t size : {wanted_.size(), wanted_.size() + 1}) {
       char key[kMostKeyBytes + 1];

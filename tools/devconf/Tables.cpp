@@ -46,7 +46,7 @@ std::string_view TextOf(std::string_view bytes) { return First(bytes, bytes.find
 bool IsTerminatedText(std::string_view bytes) { return !bytes.empty() && bytes.find('\0') == bytes.size() - 1; }
 
 void MakeKey(const Table &table, std::string_view name, Bytes &key) {
-  constexpr std::string_view kTerminator{"", 1};
+  constexpr std::string_view kTerminator{"\0", 1};
   key.Assign(name);
   key.Append(kTerminator);
   if (!table.IsPhoneBook()) return;
