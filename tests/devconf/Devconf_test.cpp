@@ -66,6 +66,16 @@ TEST_F(Shell, OutputThatCannotBeWritten_Is4AndSaysSo) {
   EXPECT_EQ(result.err, "devconf: standard output: No space left on device\n");
 }
 
+TEST_F(Shell, WithoutAStandardOutput_Is4AndPrintsNothingIntoTheDatabase) {
+  Init();
+  Print({"set", "a", "1"});
+  const CommandResult result = Devconf({"list"}).CloseOutput().Run();
+  EXPECT_EQ(result.status, kFailed);
+  EXPECT_EQ(result.err, "devconf: standard output: Bad file descriptor\n");
+  EXPECT_EQ(Print({"verify"}), "clean\n");
+  EXPECT_EQ(Print({"list"}), "a\t1\n");
+}
+
 // No database.
 
 TEST_F(Shell, WithoutADatabase_EveryCommandIs3AndMakesNothing) {
@@ -306,6 +316,19 @@ TEST_F(Shell, WhileAProcessHasTheStoreOpen_SharesItsData) {
   EXPECT_EQ(Print({"get", "a"}), "1\n");
   EXPECT_EQ(Print({"set", "a", "2"}), "");
   EXPECT_EQ(Get(g_uDb.tb_parameter, "a"), "2");
+}
+
+TEST_F(Shell, AnotherHomeWhileOneIsInUse_Is3AndHarmsNeither) {
+  Open();
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "a", "1"), 0);
+  TempDir other;
+  std::filesystem::copy(FilePath(), other / "config.db");
+  const std::string before = FileText(other / "config.db");
+  const CommandResult result = Command({DEVCONF_PATH, "--home", other.Path(), "set", "a", "2"}).Run();
+  EXPECT_EQ(result.status, kNoDatabase);
+  EXPECT_THAT(result.err, HasSubstr("devconf: the environment cannot be opened"));
+  EXPECT_EQ(FileText(other / "config.db"), before);
+  EXPECT_EQ(Get(g_uDb.tb_parameter, "a"), "1");
 }
 
 TEST_F(Shell, TwoAtOnce_StoreEverything) {
