@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "Print.h"
 #include "Store.h"
@@ -108,8 +109,22 @@ Answer AnswerOf(const Table &table, std::string_view key, int code) {
   return code == BERKDB_NOT_FOUND ? Answer::kNo : Fail(table, key, "the store cannot be read");
 }
 
-// The value's size is the smallest buffer that is large enough for the library.
-Answer ReadLargeValue(const Table &table, std::string_view key, Bytes &value) {
+// Reads a value of a known size over both fillings. Nothing when it has another size by now.
+std::optional<Answer> ReadSized(const Table &table, std::string_view key, std::size_t size, Bytes &value) {
+  Bytes again;
+  for (Bytes *bytes : {&value, &again}) {
+    bytes->Resize(size);
+    std::memset(bytes->Data(), kFillings[bytes == &again ? 1 : 0], size);
+    const int code = ReadByName(table, key, bytes->Data(), size);
+    if (code == BERKDB_BUFFER_SMALL) return std::nullopt;
+    if (code != BERKDB_OK) return AnswerOf(table, key, code);
+  }
+  if (value.View() != again.View()) return std::nullopt;
+  return Answer::kYes;
+}
+
+// The value's size is the smallest buffer that is large enough for the library. Nothing when it changed meanwhile.
+std::optional<Answer> ReadLargeValue(const Table &table, std::string_view key, Bytes &value) {
   if (!IsKeyOfName(table, key) && !IsTerminatedText(key)) {
     return Fail(table, key, "the value is too large to be read under this key");
   }
@@ -117,14 +132,13 @@ Answer ReadLargeValue(const Table &table, std::string_view key, Bytes &value) {
   std::size_t enough = 0;
   while (enough == 0 || enough - tooSmall > 1) {
     const std::size_t bytes = enough == 0 ? 2 * tooSmall : tooSmall + (enough - tooSmall) / 2;
+    if (bytes > INT32_MAX / 2) return Fail(table, key, "the value is too large");
     value.Resize(bytes);
     const int code = ReadByName(table, key, value.Data(), bytes);
     if (code != BERKDB_OK && code != BERKDB_BUFFER_SMALL) return AnswerOf(table, key, code);
     (code == BERKDB_OK ? enough : tooSmall) = bytes;
-    if (tooSmall > INT32_MAX / 4) return Fail(table, key, "the value is too large");
   }
-  value.Resize(enough);
-  return AnswerOf(table, key, ReadByName(table, key, value.Data(), enough));
+  return ReadSized(table, key, enough, value);
 }
 
 // Makes the greatest key that begins like this.
@@ -138,13 +152,15 @@ void FillUp(Bytes &text) {
 }  // namespace
 
 Answer ReadValue(const Table &table, std::string_view key, Bytes &value) {
-  if (key.size() > kStepBytes) return Answer::kNo;
+  if (key.size() > kMostKeyBytes) return Answer::kNo;
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
     const DoubleStep step(table, key, DB_SET);
     const StepResult first = step.Result();
     if (first.Is(DB_NOTFOUND)) return Answer::kNo;
-    if (first.Is(DB_BUFFER_SMALL)) return ReadLargeValue(table, key, value);
-    if (!first.Is(0)) return FailStep(table, key, first);
+    if (!IsThere(first)) return FailStep(table, key, first);
+    if (first.Is(DB_BUFFER_SMALL)) {
+      if (const std::optional<Answer> answer = ReadLargeValue(table, key, value); answer.has_value()) return *answer;
+    }
     if (step.AreRead() && step.GetValue(value)) return Answer::kYes;
   }
   return Fail(table, key, "changes all the time");
