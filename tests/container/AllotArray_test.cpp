@@ -37,7 +37,7 @@ class Slots {
   explicit Slots(int nMaxCount, const char *pDebugName = "lines") {
     std::memset(&uAry, 0xA5, sizeof uAry);
     std::memset(uAry.DebugName, 0, sizeof uAry.DebugName);
-    std::strncpy(uAry.DebugName, pDebugName, sizeof uAry.DebugName);
+    std::memcpy(uAry.DebugName, pDebugName, ::strnlen(pDebugName, sizeof uAry.DebugName));
     nResult = AllotAry_Construct(&uAry, "another name", nMaxCount);
   }
   ~Slots() { AllotAry_Destroy(&uAry); }
