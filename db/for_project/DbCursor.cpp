@@ -20,12 +20,14 @@ namespace {
 // What a step of BerkDb_CursorGet may fill.
 constexpr std::int32_t kStepBytes = 256;
 
-// One field of a search result takes a text and cuts it.
+// One field of a search result takes a text and cuts it. The last character is a terminator in any case, so that a
+// reader of the whole field finds one; between the two terminators the field stays as the caller had it.
 template <std::size_t kWidth>
 void CopyText(char (&szField)[kWidth], const DBT &record) {
   const std::string_view text = First(TextOf(Bytes(record)), kWidth - 1);
   if (!text.empty()) std::memcpy(szField, text.data(), text.size());
   szField[text.size()] = '\0';
+  szField[kWidth - 1] = '\0';
 }
 
 // The walk over the records with a prefix, on a table or on an index of the phone book.

@@ -132,6 +132,14 @@ TEST_F(Prefix, OfRecordsThatFillTheFields_TakesThemWhole) {
   EXPECT_EQ(records_[0].szData, value);
 }
 
+TEST_F(Prefix, OfShortTexts_TerminatesTheTextAndTheFieldAndNothingBetween) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "555"), BERKDB_OK);
+  ASSERT_EQ(Keys(g_uDb.stb_1_pb, "262"), List{"Bob"});
+  EXPECT_EQ(std::string(records_[0].szSecondKey, 32), Raw("262\0") + std::string(27, '#') + Raw("\0"));
+  EXPECT_EQ(std::string(records_[0].szKey, 32), Raw("Bob\0") + std::string(27, '#') + Raw("\0"));
+  EXPECT_EQ(std::string(records_[0].szData, 128), Raw("555\0") + std::string(123, '#') + Raw("\0"));
+}
+
 TEST_F(Prefix, OfRecordsWithoutTerminatorThatFillTheFields_CutsTheLastCharacter) {
   const std::string value(128, 'v');
   ASSERT_EQ(BerkDb_Put(g_uDb.tb_parameter, "k", value.data(), 128), BERKDB_OK);

@@ -135,6 +135,7 @@ struct __db *BerkDb_OpenFile(const char *pFile, uint32_t dwFlags);
 
 /// Closes what BerkDb_OpenFile opened.
 /// ppDb       in,out  the handle; set to NULL on success. A handle that is NULL already is a success.
+///                    On failure the pointer stays, but what it points to is gone: do not use or close it again.
 /// Returns    1 closed, 0 not.
 /// Prints     on standard error "database close failed: %s\n" with the library's text.
 /// Threads    one thread for each handle.                     Signal handler  no.

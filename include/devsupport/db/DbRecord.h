@@ -114,7 +114,8 @@ int BerkDb_CursorClose(struct __dbc *pCursor);
 int BerkDb_PGet(struct __db *pDb, const char *pKey, int32_t nKeyBytes, char *pPrimary, int32_t nPrimaryBytes,
                 char *pBuf, int32_t nBufBytes);
 
-/* One record that the prefix search found. Texts are cut to what the field holds, and always terminated. */
+/* One record that the prefix search found. Texts are cut to what the field holds and terminated; so is each field
+ * that is written. */
 typedef struct TDbFindRec {
   char szSecondKey[32]; /* the index's key; written for the phone-book indexes only */
   char szKey[32];       /* the record's key */
