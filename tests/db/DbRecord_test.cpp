@@ -1,42 +1,18 @@
-// Single records: read, written, deleted, looked up through an index, stepped to with a cursor.
+// Single records: read, written, deleted, looked up through an index.
 
 #include <db.h>
 #include <devsupport/db/DbRecord.h>
-#include <devsupport/detail/db/DbRecord.h>
 
-#include <cctype>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <map>
-#include <random>
 #include <string>
 
-#include "db/Store.h"
+#include "db/RecordFixture.h"
 #include "support/CapturedOutput.h"
-#include "support/FaultInjection.h"
-#include "support/TestSeed.h"
-
-DEVSUPPORT_FAULT_POINT(void *, malloc, (std::size_t n), (n), nullptr, ENOMEM)
 
 namespace {
 
 using namespace devsupport::test;
-
-class Record : public StoreTest {
- protected:
-  void SetUp() override {
-    StoreTest::SetUp();
-    if (!IsSkipped() && !HasFatalFailure()) Open();
-  }
-
-  // What the library and the store say about an error number, twice by the table and once more by writers.
-  static std::string Report(int error) {
-    const std::string text = db_strerror(error);
-    return text + ": " + text + kSourceLine;
-  }
-  static std::string Short(int error) { return "(" + std::to_string(error) + ") " + db_strerror(error) + "\n"; }
-};
 
 // How often a table still meets somebody's lock.
 int g_conflicts = 0;
@@ -241,19 +217,6 @@ TEST_F(Record, Set_WithoutTableKeyOrValue_Fails) {
   EXPECT_EQ(err.Take(), Report(EINVAL) + Short(EINVAL) + Report(EINVAL) + Short(EINVAL));
 }
 
-TEST_F(Record, Set_OfALongName_WithoutMemory_Is10) {
-  const std::string name(200, 'n');
-  CapturedOutput err(stderr);
-  int code = -4711;
-  {
-    const FailCall fail("malloc", 1);
-    code = BerkDb_Set(g_uDb.tb_pb, name.c_str(), "v");
-    EXPECT_TRUE(fail.Happened());
-  }
-  EXPECT_EQ(code, BERKDB_ERROR);
-  EXPECT_EQ(err.Take(), Report(ENOMEM) + Short(ENOMEM));
-}
-
 TEST_F(Record, Put_StoresTheBytesAsGiven) {
   ASSERT_EQ(BerkDb_Put(g_uDb.tb_line, "bytes", "a\0b", 3), BERKDB_OK);
   Reopen();
@@ -404,165 +367,6 @@ TEST_F(Record, Get_ThatMeetsALock_IsTriedAgain) {
   EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
 }
 
-TEST_F(Record, CursorLeftOpen_LetsReadersPass) {
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
-  char key[256] = "k";
-  char value[256] = "";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, 256, DB_SET | DB_RMW, &result), BERKDB_OK);
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
-  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
-}
-
-TEST_F(Record, CursorLeftOpen_HoldsAWriterOfTheSamePageUpUntilItIsClosed) {
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "old"), BERKDB_OK);
-  char key[256] = "k";
-  char value[256] = "";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
-  static DBC *s_pCursor;
-  static decltype(g_uDb.tb_tone->put) s_real;
-  s_pCursor = pCursor;
-  s_real = g_uDb.tb_tone->put;
-  // The first try meets the cursor; it is closed before the second one.
-  g_uDb.tb_tone->put = [](DB *pDb, DB_TXN *txn, DBT *pKey, DBT *pValue, u_int32_t flags) {
-    const int first = s_real(pDb, txn, pKey, pValue, flags);
-    EXPECT_EQ(first, DB_LOCK_DEADLOCK);
-    s_pCursor->close(s_pCursor);
-    pDb->put = s_real;
-    return first;
-  };
-  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "new"), BERKDB_OK);
-  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "new");
-}
-
-// --- cursors
-
-TEST_F(Record, CursorGet_FindsAKeyAndHandsTheCursorBack) {
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "a", "1"), BERKDB_OK);
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "b", "2"), BERKDB_OK);
-  char key[256] = "a";
-  char value[256] = "#";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
-  EXPECT_EQ(result, 0);
-  EXPECT_STREQ(value, "1");
-  ASSERT_NE(pCursor, nullptr);
-  DBT nextKey{};
-  DBT nextValue{};
-  EXPECT_EQ(pCursor->get(pCursor, &nextKey, &nextValue, DB_NEXT), 0);
-  EXPECT_STREQ(static_cast<char *>(nextKey.data), "b");
-  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
-}
-
-TEST_F(Record, CursorGet_WritesTheKeyThatItFinds) {
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, "a", "1"), BERKDB_OK);
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, "b", "2"), BERKDB_OK);
-  char key[256] = "#";
-  char value[256] = "#";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_dm, &pCursor, key, 0, value, sizeof value, DB_FIRST, &result), BERKDB_OK);
-  EXPECT_EQ(result, 0);
-  EXPECT_STREQ(key, "b");
-  EXPECT_STREQ(value, "2");
-  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
-}
-
-TEST_F(Record, CursorGet_OfAMissingKey_Returns0WithTheLibrarysResult) {
-  char key[256] = "none";
-  char value[256] = "#";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 5, value, sizeof value, DB_SET, &result), BERKDB_OK);
-  EXPECT_EQ(result, DB_NOTFOUND);
-  EXPECT_NE(pCursor, nullptr);
-  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
-}
-
-TEST_F(Record, CursorGet_FillsAtMostTheRoomItHasAnd256) {
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "255", std::string(255, 'x').c_str()), BERKDB_OK);
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "256", std::string(256, 'x').c_str()), BERKDB_OK);
-  const auto resultOf = [](const char *text, std::int32_t room) {
-    char key[256] = "";
-    char value[512] = "#";
-    std::strcpy(key, text);
-    DBC *pCursor = nullptr;
-    int result = -4711;
-    BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 4, value, room, DB_SET, &result);
-    BerkDb_CursorClose(pCursor);
-    return result;
-  };
-  EXPECT_EQ(resultOf("255", 256), 0);
-  EXPECT_EQ(resultOf("255", 0), 0);
-  EXPECT_EQ(resultOf("255", 255), DB_BUFFER_SMALL);
-  EXPECT_EQ(resultOf("256", 512), DB_BUFFER_SMALL);
-}
-
-TEST_F(Record, CursorGet_WithoutACursor_Is11AndLeavesTheResultAlone) {
-  g_uDb.tb_tone->cursor = [](DB *, DB_TXN *, DBC **, u_int32_t) { return ENOMEM; };
-  char key[256] = "k";
-  char value[256] = "#";
-  DBC *pCursor = reinterpret_cast<DBC *>(&value);
-  int result = -4711;
-  CapturedOutput err(stderr);
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result),
-            BERKDB_NO_CURSOR);
-  EXPECT_EQ(err.Take(), "");
-  EXPECT_EQ(pCursor, nullptr);
-  EXPECT_EQ(result, -4711);
-}
-
-TEST_F(Record, CursorGet_WithACursorDespiteTheFailure_ClosesIt) {
-  static decltype(g_uDb.tb_tone->cursor) s_real;
-  s_real = g_uDb.tb_tone->cursor;
-  g_uDb.tb_tone->cursor = [](DB *pDb, DB_TXN *txn, DBC **ppCursor, u_int32_t flags) {
-    s_real(pDb, txn, ppCursor, flags);
-    return EIO;
-  };
-  char key[256] = "k";
-  char value[256] = "#";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result),
-            BERKDB_NO_CURSOR);
-  EXPECT_EQ(pCursor, nullptr);
-  g_uDb.tb_tone->cursor = s_real;
-  CapturedOutput err(stderr);
-  BerkDb_Close();
-  EXPECT_EQ(err.Take(), "") << "a cursor was left open";
-}
-
-TEST_F(Record, CursorGet_OfANullTable_Is6) {
-  char buffer[256] = "";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  EXPECT_EQ(BerkDb_CursorGet(nullptr, &pCursor, buffer, 1, buffer, 256, DB_FIRST, &result), BERKDB_NO_TABLE);
-}
-
-TEST_F(Record, CursorClose_ThatFails_ReportsAndReturns0) {
-  char key[256] = "k";
-  char value[256] = "#";
-  DBC *pCursor = nullptr;
-  int result = 0;
-  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
-  static decltype(pCursor->close) s_real;
-  s_real = pCursor->close;
-  pCursor->close = [](DBC *pOpen) {
-    s_real(pOpen);
-    return EIO;
-  };
-  CapturedOutput err(stderr);
-  EXPECT_EQ(BerkDb_CursorClose(pCursor), 0);
-  EXPECT_EQ(err.Take(), Report(EIO));
-  EXPECT_EQ(BerkDb_CursorClose(nullptr), 1);
-  pCursor->close = s_real;  // the library keeps closed cursors for later
-}
-
 // --- the phone book's indexes
 
 TEST_F(Record, PGet_ByDigits_FindsKeyAndValue) {
@@ -622,84 +426,6 @@ TEST_F(Record, PGet_WhenTheLibraryFails_Is10WithItsText) {
   CapturedOutput err(stderr);
   EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "k", 0, buffer, 8, buffer, 8), BERKDB_ERROR);
   EXPECT_EQ(err.Take(), Report(EIO));
-}
-
-// --- keypad digits
-
-TEST(Letter2Num, MapsLettersToTheirKeys) {
-  std::string digits;
-  for (char c = 'a'; c <= 'z'; ++c) digits += _Letter2Num(c);
-  EXPECT_EQ(digits, "22233344455566677778889999");
-  for (char c = 'A'; c <= 'Z'; ++c) EXPECT_EQ(_Letter2Num(c), digits[static_cast<std::size_t>(c - 'A')]);
-}
-
-TEST(Letter2Num, MapsDigitsToThemselvesAndABlankTo0) {
-  for (char c = '0'; c <= '9'; ++c) EXPECT_EQ(_Letter2Num(c), c);
-  EXPECT_EQ(_Letter2Num(' '), '0');
-}
-
-TEST(Letter2Num, MapsEverythingElseToNoKey) {
-  for (int c = -128; c < 128; ++c) {
-    const char character = static_cast<char>(c);
-    if (c >= 0 && (std::isalnum(c) || c == ' ')) continue;
-    EXPECT_EQ(_Letter2Num(character), '\0') << c;
-  }
-}
-
-TEST_F(Record, Set_InThePhoneBook_EndsTheDigitsAtTheFirstCharacterWithoutAKey) {
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Jo-Ann", "1"), BERKDB_OK);
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "-", "2"), BERKDB_OK);
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "", "3"), BERKDB_OK);
-  EXPECT_EQ(Get(g_uDb.tb_pb, ""), "3");
-  BerkDb_Close();
-  EXPECT_EQ(Dump("tb_pb"), (Records{{Text("\0"), Text("3")},
-                                    {Text("-\0"), Text("2")},
-                                    {Text("Jo-Ann\0"
-                                          "56"),
-                                     Text("1")}}));
-}
-
-TEST_F(Record, Set_InThePhoneBook_WorksOnBothSidesOfTheInlineKey) {
-  for (const std::size_t length : {126u, 127u, 128u, 129u}) {
-    const std::string name(length, 'a');
-    ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, name.c_str(), "v"), BERKDB_OK);
-    EXPECT_EQ(Get(g_uDb.tb_pb, name.c_str()), "v");
-    EXPECT_EQ(BerkDb_Del(g_uDb.tb_pb, name.c_str()), BERKDB_OK);
-  }
-}
-
-// --- a long random script against a plain map
-
-TEST_F(Record, RandomScript_AgreesWithAPlainMap) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
-  std::mt19937_64 random(seed);
-  DB *tables[] = {g_uDb.tb_parameter, g_uDb.tb_dm, g_uDb.tb_pb, g_uDb.tb_route};
-  std::map<std::string, std::string> oracle[4];
-  for (int step = 0; step < 1500; ++step) {
-    const std::size_t which = random() % 4;
-    const std::string key(1 + random() % 6, static_cast<char>('a' + random() % 5));
-    const std::string value = std::to_string(random() % 1000) + (random() % 2 ? ";x" : "");
-    auto &map = oracle[which];
-    const auto known = map.find(key);
-    switch (random() % 3) {
-      case 0:
-        ASSERT_EQ(BerkDb_Set(tables[which], key.c_str(), value.c_str()), BERKDB_OK);
-        map[key] = value;
-        break;
-      case 1:
-        ASSERT_EQ(BerkDb_Del(tables[which], key.c_str()), known == map.end() ? BERKDB_NOT_FOUND : BERKDB_OK);
-        map.erase(key);
-        break;
-      default:
-        ASSERT_EQ(Get(tables[which], key.c_str()), known == map.end() ? "<7>" : known->second);
-    }
-  }
-  BerkDb_Close();
-  EXPECT_TRUE(Verify());
-  EXPECT_TRUE(IndexesAgree());
-  const char *const names[] = {"tb_parameter", "tb_dm", "tb_pb", "tb_route"};
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(Dump(names[i]).size(), oracle[i].size());
 }
 
 }  // namespace

@@ -1,0 +1,178 @@
+// Cursors: one step for the caller, and what a cursor that is left open means for the others.
+
+#include <db.h>
+#include <devsupport/db/DbRecord.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "db/RecordFixture.h"
+#include "support/CapturedOutput.h"
+
+namespace {
+
+using namespace devsupport::test;
+
+using Cursor = Record;
+
+TEST_F(Cursor, Get_FindsAKeyAndHandsTheCursorBack) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "a", "1"), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "b", "2"), BERKDB_OK);
+  char key[256] = "a";
+  char value[256] = "#";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  EXPECT_EQ(result, 0);
+  EXPECT_STREQ(value, "1");
+  ASSERT_NE(pCursor, nullptr);
+  DBT nextKey{};
+  DBT nextValue{};
+  EXPECT_EQ(pCursor->get(pCursor, &nextKey, &nextValue, DB_NEXT), 0);
+  EXPECT_STREQ(static_cast<char *>(nextKey.data), "b");
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
+}
+
+TEST_F(Cursor, Get_WritesTheKeyThatItFinds) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, "a", "1"), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, "b", "2"), BERKDB_OK);
+  char key[256] = "#";
+  char value[256] = "#";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_dm, &pCursor, key, 0, value, sizeof value, DB_FIRST, &result), BERKDB_OK);
+  EXPECT_EQ(result, 0);
+  EXPECT_STREQ(key, "b");
+  EXPECT_STREQ(value, "2");
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
+}
+
+TEST_F(Cursor, Get_OfAMissingKey_Returns0WithTheLibrarysResult) {
+  char key[256] = "none";
+  char value[256] = "#";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 5, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  EXPECT_EQ(result, DB_NOTFOUND);
+  EXPECT_NE(pCursor, nullptr);
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
+}
+
+TEST_F(Cursor, Get_FillsAtMostTheRoomItHasAnd256) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "255", std::string(255, 'x').c_str()), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "256", std::string(256, 'x').c_str()), BERKDB_OK);
+  const auto resultOf = [](const char *text, std::int32_t room) {
+    char key[256] = "";
+    char value[512] = "#";
+    std::strcpy(key, text);
+    DBC *pCursor = nullptr;
+    int result = -4711;
+    BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 4, value, room, DB_SET, &result);
+    BerkDb_CursorClose(pCursor);
+    return result;
+  };
+  EXPECT_EQ(resultOf("255", 256), 0);
+  EXPECT_EQ(resultOf("255", 0), 0);
+  EXPECT_EQ(resultOf("255", 255), DB_BUFFER_SMALL);
+  EXPECT_EQ(resultOf("256", 512), DB_BUFFER_SMALL);
+}
+
+TEST_F(Cursor, Get_WithoutACursor_Is11AndLeavesTheResultAlone) {
+  g_uDb.tb_tone->cursor = [](DB *, DB_TXN *, DBC **, u_int32_t) { return ENOMEM; };
+  char key[256] = "k";
+  char value[256] = "#";
+  DBC *pCursor = reinterpret_cast<DBC *>(&value);
+  int result = -4711;
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result),
+            BERKDB_NO_CURSOR);
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_EQ(pCursor, nullptr);
+  EXPECT_EQ(result, -4711);
+}
+
+TEST_F(Cursor, Get_WithACursorDespiteTheFailure_ClosesIt) {
+  static decltype(g_uDb.tb_tone->cursor) s_real;
+  s_real = g_uDb.tb_tone->cursor;
+  g_uDb.tb_tone->cursor = [](DB *pDb, DB_TXN *txn, DBC **ppCursor, u_int32_t flags) {
+    s_real(pDb, txn, ppCursor, flags);
+    return EIO;
+  };
+  char key[256] = "k";
+  char value[256] = "#";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result),
+            BERKDB_NO_CURSOR);
+  EXPECT_EQ(pCursor, nullptr);
+  g_uDb.tb_tone->cursor = s_real;
+  CapturedOutput err(stderr);
+  BerkDb_Close();
+  EXPECT_EQ(err.Take(), "") << "a cursor was left open";
+}
+
+TEST_F(Cursor, Get_OfANullTable_Is6) {
+  char buffer[256] = "";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(nullptr, &pCursor, buffer, 1, buffer, 256, DB_FIRST, &result), BERKDB_NO_TABLE);
+}
+
+TEST_F(Cursor, Close_ThatFails_ReportsAndReturns0) {
+  char key[256] = "k";
+  char value[256] = "#";
+  DBC *pCursor = nullptr;
+  int result = 0;
+  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  static decltype(pCursor->close) s_real;
+  s_real = pCursor->close;
+  pCursor->close = [](DBC *pOpen) {
+    s_real(pOpen);
+    return EIO;
+  };
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 0);
+  EXPECT_EQ(err.Take(), Report(EIO));
+  EXPECT_EQ(BerkDb_CursorClose(nullptr), 1);
+  pCursor->close = s_real;  // the library keeps closed cursors for later
+}
+
+// --- left open
+
+TEST_F(Cursor, LeftOpen_LetsReadersPass) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
+  char key[256] = "k";
+  char value[256] = "";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, 256, DB_SET | DB_RMW, &result), BERKDB_OK);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
+}
+
+TEST_F(Cursor, LeftOpen_HoldsAWriterOfTheSamePageUpUntilItIsClosed) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "old"), BERKDB_OK);
+  char key[256] = "k";
+  char value[256] = "";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  static DBC *s_pCursor;
+  static decltype(g_uDb.tb_tone->put) s_real;
+  s_pCursor = pCursor;
+  s_real = g_uDb.tb_tone->put;
+  // The first try meets the cursor; it is closed before the second one.
+  g_uDb.tb_tone->put = [](DB *pDb, DB_TXN *txn, DBT *pKey, DBT *pValue, u_int32_t flags) {
+    const int first = s_real(pDb, txn, pKey, pValue, flags);
+    EXPECT_EQ(first, DB_LOCK_DEADLOCK);
+    s_pCursor->close(s_pCursor);
+    pDb->put = s_real;
+    return first;
+  };
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "new"), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "new");
+}
+
+}  // namespace

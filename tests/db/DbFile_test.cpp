@@ -1,0 +1,88 @@
+// Single files with one table, outside the environment.
+
+#include <db.h>
+#include <devsupport/db/BerkeleyDB.h>
+#include <devsupport/db/DbRecord.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+
+#include "db/Store.h"
+#include "support/CapturedOutput.h"
+#include "support/FaultInjection.h"
+
+DEVSUPPORT_FAULT_POINT(int, db_create, (DB * *ppDb, DB_ENV *pEnv, u_int32_t flags), (ppDb, pEnv, flags), ENOMEM, 0)
+
+namespace {
+
+using namespace devsupport::test;
+
+class SingleFile : public StoreTest {};
+
+TEST_F(SingleFile, Open_MakesAFileThatTheRecordOperationsTake) {
+  CapturedOutput err(stderr);
+  DB *pDb = BerkDb_OpenFile((home_ + "/one.db").c_str(), 0);
+  ASSERT_NE(pDb, nullptr);
+  EXPECT_EQ(BerkDb_Set(pDb, "key", "value"), BERKDB_OK);
+  EXPECT_EQ(Get(pDb, "key"), "value");
+  EXPECT_EQ(BerkDb_CloseFile(&pDb), 1);
+  EXPECT_EQ(err.Take(), "");
+  EXPECT_EQ(pDb, nullptr);
+}
+
+TEST_F(SingleFile, Open_SetsTheFlagsItIsGiven) {
+  DB *pDb = BerkDb_OpenFile((home_ + "/one.db").c_str(), DB_DUPSORT);
+  ASSERT_NE(pDb, nullptr);
+  u_int32_t flags = 0;
+  EXPECT_EQ(pDb->get_flags(pDb, &flags), 0);
+  EXPECT_NE(flags & DB_DUPSORT, 0u);
+  BerkDb_CloseFile(&pDb);
+}
+
+TEST_F(SingleFile, Open_WithoutAHandle_SaysFail) {
+  const FailCall fail("db_create", 1);
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_OpenFile((home_ + "/one.db").c_str(), 0), nullptr);
+  EXPECT_EQ(err.Take(), "Fail: Cannot allocate memory\n");
+}
+
+TEST_F(SingleFile, Open_InAMissingFolder_ReportsAndReturnsNull) {
+  const std::string path = home_ + "/missing/one.db";
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_OpenFile(path.c_str(), 0), nullptr);
+  const std::string said = err.Take();
+  EXPECT_NE(said.find("Database '" + path + "' open failed: No such file or directory\n"), std::string::npos) << said;
+}
+
+TEST_F(SingleFile, Open_WithFlagsThatNoTableHas_ReportsAndReturnsNull) {
+  const std::string path = home_ + "/one.db";
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_OpenFile(path.c_str(), 0x80000000u), nullptr);
+  const std::string said = err.Take();
+  EXPECT_NE(said.find("Database '" + path + "' set_flags() failed: Invalid argument\n"), std::string::npos) << said;
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(SingleFile, Close_OfNothing_IsASuccess) {
+  DB *pDb = nullptr;
+  EXPECT_EQ(BerkDb_CloseFile(&pDb), 1);
+}
+
+TEST_F(SingleFile, Close_ThatFails_ReportsAndKeepsThePointer) {
+  DB *pDb = BerkDb_OpenFile((home_ + "/one.db").c_str(), 0);
+  ASSERT_NE(pDb, nullptr);
+  static decltype(pDb->close) s_realClose;
+  s_realClose = pDb->close;
+  pDb->close = [](DB *pOpen, u_int32_t flags) {
+    s_realClose(pOpen, flags);
+    return EIO;
+  };
+  DB *pGiven = pDb;
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_CloseFile(&pGiven), 0);
+  EXPECT_EQ(err.Take(), "database close failed: Input/output error\n");
+  EXPECT_EQ(pGiven, pDb);
+}
+
+}  // namespace

@@ -1,0 +1,144 @@
+// How the tables and their indexes are ordered, and the secondary keys that their records get.
+
+#include <db.h>
+#include <devsupport/db/BerkeleyDB.h>
+#include <devsupport/db/DbRecord.h>
+
+#include <string>
+
+#include "db/Store.h"
+
+namespace {
+
+using namespace devsupport::test;
+
+class Indexes : public StoreTest {};
+
+TEST_F(Indexes, TbDm_RunsDownwards) {
+  Open();
+  for (const char *key : {"a", "c", "b", "ab"}) ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, key, key), BERKDB_OK);
+  BerkDb_Close();
+  Records keys = Dump("tb_dm");
+  EXPECT_EQ(
+      keys,
+      (Records{{Text("c"), Text("c")}, {Text("b"), Text("b")}, {Text("ab"), Text("ab")}, {Text("a"), Text("a")}}));
+  EXPECT_TRUE(Verify());
+}
+
+TEST_F(Indexes, StbPb_KeyIsTheTextBeforeTheSemicolonWithoutTerminator) {
+  Open();
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123;x"), BERKDB_OK);
+  BerkDb_Close();
+  EXPECT_EQ(Dump("stb_pb"), (Records{{Raw("123"), Text("Bob\0"
+                                                       "262")}}));
+}
+
+TEST_F(Indexes, StbPb_KeyWithoutSemicolonIsTheWholeTextWithTerminator) {
+  Open();
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123"), BERKDB_OK);
+  BerkDb_Close();
+  EXPECT_EQ(Dump("stb_pb"), (Records{{Text("123"), Text("Bob\0"
+                                                        "262")}}));
+}
+
+TEST_F(Indexes, StbPb_KeyOfAValueWithoutTerminatorIsTheWholeValue) {
+  Open();
+  ASSERT_EQ(BerkDb_Put(g_uDb.tb_pb, "Bob", "123", 3), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Put(g_uDb.tb_pb, "Empty", nullptr, 0), BERKDB_OK);
+  BerkDb_Close();
+  EXPECT_EQ(Dump("stb_pb"), (Records{{"", Text("Empty")}, {Raw("123"), Text("Bob")}}));
+}
+
+TEST_F(Indexes, Stb1Pb_KeyIsTheDigitsWithTerminator) {
+  Open();
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "x"), BERKDB_OK);
+  BerkDb_Close();
+  EXPECT_EQ(Dump("stb_1_pb"), (Records{{Text("26201"), Text("Bob 1\0"
+                                                            "26201")}}));
+}
+
+TEST_F(Indexes, Stb1Pb_KeyOfARecordWithoutDigitsIsEmpty) {
+  Open();
+  ASSERT_EQ(BerkDb_Put(g_uDb.tb_pb, "Bob", "x", 2), BERKDB_OK);
+  BerkDb_Close();
+  EXPECT_EQ(Dump("stb_1_pb"), (Records{{"", Text("Bob")}}));
+}
+
+TEST_F(Indexes, StbRoute_KeyIsTheFirstThreeBytesOfTheRoutesKey) {
+  Open();
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_route,
+                       "\x01"
+                       "23456",
+                       "x"),
+            BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_route, "", "one byte"), BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_route, "\x02", "two bytes"), BERKDB_OK);
+  BerkDb_Close();
+  EXPECT_EQ(Dump("stb_route"), (Records{{Raw("\0"), Text("")},
+                                        {Raw("\x01"
+                                             "23"),
+                                         Text("\x01"
+                                              "23456")},
+                                        {Raw("\x02\0"), Text("\x02")}}));
+  EXPECT_TRUE(IndexesAgree());
+}
+
+TEST_F(Indexes, StbRoute_DuplicatesRunDownwardsByNumberAsTextAndRest) {
+  Open();
+  // Same first three bytes, so duplicates of one another in the index; of different length and end.
+  for (const char *key : {"\x05"
+                          "12",
+                          "\x05"
+                          "129",
+                          "\x05"
+                          "12a",
+                          "\x05"
+                          "120"}) {
+    ASSERT_EQ(BerkDb_Set(g_uDb.tb_route, key, "x"), BERKDB_OK);
+  }
+  BerkDb_Close();
+  const std::string group =
+      "\x05"
+      "12";
+  EXPECT_EQ(Dump("stb_route"), (Records{{group, Text("\x05"
+                                                     "12a")},
+                                        {group, Text("\x05"
+                                                     "129")},
+                                        {group, Text("\x05"
+                                                     "120")},
+                                        {group, Text("\x05"
+                                                     "12")}}));
+}
+
+TEST_F(Indexes, StbRoute_LongRoutesThatBeginAlikeAreNotTakenForOne) {
+  Open();
+  const std::string begin =
+      "\x80"
+      "12345678901234567890";
+  for (const char *end : {"a", "b", "c"})
+    ASSERT_EQ(BerkDb_Set(g_uDb.tb_route, (begin + end).c_str(), end), BERKDB_OK);
+  BerkDb_Close();
+  EXPECT_EQ(Dump("stb_route").size(), 3u);
+  EXPECT_TRUE(IndexesAgree());
+}
+
+TEST_F(Indexes, StbRoute_IsBuiltFromTheRoutesWhenItIsEmpty) {
+  Open();
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_route,
+                       "\x01"
+                       "23456",
+                       "x"),
+            BERKDB_OK);
+  BerkDb_Close();
+  DB *pFile = nullptr;
+  ASSERT_EQ(db_create(&pFile, nullptr, 0), 0);
+  ASSERT_EQ(pFile->remove(pFile, FilePath().c_str(), "stb_route", 0), 0);
+  Open();
+  BerkDb_Close();
+  EXPECT_EQ(Dump("stb_route"), (Records{{Raw("\x01"
+                                             "23"),
+                                         Text("\x01"
+                                              "23456")}}));
+}
+
+}  // namespace

@@ -1,0 +1,257 @@
+// A store that cannot be opened: the code and the report of each cause, and the store's error output.
+
+#include <db.h>
+#include <devsupport/db/BerkeleyDB.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "db/Store.h"
+#include "db/for_project/OpenReport.h"
+#include "support/CapturedOutput.h"
+#include "support/Child.h"
+#include "support/FaultInjection.h"
+
+DEVSUPPORT_FAULT_POINT(int, db_env_create, (DB_ENV * *ppEnv, u_int32_t flags), (ppEnv, flags), ENOMEM, 0)
+
+namespace {
+
+using namespace devsupport::test;
+
+// What the n-th handle that the store makes does wrong; counted from 1, 0 = none does.
+int g_badHandle = 0;
+int g_handles = 0;
+void (*g_spoil)(DB *) = nullptr;
+
+void SpoilHandle(int nth, void (*spoil)(DB *)) {
+  g_badHandle = nth;
+  g_handles = 0;
+  g_spoil = spoil;
+}
+
+}  // namespace
+
+extern "C" int __real_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
+extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
+extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags) {
+  const bool bad = ++g_handles == g_badHandle;
+  if (bad && g_spoil == nullptr) return ENOMEM;
+  const int result = __real_db_create(ppDb, pEnv, flags);
+  if (bad) g_spoil(*ppDb);
+  return result;
+}
+
+namespace {
+
+class FailedOpen : public StoreTest {};
+
+TEST_F(FailedOpen, WithoutItsHome_IsCode1AndLeavesNothingBehind) {
+  const std::string missing = home_ + "/missing";
+  CapturedOutput err(stderr);
+  std::int32_t result = -4711;
+  EXPECT_EQ(BerkDb_Open(missing.c_str(), nullptr, &result), 0);
+  EXPECT_EQ(err.Take(), "FAIL to open environment " + missing + ": No such file or directory" + kSourceLine);
+  EXPECT_EQ(result, BERKDB_OPEN_ENVIRONMENT);
+  EXPECT_FALSE(std::filesystem::exists(missing));
+}
+
+TEST_F(FailedOpen, AfterAFailedOne_WorksOnceThatIsClosed) {
+  CapturedOutput err(stderr);
+  ASSERT_EQ(BerkDb_Open((home_ + "/missing").c_str(), nullptr, nullptr), 0);
+  EXPECT_NE(BerkDb_GetEnv(), nullptr);
+  EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, nullptr), 0);
+  BerkDb_Close();
+  EXPECT_EQ(BerkDb_GetEnv(), nullptr);
+  err.Take();
+  Open();
+}
+
+TEST_F(FailedOpen, OfAFileThatIsNoDatabase_IsCode3AndNamesTheFirstTable) {
+  std::ofstream(FilePath()) << std::string(10000, 'x');
+  CapturedOutput err(stderr);
+  std::int32_t result = -4711;
+  EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &result), 0);
+  const std::string said = err.Take();
+  EXPECT_EQ(result, BERKDB_OPEN_TABLE);
+  EXPECT_NE(said.find("FAIL to open database tb_parameter: Invalid argument" + kSourceLine), std::string::npos)
+      << said;
+  EXPECT_NE(g_uDb.tb_parameter, nullptr) << "only closing clears what a failed open left";
+  EXPECT_EQ(g_uDb.tb_dm, nullptr);
+  BerkDb_Close();
+  std::filesystem::remove(FilePath());
+  Open();
+}
+
+TEST_F(FailedOpen, OfATableWithAnotherKindOfContent_IsCode3AndNamesThatTable) {
+  Open();
+  BerkDb_Close();
+  // The same file with tb_dm as a hash table.
+  DB *pFile = nullptr;
+  ASSERT_EQ(db_create(&pFile, nullptr, 0), 0);
+  ASSERT_EQ(pFile->remove(pFile, FilePath().c_str(), "tb_dm", 0), 0);
+  ASSERT_EQ(db_create(&pFile, nullptr, 0), 0);
+  ASSERT_EQ(pFile->open(pFile, nullptr, FilePath().c_str(), "tb_dm", DB_HASH, DB_CREATE, 0), 0);
+  pFile->close(pFile, 0);
+  CapturedOutput err(stderr);
+  std::int32_t result = -4711;
+  EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &result), 0);
+  const std::string said = err.Take();
+  EXPECT_EQ(result, BERKDB_OPEN_TABLE);
+  EXPECT_NE(said.find("FAIL to open database tb_dm: "), std::string::npos) << said;
+  EXPECT_NE(g_uDb.tb_tone, nullptr) << "tables opened before stay open";
+}
+
+TEST_F(FailedOpen, WithoutTheRightToTheFile_IsCode3) {
+  std::ofstream(FilePath()) << "somebody's";
+  ASSERT_EQ(::chmod(FilePath().c_str(), 0), 0);
+  ASSERT_EQ(::chmod(home_.c_str(), 0777), 0);
+  Child stranger([&] {
+    if (::getuid() == 0 && ::setuid(65534) != 0) return 1;
+    CapturedOutput err(stderr);
+    std::int32_t result = -4711;
+    const int opened = BerkDb_Open(home_.c_str(), nullptr, &result);
+    const std::string said = err.Take();
+    EXPECT_EQ(opened, 0);
+    EXPECT_EQ(result, BERKDB_OPEN_TABLE) << said;
+    EXPECT_NE(said.find("FAIL to open database tb_parameter: Permission denied" + kSourceLine), std::string::npos)
+        << said;
+    BerkDb_Close();
+    return 0;
+  });
+  EXPECT_EQ(stranger.Wait(), 0);
+}
+
+TEST_F(FailedOpen, WithoutTheRightToTheHome_IsCode1) {
+  ASSERT_EQ(::chmod(home_.c_str(), 0), 0);
+  Child stranger([&] {
+    if (::getuid() == 0 && ::setuid(65534) != 0) return 1;
+    CapturedOutput err(stderr);
+    std::int32_t result = -4711;
+    const int opened = BerkDb_Open(home_.c_str(), nullptr, &result);
+    EXPECT_EQ(err.Take(), "FAIL to open environment " + home_ + ": Permission denied" + kSourceLine);
+    EXPECT_EQ(opened, 0);
+    EXPECT_EQ(result, BERKDB_OPEN_ENVIRONMENT);
+    BerkDb_Close();
+    return 0;
+  });
+  EXPECT_EQ(stranger.Wait(), 0);
+  ::chmod(home_.c_str(), 0700);
+}
+
+class SpoiltHandle : public StoreTest {
+ protected:
+  void TearDown() override {
+    SpoilHandle(0, nullptr);
+    StoreTest::TearDown();
+  }
+
+  // Opens the store with a bad n-th handle: 1 to 8 are the generic tables, then come the others in their order.
+  void OpenWith(int nth, void (*spoil)(DB *), int code, const std::string &report) {
+    SpoilHandle(nth, spoil);
+    CapturedOutput err(stderr);
+    std::int32_t result = -4711;
+    const int opened = BerkDb_Open(home_.c_str(), nullptr, &result);
+    EXPECT_EQ(err.Take(), report + kSourceLine);
+    EXPECT_EQ(opened, 0);
+    EXPECT_EQ(result, code);
+    SpoilHandle(0, nullptr);
+    BerkDb_Close();
+    Open();
+  }
+
+  static void NoFlags(DB *pDb) {
+    pDb->set_flags = [](DB *, u_int32_t) { return EINVAL; };
+  }
+  static void NoOrder(DB *pDb) {
+    pDb->set_bt_compare = [](DB *, int (*)(DB *, const DBT *, const DBT *)) { return EINVAL; };
+    pDb->set_dup_compare = [](DB *, int (*)(DB *, const DBT *, const DBT *)) { return EINVAL; };
+  }
+};
+
+TEST_F(SpoiltHandle, OfTheEnvironment_IsCode1OnStandardError) {
+  const FailCall fail("db_env_create", 1);
+  CapturedOutput err(stderr);
+  std::int32_t result = -4711;
+  EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &result), 0);
+  EXPECT_EQ(err.Take(), "FAIL to create environment: (12) Cannot allocate memory\n");
+  EXPECT_EQ(result, BERKDB_OPEN_ENVIRONMENT);
+  EXPECT_EQ(BerkDb_GetEnv(), nullptr);
+}
+
+TEST_F(SpoiltHandle, ThatCannotBeCreated_IsCode2) {
+  OpenWith(1, nullptr, 2, "FAIL to create database tb_parameter: Cannot allocate memory");
+}
+TEST_F(SpoiltHandle, OfTbDmThatCannotBeCreated_IsCode2) {
+  OpenWith(9, nullptr, 2, "FAIL to create database tb_dm: Cannot allocate memory");
+}
+TEST_F(SpoiltHandle, OfStbRouteThatCannotBeCreated_IsCode2) {
+  OpenWith(13, nullptr, 2, "FAIL to create database stb_route: Cannot allocate memory");
+}
+TEST_F(SpoiltHandle, OfTbDmWithoutItsOrder_IsCode4) {
+  OpenWith(9, NoOrder, 4, "FAIL to set btree compare function of database tb_dm: Invalid argument");
+}
+TEST_F(SpoiltHandle, OfStbPbWithoutItsFlags_IsCode5) {
+  OpenWith(10, NoFlags, 5, "FAIL to set flags for secondary database stb_pb: Invalid argument");
+}
+TEST_F(SpoiltHandle, OfStb1PbWithoutItsFlags_IsCode5) {
+  OpenWith(11, NoFlags, 5, "FAIL to set flags for secondary database stb_1_pb: Invalid argument");
+}
+TEST_F(SpoiltHandle, OfStbRouteWithoutItsFlags_IsCode5) {
+  OpenWith(13, NoFlags, 5, "FAIL to set flags for secondary database stb_route: Invalid argument");
+}
+TEST_F(SpoiltHandle, OfStbRouteWithoutItsOrder_IsCode4) {
+  OpenWith(13, NoOrder, 4, "FAIL to set btree compare function of database stb_route: Invalid argument");
+}
+
+// --- the report of each code
+
+class OpenReport : public StoreTest {
+ protected:
+  std::string Report(DB *pDb, int code) {
+    CapturedOutput err(stderr);
+    devsupport::store::ReportOpenFailure(BerkDb_GetEnv(), pDb, code, ENOMEM, "tb_x");
+    return err.Take();
+  }
+};
+
+TEST_F(OpenReport, OfEachCode_NamesTheTable) {
+  Open();
+  const std::string end = ": Cannot allocate memory" + kSourceLine;
+  EXPECT_EQ(Report(nullptr, 2), "FAIL to create database tb_x" + end);
+  EXPECT_EQ(Report(g_uDb.tb_dm, 3), "FAIL to open database tb_x" + end);
+  EXPECT_EQ(Report(g_uDb.tb_dm, 4), "FAIL to set btree compare function of database tb_x" + end);
+  EXPECT_EQ(Report(g_uDb.tb_dm, 5), "FAIL to set flags for secondary database tb_x" + end);
+}
+
+TEST_F(OpenReport, OfAnyOtherCode_SaysThatItIsLost) {
+  Open();
+  EXPECT_EQ(Report(g_uDb.tb_dm, 17), "BerkDb_Open: loss switch case, nCase=17  \\db/for_project/BerkeleyDB 499\n");
+}
+
+// --- the error callback
+
+std::string Said(const char *message) {
+  CapturedOutput err(stderr);
+  BerkDb_ErrCall(nullptr, "prefix", message);
+  return err.Take();
+}
+
+TEST(ErrCall, PrintsTheMessageAndItsSource) { EXPECT_EQ(Said("no space"), "no space" + kSourceLine); }
+
+TEST(ErrCall, TakesADoublePercentForOne) { EXPECT_EQ(Said("100%% of %%d"), "100% of %d" + kSourceLine); }
+
+TEST(ErrCall, PrintsEveryOtherPercentAsItStands) {
+  EXPECT_EQ(Said("%s %n %d% %5$s %"), "%s %n %d% %5$s %" + kSourceLine);
+  EXPECT_EQ(Said("%%%s"), "%%s" + kSourceLine);
+}
+
+TEST(ErrCall, WithoutAMessage_PrintsTheSource) {
+  EXPECT_EQ(Said(""), kSourceLine);
+  EXPECT_EQ(Said(nullptr), kSourceLine);
+}
+
+}  // namespace
