@@ -1,8 +1,11 @@
-// The lock around the store's shared memory: a robust mutex in a segment of its own, with a queue in front of it.
+// The lock around the store's shared memory: a robust mutex in a segment of its own, with a queue in front of it; or
+// a semaphore, where the system has no robust mutexes (user-mode emulators have none).
 
 #include "StoreGate.h"
 
 #include <db.h>
+#include <devsupport/ipc/Semaphore.h>
+#include <sys/sem.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -31,6 +34,20 @@ bool InitialiseMutex(pthread_mutex_t *pMutex) {
   return bDone;
 }
 
+// A new semaphore in the place of what an earlier gate left there. Returns its identifier or -1.
+std::int32_t MakeSemaphore() {
+  Semaphore_Close(Semaphore_Create(StoreGate::kKey));
+  return Semaphore_Create(StoreGate::kKey);
+}
+
+// Makes the gate's lock. All processes find in the record which one it is.
+bool InitialiseLock(GateRecord &record) {
+  record.nSemId = GateRecord::kNoSemaphore;
+  if (InitialiseMutex(&record.queue) && InitialiseMutex(&record.inside)) return true;
+  record.nSemId = MakeSemaphore();
+  return record.nSemId != GateRecord::kNoSemaphore;
+}
+
 timespec EndOfSlice(long nMs) {
   timespec end;
   clock_gettime(CLOCK_REALTIME, &end);
@@ -51,6 +68,18 @@ int LockWithin(pthread_mutex_t *pMutex, Patience &patience) {
     const timespec end = EndOfSlice(std::min(nLeft, kSliceMs));
     const int nError = pthread_mutex_timedlock(pMutex, &end);
     if (nError != ETIMEDOUT) return nError;
+  }
+}
+
+// Waits for the semaphore, which the kernel hands out in the order of asking. False when it cannot be had in time.
+bool TakeWithin(std::int32_t nSemId, Patience &patience) {
+  for (;;) {
+    const long nLeft = patience.LeftMs();
+    if (nLeft <= 0) return false;
+    const timespec wait = {nLeft / kMsPerSecond, nLeft % kMsPerSecond * kNsPerMs};
+    sembuf take = {0, -1, SEM_UNDO};
+    if (semtimedop(nSemId, &take, 1, &wait) == 0) return true;
+    if (errno != EINTR && errno != EAGAIN) return false;
   }
 }
 
@@ -84,7 +113,7 @@ bool StoreGate::Attach(bool bFirst) {
   auto *pRecord = static_cast<GateRecord *>(pShared);
   if (bFirst || pRecord->dwReady != kGateReady) {
     pRecord = ::new (pShared) GateRecord{};
-    if (!InitialiseMutex(&pRecord->queue) || !InitialiseMutex(&pRecord->inside)) {
+    if (!InitialiseLock(*pRecord)) {
       int bWasLast = 0;
       ShareMem_Close(&segment_, 0, &bWasLast);
       return false;
@@ -118,6 +147,20 @@ int StoreGate::EnterQueued(Patience &patience) {
   }
   pRecord_->dwQueued.fetch_sub(1, std::memory_order_relaxed);
   return Admit(nError);
+}
+
+// The kernel gives the semaphore back for the dead, but tells nobody. So whoever is inside says so, and who finds it
+// said by another one knows that he died there.
+int StoreGate::EnterBySemaphore(Patience &patience) {
+  if (!TakeWithin(pRecord_->nSemId, patience)) return DB_LOCK_NOTGRANTED;
+  if (pRecord_->dwInside.exchange(1) == 0) return 0;
+  Semaphore_Unlock(pRecord_->nSemId);
+  return DB_RUNRECOVERY;
+}
+
+void StoreGate::LeaveBySemaphore() {
+  pRecord_->dwInside.store(0);
+  Semaphore_Unlock(pRecord_->nSemId);
 }
 
 // The dead one may have left anything behind, so the gate lets nobody in any more, until the next first opener makes

@@ -1,7 +1,7 @@
 // The store's own lock around everything that a process does inside the shared memory. It is there for the case that
 // the library cannot deal with: a process killed while it holds one of the library's mutexes, for which all others
 // would wait without end. The kernel gives this lock up for the dead, and tells the next one who asks
-// (docs/decisions/store-locking.md).
+// (docs/decisions/store-locking.md). A system without robust mutexes gets a semaphore instead.
 #pragma once
 
 #include <devsupport/ipc/ShareMem.h>
@@ -37,8 +37,12 @@ struct GateRecord {
   std::uint32_t dwDeaths;               // somebody died inside
   std::uint32_t dwChanges;              // since the gate is new; these two belong to the one that is inside
   std::atomic<std::uint32_t> dwQueued;  // processes that wait, or died waiting
+  std::int32_t nSemId;                  // the semaphore that stands in for the mutexes, or kNoSemaphore
+  std::atomic<std::uint32_t> dwInside;  // with the semaphore: 1 while somebody is inside, and for good when he died
   pthread_mutex_t queue;                // held by the one that is next
   pthread_mutex_t inside;               // held by the one that is inside
+
+  static constexpr std::int32_t kNoSemaphore = -1;
 };
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free, "shared between processes");
 static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t), "shared between processes");
@@ -58,6 +62,8 @@ class StoreGate {
   /// DB_RUNRECOVERY when somebody died inside, DB_LOCK_NOTGRANTED when the patience is over.
   int Enter(Patience &patience) {
     if (pRecord_ == nullptr) return 0;  // a table outside the environment
+    if (pRecord_->nSemId != GateRecord::kNoSemaphore) [[unlikely]]
+      return EnterBySemaphore(patience);
     if (pRecord_->dwQueued.load(std::memory_order_relaxed) != 0) return EnterQueued(patience);
     const int nError = pthread_mutex_trylock(&pRecord_->inside);
     return nError == EBUSY ? EnterQueued(patience) : Admit(nError);
@@ -67,11 +73,16 @@ class StoreGate {
   bool CountChange(std::uint32_t dwEvery) { return pRecord_ != nullptr && ++pRecord_->dwChanges % dwEvery == 0; }
 
   void Leave() {
-    if (pRecord_ != nullptr) pthread_mutex_unlock(&pRecord_->inside);
+    if (pRecord_ == nullptr) return;
+    if (pRecord_->nSemId != GateRecord::kNoSemaphore) [[unlikely]]
+      return LeaveBySemaphore();
+    pthread_mutex_unlock(&pRecord_->inside);
   }
 
  private:
   int EnterQueued(Patience &patience);
+  int EnterBySemaphore(Patience &patience);
+  void LeaveBySemaphore();
 
   /// What becomes of a caller whose lock of the mutex inside ended like this.
   int Admit(int nError) {

@@ -2,16 +2,24 @@
 
 #include <db.h>
 #include <devsupport/ipc/ShareMem.h>
+#include <pthread.h>
+#include <sys/sem.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "db/Store.h"
 #include "db/for_project/StoreGate.h"
 #include "support/Child.h"
+#include "support/FaultInjection.h"
+
+DEVSUPPORT_FAULT_POINT(int, pthread_mutex_init, (pthread_mutex_t * pMutex, const pthread_mutexattr_t *pAttributes),
+                       (pMutex, pAttributes), ENOTSUP, 0)
 
 namespace {
 
@@ -22,12 +30,47 @@ using devsupport::store::Inside;
 using devsupport::store::Patience;
 using devsupport::store::StoreGate;
 
-class Gate : public StoreTest {
+enum class Lock { kMutex, kSemaphore };
+
+// The gate's segment, as another process sees it.
+class Record {
+ public:
+  Record() {
+    int bCreated = 0;
+    pRecord_ =
+        static_cast<const GateRecord *>(ShareMem_Create(StoreGate::kKey, sizeof(GateRecord), &segment_, &bCreated));
+  }
+  ~Record() {
+    int bWasLast = 0;
+    ShareMem_Close(&segment_, 0, &bWasLast);
+  }
+  Record(const Record &) = delete;
+  Record &operator=(const Record &) = delete;
+
+  bool HasSemaphore() const { return pRecord_->nSemId != GateRecord::kNoSemaphore; }
+  bool SomebodyWaits() const {
+    return HasSemaphore() ? ::semctl(pRecord_->nSemId, 0, GETNCNT) > 0 : pRecord_->dwQueued != 0;
+  }
+
+ private:
+  TShareMem segment_{};
+  const GateRecord *pRecord_ = nullptr;
+};
+
+// Attaches the gate as the first one, with or without robust mutexes in the system.
+bool AttachFirst(Lock lock) {
+  if (lock == Lock::kMutex) return g_gate.Attach(true);
+  const FailCall noRobustMutexes("pthread_mutex_init", FailCall::kEvery);
+  return g_gate.Attach(true);
+}
+
+class Gate : public StoreTest, public ::testing::WithParamInterface<Lock> {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
     if (IsSkipped()) return;
-    ASSERT_TRUE(g_gate.Attach(true));
+    ASSERT_TRUE(AttachFirst(GetParam()));
+    ASSERT_EQ(Record().HasSemaphore(), GetParam() == Lock::kSemaphore);
   }
   void TearDown() override {
     g_gate.Detach();
@@ -52,17 +95,17 @@ class Gate : public StoreTest {
   }
 };
 
-TEST_F(Gate, WhenFree_LetsIn) {
+TEST_P(Gate, WhenFree_LetsIn) {
   EXPECT_EQ(Enter(), 0);
   EXPECT_EQ(Enter(), 0);
 }
 
-TEST_F(Gate, WhenDetached_IsNoObstacle) {
+TEST_P(Gate, WhenDetached_IsNoObstacle) {
   g_gate.Detach();
   EXPECT_EQ(Enter(), 0);
 }
 
-TEST_F(Gate, WhenSomebodyDiedInside_StaysShutForAll) {
+TEST_P(Gate, WhenSomebodyDiedInside_StaysShutForAll) {
   DieInside();
   EXPECT_EQ(Enter(), DB_RUNRECOVERY);
   EXPECT_EQ(Enter(), DB_RUNRECOVERY);
@@ -70,7 +113,7 @@ TEST_F(Gate, WhenSomebodyDiedInside_StaysShutForAll) {
   EXPECT_EQ(other.Wait(), 0);
 }
 
-TEST_F(Gate, WhenSomebodyDiesInside_LetsTheWaitingKnow) {
+TEST_P(Gate, WhenSomebodyDiesInside_LetsTheWaitingKnow) {
   Event inside;
   Child victim([&] {
     Patience patience;
@@ -87,37 +130,33 @@ TEST_F(Gate, WhenSomebodyDiesInside_LetsTheWaitingKnow) {
   for (Child &child : waiting) EXPECT_EQ(child.Wait(), 0);
 }
 
-TEST_F(Gate, AttachedAgainByALaterOne_StaysShut) {
+TEST_P(Gate, AttachedAgainByALaterOne_StaysShut) {
   DieInside();
   Child later([] { return g_gate.Attach(false) && Enter() == DB_RUNRECOVERY ? 0 : 1; });
   EXPECT_EQ(later.Wait(), 0);
 }
 
-TEST_F(Gate, AttachedByTheFirstOne_IsNew) {
+TEST_P(Gate, AttachedByTheFirstOne_IsNew) {
   DieInside();
   g_gate.Detach();
-  ASSERT_TRUE(g_gate.Attach(true));
+  ASSERT_TRUE(AttachFirst(GetParam()));
   EXPECT_EQ(Enter(), 0);
 }
 
-TEST_F(Gate, WhenSomebodyDiesWaiting_StillLetsIn) {
+TEST_P(Gate, WhenSomebodyDiesWaiting_StillLetsIn) {
   Patience patience;
   ASSERT_EQ(g_gate.Enter(patience), 0);
-  int bCreated = 0;
-  TShareMem segment{};
-  const auto *pRecord =
-      static_cast<const GateRecord *>(ShareMem_Create(StoreGate::kKey, sizeof(GateRecord), &segment, &bCreated));
+  const Record record;
   Child victim([] { return Enter(); });
-  while (pRecord->dwQueued == 0) std::this_thread::yield();
+  while (!record.SomebodyWaits()) std::this_thread::yield();
   victim.Signal(SIGKILL);
   victim.Wait();
   g_gate.Leave();
   EXPECT_EQ(Enter(), 0);
   EXPECT_EQ(Enter(), 0);
-  ShareMem_Close(&segment, 0, &bCreated);
 }
 
-TEST_F(Gate, LetsOneInAtATime) {
+TEST_P(Gate, LetsOneInAtATime) {
   int inside = 0;
   std::atomic<int> most{0};
   std::vector<std::thread> threads;
@@ -138,12 +177,39 @@ TEST_F(Gate, LetsOneInAtATime) {
   EXPECT_EQ(most, 1);
 }
 
-TEST_F(Gate, WhenSomebodyDoesNotLeave_LetsTheOthersGiveUp) {
+TEST_P(Gate, WhenSomebodyDoesNotLeave_LetsTheOthersGiveUp) {
   Patience patience;
   ASSERT_EQ(g_gate.Enter(patience), 0);
   std::thread([] { EXPECT_EQ(Enter(), DB_LOCK_NOTGRANTED); }).join();
   g_gate.Leave();
   EXPECT_EQ(Enter(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(By, Gate, ::testing::Values(Lock::kMutex, Lock::kSemaphore),
+                         [](const auto &lock) { return lock.param == Lock::kMutex ? "Mutex" : "Semaphore"; });
+
+class NoRobustMutexes : public StoreTest {};
+
+TEST_F(NoRobustMutexes, Store_WorksForAllAndOutlivesANeighbour) {
+  Event stored;
+  Child neighbour([&] {
+    const FailCall noRobustMutexes("pthread_mutex_init", FailCall::kEvery);
+    if (BerkDb_Open(home_.c_str(), nullptr, nullptr) != 1) return 1;
+    if (BerkDb_Set(g_uDb.tb_tone, "k", "theirs") != BERKDB_OK) return 2;
+    stored.Announce();
+    ::pause();
+    return 3;
+  });
+  stored.Wait();
+  Open();
+  EXPECT_TRUE(Record().HasSemaphore());
+  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "theirs");
+  neighbour.Signal(SIGKILL);
+  neighbour.Wait();
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "ours"), BERKDB_OK);
+  Reopen();
+  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "ours");
+  EXPECT_FALSE(Record().HasSemaphore()) << "the next first opener has them again";
 }
 
 }  // namespace
