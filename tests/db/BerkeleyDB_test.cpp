@@ -151,6 +151,9 @@ TEST_F(Store, Open_ConfiguresTheTables) {
     u_int32_t page = 9;
     u_int32_t flags = 9;
     DBTYPE type = DB_UNKNOWN;
+    const char *pPrefix = nullptr;
+    pDb->get_errpfx(pDb, &pPrefix);
+    EXPECT_STREQ(pPrefix, "BerkDb_Open") << row.pName;
     EXPECT_EQ(pDb->get_pagesize(pDb, &page), 0);
     EXPECT_EQ(page, 2048u) << row.pName;
     EXPECT_EQ(pDb->get_type(pDb, &type), 0);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "db/Store.h"
+#include "db/for_project/DbIndexes.h"
 
 namespace {
 
@@ -108,6 +109,33 @@ TEST_F(Indexes, StbRoute_DuplicatesRunDownwardsByNumberAsTextAndRest) {
                                                      "120")},
                                         {group, Text("\x05"
                                                      "12")}}));
+}
+
+TEST(RouteOrder, TakesTheFirstByteAsASignedNumber) {
+  const auto compare = [](std::string a, std::string b) {
+    DBT recordA = {};
+    recordA.data = a.data();
+    recordA.size = static_cast<u_int32_t>(a.size());
+    DBT recordB = {};
+    recordB.data = b.data();
+    recordB.size = static_cast<u_int32_t>(b.size());
+    return devsupport::store::CompareStbRouteDuplicates(nullptr, &recordA, &recordB);
+  };
+  EXPECT_LT(compare(Text("\x01"), Text("\xFF")), 0) << "downwards: 1 comes before -1";
+  EXPECT_GT(compare(Text("\xFF"), Text("\x01")), 0);
+  EXPECT_LT(compare(Text("\x02"), Text("\x0A")), 0) << "as texts, downwards: 2 comes before 10";
+  EXPECT_GT(compare(Text("\x05"
+                         "x"),
+                    Text("\x05"
+                         "y")),
+            0);
+  EXPECT_EQ(compare(Text("\x80"
+                         "x"),
+                    Raw("\x80"
+                        "x")),
+            0)
+      << "with a terminator or without";
+  EXPECT_LT(compare(Text("\x05"), Raw("")), 0) << "a record without a byte comes last";
 }
 
 TEST_F(Indexes, StbRoute_LongRoutesThatBeginAlikeAreNotTakenForOne) {

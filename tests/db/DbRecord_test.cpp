@@ -411,6 +411,27 @@ TEST_F(Record, PGet_IntoBuffersThatFitExactly_Works) {
   EXPECT_EQ(BerkDb_PGet(g_uDb.stb_1_pb, "262", 0, primary, 8, value, 7), BERKDB_BUFFER_SMALL);
 }
 
+TEST_F(Record, PGet_OfTextsWithoutTerminator_EndsThemWhereTheirRecordsEnd) {
+  // Our own operations terminate every key; this record is somebody else's.
+  char name[] = {'B', 'o', 'b'};
+  char number[] = {'1', ';', 'x'};
+  DBT key = {};
+  key.data = name;
+  key.size = sizeof name;
+  key.flags = DB_DBT_READONLY;
+  DBT data = {};
+  data.data = number;
+  data.size = sizeof number;
+  ASSERT_EQ(g_uDb.tb_pb->put(g_uDb.tb_pb, nullptr, &key, &data, 0), 0);
+  char primary[8];
+  char value[8];
+  std::memset(primary, '#', sizeof primary);
+  std::memset(value, '#', sizeof value);
+  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "1", 1, primary, 8, value, 8), BERKDB_OK);
+  EXPECT_EQ(std::string(primary, 8), Raw("Bob\0####"));
+  EXPECT_EQ(std::string(value, 8), Raw("1;x\0####"));
+}
+
 TEST_F(Record, PGet_OnAnotherTableOrWithoutABuffer_Is9) {
   char buffer[8] = "#";
   EXPECT_EQ(BerkDb_PGet(nullptr, "k", 0, buffer, 8, buffer, 8), BERKDB_NO_TABLE);

@@ -156,6 +156,26 @@ TEST_P(Gate, WhenSomebodyDiesWaiting_StillLetsIn) {
   EXPECT_EQ(Enter(), 0);
 }
 
+TEST_P(Gate, WaitThatASignalInterrupts_GoesOn) {
+  Patience patience;
+  ASSERT_EQ(g_gate.Enter(patience), 0);
+  static const Event *s_pInterrupted;
+  const Event interrupted;
+  s_pInterrupted = &interrupted;
+  Child waiting([] {
+    struct sigaction action = {};
+    action.sa_handler = [](int) { s_pInterrupted->Announce(); };
+    ::sigaction(SIGUSR1, &action, nullptr);
+    return Enter();
+  });
+  const Record record;
+  while (!record.SomebodyWaits()) std::this_thread::yield();
+  waiting.Signal(SIGUSR1);
+  interrupted.Wait();
+  g_gate.Leave();
+  EXPECT_EQ(waiting.Wait(), 0);
+}
+
 TEST_P(Gate, LetsOneInAtATime) {
   int inside = 0;
   std::atomic<int> most{0};
