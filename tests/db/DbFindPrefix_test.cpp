@@ -165,6 +165,11 @@ TEST_F(Prefix, AtARecordLargerThanTheFields_Ends) {
   EXPECT_EQ(Keys(g_uDb.tb_parameter, ""), List{"a"});
 }
 
+TEST_F(Prefix, OfAPrimaryKeyThatFillsItsField_TakesIt) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Alexander Maxim", "1"), BERKDB_OK);  // 16 + 16 bytes
+  EXPECT_EQ(Keys(g_uDb.stb_pb, ""), List{"Alexander Maxim"});
+}
+
 TEST_F(Prefix, OfAPrimaryKeyLargerThanItsField_Ends) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Alexander Maximi", "1"), BERKDB_OK);  // 17 + 17 bytes
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "2"), BERKDB_OK);
