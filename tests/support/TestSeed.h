@@ -1,4 +1,4 @@
-// The seed of a randomised test: new at every run, printed when the test fails, replayable.
+// Seeds of randomised tests: new at every run, printed when a test fails, replayable.
 #pragma once
 
 #include <cstdint>

@@ -37,10 +37,10 @@ struct StepBuffers {
 };
 
 struct StepResult {
-  int code = 0;     // of the library's operation
-  int library = 0;  // of the store itself, when code is 0
+  int code = 0;      // of the library's operation
+  int dbResult = 0;  // of the store itself, when code is 0
 
-  bool Is(int result) const { return code == BERKDB_OK && library == result; }
+  bool Is(int result) const { return code == BERKDB_OK && dbResult == result; }
 };
 
 StepResult MakeStep(const Table &table, std::string_view from, std::uint32_t operation, char filling,
@@ -50,7 +50,7 @@ StepResult MakeStep(const Table &table, std::string_view from, std::uint32_t ope
   StepResult result;
   struct __dbc *cursor = nullptr;
   result.code = BerkDb_CursorGet(table.Handle(), &cursor, buffers.key, static_cast<std::int32_t>(from.size()),
-                                 buffers.value, sizeof buffers.value, operation, &result.library);
+                                 buffers.value, sizeof buffers.value, operation, &result.dbResult);
   if (BerkDb_CursorClose(cursor) == 0) result.code = BERKDB_ERROR;
   return result;
 }
@@ -95,7 +95,7 @@ Answer Fail(const Table &table, std::string_view key, const char *what) {
 }
 
 Answer FailStep(const Table &table, std::string_view key, StepResult result) {
-  return Fail(table, key, result.code != BERKDB_OK ? "the store cannot be read" : db_strerror(result.library));
+  return Fail(table, key, result.code != BERKDB_OK ? "the store cannot be read" : db_strerror(result.dbResult));
 }
 
 // Reads by name, with a buffer of exactly so many bytes. The key is the stored one, which begins with the name.
