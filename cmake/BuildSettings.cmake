@@ -23,12 +23,6 @@ set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g")
 include(CheckPIESupported)
 check_pie_supported()
 
-find_program(DEVSUPPORT_CCACHE ccache)
-if(DEVSUPPORT_CCACHE)
-  set(CMAKE_C_COMPILER_LAUNCHER "${DEVSUPPORT_CCACHE}")
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${DEVSUPPORT_CCACHE}")
-endif()
-
 add_library(devsupport_settings INTERFACE)
 target_compile_options(devsupport_settings INTERFACE
   -Wall -Wextra -Wpedantic -Werror
