@@ -31,6 +31,7 @@ int main(int argc, char **argv) {
   RegisterNumbers();
   RegisterSharedRing();
   RegisterLogChannel();
+  RegisterStore();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();

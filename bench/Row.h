@@ -55,5 +55,6 @@ void RegisterTokenizer();
 void RegisterNumbers();
 void RegisterSharedRing();
 void RegisterLogChannel();
+void RegisterStore();
 
 }  // namespace devsupport::bench
