@@ -9,7 +9,12 @@ set(CMAKE_C_EXTENSIONS OFF)
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
+# Static programs stay where they are linked to.
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+if(DEVSUPPORT_STATIC)
+  set(CMAKE_POSITION_INDEPENDENT_CODE OFF)
+  add_link_options(-static)
+endif()
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE Release CACHE STRING "Kind of build" FORCE)
@@ -18,6 +23,8 @@ set(CMAKE_C_FLAGS_DEBUG "-Og -g")
 set(CMAKE_CXX_FLAGS_DEBUG "-Og -g")
 set(CMAKE_C_FLAGS_RELEASE "-O2 -g")
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g")
+set(CMAKE_C_FLAGS_MINSIZEREL "-Os -g -ffunction-sections -fdata-sections")
+set(CMAKE_CXX_FLAGS_MINSIZEREL "-Os -g -ffunction-sections -fdata-sections")
 
 # Checks whether the linker makes position-independent executables: CMake needs to be asked once.
 include(CheckPIESupported)

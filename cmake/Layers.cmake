@@ -86,19 +86,24 @@ function(devsupport_library)
     list(APPEND objects $<TARGET_OBJECTS:devsupport_L${layer}>)
   endforeach()
 
+  set(libraries devsupport_static)
   add_library(devsupport_static STATIC ${objects})
-  add_library(devsupport_shared SHARED ${objects})
-  foreach(library devsupport_static devsupport_shared)
+  if(NOT DEVSUPPORT_STATIC)
+    list(APPEND libraries devsupport_shared)
+    add_library(devsupport_shared SHARED ${objects})
+    set_target_properties(devsupport_shared PROPERTIES
+      EXPORT_NAME devsupport VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    if(NOT DEVSUPPORT_SANITIZE)
+      target_link_options(devsupport_shared PRIVATE -Wl,-z,defs)
+    endif()
+  endif()
+  foreach(library IN LISTS libraries)
     set_target_properties(${library} PROPERTIES OUTPUT_NAME devsupport LINKER_LANGUAGE C)
     target_include_directories(${library} PUBLIC
       "$<BUILD_INTERFACE:${DEVSUPPORT_INCLUDE_DIR}>" "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
     target_link_libraries(${library} PRIVATE $<BUILD_INTERFACE:devsupport_settings> ${DEVSUPPORT_STORE_LIBRARY})
   endforeach()
-  set_target_properties(devsupport_shared PROPERTIES
-    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-  if(NOT DEVSUPPORT_SANITIZE)
-    target_link_options(devsupport_shared PRIVATE -Wl,-z,defs)
-  endif()
+  set_property(GLOBAL PROPERTY DEVSUPPORT_LIBRARIES ${libraries})
 
   # Inside the tree a program links the static library by the name that strangers use.
   add_library(devsupport::devsupport ALIAS devsupport_static)

@@ -13,8 +13,8 @@ foreach(header IN ITEMS devsupport.h Api.h LISTS public_headers detail_headers)
           DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/devsupport/${folder}")
 endforeach()
 
-set_target_properties(devsupport_shared PROPERTIES EXPORT_NAME devsupport)
-install(TARGETS devsupport_shared devsupport_static EXPORT devsupport
+get_property(libraries GLOBAL PROPERTY DEVSUPPORT_LIBRARIES)
+install(TARGETS ${libraries} EXPORT devsupport
         ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}"
         LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(EXPORT devsupport NAMESPACE devsupport:: FILE devsupportTargets.cmake
