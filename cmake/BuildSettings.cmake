@@ -13,7 +13,8 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 if(DEVSUPPORT_STATIC)
   set(CMAKE_POSITION_INDEPENDENT_CODE OFF)
-  add_link_options(-static)
+  # Berkeley DB and GoogleTest can look up hosts by name, which the linker warns of in every static program.
+  add_link_options(-static -Wl,--no-warnings)
 endif()
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)

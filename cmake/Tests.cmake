@@ -21,3 +21,19 @@ function(devsupport_test source)
     TEST_PREFIX "${area}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
     PROPERTIES LABELS "${area};${arg_LABELS}")
 endfunction()
+
+# devsupport_runnable(<target> <variable>)
+#
+# Sets the variable to the path by which tests run a program of ours: the program itself, or, in a cross build, a
+# script that runs it under the emulator.
+function(devsupport_runnable target variable)
+  if(CMAKE_CROSSCOMPILING_EMULATOR)
+    set(script "${PROJECT_BINARY_DIR}/emulated/${target}")
+    file(GENERATE OUTPUT "${script}"
+      CONTENT "#!/bin/sh\nexec ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}> \"$@\"\n"
+      FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    set(${variable} "${script}" PARENT_SCOPE)
+  else()
+    set(${variable} "$<TARGET_FILE:${target}>" PARENT_SCOPE)
+  endif()
+endfunction()

@@ -46,7 +46,10 @@ int __CloseRing(TShmQueue *pQue) {
   return nResult;
 }
 
-TLogRingUser &__UserArea(const TShmQueue &que) { return *reinterpret_cast<TLogRingUser *>(que.pUserArea); }
+// The user area begins 256 bytes into the page-aligned segment.
+TLogRingUser &__UserArea(const TShmQueue &que) {
+  return *static_cast<TLogRingUser *>(static_cast<void *>(que.pUserArea));
+}
 
 uint16_t __WithSequence(uint16_t wWord, uint32_t dwSequence) {
   return static_cast<uint16_t>((wWord & ~LOGCELL_MAX(SEQUENCE)) | LOGCELL_PUT(dwSequence, SEQUENCE));

@@ -19,8 +19,12 @@ DEVSUPPORT_FAULT_POINT(int, pthread_mutex_init, (pthread_mutex_t * p, const pthr
 
 namespace {
 
-// What the queue did to mutexes, in order: "init lock unlock destroy".
-std::string g_mutexCalls;
+// What the queue did to mutexes, in order: "init lock unlock destroy". Made by the first call and never
+// destroyed: GoogleTest, which is wrapped too, has mutexes of its own before and after everything else.
+std::string &MutexCalls() {
+  static std::string *const calls = new std::string;
+  return *calls;
+}
 
 }  // namespace
 
@@ -33,15 +37,15 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t *p);
 int __wrap_pthread_mutex_unlock(pthread_mutex_t *p);
 
 int __wrap_pthread_mutex_destroy(pthread_mutex_t *p) {
-  g_mutexCalls += "destroy ";
+  MutexCalls() += "destroy ";
   return __real_pthread_mutex_destroy(p);
 }
 int __wrap_pthread_mutex_lock(pthread_mutex_t *p) {
-  g_mutexCalls += "lock ";
+  MutexCalls() += "lock ";
   return __real_pthread_mutex_lock(p);
 }
 int __wrap_pthread_mutex_unlock(pthread_mutex_t *p) {
-  g_mutexCalls += "unlock ";
+  MutexCalls() += "unlock ";
   return __real_pthread_mutex_unlock(p);
 }
 }
@@ -65,7 +69,7 @@ class MyQueue : public ::testing::TestWithParam<int> {
  protected:
   MyQueue() {
     std::memset(&uQue_, 0xA5, sizeof uQue_);
-    g_mutexCalls.clear();
+    MutexCalls().clear();
   }
   ~MyQueue() override {
     if (bCreated_) TMyQueue_Destroy(&uQue_);
@@ -148,10 +152,10 @@ TEST_P(MyQueue, PushOverwrite_OnAFullQueue_Returns0AndDropsTheOldest) {
 
 TEST_P(MyQueue, MessagesWithoutBytes_AreNotStored) {
   ASSERT_EQ(Create(1, 8), 1);
-  g_mutexCalls.clear();
+  MutexCalls().clear();
   EXPECT_EQ(TMyQueue_Push(&uQue_, nullptr, 0), 0);
   EXPECT_EQ(TMyQueue_PushOverwrite(&uQue_, nullptr, 0), 0);
-  EXPECT_EQ(g_mutexCalls, "");
+  EXPECT_EQ(MutexCalls(), "");
   EXPECT_EQ(TMyQueue_GetCellCount(&uQue_), 0);
   Push("kept");
   EXPECT_EQ(TMyQueue_PushOverwrite(&uQue_, nullptr, 0), 0);
@@ -247,7 +251,7 @@ TEST_P(MyQueue, CellCount_AfterTheWrap_CountsAcrossTheEnd) {
 
 TEST_P(MyQueue, NextIdxAndNextPtr_WrapBehindTheLastCell) {
   ASSERT_EQ(Create(2, 4), 1);
-  g_mutexCalls.clear();
+  MutexCalls().clear();
   EXPECT_EQ(_TMyQueue_GetNextIdx(0, &uQue_), 1);
   EXPECT_EQ(_TMyQueue_GetNextIdx(1, &uQue_), 2);
   EXPECT_EQ(_TMyQueue_GetNextIdx(2, &uQue_), 0);
@@ -255,7 +259,7 @@ TEST_P(MyQueue, NextIdxAndNextPtr_WrapBehindTheLastCell) {
   EXPECT_EQ(_TMyQueue_GetNextPtr(uQue_.pBuf + 6, &uQue_), uQue_.pLastCell);
   EXPECT_EQ(_TMyQueue_GetNextPtr(uQue_.pLastCell, &uQue_), uQue_.pBuf);
   EXPECT_EQ(_TMyQueue_GetCurCellCount(&uQue_), 0);
-  EXPECT_EQ(g_mutexCalls, "");
+  EXPECT_EQ(MutexCalls(), "");
 }
 
 TEST_P(MyQueue, Clear_DropsAllMessagesAndRewinds) {
@@ -274,9 +278,9 @@ TEST_P(MyQueue, Clear_DropsAllMessagesAndRewinds) {
 TEST_P(MyQueue, EveryOperation_TakesTheMutexOnceWhenThereIsOne) {
   const std::string expected = GetParam() != 0 ? "lock unlock " : "";
   const auto callsOf = [](auto &&operation) {
-    g_mutexCalls.clear();
+    MutexCalls().clear();
     operation();
-    return g_mutexCalls;
+    return MutexCalls();
   };
   EXPECT_EQ(callsOf([&] { Create(1, 4); }), expected);
   EXPECT_EQ(callsOf([&] { Push("a"); }), expected);
@@ -294,9 +298,9 @@ TEST_P(MyQueue, Destroy_LeavesARecordThatIsSafeAndCanBeDestroyedAndCreatedAgain)
   ASSERT_EQ(Create(2, 4), 1);
   Push("a");
   TMyQueue_Destroy(&uQue_);
-  g_mutexCalls.clear();
+  MutexCalls().clear();
   ExpectVoidAndSafe();
-  EXPECT_EQ(g_mutexCalls, "");
+  EXPECT_EQ(MutexCalls(), "");
   ASSERT_EQ(Create(2, 4), 1);
   EXPECT_EQ(Push("b"), 1);
 }
@@ -345,7 +349,7 @@ TEST_P(MyQueue, SizesThatAreNegativeOrBeyond32Bits_AreRefused) {
 TEST_P(MyQueue, FailingAllocation_MakesCreateReturn0AndLeavesNothing) {
   int nFailed = 0;
   for (bool bHappened = true; bHappened;) {
-    g_mutexCalls.clear();
+    MutexCalls().clear();
     int nResult = -4711;
     {
       FailCall fail("malloc", nFailed + 1);
@@ -354,7 +358,7 @@ TEST_P(MyQueue, FailingAllocation_MakesCreateReturn0AndLeavesNothing) {
     }
     EXPECT_EQ(nResult, bHappened ? 0 : 1);
     if (bHappened) {
-      EXPECT_EQ(g_mutexCalls, GetParam() != 0 ? "lock unlock destroy " : "");
+      EXPECT_EQ(MutexCalls(), GetParam() != 0 ? "lock unlock destroy " : "");
       ExpectVoidAndSafe();
       ++nFailed;
     }
@@ -365,16 +369,16 @@ TEST_P(MyQueue, FailingAllocation_MakesCreateReturn0AndLeavesNothing) {
 TEST(MyQueueMutex, ThatCannotBeMade_MakesCreateReturn0AndLeavesNothing) {
   TMyQueue uQue;
   std::memset(&uQue, 0xA5, sizeof uQue);
-  g_mutexCalls.clear();
+  MutexCalls().clear();
   {
     FailCall fail("pthread_mutex_init", 1);
     EXPECT_EQ(TMyQueue_Create(4, 4, &uQue, 1), 0);
     EXPECT_TRUE(fail.Happened());
   }
-  EXPECT_EQ(g_mutexCalls, "");
+  EXPECT_EQ(MutexCalls(), "");
   EXPECT_EQ(uQue.pBuf, nullptr);
   TMyQueue_Destroy(&uQue);
-  EXPECT_EQ(g_mutexCalls, "");
+  EXPECT_EQ(MutexCalls(), "");
 }
 
 // The whole report of the C library; its line number is the one thing that may move.

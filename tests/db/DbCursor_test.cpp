@@ -82,7 +82,7 @@ TEST_F(Cursor, Get_WithoutACursor_Is11AndLeavesTheResultAlone) {
   g_uDb.tb_tone->cursor = [](DB *, DB_TXN *, DBC **, u_int32_t) { return ENOMEM; };
   char key[256] = "k";
   char value[256] = "#";
-  DBC *pCursor = reinterpret_cast<DBC *>(&value);
+  DBC *pCursor = static_cast<DBC *>(static_cast<void *>(value));
   int result = -4711;
   CapturedOutput err(stderr);
   EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result),

@@ -19,15 +19,16 @@ TEST_F(Record, RandomScript_AgreesWithAPlainMap) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedHint(seed));
   std::mt19937_64 random(seed);
+  const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
   DB *tables[] = {g_uDb.tb_parameter, g_uDb.tb_dm, g_uDb.tb_pb, g_uDb.tb_route};
   std::map<std::string, std::string> oracle[4];
   for (int step = 0; step < 1500; ++step) {
-    const std::size_t which = random() % 4;
-    const std::string key(1 + random() % 6, static_cast<char>('a' + random() % 5));
-    const std::string value = std::to_string(random() % 1000) + (random() % 2 ? ";x" : "");
+    const std::size_t which = below(4);
+    const std::string key(1 + below(6), static_cast<char>('a' + below(5)));
+    const std::string value = std::to_string(below(1000)) + (below(2) ? ";x" : "");
     auto &map = oracle[which];
     const auto known = map.find(key);
-    switch (random() % 3) {
+    switch (below(3)) {
       case 0:
         ASSERT_EQ(BerkDb_Set(tables[which], key.c_str(), value.c_str()), BERKDB_OK);
         map[key] = value;

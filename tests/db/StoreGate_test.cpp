@@ -18,8 +18,18 @@
 #include "support/Child.h"
 #include "support/FaultInjection.h"
 
-DEVSUPPORT_FAULT_POINT(int, pthread_mutex_init, (pthread_mutex_t * pMutex, const pthread_mutexattr_t *pAttributes),
-                       (pMutex, pAttributes), ENOTSUP, 0)
+// A system without robust mutexes. Other mutexes can be made: a statically linked Berkeley DB is wrapped too.
+extern "C" {
+int __real_pthread_mutex_init(pthread_mutex_t *pMutex, const pthread_mutexattr_t *pAttributes);
+int __wrap_pthread_mutex_init(pthread_mutex_t *pMutex, const pthread_mutexattr_t *pAttributes);
+
+int __wrap_pthread_mutex_init(pthread_mutex_t *pMutex, const pthread_mutexattr_t *pAttributes) {
+  int robust = PTHREAD_MUTEX_STALLED;
+  if (pAttributes != nullptr) pthread_mutexattr_getrobust(pAttributes, &robust);
+  if (robust == PTHREAD_MUTEX_ROBUST && devsupport::test::MustFail("pthread_mutex_init")) return ENOTSUP;
+  return __real_pthread_mutex_init(pMutex, pAttributes);
+}
+}
 
 namespace {
 

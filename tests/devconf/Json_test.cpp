@@ -153,11 +153,12 @@ TEST(JsonRandom, BytesOfEveryKind_ComeBackInBothForms) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedHint(seed));
   std::mt19937_64 random(seed);
+  const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
   int texts = 0;
   for (int round = 0; round < 20000; ++round) {
-    std::string bytes(random() % 12, '\0');
-    const bool ascii = random() % 2 == 0;
-    for (char &c : bytes) c = static_cast<char>(ascii ? random() % 128 : random() % 256);
+    std::string bytes(below(12), '\0');
+    const bool ascii = below(2) == 0;
+    for (char &c : bytes) c = static_cast<char>(below(ascii ? 128 : 256));
     ASSERT_EQ(Read(Escape(bytes, Form::kBytes), Form::kBytes), bytes);
     if (!IsText(bytes)) continue;
     ++texts;
@@ -170,10 +171,11 @@ TEST(JsonRandom, LinesOfEveryKind_AreReadOrRefused) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedHint(seed));
   std::mt19937_64 random(seed);
+  const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
   constexpr std::string_view kLetters = "{}\":,\\ua0d8e\xc3\xbc\xff\t ";
   for (int round = 0; round < 50000; ++round) {
-    std::string line(random() % 24, '\0');
-    for (char &c : line) c = kLetters[random() % kLetters.size()];
+    std::string line(below(24), '\0');
+    for (char &c : line) c = kLetters[below(kLetters.size())];
     Split(line);
     for (const Form form : {Form::kText, Form::kBytes}) Read(line, form);
   }

@@ -205,13 +205,14 @@ TEST_F(RecordsOf, RandomTables_AreWhatADumpFromOutsideSees) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedHint(seed));
   std::mt19937_64 random(seed);
+  const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
   Open();
   constexpr std::string_view kLetters = "ab\x01\x7f\x80\xfe\xff";
   for (int i = 0; i < 300; ++i) {
-    std::string key(random() % 5, '\0');
-    for (char &c : key) c = kLetters[random() % kLetters.size()];
-    std::string value(random() % 4 == 0 ? random() % 600 : random() % 4, '\0');
-    for (char &c : value) c = kLetters[random() % kLetters.size()];
+    std::string key(below(5), '\0');
+    for (char &c : key) c = kLetters[below(kLetters.size())];
+    std::string value(below(below(4) == 0 ? 600 : 4), '\0');
+    for (char &c : value) c = kLetters[below(kLetters.size())];
     for (const char *table : {"tb_line", "tb_dm", "tb_pb"}) {
       struct __db *db = FindTable(table)->Handle();
       ASSERT_EQ(BerkDb_Put(db, key.c_str(), value.data(), static_cast<int>(value.size())), 0);

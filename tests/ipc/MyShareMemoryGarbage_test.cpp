@@ -39,7 +39,7 @@ TShmQueue RingIn(std::uint8_t *segment) {
   que.wCellSize = kCellSize;
   que.dwStride = kStride;
   que.semid = -1;
-  que.header = reinterpret_cast<_U_ShmQueue_SHM_VARI *>(segment);
+  que.header = static_cast<_U_ShmQueue_SHM_VARI *>(static_cast<void *>(segment));
   que.cells = segment + 256 + kUserBytes;
   que.pUserArea = segment + 256;
   que.dwLastOffset = kCells * kStride;

@@ -82,7 +82,7 @@ class RingStep : public devsupport::test::RingFixture {
   std::string Contents() {
     std::vector<std::uint8_t> segment = Bytes(ring);
     TShmQueue copy = ring;
-    copy.header = reinterpret_cast<_U_ShmQueue_SHM_VARI *>(segment.data());
+    copy.header = static_cast<_U_ShmQueue_SHM_VARI *>(static_cast<void *>(segment.data()));
     copy.cells = segment.data() + (ring.cells - reinterpret_cast<std::uint8_t *>(ring.header));
     copy.semid = -1;
     std::string contents;

@@ -26,7 +26,7 @@ TShmQueue RingIn(std::uint8_t *segment) {
   que.wCellSize = 136;
   que.dwStride = RawRing::kStride;
   que.semid = -1;
-  que.header = reinterpret_cast<_U_ShmQueue_SHM_VARI *>(segment);
+  que.header = static_cast<_U_ShmQueue_SHM_VARI *>(static_cast<void *>(segment));
   que.cells = segment + RawRing::kFirstSlot;
   que.pUserArea = segment + RawRing::kUserArea;
   que.dwLastOffset = kCells * RawRing::kStride;

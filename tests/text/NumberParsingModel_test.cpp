@@ -75,7 +75,7 @@ class Texts {
   }
 
  private:
-  std::size_t Below(std::size_t limit) { return random_() % limit; }
+  std::size_t Below(std::size_t limit) { return static_cast<std::size_t>(random_() % limit); }
   char Digit() { return static_cast<char>('0' + Below(10)); }
   char Any() {
     static constexpr char kOthers[] = ". +-\t\n\r\v\fxe/:\x80\xb1\xff.";

@@ -70,7 +70,7 @@ class Script {
   const std::string &Last() const { return last_; }
 
  private:
-  std::size_t Below(std::size_t limit) { return random_() % limit; }
+  std::size_t Below(std::size_t limit) { return static_cast<std::size_t>(random_() % limit); }
   int Int(int from, int to) { return from + static_cast<int>(Below(static_cast<std::size_t>(to - from) + 1)); }
   bool Coin() { return Below(2) != 0; }
 

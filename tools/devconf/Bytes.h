@@ -40,7 +40,7 @@ class List {
  public:
   std::size_t Size() const { return bytes_.Size() / sizeof(T); }
   T &operator[](std::size_t i) { return begin()[i]; }
-  T *begin() { return reinterpret_cast<T *>(bytes_.Data()); }
+  T *begin() { return static_cast<T *>(static_cast<void *>(bytes_.Data())); }  // as malloc aligned it
   T *end() { return begin() + Size(); }
 
   void Add(const T &value) { bytes_.Append({reinterpret_cast<const char *>(&value), sizeof value}); }
