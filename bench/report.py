@@ -14,6 +14,7 @@ import platform
 import re
 import statistics
 import sys
+import textwrap
 
 NAME = re.compile(r"(?P<row>[^/@]+)(@(?P<point>\d+))?/(?P<role>ours|floor|peer)(:(?P<who>.*?))?"
                   r"(/manual_time|/repeats:\d+)*$")
@@ -95,17 +96,31 @@ def nanoseconds(value):
     return f"{value:,.1f} ns" if value < 1000 else f"{value:,.0f} ns"
 
 
+def read_remarks(path):
+    """What stands in the way, by row: sections headed `## row, row`."""
+    with open(path, encoding="utf-8") as file:
+        sections = re.split(r"^## (.+)$", file.read(), flags=re.MULTILINE)[1:]
+    return {row.strip(): " ".join(text.split())
+            for rows, text in zip(sections[::2], sections[1::2]) for row in rows.split(",")}
+
+
+class Verdict:
+    """What a row was to reach, and whether it did."""
+
+    def __init__(self, row, rivals):
+        best = min(rivals, key=Participant.median)
+        ours = next(p for p in row.measured() if p.role == "ours")
+        what = f"the best peer ({best.who})" if row.against == "peer" else "the floor"
+        ratio = ours.median() / best.median()
+        self.reached = ratio <= row.aim
+        self.text = (f"{ratio:.2f} times {what}; aim at most {row.aim:.2f}: "
+                     f"{'reached' if self.reached else 'MISSED'}")
+
+
 def verdict(row):
-    """What the row was to reach and whether it did; empty where nothing is aimed at."""
-    rivals = [p for p in row.measured() if p.role == row.against]
-    if not rivals:
-        return ""
-    ours = next(p for p in row.measured() if p.role == "ours")
-    best = min(rivals, key=Participant.median)
-    ratio = ours.median() / best.median()
-    what = f"the best peer ({best.who})" if row.against == "peer" else "the floor"
-    reached = "reached" if ratio <= row.aim else "MISSED"
-    return f"{ratio:.2f} times {what}; aim at most {row.aim:.2f}: {reached}"
+    """None where nothing is aimed at."""
+    rivals = [p for p in row.measured() if p.role == row.against] if None in row.points else []
+    return Verdict(row, rivals) if rivals else None
 
 
 def plain_table(row):
@@ -134,30 +149,34 @@ def table(row):
     return plain_table(row) if None in row.points else series_table(row)
 
 
-def notes(row):
-    lines = [verdict(row)] if None in row.points else []
-    lines += [f"{p.label()}: failed, {p.error}" for p in row.failed()]
-    return [line for line in lines if line]
+def notes(row, remarks):
+    """The verdict, what stands in the way where it is bad, and who failed."""
+    found = verdict(row)
+    lines = [found.text + "."] if found else []
+    if found and not found.reached and row.name in remarks:
+        lines.append("In the way: " + remarks[row.name])
+    return lines + [f"{p.label()}: failed, {p.error}." for p in row.failed()]
 
 
-def as_text(row):
+def as_text(row, remarks):
     heading, cells = table(row)
     widths = [max(len(line[i]) for line in [heading, *cells]) for i in range(len(heading))]
     lines = [f"{row.name}: {row.title}"]
     for line in [heading, *cells]:
         padded = [line[0].ljust(widths[0])] + [cell.rjust(width) for cell, width in zip(line[1:], widths[1:])]
         lines.append("  " + "   ".join(padded).rstrip())
-    lines += [f"  -> {note}" for note in notes(row)]
+    for note in notes(row, remarks):
+        lines += textwrap.wrap(note, 116, initial_indent="  -> ", subsequent_indent="     ")
     return "\n".join(lines) + "\n"
 
 
-def as_markdown(row):
+def as_markdown(row, remarks):
     heading, cells = table(row)
     lines = [f"## {row.name}: {row.title}", "", "| " + " | ".join(heading) + " |",
              "|---|" + "---:|" * (len(heading) - 1)]
     lines += ["| " + " | ".join(line) + " |" for line in cells]
-    for note in notes(row):
-        lines += ["", note + "."]
+    for note in notes(row, remarks):
+        lines += ["", note]
     return "\n".join(lines) + "\n"
 
 
@@ -191,13 +210,24 @@ def head(context):
     return facts
 
 
-def page(rows, context, command):
+def page(rows, context, remarks, command):
     lines = ["# Benchmarks", "",
              "Written by `script/bench --write`. The time of one operation: median of the repetitions, which are shuffled "
              "with those of the row's other participants; the spread is half of what the middle half of them spans.", ""]
     lines += [f"- {name}: {value}" for name, value in head(context)]
-    lines += ["", *(as_markdown(row) for row in rows), "## Repeat it", "", "```", command, "```"]
+    lines += ["", *(as_markdown(row, remarks) for row in rows), "## Repeat it", "", "```", command, "```"]
     return "\n".join(lines) + "\n"
+
+
+def check_remarks(rows, remarks):
+    """The page has a remark for every row that misses its aim, and none for rows that are not there."""
+    unknown = sorted(set(remarks) - {row.name for row in rows})
+    if unknown:
+        sys.exit("bench/remarks.md: no such row: " + ", ".join(unknown))
+    for row in rows:
+        found = verdict(row)
+        if found and not found.reached and row.name not in remarks:
+            print(f"bench/remarks.md says nothing of {row.name}, which misses its aim", file=sys.stderr)
 
 
 def main():
@@ -208,14 +238,16 @@ def main():
     arguments = parser.parse_args()
 
     rows, context = read_results(arguments.results)
+    remarks = read_remarks(os.path.join(os.path.dirname(__file__), "remarks.md"))
     for name, value in head(context):
         print(f"{name}: {value}")
     print()
     for row in rows:
-        print(as_text(row))
+        print(as_text(row, remarks))
     if arguments.write:
+        check_remarks(rows, remarks)
         with open(arguments.write, "w", encoding="utf-8") as file:
-            file.write(page(rows, context, arguments.command))
+            file.write(page(rows, context, remarks, arguments.command))
     return 0
 
 
