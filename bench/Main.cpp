@@ -1,6 +1,7 @@
 // The benchmark program: registers the rows of every area and runs those that the command line picks.
 
 #include <benchmark/benchmark.h>
+#include <db.h>
 
 #include <string>
 
@@ -11,19 +12,27 @@ using namespace devsupport::bench;
 
 namespace {
 
-void TellPeers() {
+std::string Dotted(int first, int second, int third) {
+  return std::to_string(first) + "." + std::to_string(second) + "." + std::to_string(third);
+}
+
+// What the head of the report tells: "<package> <version>", a package alone where the peer is missing.
+void TellVersions() {
+  benchmark::AddCustomContext("tool:GCC", "g++-" + std::to_string(__GNUC__) + " " __VERSION__ ", -O2");
+  benchmark::AddCustomContext("tool:Berkeley DB",
+                              "libdb5.3 " + Dotted(DB_VERSION_MAJOR, DB_VERSION_MINOR, DB_VERSION_PATCH));
+  benchmark::AddCustomContext("tool:Google Benchmark", "libbenchmark-dev " DEVSUPPORT_BENCHMARK_VERSION);
   for (const Peer &peer : kPeers) {
     const std::string version = peer.version;
     benchmark::AddCustomContext(std::string("peer:") + peer.name,
-                                version.empty() ? std::string("missing ") + peer.package : version);
+                                peer.package + (version.empty() ? version : " " + version));
   }
-  benchmark::AddCustomContext("compiler", "GCC " __VERSION__);
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  TellPeers();
+  TellVersions();
   RegisterHash();
   RegisterSlots();
   RegisterRingQueue();

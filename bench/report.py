@@ -1,99 +1,30 @@
 #!/usr/bin/env python3
-"""Turns the results of the benchmark program into tables: ours, the floor, the peers, and the ratios.
+"""Turns the results of the benchmark programs into tables and plots: ours, the floor, the peers, and the ratios.
 
-usage: report.py [--write FILE] [--command COMMAND] RESULT.json...
+usage: report.py [--write FILE] [--plots FOLDER] [--command COMMAND] RESULT.json...
 
-RESULT.json is what `devsupport_bench --benchmark_out=RESULT.json` wrote. Prints plain text; --write also writes the
-tables as a page of Markdown, with machine and versions in its head and COMMAND at its foot. bench/README.md says how
-to read them.
+RESULT.json is what `devsupport_bench --benchmark_out=RESULT.json` or `process.py --out RESULT.json` wrote. Prints plain
+text, and draws each series into FOLDER; --write also writes the tables as a page of Markdown, whose plots are in
+FOLDER. bench/README.md says how to read them.
 """
 import argparse
-import json
 import os
 import platform
 import re
-import statistics
+import subprocess
 import sys
 import textwrap
 
-NAME = re.compile(r"(?P<row>[^/@]+)(@(?P<point>\d+))?/(?P<role>ours|floor|peer)(:(?P<who>.*?))?"
-                  r"(/manual_time|/repeats:\d+)*$")
+import plot
+import results
+
+SIZE_BLOCK = ("<!-- size:begin -->", "<!-- size:end -->")  # belongs to `script/bench size`
 
 
-class Participant:
-    """One benchmark: the times of its repetitions, in nanoseconds."""
-
-    def __init__(self, role, who, place):
-        self.role = role
-        self.who = who or ""
-        self.place = place  # in the order of registration
-        self.times = []
-        self.error = None
-
-    def label(self):
-        return f"{self.role} {self.who}".rstrip()
-
-    def median(self):
-        return statistics.median(self.times)
-
-    def spread(self):
-        """Half of what the middle half of the repetitions spans, as a part of the median."""
-        if len(self.times) < 2:
-            return 0.0
-        lower, _, upper = statistics.quantiles(self.times, n=4)
-        return (upper - lower) / 2 / self.median()
-
-
-class Row:
-    """One job: its participants at each point of the series; an ordinary row has the one point None."""
-
-    def __init__(self, name, aim, title):
-        self.name = name
-        self.title = title
-        self.against, ratio = aim
-        self.aim = float(ratio)
-        self.points = {}
-
-    def measured(self, point=None):
-        return sorted((p for p in self.points[point].values() if p.times), key=lambda p: p.place)
-
-    def failed(self):
-        return [p for point in self.points.values() for p in point.values() if p.error]
-
-
-def read_results(paths):
-    """All rows in the order of the files, and the context of the first file."""
-    rows, context = {}, {}
-    for path in paths:
-        with open(path, encoding="utf-8") as file:
-            result = json.load(file)
-        context = context or result["context"]
-        for run in result["benchmarks"]:
-            if run["run_type"] != "iteration":
-                continue
-            add_run(rows, context, run)
-    return list(rows.values()), context
-
-
-def add_run(rows, context, run):
-    name = NAME.match(run["name"])
-    row = name["row"]
-    if row not in rows:
-        against, ratio, title = context[f"row:{row}"].split(" ", 2)
-        rows[row] = Row(row, (against, ratio), title)
-    point = int(name["point"]) if name["point"] else None
-    participants = rows[row].points.setdefault(point, {})
-    participant = participants.setdefault((name["role"], name["who"]),
-                                          Participant(name["role"], name["who"], run["family_index"]))
-    if run.get("error_occurred"):
-        participant.error = run["error_message"]
-    else:
-        elapsed = "/manual_time" in run["name"]
-        participant.times.append(run["real_time" if elapsed else "cpu_time"])
-
-
-def nanoseconds(value):
-    return f"{value:,.1f} ns" if value < 1000 else f"{value:,.0f} ns"
+def value_text(value, unit):
+    if unit == results.TIME:
+        return f"{value:,.1f} ns" if value < 1000 else f"{value:,.0f} ns"
+    return f"{value:,.0f} {unit}" if unit == "KiB" else f"{value:,.0f}"
 
 
 def read_remarks(path):
@@ -104,23 +35,15 @@ def read_remarks(path):
             for rows, text in zip(sections[::2], sections[1::2]) for row in rows.split(",")}
 
 
-class Verdict:
-    """What a row was to reach, and whether it did."""
-
-    def __init__(self, row, rivals):
-        best = min(rivals, key=Participant.median)
-        ours = next(p for p in row.measured() if p.role == "ours")
-        what = f"the best peer ({best.who})" if row.against == "peer" else "the floor"
-        ratio = ours.median() / best.median()
-        self.reached = ratio <= row.aim
-        self.text = (f"{ratio:.2f} times {what}; aim at most {row.aim:.2f}: "
-                     f"{'reached' if self.reached else 'MISSED'}")
-
-
-def verdict(row):
-    """None where nothing is aimed at."""
-    rivals = [p for p in row.measured() if p.role == row.against] if None in row.points else []
-    return Verdict(row, rivals) if rivals else None
+def check_remarks(rows, remarks):
+    """The page has a remark for every row that misses its aim, and none for rows that are not there."""
+    unknown = sorted(set(remarks) - {row.name for row in rows})
+    if unknown:
+        sys.exit("bench/remarks.md: no such row: " + ", ".join(unknown))
+    for row in rows:
+        verdict = row.verdict()
+        if verdict and not verdict.reached and row.name not in remarks:
+            print(f"bench/remarks.md says nothing of {row.name}, which misses its aim", file=sys.stderr)
 
 
 def plain_table(row):
@@ -129,55 +52,96 @@ def plain_table(row):
     cells = []
     for p in row.measured():
         ratio = f"{ours / p.median():.2f}" if ours and p.role != "ours" else ""
-        cells.append([p.label(), nanoseconds(p.median()), f"± {p.spread():.0%}", ratio])
-    return ["", "median", "spread", "ours / it"], cells
+        cells.append([p.label(), value_text(p.median(), row.unit), f"± {p.spread():.0%}", ratio])
+    measure = "median" if row.unit in (results.TIME, "KiB") else row.unit
+    return ["", measure, "spread", "ours / it"], cells
 
 
 def series_table(row):
-    """Heading and cells of a series: the points below each other, the participants beside each other."""
-    labels = list(dict.fromkeys(p.label() for point in sorted(row.points) for p in row.measured(point)))
+    """Heading and cells of a series: the points below each other, the participants beside each other, the ratio to the
+    floor at the end."""
+    labels = row.labels()
+    floor = next((label for label in labels if label.startswith("floor")), None) if row.unit == results.TIME else None
     cells = []
-    for point in sorted(row.points):
-        by_label = {p.label(): p for p in row.measured(point)}
-        cells.append([f"{point:,}"] + [
-            f"{nanoseconds(by_label[label].median())} ± {by_label[label].spread():.0%}" if label in by_label else ""
-            for label in labels])
-    return ["", *labels], cells
+    for point in row.points:
+        found = [row.at(point, label) for label in labels]
+        line = [f"{point:,}" if isinstance(point, int) else point]
+        line += [cell_text(p, row.unit) if p else "" for p in found]
+        if floor:
+            ours, below = row.at(point, "ours"), row.at(point, floor)
+            line.append(f"{ours.median() / below.median():.2f}" if ours and below else "")
+        cells.append(line)
+    return ["", *labels] + (["ours / floor"] if floor else []), cells
+
+
+def cell_text(participant, unit):
+    text = value_text(participant.median(), unit)
+    return f"{text} ± {participant.spread():.0%}" if unit == results.TIME else text
 
 
 def table(row):
-    return plain_table(row) if None in row.points else series_table(row)
+    return series_table(row) if row.is_series() else plain_table(row)
 
 
 def notes(row, remarks):
     """The verdict, what stands in the way where it is bad, and who failed."""
-    found = verdict(row)
-    lines = [found.text + "."] if found else []
-    if found and not found.reached and row.name in remarks:
+    verdict = row.verdict()
+    lines = [verdict.text + "."] if verdict else []
+    lines += [row.note] if row.note else []
+    if verdict and not verdict.reached and row.name in remarks:
         lines.append("In the way: " + remarks[row.name])
-    return lines + [f"{p.label()}: failed, {p.error}." for p in row.failed()]
+    return lines + [f"{label}: failed, {why}." for label, why in row.failures.items()]
 
 
-def as_text(row, remarks):
-    heading, cells = table(row)
+def columns_text(heading, cells):
     widths = [max(len(line[i]) for line in [heading, *cells]) for i in range(len(heading))]
-    lines = [f"{row.name}: {row.title}"]
-    for line in [heading, *cells]:
-        padded = [line[0].ljust(widths[0])] + [cell.rjust(width) for cell, width in zip(line[1:], widths[1:])]
-        lines.append("  " + "   ".join(padded).rstrip())
+    return ["  " + "   ".join([line[0].ljust(widths[0])] + [cell.rjust(width) for cell, width in
+                                                            zip(line[1:], widths[1:])]).rstrip()
+            for line in [heading, *cells]]
+
+
+def as_text(row, remarks, plots):
+    lines = [f"{row.name}: {row.title}", *columns_text(*table(row))]
+    lines += ["  " + line for line in (row.listing or "").splitlines()]
     for note in notes(row, remarks):
         lines += textwrap.wrap(note, 116, initial_indent="  -> ", subsequent_indent="     ")
+    if plot.can_plot(row):
+        lines.append(f"  plot: {plots}/{row.name}.svg")
     return "\n".join(lines) + "\n"
 
 
-def as_markdown(row, remarks):
-    heading, cells = table(row)
-    lines = [f"## {row.name}: {row.title}", "", "| " + " | ".join(heading) + " |",
-             "|---|" + "---:|" * (len(heading) - 1)]
-    lines += ["| " + " | ".join(line) + " |" for line in cells]
+def columns_markdown(heading, cells):
+    lines = ["| " + " | ".join(heading) + " |", "|---|" + "---:|" * (len(heading) - 1)]
+    return lines + ["| " + " | ".join(line) + " |" for line in cells]
+
+
+def as_markdown(row, remarks, plots):
+    lines = [f"## {row.name}: {row.title}", "", *columns_markdown(*table(row))]
+    if row.listing:
+        lines += ["", "```", row.listing, "```"]
     for note in notes(row, remarks):
         lines += ["", note]
+    if plot.can_plot(row):
+        lines += ["", f"![{row.title}]({plots}/{row.name}.svg)", "",
+                  f"*Drawn by `script/bench {row.name}`. The whiskers span the middle half of the repetitions.*"]
     return "\n".join(lines) + "\n"
+
+
+def summary(rows):
+    """Heading and cells of the table that stands in front: every row that has an aim."""
+    cells = []
+    for row in rows:
+        verdict = row.verdict()
+        if verdict:
+            cells.append([f"[{row.name}](#{anchor(row)})", value_text(verdict.ours.median(), row.unit),
+                          value_text(verdict.rival.median(), row.unit) + f", {verdict.rival.label()}",
+                          f"{verdict.ratio:.2f}", f"{row.aim:.2f}", "yes" if verdict.reached else "**no**"])
+    return ["", "ours", "measured by", "ratio", "aim at most", "reached"], cells
+
+
+def anchor(row):
+    """The link that a heading gets where Markdown is shown."""
+    return re.sub(r"[^\w\- ]", "", f"{row.name}: {row.title}".lower()).replace(" ", "-")
 
 
 def processor():
@@ -188,66 +152,103 @@ def processor():
         return platform.machine()
 
 
-def peers(context):
-    """Peers that took part, with versions, and those that are missing."""
+def package_version(package):
+    """A package's name and version as Debian has them; the name alone elsewhere."""
+    try:
+        asked = subprocess.run(["dpkg-query", "-W", "-f", "${Version}", package], capture_output=True, text=True,
+                               check=True)
+        return f"{package} {asked.stdout}"
+    except (OSError, subprocess.CalledProcessError):
+        return package
+
+
+def others(context, kind):
+    """Other people's programs that took part, with versions and packages, and those that are missing."""
     found, missing = [], []
     for key, value in context.items():
-        if key.startswith("peer:"):
-            (missing if value.startswith("missing ") else found).append((key[5:], value.removeprefix("missing ")))
+        if key.startswith(kind + ":"):
+            name = key.split(":", 1)[1]
+            package, _, version = value.partition(" ")
+            if version:
+                found.append(f"{name} {version} ({package_version(package)})")
+            else:
+                missing.append(f"{name} (package {package})")
     return found, missing
 
 
 def head(context):
-    found, missing = peers(context)
-    caches = ", ".join(f"L{c['level']} {c['type'].lower()} {c['size'] // 1024} KiB" for c in context["caches"])
+    found, missing = others(context, "peer")
+    tools, _ = others(context, "tool")
+    caches = ", ".join(f"L{c['level']} {c['type'].lower()} {c['size'] // 1024} KiB" for c in context.get("caches", []))
     facts = [("Machine", f"{processor()}, {os.cpu_count()} processors; {caches}"),
              ("System", f"Linux {platform.release().split('-')[0]}, {' '.join(platform.libc_ver())}"),
-             ("Compiler", f"{context['compiler']}, -O2"),
-             ("Load when it began", f"{context['load_avg'][0]:.2f}" if context["load_avg"] else "unknown"),
-             ("Peers", ", ".join(f"{name} {version}" for name, version in found) or "none")]
+             ("Load when it began", f"{context['load_avg'][0]:.2f}" if context.get("load_avg") else "unknown"),
+             ("Peers", ", ".join(found) or "none")]
+    if tools:
+        facts.insert(2, ("Built and measured with", ", ".join(tools)))
     if missing:
-        facts.append(("Missing peers", ", ".join(f"{name} (package {package})" for name, package in missing)))
+        facts.append(("Missing peers", ", ".join(missing)))
     return facts
 
 
-def page(rows, context, remarks, command):
+def size_block(page):
+    """The block of the page as it stands now, which others write; an empty one where there is none."""
+    begin, end = SIZE_BLOCK
+    try:
+        with open(page, encoding="utf-8") as file:
+            found = re.search(f"{begin}.*?{end}", file.read(), flags=re.DOTALL)
+    except FileNotFoundError:
+        found = None
+    return found[0] if found else f"{begin}\n{end}"
+
+
+def page(rows, context, remarks, arguments):
+    plots = os.path.relpath(arguments.plots, os.path.dirname(arguments.write))
     lines = ["# Benchmarks", "",
-             "Written by `script/bench --write`. The time of one operation: median of the repetitions, which are shuffled "
-             "with those of the row's other participants; the spread is half of what the middle half of them spans.", ""]
+             f"Written by `{arguments.command}`. Times are those of one operation: the median of the repetitions, which "
+             "are shuffled with those of the row's other participants; the spread is half of what the middle half of "
+             "them spans. A ratio below 1 means that we are faster or need less. `bench/README.md` says how to read the "
+             "tables and what the aims are.", ""]
     lines += [f"- {name}: {value}" for name, value in head(context)]
-    lines += ["", *(as_markdown(row, remarks) for row in rows), "## Repeat it", "", "```", command, "```"]
+    lines += ["", *columns_markdown(*summary(rows)), ""]
+    lines += [as_markdown(row, remarks, plots) for row in rows]
+    lines += [size_block(arguments.write), "", "## Repeat it", "", "```",
+              "script/bench --write      # this page and its plots",
+              f"script/bench {rows[0].name.ljust(12)} # one row, or all rows whose names begin so",
+              "script/bench --list       # names the rows",
+              "script/bench --quick      # all rows, fewer and shorter repetitions: a look, no proof", "```"]
     return "\n".join(lines) + "\n"
 
 
-def check_remarks(rows, remarks):
-    """The page has a remark for every row that misses its aim, and none for rows that are not there."""
-    unknown = sorted(set(remarks) - {row.name for row in rows})
-    if unknown:
-        sys.exit("bench/remarks.md: no such row: " + ", ".join(unknown))
-    for row in rows:
-        found = verdict(row)
-        if found and not found.reached and row.name not in remarks:
-            print(f"bench/remarks.md says nothing of {row.name}, which misses its aim", file=sys.stderr)
+def draw(rows, folder):
+    """The plots of these rows; others that are there stay."""
+    for row in filter(plot.can_plot, rows):
+        os.makedirs(folder, exist_ok=True)
+        with open(f"{folder}/{row.name}.svg", "w", encoding="utf-8") as file:
+            file.write(plot.draw(row))
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--write", metavar="FILE", help="also write a page of Markdown")
-    parser.add_argument("--command", default="script/bench", help="the command that the page names at its foot")
+    parser.add_argument("--plots", metavar="FOLDER", default="build/bench/plots", help="where the plots go")
+    parser.add_argument("--command", default="script/bench", help="the command that the page names in its head")
     parser.add_argument("results", nargs="+", metavar="RESULT.json")
     arguments = parser.parse_args()
 
-    rows, context = read_results(arguments.results)
+    rows, context = results.read(arguments.results)
     remarks = read_remarks(os.path.join(os.path.dirname(__file__), "remarks.md"))
     for name, value in head(context):
         print(f"{name}: {value}")
     print()
     for row in rows:
-        print(as_text(row, remarks))
+        print(as_text(row, remarks, arguments.plots))
+    draw(rows, arguments.plots)
     if arguments.write:
         check_remarks(rows, remarks)
-        with open(arguments.write, "w", encoding="utf-8") as file:
-            file.write(page(rows, context, remarks, arguments.command))
+        with open(arguments.write + ".new", "w", encoding="utf-8") as file:
+            file.write(page(rows, context, remarks, arguments))
+        os.replace(arguments.write + ".new", arguments.write)
     return 0
 
 
