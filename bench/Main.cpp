@@ -41,6 +41,7 @@ int main(int argc, char **argv) {
   RegisterSharedRing();
   RegisterLogChannel();
   RegisterStore();
+  RegisterStoreGrowth();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();

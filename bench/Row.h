@@ -56,5 +56,6 @@ void RegisterNumbers();
 void RegisterSharedRing();
 void RegisterLogChannel();
 void RegisterStore();
+void RegisterStoreGrowth();
 
 }  // namespace devsupport::bench

@@ -219,7 +219,7 @@ def cpld_calls(options):
     """And as its listing, what cpld itself calls, once the loader has done its work."""
     result = measure_calls("cpld_calls", "system calls of `cpld 0 1 23` from exec to exit", DYNAMIC, options,
                            aim="floor 1.00")
-    if not result.runs:
+    if not any(run["name"].endswith("/ours") and "calls" in run for run in result.runs):
         return result
     made = calls(OURS_DYNAMIC, options.programs)
     loader = max(i for i, call in enumerate(made) if name_of(call) == "munmap") + 1

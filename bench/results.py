@@ -108,7 +108,7 @@ def read(paths):
     for path in paths:
         with open(path, encoding="utf-8") as file:
             result = json.load(file)
-        context = result["context"] | context
+        context |= {key: value for key, value in result["context"].items() if key not in context}
         for run in result["benchmarks"]:
             if run["run_type"] != "iteration":
                 continue
