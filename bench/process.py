@@ -110,7 +110,7 @@ def run_alone(command):
         out.seek(0)
         printed = out.read()
     if done.returncode != 0:
-        raise Failure(f"{' '.join(command)}: exit status {done.returncode}: {done.stderr.strip()}")
+        raise Failure(f"exit status {done.returncode} {done.stderr.strip()}".rstrip())
     return printed, done.stderr
 
 
