@@ -169,7 +169,7 @@ class Result:
         """Calls measure(program) for all that are there, over and over."""
         for program in programs:
             if program.package:
-                self.context[f"peer:{program.command[0]}"] = version_of(program)
+                self.context[f"peer:{program.command[0]}"] = version_of(program.package)
             if not program.path(options.programs):
                 continue
             try:
@@ -179,15 +179,15 @@ class Result:
                 self.fail(program, error)
 
 
+def version_of(package):
+    """The package, and the version of what is in it where it is installed."""
+    asked = subprocess.run(["dpkg-query", "-W", "-f", "${source:Upstream-Version}", package], capture_output=True,
+                           text=True, check=False)
+    return f"{package} {asked.stdout}".rstrip()
+
+
 def context_of_tools():
-    return {f"tool:{tool}": version_of(Program("tool", "", [tool], package=tool)) for tool in ("strace", "valgrind")}
-
-
-def version_of(program):
-    """The package, and the version where it is installed."""
-    asked = subprocess.run(["dpkg-query", "-W", "-f", "${Version}", program.package], capture_output=True, text=True,
-                           check=False)
-    return program.package + (" " + asked.stdout.split("-")[0].split(":")[-1] if asked.returncode == 0 else "")
+    return {f"tool:{tool}": version_of(tool) for tool in ("strace", "valgrind")}
 
 
 def measure_instructions(row, title, programs, options, note, **aim):
@@ -222,6 +222,7 @@ def cpld_calls(options):
     if not any(run["name"].endswith("/ours") and "calls" in run for run in result.runs):
         return result
     made = calls(OURS_DYNAMIC, options.programs)
+    # The loader's last act is to let go of its cache; cpld itself unmaps nothing.
     loader = max(i for i, call in enumerate(made) if name_of(call) == "munmap") + 1
     own = [re.sub(r"^\d+ +", "", re.sub(r"0x7f\w+", "0x7f...", call)) for call in made[loader:]]
     result.context["listing:cpld_calls"] = "\n".join([f"the exec and the loader: {loader} calls; cpld itself:", *own])

@@ -207,16 +207,17 @@ def page(rows, context, remarks, arguments):
     lines = ["# Benchmarks", "",
              f"Written by `{arguments.command}`. Times are those of one operation: the median of the repetitions, which "
              "are shuffled with those of the row's other participants; the spread is half of what the middle half of "
-             "them spans. A ratio below 1 means that we are faster or need less. `bench/README.md` says how to read the "
-             "tables and what the aims are.", ""]
+             "them spans. A ratio below 1 means that we are faster or need less. `script/bench ROW` prints "
+             "one table again, `bench/README.md` says how to read them and what the aims are.", ""]
     lines += [f"- {name}: {value}" for name, value in head(context)]
     lines += ["", *columns_markdown(*summary(rows)), ""]
     lines += [as_markdown(row, remarks, plots) for row in rows]
-    lines += [size_block(arguments.write), "", "## Repeat it", "", "```",
-              "script/bench --write      # this page and its plots",
-              f"script/bench {rows[0].name.ljust(12)} # one row, or all rows whose names begin so",
-              "script/bench --list       # names the rows",
-              "script/bench --quick      # all rows, fewer and shorter repetitions: a look, no proof", "```"]
+    commands = {"--write": "this page and its plots",
+                rows[0].name: "one row, or all rows whose names begin so",
+                "--list": "names the rows",
+                "--quick": "all rows, fewer and shorter repetitions: a look, no proof"}
+    lines += [size_block(arguments.write), "", "## Repeat it", "", "```"]
+    lines += [f"script/bench {argument.ljust(16)} # {what}" for argument, what in commands.items()] + ["```"]
     return "\n".join(lines) + "\n"
 
 
