@@ -298,10 +298,14 @@ void RegisterMessage() {
 }
 
 void RegisterSizes() {
-  const Row row("ring_bytes", "push and get, by message size in bytes");
+  const Row row("ring_bytes", "push and get a message, by message size in bytes");
   for (const std::size_t bytes : {4U, 16U, 64U, 256U, 1024U, 4096U}) {
     const Shape shape{.bytes = bytes, .cells = kCells};
-    row.At(static_cast<long>(bytes)).Ours(Alone<Ours>(shape)).Floor(kFloor, Alone<CopiesUnder<UndoSemaphore>>(shape));
+    const Row point = row.At(static_cast<long>(bytes));
+    point.Ours(Alone<Ours>(shape)).Floor(kFloor, Alone<CopiesUnder<UndoSemaphore>>(shape));
+    point.Peer("POSIX message queue", Alone<PosixQueue>(shape));
+    point.Peer("System V message queue", Alone<SystemVQueue>(shape));
+    point.Peer("UNIX datagram pair", Alone<DatagramPair>(shape));
   }
 }
 

@@ -4,11 +4,13 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "Guarded.h"
 #include "Row.h"
+#include "StorePeers.h"
 #include "StoreUse.h"
 
 namespace devsupport::bench {
@@ -63,6 +65,37 @@ void BareRead(benchmark::State &state, int records) {
   EachKey(state, keys, [&](const std::string &key) {
     benchmark::DoNotOptimize(BareGet(table, key, out.data(), out.size()));
     benchmark::DoNotOptimize(out);
+  });
+}
+
+// A peer's store is filled once, as ours is. TDB takes no part: its file has as many chains as it was made with.
+template <class Peer>
+class PeerStore {
+ public:
+  static Peer &OfSize(int records, const std::vector<std::string> &keys) {
+    static std::map<int, PeerStore> stores;
+    return stores.try_emplace(records, keys).first->second.peer_;
+  }
+  explicit PeerStore(const std::vector<std::string> &keys) : peer_(folder_.Path()) {
+    peer_.Fast(true);
+    for (std::size_t i = 0; i < keys.size(); ++i) peer_.Set(keys[i], Value(static_cast<int>(i)));
+  }
+
+ private:
+  Folder folder_;
+  Peer peer_;
+};
+
+template <class Peer>
+Body PeerRead(int records) {
+  return Guarded([records](benchmark::State &state) {
+    const std::vector<std::string> keys = Grouped(records);
+    Peer &peer = PeerStore<Peer>::OfSize(records, keys);
+    Buffer out{};
+    EachKey(state, keys, [&](const std::string &key) {
+      peer.Get(key, out.data());
+      benchmark::DoNotOptimize(out);
+    });
   });
 }
 
@@ -122,9 +155,15 @@ Body ByRecords(int records) {
 void RegisterStoreGrowth() {
   const Row read("store_read_records", "read a value, by number of records");
   for (const int records : kRecords) {
-    read.At(records)
-        .Ours(Guarded([records](benchmark::State &state) { OursRead(state, records); }))
-        .Floor("bare library call", Guarded([records](benchmark::State &state) { BareRead(state, records); }));
+    const Row point = read.At(records);
+    point.Ours(Guarded([records](benchmark::State &state) { OursRead(state, records); }));
+    point.Floor("bare library call", Guarded([records](benchmark::State &state) { BareRead(state, records); }));
+#if DEVSUPPORT_PEER_LMDB
+    point.Peer("LMDB", PeerRead<Lmdb>(records));
+#endif
+#if DEVSUPPORT_PEER_SQLITE
+    point.Peer("SQLite", PeerRead<Sqlite>(records));
+#endif
   }
   const Row byRecords("store_prefix_records", "search by prefix for 10 matches, by number of records");
   for (const int records : kRecords) {
