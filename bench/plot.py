@@ -116,7 +116,7 @@ class Plot:
             self.line(self.at_x(tick), bottom, self.at_x(tick), bottom + 5, "#333333")
             self.text(self.at_x(tick), bottom + 20, count_text(tick), "middle")
         self.line(LEFT, bottom, WIDTH - RIGHT, bottom, "#333333")
-        what, by = self.row.title.rsplit(", by ", 1)
+        what, _, by = self.row.title.partition(", by ")
         self.text(LEFT, 20, what, extra=" font-weight='bold'")
         self.text((LEFT + WIDTH - RIGHT) / 2, self.height - 14, f"{by} (logarithmic)", "middle")
         middle = (self.top + bottom) / 2
