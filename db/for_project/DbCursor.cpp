@@ -35,6 +35,8 @@ class PrefixWalk {
  public:
   PrefixWalk(DB *pDb, std::string_view prefix, std::span<TDbFindRec> records)
       : pDb_(pDb), prefix_(prefix), records_(records), bIndex_(pDb == g_uDb.stb_pb || pDb == g_uDb.stb_1_pb) {}
+  PrefixWalk(const PrefixWalk &) = delete;
+  PrefixWalk &operator=(const PrefixWalk &) = delete;
 
   /// Walks from the start. Returns 0, or the library's result when there is no cursor or a conflict.
   int Run();
@@ -59,12 +61,13 @@ class PrefixWalk {
   bool bFull_ = false;
 
   // Kept: a record that does not fit here ends the walk as if the table ended.
-  char szKey_[sizeof TDbFindRec::szKey] = {};
-  char szPrimary_[sizeof TDbFindRec::szKey] = {};
-  char szData_[sizeof TDbFindRec::szData] = {};
-  DBT key_ = {};
-  DBT primary_ = {};
-  DBT data_ = {};
+  char szKey_[sizeof TDbFindRec::szKey];
+  char szPrimary_[sizeof TDbFindRec::szKey];
+  char szData_[sizeof TDbFindRec::szData];
+  // Set once: of a record in the caller's memory, a step changes nothing but the size.
+  DBT key_ = OutputRecord(szKey_, sizeof szKey_);
+  DBT primary_ = OutputRecord(szPrimary_, sizeof szPrimary_);
+  DBT data_ = OutputRecord(szData_, sizeof szData_);
 };
 
 int PrefixWalk::Run() {
@@ -92,9 +95,6 @@ int PrefixWalk::Walk(DBC *pCursor) {
 }
 
 int PrefixWalk::Step(DBC *pCursor, std::uint32_t dwOperation) {
-  key_ = OutputRecord(szKey_, sizeof szKey_);
-  primary_ = OutputRecord(szPrimary_, sizeof szPrimary_);
-  data_ = OutputRecord(szData_, sizeof szData_);
   if (dwOperation == kStepToRange) {
     // Kept: the terminator is part of what is looked for, so a key without one that ends where the prefix ends is
     // passed over.
@@ -106,7 +106,7 @@ int PrefixWalk::Step(DBC *pCursor, std::uint32_t dwOperation) {
                  : pCursor->get(pCursor, &key_, &data_, dwOperation);
 }
 
-bool PrefixWalk::Matches() const { return First(TextOf(Bytes(key_)), prefix_.size()) == prefix_; }
+bool PrefixWalk::Matches() const { return First(Bytes(key_), prefix_.size()) == prefix_; }
 
 void PrefixWalk::Keep(TDbFindRec &found) const {
   // Kept: without an index, the field for its key is left as the caller had it.
