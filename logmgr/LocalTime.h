@@ -1,4 +1,4 @@
-// The wall clock's local time of day, for the log channel's records: no lock, and no system call where the C library
+// The wall clock's local time of day, for log records and traces: no lock, and no system call where the C library
 // reads the clock without one.
 #pragma once
 

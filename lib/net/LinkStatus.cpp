@@ -1,6 +1,7 @@
 // Link states: the Ethernet port's out of its driver's file, the switch's through its driver's private request.
 
 #include <devsupport/net/LinkStatus.h>
+#include <devsupport/private/logmgr/LocalTime.h>
 #include <devsupport/private/net/InterfaceSocket.h>
 #include <devsupport/private/net/TextFile.h>
 #include <devsupport/text/StrTok.h>
@@ -12,7 +13,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 namespace {
 
@@ -102,10 +102,7 @@ int FindEthIf(char *pName) {
 }
 
 void TraceNow(const char *pLabel) {
-  timespec now{};
-  tm local{};
-  ::clock_gettime(CLOCK_REALTIME, &now);
-  ::localtime_r(&now.tv_sec, &local);
-  std::fprintf(stderr, "%s now=[%02d:%02d:%02d.%03d]\n", pLabel != nullptr ? pLabel : "", local.tm_hour, local.tm_min,
-               local.tm_sec, static_cast<int>(now.tv_nsec / 1000000));
+  const devsupport::LocalTime now = devsupport::LocalTimeNow();
+  std::fprintf(stderr, "%s now=[%02u:%02u:%02u.%03u]\n", pLabel != nullptr ? pLabel : "", now.dwHour, now.dwMinute,
+               now.dwSecond, now.dwMs);
 }

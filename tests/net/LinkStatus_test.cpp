@@ -264,7 +264,10 @@ TEST_F(EthIf, AnotherInterfaceAtIndex31_LeavesItsName) {
 
 // ---- The trace ------------------------------------------------------------------------------------------------
 
-/// What TraceNow prints at a given time, in a time zone of 5 hours 30 minutes east.
+/// A midnight in a time zone of 5 hours 30 minutes east.
+constexpr std::time_t kLocalMidnight = 86400 - 19800;
+
+/// What TraceNow prints at a given time, in that zone.
 std::string TraceAt(std::time_t seconds, long nanoseconds, const char *label) {
   const timespec now{seconds, nanoseconds};
   const char *const pZone = std::getenv("TZ");
@@ -285,10 +288,12 @@ TEST(Trace, PrintsLabelAndLocalTimeWithMilliseconds) {
   EXPECT_EQ(TraceAt(1000000000, 123456789, "dialled"), "dialled now=[07:16:40.123]\n");
 }
 
-TEST(Trace, EveryFieldKeepsItsWidth) { EXPECT_EQ(TraceAt(-19800 + 3661, 7000000, "x"), "x now=[01:01:01.007]\n"); }
+TEST(Trace, EveryFieldKeepsItsWidth) {
+  EXPECT_EQ(TraceAt(kLocalMidnight + 3661, 7000000, "x"), "x now=[01:01:01.007]\n");
+}
 
 TEST(Trace, LastMillisecondOfTheDay_IsNotRoundedUp) {
-  EXPECT_EQ(TraceAt(-19800 + 86399, 999999999, "x"), "x now=[23:59:59.999]\n");
+  EXPECT_EQ(TraceAt(kLocalMidnight + 86399, 999999999, "x"), "x now=[23:59:59.999]\n");
 }
 
 TEST(Trace, NullLabel_StandsForTheEmptyText) { EXPECT_EQ(TraceAt(1000000000, 0, nullptr), " now=[07:16:40.000]\n"); }
