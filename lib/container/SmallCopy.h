@@ -1,4 +1,5 @@
-// Copies the small blocks that the containers hold, for which a call of the C library costs more than the copy.
+// Copies the small blocks that containers and log records hold, for which a call of the C library costs more than the
+// copy.
 #pragma once
 
 #include <cstddef>

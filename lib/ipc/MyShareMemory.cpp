@@ -51,26 +51,6 @@ void EmptyRing(const TShmQueue &que) {
   StoreCursor(que, RingEnd::Write, {0, 0});
 }
 
-RingCell BeginCell(const TShmQueue &que) {
-  RingCursor write{0, 0};
-  RingCursor read{0, 0};
-  const bool bUsable = LoadCursor(que, RingEnd::Write, &write) && LoadCursor(que, RingEnd::Read, &read);
-  if (!bUsable) [[unlikely]] {
-    EmptyRing(que);
-    write = read = {0, 0};
-  }
-  const RingCursor behind = Successor(que, write);
-  return {que.cells + write.dwOffset, behind, behind.dwIdx == read.dwIdx, !bUsable, read};
-}
-
-int PublishOverwriting(const TShmQueue &que, const RingCell &cell) {
-  // The oldest cell goes before the newest comes: with the write cursor ahead, a writer killed between the two steps
-  // would leave a full ring looking empty.
-  if (cell.bFull) StoreCursor(que, RingEnd::Read, Successor(que, cell.oldest));
-  Publish(que, cell);
-  return cell.bFull || cell.bLostAll ? 0 : 1;
-}
-
 }  // namespace devsupport
 
 int TShmQueue_Lock(TShmQueue *pQue) { return Semaphore_Lock(pQue->semid); }

@@ -157,13 +157,29 @@ struct RingCell {
 };
 
 /// An unusable ring is emptied first: nobody can tell any more which of its slots held cells.
-RingCell BeginCell(const TShmQueue &que);
+inline RingCell BeginCell(const TShmQueue &que) {
+  RingCursor write{0, 0};
+  RingCursor read{0, 0};
+  const bool bUsable = LoadCursor(que, RingEnd::Write, &write) && LoadCursor(que, RingEnd::Read, &read);
+  if (!bUsable) [[unlikely]] {
+    EmptyRing(que);
+    write = read = {0, 0};
+  }
+  const RingCursor behind = Successor(que, write);
+  return {que.cells + write.dwOffset, behind, behind.dwIdx == read.dwIdx, !bUsable, read};
+}
 
 /// Publishes a filled cell of a ring that has room.
 inline void Publish(const TShmQueue &que, const RingCell &cell) { StoreCursor(que, RingEnd::Write, cell.behind); }
 
 /// Publishes a filled cell; a full ring loses its oldest one for it.
 /// Returns 1 when nothing was lost, 0 when the oldest cell was dropped or the ring had to be emptied.
-int PublishOverwriting(const TShmQueue &que, const RingCell &cell);
+inline int PublishOverwriting(const TShmQueue &que, const RingCell &cell) {
+  // The oldest cell goes before the newest comes: with the write cursor ahead, a writer killed between the two steps
+  // would leave a full ring looking empty.
+  if (cell.bFull) StoreCursor(que, RingEnd::Read, Successor(que, cell.oldest));
+  Publish(que, cell);
+  return cell.bFull || cell.bLostAll ? 0 : 1;
+}
 
 }  // namespace devsupport
