@@ -1,5 +1,5 @@
 // Several processes and threads at once: opening together, working on the same records, and being killed.
-// DEVSUPPORT_STORE_ROUNDS=<n> runs n times as many rounds; TMPDIR=<folder> puts the homes there.
+// DEVSUPPORT_STORE_ROUNDS=<n> runs n per cent of the usual rounds; TMPDIR=<folder> puts the homes there.
 
 #include <db.h>
 #include <devsupport/db/DbParam.h>
@@ -91,7 +91,7 @@ void DecideWhatWasUnderWay(Journal &journal) {
 
 class Processes : public StoreTest {
  protected:
-  static int Rounds(int normal) { return normal * std::max(1, Count("DEVSUPPORT_STORE_ROUNDS", 1)); }
+  static int Rounds(int normal) { return std::max(1, normal * Count("DEVSUPPORT_STORE_ROUNDS", 100) / 100); }
 
   /// Waits until the writer has come a random way, then kills it wherever it is.
   static void KillSomewhere(Child &writer, const Journal &journal, std::mt19937_64 &random) {
