@@ -4,6 +4,7 @@
 // (docs/decisions/store-locking.md). A system without robust mutexes gets a semaphore instead.
 #pragma once
 
+#include <devsupport/detail/Layout.h>
 #include <devsupport/ipc/ShareMem.h>
 #include <pthread.h>
 
@@ -44,6 +45,15 @@ struct GateRecord {
 
   static constexpr std::int32_t kNoSemaphore = -1;
 };
+DEVSUPPORT_RECORD_BYTES(GateRecord, 24 + 2 * sizeof(pthread_mutex_t));
+DEVSUPPORT_FIELD_AT(GateRecord, dwReady, 0);
+DEVSUPPORT_FIELD_AT(GateRecord, dwDeaths, 4);
+DEVSUPPORT_FIELD_AT(GateRecord, dwChanges, 8);
+DEVSUPPORT_FIELD_AT(GateRecord, dwQueued, 12);
+DEVSUPPORT_FIELD_AT(GateRecord, nSemId, 16);
+DEVSUPPORT_FIELD_AT(GateRecord, dwInside, 20);
+DEVSUPPORT_FIELD_AT(GateRecord, queue, 24);
+DEVSUPPORT_FIELD_AT(GateRecord, inside, 24 + sizeof(pthread_mutex_t));
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free, "shared between processes");
 static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t), "shared between processes");
 

@@ -6,15 +6,7 @@
 #include <devsupport/private/container/HeapBlock.h>
 #include <devsupport/private/container/Slots.h>
 
-#include <cstddef>
-
 using namespace devsupport;
-
-static_assert(sizeof(void *) != 4 ||
-              (offsetof(TAllotArray, pnInuseRoom) == 4 && offsetof(TAllotArray, pnInuseIdx) == 8 &&
-               offsetof(TAllotArray, nFreePut) == 12 && offsetof(TAllotArray, nFreeGet) == 16 &&
-               offsetof(TAllotArray, MaxArrayCount) == 20 && offsetof(TAllotArray, nInuseCnt) == 24 &&
-               offsetof(TAllotArray, DebugName) == 28 && sizeof(TAllotArray) == 52));
 
 namespace {
 

@@ -12,14 +12,6 @@
 
 using namespace devsupport;
 
-static_assert(offsetof(TMyHash, uAllot) == 0);
-static_assert(sizeof(void *) != 4 ||
-              (offsetof(TMyHash, pnBucket) == 52 && offsetof(TMyHash, pnNext) == 56 &&
-               offsetof(TMyHash, pnPrev) == 60 && offsetof(TMyHash, nBucketCnt) == 64 &&
-               offsetof(TMyHash, nDataSize) == 68 && offsetof(TMyHash, pData) == 72 &&
-               offsetof(TMyHash, fnIsMatch) == 76 && offsetof(TMyHash, fnDataKey) == 80 &&
-               offsetof(TMyHash, fnArgKey) == 84 && offsetof(TMyHash, fnHash) == 88 && sizeof(TMyHash) == 92));
-
 namespace {
 
 constexpr std::uint32_t kInitialHash = 1;

@@ -13,12 +13,6 @@
 
 using namespace devsupport;
 
-static_assert(sizeof(void *) != 4 || (offsetof(TMyQueue, nUserSize) == 4 && offsetof(TMyQueue, nCellSize) == 8 &&
-                                      offsetof(TMyQueue, nGetIdx) == 12 && offsetof(TMyQueue, nPutIdx) == 16 &&
-                                      offsetof(TMyQueue, pBuf) == 20 && offsetof(TMyQueue, pLastCell) == 24 &&
-                                      offsetof(TMyQueue, pPut) == 28 && offsetof(TMyQueue, pGet) == 32 &&
-                                      offsetof(TMyQueue, bUseMutex) == 36 && offsetof(TMyQueue, uMutex) == 40));
-
 namespace {
 
 using CellLength = std::uint16_t;

@@ -18,6 +18,7 @@
 // that comes with every step its barrier costs nothing. That they are lock-free is what makes them usable in a
 // handler, and what keeps the compiler from moving them across each other.
 
+#include <devsupport/detail/Layout.h>
 #include <devsupport/ipc/Timer.h>
 #include <devsupport/private/ipc/PreservedErrno.h>
 
@@ -61,6 +62,10 @@ struct TTimerCell {
   std::atomic<TTimerFunc> pfnCallback{};
   std::atomic<TStateWord> dwState{};
 };
+DEVSUPPORT_DEVICE_RECORD_BYTES(TTimerCell, 12);
+DEVSUPPORT_DEVICE_FIELD_AT(TTimerCell, hTimer, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TTimerCell, pfnCallback, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TTimerCell, dwState, 8);
 
 struct TTimerArray {
   uint16_t wSignal;
@@ -71,14 +76,14 @@ struct TTimerArray {
   TTimerCell *Cells() { return reinterpret_cast<TTimerCell *>(this + 1); }
   TTimerCell *Find(uint32_t nAryIdx) { return nAryIdx < byCount ? Cells() + nAryIdx : nullptr; }
 };
+DEVSUPPORT_DEVICE_RECORD_BYTES(TTimerArray, 12);
+DEVSUPPORT_DEVICE_FIELD_AT(TTimerArray, wSignal, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TTimerArray, byCount, 2);
+DEVSUPPORT_DEVICE_FIELD_AT(TTimerArray, bOneShot, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TTimerArray, pfnDefault, 8);
 
 static_assert(std::atomic<timer_t>::is_always_lock_free && std::atomic<TTimerFunc>::is_always_lock_free &&
               std::atomic<TStateWord>::is_always_lock_free && std::atomic<TTimerArray *>::is_always_lock_free);
-static_assert(offsetof(TTimerArray, byCount) == 2 && offsetof(TTimerArray, bOneShot) == 4 &&
-              offsetof(TTimerArray, pfnDefault) == 8);
-static_assert(offsetof(TTimerCell, pfnCallback) == sizeof(timer_t) &&
-              offsetof(TTimerCell, dwState) == sizeof(timer_t) + sizeof(TTimerFunc));
-static_assert(sizeof(void *) != 4 || (sizeof(TTimerArray) == 12 && sizeof(TTimerCell) == 12), "the device's sizes");
 static_assert(sizeof(TTimerArray) % alignof(TTimerCell) == 0, "the cells stand right behind the head");
 
 constinit std::atomic<TTimerArray *> g_apArray[kMaxArrays];

@@ -1,5 +1,6 @@
 // Link states: the Ethernet port's out of its driver's file, the switch's through its driver's private request.
 
+#include <devsupport/detail/Layout.h>
 #include <devsupport/net/LinkStatus.h>
 #include <devsupport/private/logmgr/LocalTime.h>
 #include <devsupport/private/net/InterfaceSocket.h>
@@ -35,12 +36,14 @@ struct TEswRequest {
   std::uint8_t aucGap2[3];
   std::uint32_t dwStatus;
 };
-static_assert(offsetof(TEswRequest, szCommand) == 0);
-static_assert(offsetof(TEswRequest, dwZero) == 32);
-static_assert(offsetof(TEswRequest, ucPort) == 36);
-static_assert(offsetof(TEswRequest, ucZero) == 40);
-static_assert(offsetof(TEswRequest, dwStatus) == 44);
-static_assert(sizeof(TEswRequest) == 48);
+DEVSUPPORT_RECORD_BYTES(TEswRequest, 48);
+DEVSUPPORT_FIELD_AT(TEswRequest, szCommand, 0);
+DEVSUPPORT_FIELD_AT(TEswRequest, dwZero, 32);
+DEVSUPPORT_FIELD_AT(TEswRequest, ucPort, 36);
+DEVSUPPORT_FIELD_AT(TEswRequest, aucGap1, 37);
+DEVSUPPORT_FIELD_AT(TEswRequest, ucZero, 40);
+DEVSUPPORT_FIELD_AT(TEswRequest, aucGap2, 41);
+DEVSUPPORT_FIELD_AT(TEswRequest, dwStatus, 44);
 
 /// Each port has one byte of the status word, port 1 the least significant; the byte's top bit is the link.
 bool IsPortUp(const TEswRequest &answer) {

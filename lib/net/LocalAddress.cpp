@@ -11,11 +11,6 @@
 #include <cstdio>
 #include <cstring>
 
-static_assert(offsetof(TIfAddrInfo, szName) == 0);
-static_assert(offsetof(TIfAddrInfo, szAddress) == 16);
-static_assert(offsetof(TIfAddrInfo, szHwAddress) == 32);
-static_assert(sizeof(TIfAddrInfo) == 50);
-
 namespace {
 
 using devsupport::net::InterfaceSocket;

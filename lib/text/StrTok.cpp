@@ -8,17 +8,6 @@
 #include <cstdint>
 #include <cstring>
 
-// Programs read the record's fields, and some embed it in records of their own.
-static_assert(offsetof(TStrTok, bTrim) == 0);
-static_assert(offsetof(TStrTok, pSrc) == 1 * sizeof(void *));
-static_assert(offsetof(TStrTok, pSrcEnd) == 2 * sizeof(void *));
-static_assert(offsetof(TStrTok, pTok) == 3 * sizeof(void *));
-static_assert(offsetof(TStrTok, pTokEnd) == 4 * sizeof(void *));
-static_assert(offsetof(TStrTok, pCur) == 5 * sizeof(void *));
-static_assert(offsetof(TStrTok, nPrevDelimLen) == 6 * sizeof(void *));
-static_assert(offsetof(TStrTok, nDelimLen) == 6 * sizeof(void *) + 4);
-static_assert(sizeof(TStrTok) == 6 * sizeof(void *) + 8);
-
 namespace devsupport {
 
 namespace {

@@ -3,6 +3,7 @@
 #define DEVSUPPORT_DB_BERKELEYDB_H
 
 #include <devsupport/Api.h>
+#include <devsupport/detail/Layout.h>
 #include <stdint.h>
 
 /*
@@ -46,6 +47,20 @@ typedef struct TDbHandles {
   struct __db *stb_route; /* of tb_route: first three bytes of the key */
   struct __db *tb_tone;
 } TDbHandles;
+DEVSUPPORT_DEVICE_RECORD_BYTES(TDbHandles, 52);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_parameter, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_dm, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_pb, 8);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, stb_pb, 12);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, stb_1_pb, 16);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_speedd, 20);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_dialp, 24);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_fkey, 28);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_line, 32);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_siptk, 36);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_route, 40);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, stb_route, 44);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_tone, 48);
 
 /// The open tables of this process. Written by BerkDb_Open and BerkDb_Close only, without synchronisation.
 extern TDbHandles g_uDb;
@@ -56,6 +71,10 @@ typedef struct TDbTbl {
   struct __db **ppDb; /* its slot in g_uDb */
   uint32_t generic;   /* 1 opened with default settings, 0 by a step of its own */
 } TDbTbl;
+DEVSUPPORT_DEVICE_RECORD_BYTES(TDbTbl, 12);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbTbl, pName, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbTbl, ppDb, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbTbl, generic, 8);
 
 enum { BERKDB_TABLES = 13 };
 

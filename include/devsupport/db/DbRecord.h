@@ -3,6 +3,7 @@
 #define DEVSUPPORT_DB_DBRECORD_H
 
 #include <devsupport/Api.h>
+#include <devsupport/detail/Layout.h>
 #include <stdint.h>
 
 struct __db;
@@ -121,6 +122,10 @@ typedef struct TDbFindRec {
   char szKey[32];       /* the record's key */
   char szData[128];     /* its value */
 } TDbFindRec;
+DEVSUPPORT_RECORD_BYTES(TDbFindRec, 192);
+DEVSUPPORT_FIELD_AT(TDbFindRec, szSecondKey, 0);
+DEVSUPPORT_FIELD_AT(TDbFindRec, szKey, 32);
+DEVSUPPORT_FIELD_AT(TDbFindRec, szData, 64);
 
 /// Finds the records whose key begins with a text; on the phone-book indexes, the index's key.
 /// pDb        in      table
@@ -137,9 +142,5 @@ typedef struct TDbFindRec {
 int BerkDb_FindPrefix(struct __db *pDb, const char *pPrefix, TDbFindRec *pRecs, int32_t *pnCount);
 
 DEVSUPPORT_END_API
-
-#ifdef __cplusplus
-static_assert(sizeof(TDbFindRec) == 192, "records lie back to back");
-#endif
 
 #endif

@@ -3,6 +3,7 @@
 #define DEVSUPPORT_IPC_MYSHAREMEMORY_H
 
 #include <devsupport/Api.h>
+#include <devsupport/detail/Layout.h>
 #include <devsupport/ipc/ShareMem.h>
 #include <stdint.h>
 
@@ -43,6 +44,18 @@ typedef struct TShmQueue {
   uint8_t *pUserArea;                  /* the user area; its contents belong to the ring's user */
   uint32_t dwLastOffset;               /* private: byte offset of the last slot, from this process's own geometry */
 } TShmQueue;
+DEVSUPPORT_DEVICE_RECORD_BYTES(TShmQueue, 48);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, nSlotCount, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, wCellSize, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, dwStride, 8);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, shm, 12);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, semid, 20);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, header, 24);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, nPeekIdx, 28);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, dwPeekOffset, 32);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, cells, 36);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, pUserArea, 40);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, dwLastOffset, 44);
 
 /// Wishes and news of TShmQueue_Create.
 typedef struct TShmQueueOpt {
@@ -50,6 +63,10 @@ typedef struct TShmQueueOpt {
   int32_t bLockIfNew;  /* in: not 0: come back with the semaphore held when this call made the ring */
   int32_t bNewCreated; /* out: 1 this call made the ring, else 0 */
 } TShmQueueOpt;
+DEVSUPPORT_RECORD_BYTES(TShmQueueOpt, 12);
+DEVSUPPORT_FIELD_AT(TShmQueueOpt, dwUserBytes, 0);
+DEVSUPPORT_FIELD_AT(TShmQueueOpt, bLockIfNew, 4);
+DEVSUPPORT_FIELD_AT(TShmQueueOpt, bNewCreated, 8);
 
 /// Attaches the ring of two keys, or makes it first; the first process to ask makes it, the others wait until it is
 /// initialised. A ring that a creator left half made when it died is finished by the next one, as its creator.
@@ -160,27 +177,5 @@ void *TShmQueue_PeekNext(TShmQueue *pQue, void **ppSlot);
 void *TShmQueue_PeekPrev(TShmQueue *pQue, void **ppSlot);
 
 DEVSUPPORT_END_API
-
-#ifdef __cplusplus
-#include <stddef.h>
-static_assert(sizeof(TShmQueueOpt) == 12, "creation block");
-static_assert(offsetof(TShmQueueOpt, dwUserBytes) == 0, "creation block");
-static_assert(offsetof(TShmQueueOpt, bLockIfNew) == 4, "creation block");
-static_assert(offsetof(TShmQueueOpt, bNewCreated) == 8, "creation block");
-#if UINTPTR_MAX == 0xFFFFFFFFu
-static_assert(sizeof(TShmQueue) == 48, "device layout");
-static_assert(offsetof(TShmQueue, nSlotCount) == 0, "device layout");
-static_assert(offsetof(TShmQueue, wCellSize) == 4, "device layout");
-static_assert(offsetof(TShmQueue, dwStride) == 8, "device layout");
-static_assert(offsetof(TShmQueue, shm) == 12, "device layout");
-static_assert(offsetof(TShmQueue, semid) == 20, "device layout");
-static_assert(offsetof(TShmQueue, header) == 24, "device layout");
-static_assert(offsetof(TShmQueue, nPeekIdx) == 28, "device layout");
-static_assert(offsetof(TShmQueue, dwPeekOffset) == 32, "device layout");
-static_assert(offsetof(TShmQueue, cells) == 36, "device layout");
-static_assert(offsetof(TShmQueue, pUserArea) == 40, "device layout");
-static_assert(offsetof(TShmQueue, dwLastOffset) == 44, "device layout");
-#endif
-#endif
 
 #endif

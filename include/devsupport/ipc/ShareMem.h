@@ -3,6 +3,7 @@
 #define DEVSUPPORT_IPC_SHAREMEM_H
 
 #include <devsupport/Api.h>
+#include <devsupport/detail/Layout.h>
 #include <stdint.h>
 
 DEVSUPPORT_BEGIN_API
@@ -12,6 +13,9 @@ typedef struct TShareMem {
   int32_t shmid; /* segment identifier; -1 when the last lookup failed */
   void *address; /* where it is attached in this process; (void *)-1 when attaching failed */
 } TShareMem;
+DEVSUPPORT_DEVICE_RECORD_BYTES(TShareMem, 8);
+DEVSUPPORT_DEVICE_FIELD_AT(TShareMem, shmid, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TShareMem, address, 4);
 
 /// Attaches the segment of a key, read and write; makes it first when there is none: mode 0666, zero-filled.
 /// nKey       in      System V key
@@ -48,14 +52,5 @@ int ShareMem_Close(TShareMem *pShm, int bRemoveIfLast, int *pbWasLast);
 int ShareMem_FindKeyAttchCount(int32_t nKey);
 
 DEVSUPPORT_END_API
-
-#ifdef __cplusplus
-#include <stddef.h>
-#if UINTPTR_MAX == 0xFFFFFFFFu
-static_assert(sizeof(TShareMem) == 8, "device layout");
-static_assert(offsetof(TShareMem, shmid) == 0, "device layout");
-static_assert(offsetof(TShareMem, address) == 4, "device layout");
-#endif
-#endif
 
 #endif

@@ -3,6 +3,7 @@
 #define DEVSUPPORT_NET_LOCALADDRESS_H
 
 #include <devsupport/Api.h>
+#include <devsupport/detail/Layout.h>
 
 DEVSUPPORT_BEGIN_API
 
@@ -12,6 +13,10 @@ typedef struct TIfAddrInfo {
   char szAddress[16];    ///< dotted decimal, NUL-terminated
   char szHwAddress[18];  ///< six bytes as upper-case hexadecimal with colons, NUL-terminated
 } TIfAddrInfo;
+DEVSUPPORT_RECORD_BYTES(TIfAddrInfo, 50);
+DEVSUPPORT_FIELD_AT(TIfAddrInfo, szName, 0);
+DEVSUPPORT_FIELD_AT(TIfAddrInfo, szAddress, 16);
+DEVSUPPORT_FIELD_AT(TIfAddrInfo, szHwAddress, 32);
 
 /// Reads the IPv4 address of one interface.
 /// pAddress   out     dotted decimal, room for 16 characters; "127.0.0.1" when the query failed

@@ -2,6 +2,7 @@
 #ifndef DEVSUPPORT_DETAIL_IPC_MYSHAREMEMORY_H
 #define DEVSUPPORT_DETAIL_IPC_MYSHAREMEMORY_H
 
+#include <devsupport/detail/Layout.h>
 #include <devsupport/ipc/MyShareMemory.h>
 
 DEVSUPPORT_BEGIN_API
@@ -19,6 +20,16 @@ typedef struct _U_ShmQueue_SHM_VARI {
   uint32_t dwWriteOffset;    /* byte offset of the slot that the next push fills */
   uint32_t dwLastSlotOffset; /* byte offset of the last slot */
 } _U_ShmQueue_SHM_VARI;
+DEVSUPPORT_RECORD_BYTES(_U_ShmQueue_SHM_VARI, 32);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwCellCount, 0);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, wCellSize, 4);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, wReserved, 6);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwUserBytes, 8);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwReadIdx, 12);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwWriteIdx, 16);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwReadOffset, 20);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwWriteOffset, 24);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwLastSlotOffset, 28);
 
 /// Counts the stored cells without a lock.
 /// pQue       in      the ring
@@ -38,18 +49,5 @@ void _TShmQueue_GetNextIdx(int32_t *pnIdx, uint32_t *pdwOffset, const TShmQueue 
 void _TShmQueue_GetPrevIdx(int32_t *pnIdx, uint32_t *pdwOffset, const TShmQueue *pQue);
 
 DEVSUPPORT_END_API
-
-#ifdef __cplusplus
-static_assert(sizeof(_U_ShmQueue_SHM_VARI) == 32, "segment header");
-static_assert(offsetof(_U_ShmQueue_SHM_VARI, dwCellCount) == 0, "segment header");
-static_assert(offsetof(_U_ShmQueue_SHM_VARI, wCellSize) == 4, "segment header");
-static_assert(offsetof(_U_ShmQueue_SHM_VARI, wReserved) == 6, "segment header");
-static_assert(offsetof(_U_ShmQueue_SHM_VARI, dwUserBytes) == 8, "segment header");
-static_assert(offsetof(_U_ShmQueue_SHM_VARI, dwReadIdx) == 12, "segment header");
-static_assert(offsetof(_U_ShmQueue_SHM_VARI, dwWriteIdx) == 16, "segment header");
-static_assert(offsetof(_U_ShmQueue_SHM_VARI, dwReadOffset) == 20, "segment header");
-static_assert(offsetof(_U_ShmQueue_SHM_VARI, dwWriteOffset) == 24, "segment header");
-static_assert(offsetof(_U_ShmQueue_SHM_VARI, dwLastSlotOffset) == 28, "segment header");
-#endif
 
 #endif

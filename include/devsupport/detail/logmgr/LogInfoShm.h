@@ -2,6 +2,7 @@
 #ifndef DEVSUPPORT_DETAIL_LOGMGR_LOGINFOSHM_H
 #define DEVSUPPORT_DETAIL_LOGMGR_LOGINFOSHM_H
 
+#include <devsupport/detail/Layout.h>
 #include <devsupport/detail/logmgr/LogCell.h>
 #include <devsupport/ipc/MyShareMemory.h>
 #include <devsupport/logmgr/LogInfoShm.h>
@@ -17,6 +18,13 @@ typedef struct TLogInfoShmData {
   char szName[32];       /* the process's name, NUL-terminated */
   int32_t nNameLen;      /* its length; 0 without one */
 } TLogInfoShmData;
+DEVSUPPORT_DEVICE_RECORD_BYTES(TLogInfoShmData, 140);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, nFilterLevel, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, dwFilterMask, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, uLogQue, 8);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, uEvtQue, 56);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, szName, 104);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, nNameLen, 136);
 
 /// The one record of the process. Changed by TLogInfoShm_Open, _Close and _ChangeFilter only.
 extern TLogInfoShmData _g_uLogInfoShmData;
@@ -32,18 +40,5 @@ extern TLogInfoShmData _g_uLogInfoShmData;
 void _TLogInfoShm_WriteData(TShmQueue *pQue, const char *pText, uint16_t wLength, int nType);
 
 DEVSUPPORT_END_API
-
-#ifdef __cplusplus
-#include <stddef.h>
-#if UINTPTR_MAX == 0xFFFFFFFFu
-static_assert(sizeof(TLogInfoShmData) == 140, "device layout");
-static_assert(offsetof(TLogInfoShmData, nFilterLevel) == 0, "device layout");
-static_assert(offsetof(TLogInfoShmData, dwFilterMask) == 4, "device layout");
-static_assert(offsetof(TLogInfoShmData, uLogQue) == 8, "device layout");
-static_assert(offsetof(TLogInfoShmData, uEvtQue) == 56, "device layout");
-static_assert(offsetof(TLogInfoShmData, szName) == 104, "device layout");
-static_assert(offsetof(TLogInfoShmData, nNameLen) == 136, "device layout");
-#endif
-#endif
 
 #endif
