@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -54,7 +55,8 @@ int main(int nArgCount, char *apArgs[]) {
 
   g_nDevice = ::open(kDevice, O_RDWR);
   if (g_nDevice == -1) std::exit(EXIT_FAILURE);
-  const int nResult = ::ioctl(g_nDevice, static_cast<unsigned long>(request.dwRequest), &request);
+  // One C library takes the number as unsigned long, another as int: 16 bits suit both.
+  const int nResult = ::ioctl(g_nDevice, static_cast<std::uint16_t>(request.dwRequest), &request);
 
   // With standard output closed the driver has got its descriptor: nobody listens, and the line must
   // not be written to the driver.

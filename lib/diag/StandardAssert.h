@@ -4,13 +4,20 @@
 
 #include <cassert>
 
+// The type in which the C library takes the line.
+#ifdef __GLIBC__
+using TAssertLine = unsigned;
+#else
+using TAssertLine = int;
+#endif
+
 // With NDEBUG the C library's header keeps its report to itself.
 #ifdef NDEBUG
 #ifdef __UCLIBC__
-extern "C" [[noreturn]] void __assert(const char *pExpression, const char *pFile, int nLine,
+extern "C" [[noreturn]] void __assert(const char *pExpression, const char *pFile, TAssertLine line,
                                       const char *pFunction) noexcept;
 #else
-extern "C" [[noreturn]] void __assert_fail(const char *pExpression, const char *pFile, unsigned dwLine,
+extern "C" [[noreturn]] void __assert_fail(const char *pExpression, const char *pFile, TAssertLine line,
                                            const char *pFunction) noexcept;
 #endif
 #endif
@@ -24,9 +31,9 @@ inline void StandardAssert(bool bHolds, const char *pExpression, const char *pFi
     return;
   }
 #ifdef __UCLIBC__
-  __assert(pExpression, pFile, static_cast<int>(dwLine), pFunction);
+  __assert(pExpression, pFile, static_cast<TAssertLine>(dwLine), pFunction);
 #else
-  __assert_fail(pExpression, pFile, dwLine, pFunction);
+  __assert_fail(pExpression, pFile, static_cast<TAssertLine>(dwLine), pFunction);
 #endif
 }
 

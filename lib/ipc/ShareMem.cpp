@@ -17,7 +17,7 @@ constexpr int kMode = 0666;
 constexpr std::size_t kErrorTextBytes = 1024;
 
 // strerror_r comes in two forms: one answers the text itself, the other a number and fills the buffer.
-const char *__ErrorText(const char *pText, const char * /*pBuffer*/) { return pText; }
+[[maybe_unused]] const char *__ErrorText(const char *pText, const char * /*pBuffer*/) { return pText; }
 [[maybe_unused]] const char *__ErrorText(int /*nResult*/, const char *pBuffer) { return pBuffer; }
 
 // Kept: the error text stands in the message twice, from either variant of the C library's function.
@@ -74,7 +74,7 @@ int ShareMem_Close(TShareMem *pShm, int bRemoveIfLast, int *pbWasLast) {
 int ShareMem_FindKeyAttchCount(int32_t nKey) {
   // SHM_INFO and SHM_STAT are Linux's own; the first fills another record than the call's type says.
   shm_info info{};
-  const int nHighestIndex = ::shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds *>(&info));
+  const int nHighestIndex = ::shmctl(0, SHM_INFO, static_cast<shmid_ds *>(static_cast<void *>(&info)));
   for (int nIndex = 0; nIndex <= nHighestIndex; ++nIndex) {
     shmid_ds status{};
     if (::shmctl(nIndex, SHM_STAT, &status) < 0) continue;  // an unused place, or one that we may not see

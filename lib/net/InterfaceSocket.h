@@ -7,6 +7,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdint>
+
 namespace devsupport::net {
 
 /// An IPv4 datagram socket, open while the object lives. The kernel answers interface requests on it, also those
@@ -24,9 +26,10 @@ class InterfaceSocket {
   bool IsOpen() const { return fd_ >= 0; }
 
   /// Hands a request to the kernel, which answers in the same record. False when it refused; errno says why.
+  /// Request numbers have 16 bits; one C library takes them as unsigned long, another as int.
   template <typename TRequest>
-  bool Ask(unsigned long dwRequest, TRequest &record) const {
-    return ::ioctl(fd_, dwRequest, &record) >= 0;
+  bool Ask(std::uint16_t wRequest, TRequest &record) const {
+    return ::ioctl(fd_, wRequest, &record) >= 0;
   }
 
  private:

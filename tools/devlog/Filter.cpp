@@ -27,12 +27,17 @@ bool Filter::IsInTime(DayTime time) const {
   return isOverMidnight ? isSince || isUntil : isSince && isUntil;
 }
 
-// The length is given because a text may hold NULs.
 bool Filter::Matches(std::string_view text) const {
   if (wanted_.pattern == nullptr) return true;
+#ifdef REG_STARTEND
+  // The length is given because a text may hold NULs.
   regmatch_t range{};
   range.rm_eo = static_cast<regoff_t>(text.size());
   return ::regexec(&regex_, text.data(), 1, &range, REG_STARTEND) == 0;
+#else
+  // Not every C library takes a length: there, what stands behind a NUL is not searched.
+  return ::regexec(&regex_, text.empty() ? "" : text.data(), 0, nullptr, 0) == 0;
+#endif
 }
 
 }  // namespace devlog
