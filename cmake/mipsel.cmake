@@ -15,3 +15,5 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 add_link_options("-L${CMAKE_FIND_ROOT_PATH}/usr/lib/mipsel-linux-gnu")
+# Its pages are small; the linker's default keeps 64 KiB between what is written and what is not, in the file as well.
+add_link_options(-Wl,-z,max-page-size=4096)
