@@ -183,6 +183,22 @@ TEST_F(MyHash, Delete_BelievesTheSlotsLinks_WhateverChainTheKeyNames) {
   EXPECT_THAT(Chain(&uHash_, 1), ElementsAre(2));
 }
 
+TEST_F(MyHash, Add_ToAChainThatStillNamesTheSlotItTakes_EndsTheChainThere) {
+  ASSERT_EQ(Create(4, 2), 1);
+  TMyHash_SetHashFunc(&uHash_, [](std::uint32_t, const void *pKey, int) -> std::uint32_t {
+    return static_cast<std::uint32_t>(*static_cast<const char *>(pKey) - 'a');
+  });
+  Add("a1");
+  Add("b");
+  static_cast<HashEntry *>(TMyHash_GetDataPtr(&uHash_, 0))->szKey[0] = 'b';
+  ASSERT_EQ(TMyHash_Delete(&uHash_, 0), 1);
+  ASSERT_EQ(uHash_.pnBucket[0], 0);
+  EXPECT_EQ(Add("a2"), 1);
+  ASSERT_EQ(uHash_.pnNext[0], -1);
+  EXPECT_EQ(Find("a1"), nullptr);
+  EXPECT_EQ(Find("a2")->nValue, 0);
+}
+
 TEST_F(MyHash, Delete_LeavesTheBytes_AndAddMayCopyThemFromThere) {
   ASSERT_EQ(Create(1, 1), 1);
   Add("a", 7);
