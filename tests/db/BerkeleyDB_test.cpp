@@ -5,6 +5,7 @@
 #include <devsupport/detail/db/BerkeleyDB.h>
 #include <devsupport/ipc/ShareMem.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -16,6 +17,9 @@
 #include "db/Store.h"
 #include "support/CapturedOutput.h"
 #include "support/Child.h"
+#include "support/FaultInjection.h"
+
+DEVSUPPORT_FAULT_POINT(int, flock, (int fd, int operation), (fd, operation), -1, EINTR)
 
 namespace {
 
@@ -65,6 +69,12 @@ TEST_F(Store, Open_InAnEmptyHome_OpensAllTablesAndPrintsNothing) {
   EXPECT_EQ(result, 0);
   EXPECT_NE(BerkDb_GetEnv(), nullptr);
   for (const TDbTbl &row : g_auDbTbl) EXPECT_NE(*row.ppDb, nullptr) << row.pName;
+}
+
+TEST_F(Store, Open_WhoseWaitForItsTurnASignalInterrupts_GoesOnWaiting) {
+  const FailCall interrupted("flock", 1);
+  Open();
+  EXPECT_TRUE(interrupted.Happened());
 }
 
 TEST_F(Store, Open_WithoutAResultPointer_Works) { EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, nullptr), 1); }

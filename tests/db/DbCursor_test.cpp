@@ -112,6 +112,39 @@ TEST_F(Cursor, Get_WithACursorDespiteTheFailure_ClosesIt) {
   EXPECT_EQ(err.Take(), "") << "a cursor was left open";
 }
 
+TEST_F(Cursor, Get_ThatMeetsALock_ClosesItsCursorAndIsTriedAgain) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
+  static decltype(g_uDb.tb_tone->cursor) s_realCursor;
+  static decltype(DBC::get) s_realGet;
+  static decltype(DBC::close) s_realClose;
+  static int s_closed;
+  s_realCursor = g_uDb.tb_tone->cursor;
+  s_closed = 0;
+  g_uDb.tb_tone->cursor = [](DB *pDb, DB_TXN *txn, DBC **ppCursor, u_int32_t flags) {
+    const int result = s_realCursor(pDb, txn, ppCursor, flags);
+    pDb->cursor = s_realCursor;
+    s_realGet = (*ppCursor)->get;
+    s_realClose = (*ppCursor)->close;
+    (*ppCursor)->get = [](DBC *, DBT *, DBT *, u_int32_t) { return DB_LOCK_DEADLOCK; };
+    (*ppCursor)->close = [](DBC *pOpen) {
+      ++s_closed;
+      pOpen->get = s_realGet;  // the library keeps closed cursors for later
+      pOpen->close = s_realClose;
+      return s_realClose(pOpen);
+    };
+    return result;
+  };
+  char key[256] = "k";
+  char value[256] = "#";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  EXPECT_EQ(s_closed, 1);
+  EXPECT_EQ(result, 0);
+  EXPECT_STREQ(value, "v");
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
+}
+
 TEST_F(Cursor, Get_OfANullTable_Is6) {
   char buffer[256] = "";
   DBC *pCursor = nullptr;

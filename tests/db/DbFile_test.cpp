@@ -12,13 +12,40 @@
 #include "support/CapturedOutput.h"
 #include "support/FaultInjection.h"
 
-DEVSUPPORT_FAULT_POINT(int, db_create, (DB * *ppDb, DB_ENV *pEnv, u_int32_t flags), (ppDb, pEnv, flags), ENOMEM, 0)
-
 namespace {
 
 using namespace devsupport::test;
 
-class SingleFile : public StoreTest {};
+int g_openHandles = 0;
+int (*g_realClose)(DB *pDb, u_int32_t flags) = nullptr;
+
+int CountedClose(DB *pDb, u_int32_t flags) {
+  --g_openHandles;
+  return g_realClose(pDb, flags);
+}
+
+}  // namespace
+
+extern "C" int __real_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
+extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
+extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags) {
+  if (MustFail("db_create")) return ENOMEM;
+  const int result = __real_db_create(ppDb, pEnv, flags);
+  g_realClose = (*ppDb)->close;
+  (*ppDb)->close = CountedClose;
+  ++g_openHandles;
+  return result;
+}
+
+namespace {
+
+class SingleFile : public StoreTest {
+ protected:
+  void TearDown() override {
+    EXPECT_EQ(g_openHandles, 0) << "a handle was left behind";
+    StoreTest::TearDown();
+  }
+};
 
 TEST_F(SingleFile, Open_MakesAFileThatTheRecordOperationsTake) {
   CapturedOutput err(stderr);

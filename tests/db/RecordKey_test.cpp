@@ -7,9 +7,12 @@
 #include <cctype>
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
+#include <new>
 #include <string>
 
 #include "db/RecordFixture.h"
+#include "db/for_project/RecordKey.h"
 #include "support/CapturedOutput.h"
 #include "support/FaultInjection.h"
 
@@ -60,6 +63,19 @@ TEST_F(PhoneBookKey, WorksOnBothSidesOfTheInlineKey) {
     ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, name.c_str(), "v"), BERKDB_OK);
     EXPECT_EQ(Get(g_uDb.tb_pb, name.c_str()), "v");
     EXPECT_EQ(BerkDb_Del(g_uDb.tb_pb, name.c_str()), BERKDB_OK);
+  }
+}
+
+TEST(PhoneBookKeyRoom, OfANameOfAnyLength_HoldsItsKey) {
+  using devsupport::store::PhoneBookKey;
+  constexpr unsigned char kFence = 0xA5;
+  for (const std::size_t length : {0u, 126u, 127u, 128u, 129u, 1000u}) {
+    alignas(PhoneBookKey) unsigned char room[sizeof(PhoneBookKey) + 8];
+    std::memset(room, kFence, sizeof room);
+    auto *pKey = ::new (room) PhoneBookKey(std::string(length, 'a').c_str());
+    EXPECT_EQ(pKey->Record().size, 2 * length + 2);
+    pKey->~PhoneBookKey();
+    for (std::size_t i = sizeof(PhoneBookKey); i < sizeof room; ++i) EXPECT_EQ(room[i], kFence) << length;
   }
 }
 

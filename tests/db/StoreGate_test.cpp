@@ -4,10 +4,12 @@
 #include <devsupport/ipc/ShareMem.h>
 #include <pthread.h>
 #include <sys/sem.h>
+#include <sys/shm.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <string>
 #include <thread>
@@ -67,12 +69,13 @@ class Record {
   const GateRecord *pRecord_ = nullptr;
 };
 
-// Attaches the gate as the first one, with or without robust mutexes in the system.
-bool AttachFirst(Lock lock) {
-  if (lock == Lock::kMutex) return g_gate.Attach(true);
+// Attaches the gate with or without robust mutexes in the system.
+bool Attach(Lock lock, bool bFirst) {
+  if (lock == Lock::kMutex) return g_gate.Attach(bFirst);
   const FailCall noRobustMutexes("pthread_mutex_init", FailCall::kEvery);
-  return g_gate.Attach(true);
+  return g_gate.Attach(bFirst);
 }
+bool AttachFirst(Lock lock) { return Attach(lock, true); }
 
 class Gate : public StoreTest, public ::testing::WithParamInterface<Lock> {
  protected:
@@ -153,6 +156,14 @@ TEST_P(Gate, AttachedByTheFirstOne_IsNew) {
   EXPECT_EQ(Enter(), 0);
 }
 
+TEST_P(Gate, AttachedByALaterOneWhereThereIsNone_IsNew) {
+  g_gate.Detach();
+  ASSERT_EQ(::shmctl(::shmget(StoreGate::kKey, 0, 0), IPC_RMID, nullptr), 0);
+  ASSERT_TRUE(Attach(GetParam(), false));
+  EXPECT_EQ(Record().HasSemaphore(), GetParam() == Lock::kSemaphore);
+  EXPECT_EQ(Enter(), 0);
+}
+
 TEST_P(Gate, WhenSomebodyDiesWaiting_StillLetsIn) {
   Patience patience;
   ASSERT_EQ(g_gate.Enter(patience), 0);
@@ -164,6 +175,17 @@ TEST_P(Gate, WhenSomebodyDiesWaiting_StillLetsIn) {
   g_gate.Leave();
   EXPECT_EQ(Enter(), 0);
   EXPECT_EQ(Enter(), 0);
+}
+
+TEST_P(Gate, WhenTheWaitingHaveBeenIn_CountsNobodyAsWaiting) {
+  Patience patience;
+  ASSERT_EQ(g_gate.Enter(patience), 0);
+  const Record record;
+  Child waiting([] { return Enter(); });
+  while (!record.SomebodyWaits()) std::this_thread::yield();
+  g_gate.Leave();
+  EXPECT_EQ(waiting.Wait(), 0);
+  EXPECT_FALSE(record.SomebodyWaits()) << "all who come later would have to queue";
 }
 
 TEST_P(Gate, WaitThatASignalInterrupts_GoesOn) {
@@ -207,10 +229,14 @@ TEST_P(Gate, LetsOneInAtATime) {
   EXPECT_EQ(most, 1);
 }
 
-TEST_P(Gate, WhenSomebodyDoesNotLeave_LetsTheOthersGiveUp) {
+TEST_P(Gate, WhenSomebodyDoesNotLeave_LetsTheOthersGiveUpWhenTheirPatienceIsOver) {
   Patience patience;
   ASSERT_EQ(g_gate.Enter(patience), 0);
+  const auto begin = std::chrono::steady_clock::now();
   std::thread([] { EXPECT_EQ(Enter(), DB_LOCK_NOTGRANTED); }).join();
+  constexpr std::chrono::milliseconds kPatience(Patience::kLimitMs);
+  constexpr std::chrono::milliseconds kRounding(2);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, kPatience - kRounding);
   g_gate.Leave();
   EXPECT_EQ(Enter(), 0);
 }
