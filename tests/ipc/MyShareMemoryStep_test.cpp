@@ -3,63 +3,18 @@
 // system call.
 
 #include <devsupport/ipc/MyShareMemory.h>
-#include <sys/ptrace.h>
-#include <sys/wait.h>
-
-#include <atomic>
-#include <csignal>
+#include <array>
 #include <functional>
 #include <set>
 
 #include "ipc/RingFixture.h"
-#include "ipc/SharedBlock.h"
-#include "support/Child.h"
+#include "ipc/Traced.h"
 
 namespace {
 
-using devsupport::test::Child;
-using devsupport::test::SharedBlock;
+using devsupport::test::Traced;
 
 constexpr std::uint32_t kCells = 3;
-
-/// A child that this process moves on step by step.
-class Traced {
- public:
-  explicit Traced(const std::function<void()> &operation)
-      : child_([&] {
-          if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) return kMayNotTrace;
-          ::raise(SIGSTOP);
-          operation();
-          done_->store(true);
-          return 0;
-        }) {
-    ::waitpid(child_.Pid(), &status_, 0);
-  }
-
-  static bool MayTrace() {
-    Child child([] { return ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 ? 0 : kMayNotTrace; });
-    return child.Wait() == 0;
-  }
-
-  /// Goes on to the next instruction (PTRACE_SINGLESTEP) or system call (PTRACE_SYSCALL); false at the end.
-  bool Step(__ptrace_request kind) {
-    if (*done_ || !WIFSTOPPED(status_)) return false;
-    ::ptrace(kind, child_.Pid(), nullptr, nullptr);
-    ::waitpid(child_.Pid(), &status_, 0);
-    return WIFSTOPPED(status_);
-  }
-  void Kill() {
-    child_.Signal(SIGKILL);
-    child_.Wait();
-  }
-
- private:
-  static constexpr int kMayNotTrace = 77;
-
-  SharedBlock<std::atomic<bool>> done_;
-  Child child_;
-  int status_ = 0;
-};
 
 class RingStep : public devsupport::test::RingFixture {
  protected:
@@ -133,6 +88,31 @@ TEST_F(RingStep, PushOverwriteOnFullRing_LosesNoMoreThanTheOldestCell) {
 TEST_F(RingStep, Clear_BringsNoOldCellBack) {
   EXPECT_EQ(ContentsDuring(0, [this] { TShmQueue_Clear(&ring); }), (Seen{""}));
   EXPECT_EQ(ContentsDuring(2, [this] { TShmQueue_Clear(&ring); }), (Seen{"[a][b]", ""}));
+}
+
+TEST_F(RingStep, Create_WritesTheCellCountLast) {
+  TShmQueue_Close(&ring, 1);
+  ring.header = nullptr;
+  using Header = std::array<std::uint32_t, sizeof(_U_ShmQueue_SHM_VARI) / 4>;
+  const auto *pHeader = static_cast<const _U_ShmQueue_SHM_VARI *>(nullptr);
+  std::set<Header> seen;
+  Traced process([this] {
+    TShmQueue mine{};
+    Create(mine, kCells, 8);
+  });
+  do {
+    if (pHeader == nullptr) {
+      const int id = ::shmget(shareKey, 0, 0);
+      if (id != -1) pHeader = static_cast<const _U_ShmQueue_SHM_VARI *>(::shmat(id, nullptr, SHM_RDONLY));
+    }
+    if (pHeader == nullptr || pHeader->dwCellCount == 0) continue;
+    Header header;
+    std::memcpy(header.data(), pHeader, sizeof header);
+    seen.insert(header);
+  } while (process.Step(PTRACE_SINGLESTEP));
+  process.Kill();
+  EXPECT_EQ(seen.size(), 1u) << "who attaches a ring with a cell count believes all of its header";
+  ::shmdt(pHeader);
 }
 
 TEST_F(RingStep, LifeOfARing_EndedAtAnySystemCall_LeavesTheNextCreatorAWorkingRing) {

@@ -12,6 +12,10 @@
 #include "ipc/RingFixture.h"
 #include "support/CapturedOutput.h"
 #include "support/Child.h"
+#include "support/FaultInjection.h"
+
+DEVSUPPORT_FAULT_POINT(int, semop, (int id, sembuf *operations, std::size_t count), (id, operations, count), -1,
+                       ENOMEM)
 
 namespace {
 
@@ -19,6 +23,7 @@ using devsupport::test::AwaitWaiter;
 using devsupport::test::CapturedOutput;
 using devsupport::test::Child;
 using devsupport::test::Event;
+using devsupport::test::FailCall;
 using devsupport::test::kNever;
 
 class Ring : public devsupport::test::RingFixture {};
@@ -27,6 +32,15 @@ TEST_F(Ring, Push_FillsExactlyTheCellsAskedFor) {
   ASSERT_EQ(Create(ring, 3, 8), 1);
   for (const char *text : {"a", "b", "c"}) EXPECT_EQ(PushText(ring, text), 1);
   EXPECT_EQ(TShmQueue_GetCount(&ring), 3);
+}
+
+TEST_F(Ring, Push_WhenTheSemaphoreCannotBeTaken_RunsUnlockedAndDoesNotGiveItBack) {
+  ASSERT_EQ(Create(ring, 3, 8), 1);
+  const FailCall noRoomForTheUndo("semop", 1);
+  EXPECT_EQ(PushText(ring, "a"), 1);
+  EXPECT_TRUE(noRoomForTheUndo.Happened());
+  EXPECT_EQ(SemValue(), 1) << "two at once could come in from now on";
+  EXPECT_EQ(GetText(ring), "a");
 }
 
 TEST_F(Ring, Push_OnFullRing_Returns0AndStoresNothing) {

@@ -49,6 +49,8 @@ int __real_sigaction(int number, const struct sigaction *action, struct sigactio
 int __wrap_sigaction(int number, const struct sigaction *action, struct sigaction *old);
 void *__real_malloc(std::size_t size);
 void *__wrap_malloc(std::size_t size);
+void __real_free(void *block);
+void __wrap_free(void *block);
 
 int __wrap_timer_create(clockid_t clock, sigevent *event, timer_t *timer) {
   if (devsupport::test::Fails("timer_create", EAGAIN)) return -1;
@@ -98,7 +100,15 @@ int __wrap_sigaction(int number, const struct sigaction *action, struct sigactio
 
 void *__wrap_malloc(std::size_t size) {
   if (devsupport::test::Fails("malloc", ENOMEM)) return nullptr;
-  if (devsupport::test::g_calls != nullptr) devsupport::test::g_calls->allocated = size;
+  if (devsupport::test::g_calls == nullptr) return __real_malloc(size);
+  devsupport::test::RunOnce(Calls().beforeMalloc);
+  Calls().allocated = size;
+  ++Calls().blocks;
   return __real_malloc(size);
+}
+
+void __wrap_free(void *block) {
+  if (devsupport::test::g_calls != nullptr && block != nullptr) --Calls().blocks;
+  __real_free(block);
 }
 }

@@ -18,6 +18,7 @@ struct TimerCalls {
   std::atomic<int> deleteErrors{0};       // timer_delete that the kernel refused: of a timer that was gone already
   std::atomic<int> settimeErrors{0};      // timer_settime that the kernel refused: of a timer that was gone already
   std::atomic<std::size_t> allocated{0};  // bytes asked of malloc last
+  std::atomic<int> blocks{0};             // malloc less free
   clockid_t clock = -1;
   sigevent event{};
   int settimeFlags = -1;
@@ -32,6 +33,7 @@ struct TimerCalls {
   std::function<void()> afterSettime;
   std::function<void()> failingSettime;  // at one that FailCall makes fail
   std::function<void()> beforeDelete;
+  std::function<void()> beforeMalloc;
 
   uint32_t SignalValue() const { return static_cast<uint32_t>(event.sigev_value.sival_int); }
 };

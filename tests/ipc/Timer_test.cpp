@@ -153,6 +153,16 @@ TEST_F(Timers, CreateAry_InManyThreads_GivesEachNumberOnce) {
   for (const int times : seen) EXPECT_EQ(times, 1);
 }
 
+TEST_F(Timers, CreateAry_WhenAnotherThreadTakesTheLastNumber_Returns0AndKeepsNoMemory) {
+  for (int i = 0; i < 63; ++i) Make(1, kOneShot);
+  const int blocks = Calls().blocks;
+  Calls().beforeMalloc = [] { EXPECT_EQ(Make(1, kOneShot), 63); };
+  uint16_t array = 7;
+  EXPECT_EQ(Timer_CreateAry(1, kOneShot, Ignore, 0, &array), 0);
+  EXPECT_EQ(array, kNoArray);
+  EXPECT_EQ(Calls().blocks, blocks + 1) << "that of the other thread";
+}
+
 TEST_F(Timers, Set_OutOfRange_PrintsIndexAndCountAndReturns0) {
   const uint16_t array = Make(3, kOneShot);
   CapturedOutput err(stderr);

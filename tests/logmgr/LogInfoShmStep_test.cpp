@@ -1,0 +1,38 @@
+// The log ring is looked at after every single instruction of a write, as the one who comes after a writer that was
+// killed there would find it.
+
+#include <devsupport/logmgr/LogInfoShm.h>
+
+#include <set>
+#include <string>
+#include <utility>
+
+#include "ipc/Traced.h"
+#include "logmgr/LogRing.h"
+
+namespace {
+
+using namespace devsupport::test;
+
+class LogStep : public OpenChannelTest {
+ protected:
+  void SetUp() override {
+    if (!Traced::MayTrace()) GTEST_SKIP() << "needs the right to trace a child";
+    OpenChannelTest::SetUp();
+  }
+};
+
+TEST_F(LogStep, Record_HasUsedUpItsNumberBeforeItIsSeen) {
+  TLogInfoShm_Write("old", 0, 0);
+  const RawRing ring(kLogRing);
+  using NewestAndCounter = std::pair<std::string, unsigned>;
+  std::set<NewestAndCounter> seen;
+  Traced writer([] { TLogInfoShm_Write("new", 0, 0); });
+  do {
+    seen.emplace(ring.Texts().back(), ring.Counter());
+  } while (writer.Step(PTRACE_SINGLESTEP));
+  writer.Kill();
+  EXPECT_EQ(seen, (std::set<NewestAndCounter>{{"old", 1}, {"old", 2}, {"new", 2}}));
+}
+
+}  // namespace
