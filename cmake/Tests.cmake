@@ -5,7 +5,7 @@
 #
 # Builds one GoogleTest program from the file, with the further SOURCES, and registers every test in it with ctest.
 # WRAP names functions of the C library whose calls the test can make fail (see tests/support/FaultInjection.h);
-# LABELS sort the tests into suites that script/test can pick.
+# LABELS sort the tests into suites that script/test can pick; the area and the program's name are labels anyway.
 function(devsupport_test source)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "WRAP;LIBS;LABELS;SOURCES")
   cmake_path(GET source STEM name)
@@ -19,7 +19,7 @@ function(devsupport_test source)
   endforeach()
   gtest_discover_tests(${target}
     TEST_PREFIX "${area}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
-    PROPERTIES LABELS "${area};${arg_LABELS}")
+    PROPERTIES LABELS "${area};${target};${arg_LABELS}")
 endfunction()
 
 # devsupport_runnable(<target> <variable>)
