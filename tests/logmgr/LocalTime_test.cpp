@@ -129,6 +129,14 @@ TEST_F(Time, AfterTheClockWasSet_IsThatOfTheNewTime) {
   EXPECT_EQ(At(kSummerEnds + 7200), "04:00:00.000");
 }
 
+// As far away as the numbers of minutes are told apart.
+TEST_F(Time, AfterTheClockWasSetBy32768Minutes_IsThatOfTheNewTime) {
+  constexpr std::int64_t kWay = 32768 * 60;
+  Zone("CET-1CEST,M3.5.0,M10.5.0/3");
+  EXPECT_EQ(At(kSummerEnds + 7200 - kWay), "10:52:00.000");
+  EXPECT_EQ(At(kSummerEnds + 7200), "04:00:00.000");
+}
+
 TEST_F(Time, AfterTheZoneHasChanged_FollowsWithTheNextMinute) {
   Zone("UTC0");
   EXPECT_EQ(At(kMonday), "00:00:00.000");
