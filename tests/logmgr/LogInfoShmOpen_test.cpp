@@ -142,6 +142,15 @@ TEST_F(Channel, Open_AsCreator_ClearsTheCountersAndKeepsTheBitsAbove) {
   }
 }
 
+TEST_F(Channel, OpenAgain_KeepsTheLocksThatReadersKnow) {
+  ASSERT_EQ(TLogInfoShm_Open(4, 7, nullptr), 1);
+  const int logLock = ::semget(kLogRing.semKey, 0, 0);
+  const int eventLock = ::semget(kEventRing.semKey, 0, 0);
+  ASSERT_EQ(TLogInfoShm_Open(4, 7, nullptr), 1);
+  EXPECT_EQ(::semget(kLogRing.semKey, 0, 0), logLock);
+  EXPECT_EQ(::semget(kEventRing.semKey, 0, 0), eventLock);
+}
+
 TEST_F(Channel, OpenAgain_StaysAttachedOnce) {
   for (int i = 0; i < 3; ++i) {
     ASSERT_EQ(TLogInfoShm_Open(4, 7, nullptr), 1);
