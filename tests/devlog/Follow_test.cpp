@@ -169,6 +169,15 @@ TEST_F(Following, WithConsumeAndALockThatIsHeldForLong_WaitsForIt) {
                                " had it last)\n");
 }
 
+TEST_F(Following, WhileSomebodyHoldsTheLock_ReadsWithoutItAndLeavesItHeld) {
+  WriteUpTo(1);
+  TShmQueue_Lock(&Log().Queue());
+  RunningDevlog devlog({"-f", "--ring", "log"});
+  Expect(devlog, 0, 1);
+  EXPECT_EQ(SemValue(kLogRing), 0);
+  TShmQueue_Unlock(&Log().Queue());
+}
+
 TEST_F(Following, ALiveWriter_ShowsEachOfItsMessagesWhole) {
   const auto textOf = [](unsigned number) {
     return std::to_string(number) + ' ' + std::string(number * 37 % 600, static_cast<char>('a' + number % 26));

@@ -125,6 +125,11 @@ TEST(ForPeople, EscapesWhatIsNoUtf8) {
 
 TEST(ForJson, EscapesQuotesAndBackslashes) { EXPECT_EQ(ForJson(R"(say "a\b")"), R"(say \"a\\b\")"); }
 
+TEST(ForPeople, EscapesTheLastControlCharacterAndNotTheNextOne) {
+  EXPECT_EQ(ForPeople("\xc2\x9f"), "\\xc2\\x9f");
+  EXPECT_EQ(ForPeople("\xc2\xa0"), "\xc2\xa0");
+}
+
 TEST(ForJson, EscapesControlCharactersByTheirNumber) {
   EXPECT_EQ(ForJson("\033\n\x7f\xc2\x9b"), "\\u001b\\u000a\\u007f\\u009b");
   EXPECT_EQ(ForJson(std::string_view("a\0b", 3)), "a\\u0000b");
