@@ -9,17 +9,51 @@
 function(devsupport_test source)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "WRAP;LIBS;LABELS;SOURCES")
   cmake_path(GET source STEM name)
+  devsupport_test_program(${name} SOURCES ${source} ${arg_SOURCES} WRAP ${arg_WRAP} LIBS ${arg_LIBS})
+  target_link_libraries(${DEVSUPPORT_TEST_TARGET} PRIVATE GTest::gmock_main)
+  gtest_discover_tests(${DEVSUPPORT_TEST_TARGET}
+    TEST_PREFIX "${DEVSUPPORT_TEST_AREA}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
+    PROPERTIES LABELS "${DEVSUPPORT_TEST_AREA};${DEVSUPPORT_TEST_TARGET};${arg_LABELS}")
+endfunction()
+
+# devsupport_fuzz(<Name>_fuzz.cpp [WRAP <function>...] [LIBS <target>...] [SOURCES <file>...])
+#
+# Builds the fuzz target of the file; the arguments are those of devsupport_test. Where DEVSUPPORT_FUZZ is on it
+# becomes the fuzzer fuzz_<Name> (see script/fuzz), otherwise a test that replays corpus/<Name>.
+function(devsupport_fuzz source)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "WRAP;LIBS;SOURCES")
+  cmake_path(GET source STEM name)
+  string(REGEX REPLACE "_fuzz$" "" name ${name})
+  devsupport_test_program(${name} SOURCES ${source} ${arg_SOURCES} WRAP ${arg_WRAP} LIBS ${arg_LIBS})
+  if(DEVSUPPORT_FUZZ)
+    target_sources(${DEVSUPPORT_TEST_TARGET} PRIVATE Fuzz.cpp)
+    target_link_options(${DEVSUPPORT_TEST_TARGET} PRIVATE -fsanitize=fuzzer)
+    set_property(GLOBAL APPEND PROPERTY DEVSUPPORT_FUZZERS ${DEVSUPPORT_TEST_TARGET})
+  else()
+    target_sources(${DEVSUPPORT_TEST_TARGET} PRIVATE Replay.cpp)
+    target_compile_definitions(${DEVSUPPORT_TEST_TARGET} PRIVATE
+      CORPUS_PATH="${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name}")
+    target_link_libraries(${DEVSUPPORT_TEST_TARGET} PRIVATE GTest::gmock_main)
+    gtest_discover_tests(${DEVSUPPORT_TEST_TARGET}
+      TEST_PREFIX "fuzz.${name}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
+      PROPERTIES LABELS "fuzz;${DEVSUPPORT_TEST_TARGET}")
+  endif()
+endfunction()
+
+# Makes the program of a test, and tells its target and the area that it belongs to in DEVSUPPORT_TEST_TARGET and
+# DEVSUPPORT_TEST_AREA.
+function(devsupport_test_program name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "WRAP;LIBS;SOURCES")
   cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME area)
   set(target ${area}_${name})
-  add_executable(${target} ${source} ${arg_SOURCES})
+  add_executable(${target} ${arg_SOURCES})
   target_link_libraries(${target} PRIVATE
-    devsupport::devsupport devsupport_test_support ${arg_LIBS} devsupport_settings GTest::gmock_main)
+    devsupport::devsupport devsupport_test_support ${arg_LIBS} devsupport_settings)
   foreach(function IN LISTS arg_WRAP)
     target_link_options(${target} PRIVATE -Wl,--wrap=${function})
   endforeach()
-  gtest_discover_tests(${target}
-    TEST_PREFIX "${area}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
-    PROPERTIES LABELS "${area};${target};${arg_LABELS}")
+  set(DEVSUPPORT_TEST_TARGET ${target} PARENT_SCOPE)
+  set(DEVSUPPORT_TEST_AREA ${area} PARENT_SCOPE)
 endfunction()
 
 # devsupport_runnable(<target> <variable>)

@@ -1,0 +1,200 @@
+// A file of JSON lines for the configuration store. What is taken is JSON to an independent reader, too, and says the
+// same there; it comes back whole when it is exported and read again. What is refused is refused with its line, and
+// the lines before that one are taken.
+
+#include "devconf/ImportFile.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "devconf/Print.h"
+#include "fuzz/FuzzTarget.h"
+#include "fuzz/StreamText.h"
+
+namespace {
+
+using nlohmann::json;
+
+/// A file in memory, and the path by which it can be opened.
+class MemoryFile {
+ public:
+  explicit MemoryFile(std::string_view text) {
+    if (::ftruncate(Descriptor(), 0) != 0 || ::pwrite(Descriptor(), text.data(), text.size(), 0) < 0) {
+      throw std::runtime_error("cannot write into memory");
+    }
+  }
+  static const std::string &Path() {
+    static const std::string path = "/proc/self/fd/" + std::to_string(Descriptor());
+    return path;
+  }
+
+ private:
+  static int Descriptor() {
+    static const int fd = ::memfd_create("import", 0);
+    return fd;
+  }
+};
+
+struct Stored {
+  std::string table;
+  std::string key;
+  std::string value;
+
+  bool operator==(const Stored &) const = default;
+};
+
+std::ostream &operator<<(std::ostream &stream, const Stored &record) {
+  return stream << record.table << ' ' << testing::PrintToString(record.key) << ' '
+                << testing::PrintToString(record.value);
+}
+
+struct Imported {
+  std::vector<Stored> records;
+  std::string exported;   ///< the same as a file
+  std::string complaint;  ///< empty when the text was taken
+};
+
+std::string KeyOf(const devconf::Entry &entry) {
+  if (!entry.asName) return std::string(entry.name);
+  devconf::Bytes key;
+  devconf::MakeKey(*entry.table, devconf::TextOf(entry.name), key);
+  return std::string(key.View());
+}
+
+void TakeEntries(devconf::ImportFile &file, Imported &imported) {
+  const devsupport::test::StreamText out(stdout);
+  for (const devconf::Entry &entry : file.Entries()) {
+    const std::string key = KeyOf(entry);
+    devconf::PrintRecord({entry.table, key, entry.value}, true);
+    imported.records.push_back({entry.table->name, key, std::string(entry.value)});
+  }
+  imported.exported = out.Text();
+}
+
+void ExpectFound(devconf::ImportFile &file, const std::vector<Stored> &records) {
+  for (const Stored &record : records) {
+    const devconf::Table &table = *devconf::FindTable(record.table);
+    EXPECT_TRUE(file.HasTable(table));
+    EXPECT_TRUE(file.HasKey(table, record.key));
+  }
+}
+
+Imported Import(std::string_view text) {
+  const MemoryFile memory(text);
+  Imported imported;
+  devconf::ImportFile file;
+  bool isTaken = false;
+  {
+    const devsupport::test::StreamText err(stderr);
+    isTaken = file.Load(MemoryFile::Path().c_str()) && file.Check();
+    imported.complaint = err.Text();
+  }
+  EXPECT_EQ(isTaken, imported.complaint.empty()) << imported.complaint;
+  if (!isTaken) return imported;
+  TakeEntries(file, imported);
+  ExpectFound(file, imported.records);
+  return imported;
+}
+
+/// The bytes that a string stands for whose characters are bytes.
+std::string BytesOf(const std::string &string) {
+  std::string bytes;
+  for (std::size_t i = 0; i < string.size(); ++i) {
+    const auto lead = static_cast<unsigned char>(string[i]);
+    // Two bytes of UTF-8 at most: characters up to U+00FF.
+    bytes += static_cast<char>(lead < 0x80 ? lead : (lead & 3U) << 6 | (static_cast<unsigned>(string[++i]) & 0x3fU));
+  }
+  return bytes;
+}
+
+std::string Terminated(const std::string &text) { return text + '\0'; }
+
+/// The phone book's key for a name.
+std::string WithDigits(const std::string &name) {
+  constexpr std::string_view kKeypad = "22233344455566677778889999";
+  std::string digits;
+  for (const char c : name) {
+    const char lower = static_cast<char>(c | 0x20);
+    if (lower >= 'a' && lower <= 'z') {
+      digits += kKeypad[static_cast<std::size_t>(lower - 'a')];
+    } else if ((c >= '0' && c <= '9') || c == ' ') {
+      digits += c == ' ' ? '0' : c;
+    } else {
+      break;
+    }
+  }
+  return Terminated(name) + Terminated(digits);
+}
+
+std::optional<Stored> ReadByOthers(const std::string &line) {
+  const json object = json::parse(line);
+  const std::string table = object.at("table");
+  if (object.size() == 1) return std::nullopt;
+  EXPECT_EQ(object.size(), 3U);
+  Stored record{table, "", ""};
+  if (object.contains("key_bytes")) {
+    record.key = BytesOf(object.at("key_bytes"));
+  } else {
+    record.key = table == "tb_pb" ? WithDigits(object.at("key")) : Terminated(object.at("key"));
+  }
+  record.value = object.contains("value_bytes") ? BytesOf(object.at("value_bytes")) : Terminated(object.at("value"));
+  return record;
+}
+
+std::vector<std::string> LinesOf(std::string_view text) {
+  std::vector<std::string> lines;
+  while (!text.empty()) {
+    lines.emplace_back(text.substr(0, text.find('\n')));
+    text.remove_prefix(std::min(lines.back().size() + 1, text.size()));
+  }
+  return lines;
+}
+
+void ExpectSameByOthers(std::string_view text, const std::vector<Stored> &records) {
+  std::vector<Stored> expected;
+  for (const std::string &line : LinesOf(text)) {
+    if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+    if (std::optional<Stored> record = ReadByOthers(line); record.has_value()) expected.push_back(*record);
+  }
+  EXPECT_EQ(records, expected);
+}
+
+void ExpectGoodComplaint(std::string_view text, const std::string &complaint) {
+  const std::string opening = "devconf: " + MemoryFile::Path() + ":";
+  ASSERT_EQ(complaint.substr(0, opening.size()), opening);
+  ASSERT_EQ(complaint.find('\n'), complaint.size() - 1) << complaint;
+  const std::size_t bad = std::stoul(complaint.substr(opening.size()));
+  const std::vector<std::string> lines = LinesOf(text);
+  ASSERT_GE(bad, 1U);
+  ASSERT_LE(bad, lines.size());
+  if (complaint.find("twice") != std::string::npos) return;  // found at the end, in the order of the keys
+  std::string before;
+  for (std::size_t i = 0; i + 1 < bad; ++i) before += lines[i] + "\n";
+  const Imported good = Import(before);
+  EXPECT_TRUE(good.complaint.empty() || good.complaint.find("twice") != std::string::npos) << good.complaint;
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  const std::string_view text(reinterpret_cast<const char *>(data), size);
+  const Imported imported = Import(text);
+  if (!imported.complaint.empty()) {
+    ExpectGoodComplaint(text, imported.complaint);
+    return 0;
+  }
+  ExpectSameByOthers(text, imported.records);
+  const Imported again = Import(imported.exported);
+  EXPECT_EQ(again.complaint, "");
+  EXPECT_EQ(again.records, imported.records);
+  EXPECT_EQ(again.exported, imported.exported);
+  return 0;
+}

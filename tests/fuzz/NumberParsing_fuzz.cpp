@@ -1,0 +1,29 @@
+// The number parsers: any text gives what the naive parsers make of it, and numbers come back from their own text.
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "fuzz/FuzzTarget.h"
+#include "text/NaiveNumbers.h"
+
+namespace {
+
+/// The input's first bytes as a number, written out and read again.
+void ExpectRoundTrip(std::string_view bytes) {
+  std::int32_t number = 0;
+  std::memcpy(&number, bytes.data(), std::min(bytes.size(), sizeof number));
+  std::int32_t again = ~number;
+  EXPECT_EQ(Str2Int(std::to_string(number).c_str(), &again), 1);
+  EXPECT_EQ(again, number);
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  const std::string_view bytes(reinterpret_cast<const char *>(data), size);
+  if (size > 0) ExpectRoundTrip(bytes);
+  devsupport::test::ExpectParsedAsByNaiveParsers(std::string(bytes.substr(0, bytes.find('\0'))));
+  return 0;
+}

@@ -1,0 +1,39 @@
+// Replays the corpus of one fuzz target: every input that taught the fuzzer something, and every one that ever
+// failed.
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "fuzz/FuzzTarget.h"
+#include "support/TempDir.h"
+
+namespace {
+
+std::vector<std::filesystem::path> Inputs() {
+  std::vector<std::filesystem::path> inputs;
+  for (const auto &entry : std::filesystem::directory_iterator(CORPUS_PATH)) inputs.push_back(entry.path());
+  std::sort(inputs.begin(), inputs.end());
+  return inputs;
+}
+
+TEST(Corpus, EveryInput_HasTheTargetsProperties) {
+  const std::vector<std::filesystem::path> inputs = Inputs();
+  ASSERT_FALSE(inputs.empty()) << CORPUS_PATH;
+  for (const std::filesystem::path &input : inputs) {
+    SCOPED_TRACE(input.filename().string());
+    const std::string text = devsupport::test::FileText(input);
+    // A block of exactly the input's size, so that the address sanitizer sees any access outside it.
+    const std::vector<std::uint8_t> bytes(text.begin(), text.end());
+    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+    ASSERT_FALSE(HasFailure());
+  }
+}
+
+TEST(Corpus, NoInputAtAll_HasTheTargetsProperties) {
+  const std::uint8_t nothing = 0;
+  LLVMFuzzerTestOneInput(&nothing, 0);
+}
+
+}  // namespace

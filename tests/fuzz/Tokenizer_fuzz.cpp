@@ -1,0 +1,16 @@
+// The tokenizer, its scans by sets and its conversions: a script of operations read from the input goes as it goes
+// through the naive tokenizer, in results, copies and every field of the record.
+
+#include "fuzz/FuzzInput.h"
+#include "fuzz/FuzzTarget.h"
+#include "text/StrTokScript.h"
+
+int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  devsupport::test::FuzzInput input(data, size);
+  devsupport::test::StrTokScript script([&](std::size_t limit) { return input.Below(limit); });
+  for (int step = 0; !input.IsUsedUp(); ++step) {
+    script.Step(step);
+    script.Compare();
+  }
+  return 0;
+}
