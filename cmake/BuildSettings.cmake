@@ -59,6 +59,14 @@ else()
     -U_FORTIFY_SOURCE $<$<NOT:$<CONFIG:MinSizeRel>>:-D_FORTIFY_SOURCE=2>)
 endif()
 
+# Counters of executed lines, for script/coverage. Tests run side by side and some have threads: the counters of a
+# process are updated atomically, and the files are locked while a process adds its own.
+if(DEVSUPPORT_COVERAGE)
+  target_compile_options(devsupport_settings INTERFACE --coverage -fprofile-update=atomic)
+  target_compile_definitions(devsupport_settings INTERFACE DEVSUPPORT_COVERAGE)
+  target_link_options(devsupport_settings INTERFACE --coverage)
+endif()
+
 # The device has no C++ runtime library: whatever would need one must not compile or not link.
 add_library(devsupport_runtime INTERFACE)
 target_compile_options(devsupport_runtime INTERFACE

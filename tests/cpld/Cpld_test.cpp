@@ -265,7 +265,7 @@ TEST(CpldWithoutDevice, AsksForTheDeviceOnceToReadAndWrite) {
       << calls[0];
 }
 
-#ifndef SANITIZED  // a sanitizer's run-time library has system calls of its own
+#ifndef INSTRUMENTED  // the run-time libraries of sanitizers and counters have system calls of their own
 
 std::string NameOfCall(const std::string &line) { return line.substr(0, line.find('(')); }
 
@@ -326,8 +326,8 @@ TEST(CpldOutput, ToAClosedDescriptor_IsNotWrittenToTheDriver) {
 // Anything on the command line.
 
 TEST(CpldRandomCommandLines, AlwaysEndWith0Or1AndOneOfThreeForms) {
-#ifdef SANITIZED
-  constexpr char kRuns[] = "500";  // each start of a sanitized program takes many times as long
+#ifdef INSTRUMENTED
+  constexpr char kRuns[] = "500";  // each start of such a program takes many times as long
 #else
   constexpr char kRuns[] = "10000";
 #endif

@@ -14,6 +14,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "support/Coverage.h"
+#include "support/Tally.h"
+
 namespace devsupport::test {
 
 namespace {
@@ -41,6 +44,7 @@ Child::Child(const std::function<int()> &body) : pid_(-1) {
     std::fprintf(stderr, "child: %s\n", error.what());
   }
   std::fflush(nullptr);
+  KeepCoverage();
   ::_exit(status);
 }
 
@@ -49,12 +53,18 @@ Child::Child(Child &&other) noexcept : pid_(std::exchange(other.pid_, -1)) {}
 Child::~Child() {
   if (pid_ < 0) return;
   ::kill(pid_, SIGKILL);
-  Wait();
+  Reap();
 }
 
 void Child::Signal(int signal) const { ::kill(pid_, signal); }
 
 int Child::Wait() {
+  const int status = Reap();
+  if (status == 1000 + SIGKILL) Tally("kill");
+  return status;
+}
+
+int Child::Reap() {
   int status = 0;
   while (::waitpid(pid_, &status, 0) < 0) {
     if (errno != EINTR) throw std::runtime_error("cannot wait for a child");

@@ -25,6 +25,8 @@ class Child {
   int Wait();
 
  private:
+  int Reap();
+
   pid_t pid_;
 };
 

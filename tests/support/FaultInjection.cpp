@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstring>
 
+#include "support/Tally.h"
+
 namespace devsupport::test {
 
 namespace {
@@ -29,7 +31,10 @@ bool MustFail(const char *function) {
   const char *wanted = g_function;
   if (wanted == nullptr || std::strcmp(wanted, function) != 0) return false;
   const bool now = ++g_calls == g_nth || g_nth == FailCall::kEvery;
-  if (now) g_happened = true;
+  if (now) {
+    g_happened = true;
+    Tally("fault");
+  }
   return now;
 }
 
