@@ -1,0 +1,198 @@
+#!/usr/bin/env python3
+"""Puts the figures that the suites left in build/figures into one page, each beside the command that shows it.
+
+usage: quality.py [--missing]
+Prints the page. A figure whose command has not been run is called missing.
+With --missing it prints the commands whose figures are missing instead, one a line.
+"""
+
+import pathlib
+import platform
+import re
+import subprocess
+import sys
+
+FIGURES = pathlib.Path("build/figures")
+HOURS = pathlib.Path("tests/fuzz/hours.txt")
+
+COMMANDS = {
+    "dev": "script/test",
+    "asan": "script/test asan",
+    "tsan": "script/test tsan",
+    "coverage": "script/coverage",
+    "fuzz": "script/fuzz",
+    "device": "script/device test",
+    "mutation": "script/mutate",
+}
+
+AREAS = {
+    "diag": "diagnostics", "text": "number parsing, text editing, tokenizer", "container": "containers",
+    "ipc": "semaphores, shared memory, shared ring, message queues, timers", "net": "addresses and links",
+    "logmgr": "log channel, builders, filter", "db": "configuration store",
+    "cpld": "`cpld`, alone and beside the simulated driver", "analogsim": "the simulated driver",
+    "devlog": "the log viewer", "devconf": "the configuration shell",
+    "fuzz": "replay of the fuzzing corpora",
+}
+
+MISSING = "missing"
+
+
+def run(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
+
+
+class Figures:
+    """What one suite has left; nothing when it has not been run, or not to a good end."""
+
+    def __init__(self, suite):
+        self.suite = suite
+        self.path = FIGURES / f"{suite}.txt"
+        self.values = {}
+        if self.path.exists():
+            lines = self.path.read_text(encoding="ascii").splitlines()
+            self.values = {key: value for key, value in (line.split(None, 1) for line in lines if line)}
+
+    def is_old(self):
+        """Whether the code has been changed since."""
+        changed = run("git", "log", "-1", "--format=%ct", "--", ".", ":!docs")
+        return bool(self.values) and self.path.stat().st_mtime < int(changed)
+
+    def number(self, key):
+        value = self.values.get(key)
+        return MISSING if value is None else f"{int(value):,}"
+
+    def share(self, part, whole):
+        if part not in self.values or not int(self.values.get(whole, 0)):
+            return MISSING
+        percent = 100 * int(self.values[part]) / int(self.values[whole])
+        return f"{percent:.1f} % of {int(self.values[whole]):,}"
+
+
+class Page:
+    def __init__(self, suites):
+        self.suites = suites
+        self.lines = []
+
+    def text(self, *lines):
+        self.lines.extend([*lines, ""])
+
+    def table(self, head, rows):
+        self.lines.append("| " + " | ".join(head) + " |")
+        self.lines.append("|---|" + "---:|" * (len(head) - 2) + "---|")
+        for row in rows:
+            self.lines.append("| " + " | ".join(row) + " |")
+        self.lines.append("")
+
+
+def cpu():
+    text = pathlib.Path("/proc/cpuinfo").read_text(encoding="utf-8")
+    model = re.search(r"model name\s*:\s*(.*)", text)
+    return f"{model.group(1) if model else platform.machine()}, {text.count('processor	:')} processors"
+
+
+def command(suite):
+    return f"`{COMMANDS[suite]}`"
+
+
+def tests(page):
+    dev = page.suites["dev"]
+    page.text("## Tests", "", "Tests that ran, all of which passed.")
+    page.table(("suite", "tests", "skipped", "shown by"), [
+        ("as built for development, hardened", dev.number("tests"), dev.number("skipped"), command("dev")),
+        *((f"under the {name}", page.suites[suite].number("tests"), page.suites[suite].number("skipped"),
+           command(suite)) for suite, name in (("asan", "address and undefined-behaviour sanitizers"),
+                                               ("tsan", "thread sanitizer"))),
+    ])
+    page.text("The sanitizers end a test at their first report. The thread sanitizer is kept to what has threads.")
+    rows = [(meaning, dev.number(f"tests-{area}"), command("dev")) for area, meaning in AREAS.items()]
+    rest = sum(int(value) for key, value in dev.values.items() if key.startswith("tests-"))
+    others = f"{int(dev.values['tests']) - rest:,}" if "tests" in dev.values else MISSING
+    rows.append(("headers, the installed package, the programs as they are linked", others, command("dev")))
+    page.table(("of these, for", "tests", "shown by"), rows)
+    seeded = run("grep", "-rho", "SeedHint(seed)", "tests").count("\n") + 1
+    page.table(("among them", "", "shown by"), [
+        ("random scripts whose seed is printed and can be given again", f"{seeded}",
+         "`grep -rho 'SeedHint(seed)' tests \\| wc -l`")])
+
+
+def coverage(page):
+    figures = page.suites["coverage"]
+    page.text("## Coverage", "", "Lines and branches that the tests execute; at least 95 % of the lines are asked for. "
+              "What a process has executed that is killed does not count.")
+    names = (("lib", "`lib`"), ("logmgr", "`logmgr`"), ("db", "`db`"), ("cpld", "`cpld`"), ("all", "all"))
+    page.table(("folder", "lines", "branches", "shown by"), [
+        (name, figures.share(f"{key}-lines-covered", f"{key}-lines"),
+         figures.share(f"{key}-branches-covered", f"{key}-branches"), command("coverage")) for key, name in names])
+
+
+def hours():
+    """Processor hours and executions that script/fuzz --record has noted."""
+    if not HOURS.exists():
+        return MISSING, MISSING
+    entries = [line.split() for line in HOURS.read_text(encoding="ascii").splitlines() if line]
+    seconds = sum(int(entry[2]) for entry in entries)
+    return f"{seconds / 3600:.1f}", f"{sum(int(entry[3]) for entry in entries):,}"
+
+
+def fuzzing(page):
+    figures = page.suites["fuzz"]
+    spent, executions = hours()
+    page.text("## Fuzzing", "", "What reads texts and cells that others wrote, beside a naive reader, under the address "
+              "and undefined-behaviour sanitizers. The corpora are replayed by the ordinary tests.")
+    page.table(("", "", "shown by"), [
+        ("targets", figures.number("targets"), command("fuzz")),
+        ("inputs in the corpora", figures.number("inputs"), command("fuzz")),
+        ("last run: processor seconds", figures.number("processor-seconds"), command("fuzz")),
+        ("last run: executions", figures.number("executions"), command("fuzz")),
+        ("last run: failures", figures.number("failures"), command("fuzz")),
+        ("processor hours on record", spent, f"`awk '{{ s += $3 }} END {{ print s / 3600 }}' {HOURS}`"),
+        ("executions on record", executions, f"`awk '{{ n += $4 }} END {{ print n }}' {HOURS}`"),
+    ])
+
+
+def survival(page):
+    dev, device = page.suites["dev"], page.suites["device"]
+    page.text("## Faults, kills, power cuts", "", "Calls of the C library that were made to fail, and processes that "
+              "were killed while they used what others use; the others had to go on, with everything in order. The "
+              "power of the emulated device was cut while it wrote its configuration.")
+    page.table(("", "", "shown by"), [
+        ("faults injected", dev.number("faults"), command("dev")),
+        ("kills survived", dev.number("kills"), command("dev")),
+        ("power cuts survived", device.number("power-cuts"), command("device")),
+        ("writes that they fell among", device.number("power-cut-writes"), command("device")),
+    ])
+
+
+def mutation(page):
+    figures = page.suites["mutation"]
+    page.text("## Planted bugs", "", "Small bugs, planted one at a time, that the tests have to catch.")
+    page.table(("", "", "shown by"), [
+        ("planted", figures.number("planted"), command("mutation")),
+        ("caught", figures.number("caught"), command("mutation")),
+    ])
+
+
+def main():
+    suites = {suite: Figures(suite) for suite in COMMANDS}
+    if "--missing" in sys.argv[1:]:
+        for suite, figures in suites.items():
+            if not figures.values:
+                print(COMMANDS[suite])
+        return
+    for suite, figures in suites.items():
+        if figures.is_old():
+            print(f"quality.py: {figures.path} is older than the code; {COMMANDS[suite]} renews it", file=sys.stderr)
+
+    page = Page(suites)
+    page.text("# Quality", "", "Written by `script/quality --write` from what the commands beside the figures left in "
+              "`build/figures`. A figure whose command was not run, or not to a good end, is missing.", "",
+              f"- Machine: {cpu()}", f"- System: Linux {platform.release().split('-')[0]}, {platform.libc_ver()[0]} "
+              f"{platform.libc_ver()[1]}", f"- Compilers: GCC {run('c++', '-dumpfullversion')}; clang for fuzzing")
+    for part in (tests, coverage, fuzzing, survival, mutation):
+        part(page)
+    page.text("To repeat all of it: `rm -r build/figures; script/quality --run --write`.")
+    print("\n".join(page.lines).rstrip())
+
+
+if __name__ == "__main__":
+    main()
