@@ -2,6 +2,7 @@
 
 #include <db.h>
 #include <devsupport/db/BerkeleyDB.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 #include "support/Child.h"
 #include "support/FaultInjection.h"
 
+DEVSUPPORT_FAULT_POINT(int, flock, (int fd, int operation), (fd, operation), -1, ENOLCK)
 DEVSUPPORT_FAULT_POINT(int, db_env_create, (DB_ENV * *ppEnv, u_int32_t flags), (ppEnv, flags), ENOMEM, 0)
 
 namespace {
@@ -57,6 +59,15 @@ TEST_F(FailedOpen, WithoutItsHome_IsCode1AndLeavesNothingBehind) {
   EXPECT_EQ(err.Take(), "FAIL to open environment " + missing + ": No such file or directory" + kSourceLine);
   EXPECT_EQ(result, BERKDB_OPEN_ENVIRONMENT);
   EXPECT_FALSE(std::filesystem::exists(missing));
+}
+
+TEST_F(FailedOpen, WhereNoFileCanBeLocked_IsCode1) {
+  const FailCall fail("flock", 1);
+  CapturedOutput err(stderr);
+  std::int32_t result = -4711;
+  EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &result), 0);
+  EXPECT_EQ(err.Take(), "FAIL to open environment " + home_ + ": No locks available" + kSourceLine);
+  EXPECT_EQ(result, BERKDB_OPEN_ENVIRONMENT);
 }
 
 TEST_F(FailedOpen, AfterAFailedOne_WorksOnceThatIsClosed) {

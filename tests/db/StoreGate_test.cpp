@@ -17,6 +17,7 @@
 
 #include "db/Store.h"
 #include "db/for_project/StoreGate.h"
+#include "support/CapturedOutput.h"
 #include "support/Child.h"
 #include "support/FaultInjection.h"
 
@@ -31,6 +32,21 @@ int __wrap_pthread_mutex_init(pthread_mutex_t *pMutex, const pthread_mutexattr_t
   if (robust == PTHREAD_MUTEX_ROBUST && devsupport::test::MustFail("pthread_mutex_init")) return ENOTSUP;
   return __real_pthread_mutex_init(pMutex, pAttributes);
 }
+}
+
+namespace {
+
+// Apart from the fault points, of which one can be armed at a time.
+bool g_noSemaphores = false;
+
+}  // namespace
+
+extern "C" int __real_semget(key_t key, int count, int flags);
+extern "C" int __wrap_semget(key_t key, int count, int flags);
+extern "C" int __wrap_semget(key_t key, int count, int flags) {
+  if (!g_noSemaphores) return __real_semget(key, count, flags);
+  errno = ENOSPC;
+  return -1;
 }
 
 namespace {
@@ -266,6 +282,22 @@ TEST_F(NoRobustMutexes, Store_WorksForAllAndOutlivesANeighbour) {
   Reopen();
   EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "ours");
   EXPECT_FALSE(Record().HasSemaphore()) << "the next first opener has them again";
+}
+
+TEST_F(NoRobustMutexes, NorASemaphore_OpeningIsCode1AndTheNextOneIsTheFirst) {
+  CapturedOutput err(stderr);
+  std::int32_t result = -4711;
+  {
+    const FailCall noRobustMutexes("pthread_mutex_init", FailCall::kEvery);
+    g_noSemaphores = true;
+    EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &result), 0);
+    g_noSemaphores = false;
+  }
+  EXPECT_EQ(result, BERKDB_OPEN_ENVIRONMENT);
+  EXPECT_EQ(err.Take(), "FAIL to open environment " + home_ + ": Cannot allocate memory" + kSourceLine);
+  BerkDb_Close();
+  Open();
+  EXPECT_FALSE(Record().HasSemaphore());
 }
 
 }  // namespace
