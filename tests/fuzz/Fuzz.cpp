@@ -2,10 +2,22 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 extern "C" int LLVMFuzzerInitialize(int *argCount, char ***args);
 
-/// Lets an expectation that fails end the process, so that libFuzzer keeps the input.
-extern "C" int LLVMFuzzerInitialize(int * /*argCount*/, char *** /*args*/) {
-  testing::GTEST_FLAG(break_on_failure) = true;
+namespace {
+
+/// An expectation that fails ends the process in the way that libFuzzer takes for a crash: it keeps the input.
+class AbortAtFailure : public testing::EmptyTestEventListener {
+  void OnTestPartResult(const testing::TestPartResult &result) override {
+    if (result.failed()) std::abort();
+  }
+};
+
+}  // namespace
+
+int LLVMFuzzerInitialize(int * /*argCount*/, char *** /*args*/) {
+  testing::UnitTest::GetInstance()->listeners().Append(new AbortAtFailure);  // which deletes it
   return 0;
 }
