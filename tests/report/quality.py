@@ -179,15 +179,14 @@ def main():
             if not figures.values:
                 print(COMMANDS[suite])
         return
-    for suite, figures in suites.items():
-        if figures.is_old():
-            print(f"quality.py: {figures.path} is older than the code; {COMMANDS[suite]} renews it", file=sys.stderr)
-
     page = Page(suites)
     page.text("# Quality", "", "Written by `script/quality --write` from what the commands beside the figures left in "
               "`build/figures`. A figure whose command was not run, or not to a good end, is missing.", "",
               f"- Machine: {cpu()}", f"- System: Linux {platform.release().split('-')[0]}, {platform.libc_ver()[0]} "
               f"{platform.libc_ver()[1]}", f"- Compilers: GCC {run('c++', '-dumpfullversion')}; clang for fuzzing")
+    old = ", ".join(command(suite) for suite, figures in suites.items() if figures.is_old())
+    if old:
+        page.text(f"The code has been changed since these were run: {old}.")
     for part in (tests, coverage, fuzzing, survival, mutation):
         part(page)
     page.text("To repeat all of it: `rm -r build/figures; script/quality --run --write`.")
