@@ -19,6 +19,7 @@ COMMANDS = {
     "dev": "script/test",
     "asan": "script/test asan",
     "tsan": "script/test tsan",
+    "mips": "script/test mips",
     "coverage": "script/coverage",
     "fuzz": "script/fuzz",
     "device": "script/device test",
@@ -31,7 +32,7 @@ AREAS = {
     "logmgr": "log channel, builders, filter", "db": "configuration store",
     "cpld": "`cpld`, alone and beside the simulated driver", "analogsim": "the simulated driver",
     "devlog": "the log viewer", "devconf": "the configuration shell",
-    "fuzz": "replay of the fuzzing corpora",
+    "acceptance": "the acceptance of `cpld` beside the simulated driver", "fuzz": "replay of the fuzzing corpora",
 }
 
 MISSING = "missing"
@@ -102,8 +103,14 @@ def tests(page):
         *((f"under the {name}", page.suites[suite].number("tests"), page.suites[suite].number("skipped"),
            command(suite)) for suite, name in (("asan", "address and undefined-behaviour sanitizers"),
                                                ("tsan", "thread sanitizer"))),
+        ("for the device's processor, under user emulation", page.suites["mips"].number("tests"),
+         page.suites["mips"].number("skipped"), command("mips")),
+        ("on the emulated device, with its kernel's drivers", page.suites["device"].number("device-tests"),
+         page.suites["device"].number("skipped"), command("device")),
     ])
-    page.text("The sanitizers end a test at their first report. The thread sanitizer is kept to what has threads.")
+    page.text("The sanitizers end a test at their first report. The thread sanitizer is kept to what has threads. What "
+              "cannot run under user emulation is named in `tests/emulation.txt`, what cannot on the emulated device in "
+              "`tests/device/left-out.txt`, each with its reason.")
     rows = [(meaning, dev.number(f"tests-{area}"), command("dev")) for area, meaning in AREAS.items()]
     rest = sum(int(value) for key, value in dev.values.items() if key.startswith("tests-"))
     others = f"{int(dev.values['tests']) - rest:,}" if "tests" in dev.values else MISSING
@@ -158,6 +165,8 @@ def survival(page):
     page.table(("", "", "shown by"), [
         ("faults injected", dev.number("faults"), command("dev")),
         ("kills survived", dev.number("kills"), command("dev")),
+        ("checks of `cpld` and its bytes at the kernel's driver", device.number("acceptance-checks"),
+         command("device")),
         ("power cuts survived", device.number("power-cuts"), command("device")),
         ("writes that they fell among", device.number("power-cut-writes"), command("device")),
     ])
