@@ -59,8 +59,8 @@ class Machine:
         self.commands, commands_there = socket.socketpair()
         self.errors, errors_there = socket.socketpair()
         lines = []
-        for name, line in ("commands", commands_there), ("errors", errors_there):
-            lines += ["-chardev", f"socket,id={name},fd={line.fileno()}", "-serial", f"chardev:{name}"]
+        for use, line in ("commands", commands_there), ("errors", errors_there):
+            lines += ["-chardev", f"socket,id={use},fd={line.fileno()}", "-serial", f"chardev:{use}"]
         words = command_line("serve", list(disks),
                              ["-display", "none", "-monitor", "none", "-serial", f"file:{OUT}/console-{name}.log"] + lines)
         self.process = subprocess.Popen(words, stdin=subprocess.DEVNULL, stdout=sys.stderr,
