@@ -33,10 +33,11 @@ class Traced {
     return child.Wait() == 0;
   }
 
-  /// Goes on to the next instruction (PTRACE_SINGLESTEP) or system call (PTRACE_SYSCALL); false at the end.
+  /// Goes on to the next instruction (PTRACE_SINGLESTEP) or system call (PTRACE_SYSCALL); false at the end, and where
+  /// the kernel has no such step.
   bool Step(__ptrace_request kind) {
     if (*done_ || !WIFSTOPPED(status_)) return false;
-    ::ptrace(kind, child_.Pid(), nullptr, nullptr);
+    if (::ptrace(kind, child_.Pid(), nullptr, nullptr) != 0) return false;
     ::waitpid(child_.Pid(), &status_, 0);
     return WIFSTOPPED(status_);
   }
