@@ -90,54 +90,38 @@ class OursTable {
   TMyHash table_{};
 };
 
-class StdTable {
+// The peers with the interface of the standard library's maps.
+template <class Map>
+class MapTable {
  public:
-  explicit StdTable(int capacity) { map_.reserve(static_cast<std::size_t>(capacity)); }
+  explicit MapTable(int capacity) { map_.reserve(static_cast<std::size_t>(capacity)); }
   const Payload *Find(const Name &name) const { return &map_.find(name)->second; }
   void Add(const Entry &entry) { map_.emplace(entry.name, entry.payload); }
   void Delete(const Name &name) { map_.erase(name); }
 
  private:
-  struct Hash {
-    // Not noexcept: the library then keeps the hash in the node, as it does for std::string.
-    std::size_t operator()(const Name &name) const { return std::hash<std::string_view>{}(name.View()); }
-  };
-  std::unordered_map<Name, Payload, Hash> map_;
+  Map map_;
 };
+
+// Not noexcept: the standard library then keeps the hash in the node, as it does for std::string.
+struct StdHash {
+  std::size_t operator()(const Name &name) const { return std::hash<std::string_view>{}(name.View()); }
+};
+using StdTable = MapTable<std::unordered_map<Name, Payload, StdHash>>;
 
 #if DEVSUPPORT_PEER_ABSEIL
-class AbslTable {
- public:
-  explicit AbslTable(int capacity) { map_.reserve(static_cast<std::size_t>(capacity)); }
-  const Payload *Find(const Name &name) const { return &map_.find(name)->second; }
-  void Add(const Entry &entry) { map_.emplace(entry.name, entry.payload); }
-  void Delete(const Name &name) { map_.erase(name); }
-
- private:
-  struct Hash {
-    std::size_t operator()(const Name &name) const {
-      return absl::Hash<absl::string_view>{}({name.text.data(), name.length});
-    }
-  };
-  absl::flat_hash_map<Name, Payload, Hash, std::equal_to<Name>> map_;
+struct AbslHash {
+  std::size_t operator()(const Name &name) const {
+    return absl::Hash<absl::string_view>{}({name.text.data(), name.length});
+  }
 };
+using AbslTable = MapTable<absl::flat_hash_map<Name, Payload, AbslHash, std::equal_to<Name>>>;
 #endif
 
 #if DEVSUPPORT_PEER_ROBIN_MAP
-class RobinTable {
- public:
-  explicit RobinTable(int capacity) { map_.reserve(static_cast<std::size_t>(capacity)); }
-  const Payload *Find(const Name &name) const { return &map_.find(name)->second; }
-  void Add(const Entry &entry) { map_.emplace(entry.name, entry.payload); }
-  void Delete(const Name &name) { map_.erase(name); }
-
- private:
-  struct Hash {
-    std::size_t operator()(const Name &name) const { return std::hash<std::string_view>{}(name.View()); }
-  };
-  // With the hash stored, as its manual advises for text keys.
-  tsl::robin_map<Name, Payload, Hash, std::equal_to<Name>, std::allocator<std::pair<Name, Payload>>, true> map_;
-};
+// With the hash stored, as its manual advises for text keys.
+using RobinTable = MapTable<
+    tsl::robin_map<Name, Payload, StdHash, std::equal_to<Name>, std::allocator<std::pair<Name, Payload>>, true>>;
 #endif
 
 #if DEVSUPPORT_PEER_GLIB
