@@ -8,17 +8,37 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <stdexcept>
 
 namespace devlog_test {
 
 using devsupport::test::RingFacts;
 
+namespace {
+
+/// The time zone in which it is 20:00 now. Records have no date: at another time of day, the records of a test could
+/// be those of yesterday.
+std::string EveningZone() {
+  constexpr long kDay = 24 * 60 * 60;
+  constexpr long kEvening = 20 * 60 * 60;
+  const long offset = static_cast<long>(::time(nullptr) % kDay) - kEvening;  // POSIX counts westwards
+  const long seconds = std::labs(offset);
+  char zone[32];
+  std::snprintf(zone, sizeof zone, "XST%s%ld:%02ld:%02ld", offset < 0 ? "-" : "", seconds / 3600, seconds / 60 % 60,
+                seconds % 60);
+  return zone;
+}
+
+}  // namespace
+
 devsupport::test::Command Devlog(const Words &words) {
   Words all{DEVLOG_PATH};
   all.insert(all.end(), words.begin(), words.end());
   devsupport::test::Command command(all);
-  command.Environment("TERM", "xterm").Environment("NO_COLOR", "");
+  command.Environment("TERM", "xterm").Environment("NO_COLOR", "").Environment("TZ", EveningZone());
   return command;
 }
 
@@ -51,6 +71,7 @@ RunningDevlog::RunningDevlog(const Words &words) : said_(::memfd_create("said", 
   process_.emplace([&]() -> int {
     ::dup2(ends[1], STDOUT_FILENO);
     ::dup2(said_, STDERR_FILENO);
+    ::setenv("TZ", EveningZone().c_str(), 1);
     Words all{DEVLOG_PATH};
     all.insert(all.end(), words.begin(), words.end());
     std::vector<char *> pointers;

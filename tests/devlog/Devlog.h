@@ -20,7 +20,7 @@ using devsupport::test::kEventRing;
 using devsupport::test::kLogRing;
 using Words = std::vector<std::string>;
 
-/// `devlog WORDS`, ready to run, without the colours and the time zone of who runs the tests.
+/// `devlog WORDS`, ready to run, without the colours and the time zone of who runs the tests: it is 20:00 for it.
 devsupport::test::Command Devlog(const Words &words);
 
 /// A ring that is open for writing.

@@ -105,6 +105,15 @@ TEST_F(RecordedRings, AreShownInTheOrderOfTime) {
             "03:34:56.789 log   15  third\n");
 }
 
+// It is 20:00.
+TEST_F(RecordedRings, LaterThanNow_AreThoseOfYesterday) {
+  Log().Write({.text = "yesterday", .hour = 21});
+  Event().Write({.text = "today", .hour = 3});
+  EXPECT_EQ(Shown({}),
+            "21:34:56.789 log    0  yesterday\n"
+            "03:34:56.789 event  0  today\n");
+}
+
 TEST_F(RecordedRings, AsJson_AreOneObjectALine) {
   Log().Write({{.text = "say \"hi\" \\a.c 7", .sequence = 4095, .type = 3}, {.text = "\033\xff", .sequence = 2}});
   EXPECT_EQ(Shown({"--json"}),
