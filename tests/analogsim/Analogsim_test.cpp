@@ -1,11 +1,17 @@
 // The real analogsim with real commands: exit statuses, signals, trace, state shared by sessions.
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -13,6 +19,7 @@
 #include "support/Child.h"
 #include "support/Command.h"
 #include "support/TempDir.h"
+#include "support/TestSeed.h"
 
 namespace {
 
@@ -23,7 +30,9 @@ using devsupport::test::Command;
 using devsupport::test::CommandResult;
 using devsupport::test::FileText;
 using devsupport::test::Lines;
+using devsupport::test::SeedHint;
 using devsupport::test::TempDir;
+using devsupport::test::TestSeed;
 using devsupport::test::WriteFile;
 
 constexpr int kOwnFailure = 125;
@@ -136,6 +145,66 @@ TEST(AnalogsimEnvironment, KeepsWhatTheUserPreloads) {
   const CommandResult result =
       Simulated({}, {"sh", "-c", "echo $LD_PRELOAD"}).Environment("LD_PRELOAD", "libm.so.6").Run();
   EXPECT_EQ(result.out, "libumockdev-preload.so.0:libm.so.6\n");
+}
+
+/// A connection to the socket of the simulated device in the world of a session.
+class Connection {
+ public:
+  explicit Connection(const std::string &world) : fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s/ioctl/dev/analog/0", world.c_str());
+    connected_ = ::connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+  }
+  ~Connection() { ::close(fd_); }
+  Connection(const Connection &) = delete;
+  Connection &operator=(const Connection &) = delete;
+
+  bool IsConnected() const { return connected_; }
+  void Send(const std::string &bytes) const { ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
+
+ private:
+  int fd_;
+  bool connected_ = false;
+};
+
+std::string RandomBytes(std::mt19937_64 &random) {
+  // A first word that the socket knows now and then, so that what follows is looked at, too.
+  std::string bytes(random() % 100, '\0');
+  for (char &byte : bytes) byte = static_cast<char>(random());
+  if (random() % 2 == 0) bytes.insert(0, {static_cast<char>(random() % 10), 0, 0, 0, 0, 0, 0, 0});
+  return bytes;
+}
+
+TEST(Analogsim, GarbageAtTheDevicesSocket_DisturbsNobody) {
+  const std::uint64_t seed = TestSeed();
+  SCOPED_TRACE(SeedHint(seed));
+  std::mt19937_64 random(seed);
+  const TempDir folder;
+  const std::string started = folder / "started";
+  const std::string finish = folder / "finish";
+  ASSERT_EQ(::mkfifo(started.c_str(), 0600), 0);
+  ASSERT_EQ(::mkfifo(finish.c_str(), 0600), 0);
+  Child session([&] {
+    const CommandResult result =
+        Script({}, "echo $UMOCKDEV_DIR >$1; read line <$2; $0 1 1 23 0x30; $0 0 1 23", {started, finish}).Run();
+    EXPECT_EQ(result.out, "ch=1, reg23, data=0x30 value=0x0\nch=1, reg23, data=0x30 value=0x0\n");
+    EXPECT_EQ(result.err, "");
+    return result.status;
+  });
+  std::string world;
+  std::getline(std::ifstream(started), world);
+  const Connection silent(world);
+  ASSERT_TRUE(silent.IsConnected());
+  silent.Send("half");
+  for (int i = 0; i < 500; ++i) {
+    const Connection connection(world);
+    ASSERT_TRUE(connection.IsConnected()) << "connection " << i;
+    connection.Send(RandomBytes(random));
+  }
+  EXPECT_FALSE(std::filesystem::exists(world + "/ioctl/_default"));
+  std::ofstream(finish) << "go on\n";
+  EXPECT_EQ(session.Wait(), 0);
 }
 
 TEST(Analogsim, InsideAnother_HasADeviceOfItsOwn) {

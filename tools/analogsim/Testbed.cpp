@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "DeviceSocket.h"
+
 namespace analogsim {
 
 namespace {
@@ -48,30 +50,6 @@ class GlibError {
   GError *error_ = nullptr;
 };
 
-/// The record that the request's argument points to, copied from the calling process; null if it points nowhere.
-Ref<UMockdevIoctlData> FetchRecord(UMockdevIoctlClient *client) {
-  GlibError error;
-  UMockdevIoctlData *argument = umockdev_ioctl_client_get_arg(client);
-  return Ref<UMockdevIoctlData>(umockdev_ioctl_data_resolve(argument, 0, sizeof(Record), error.Slot()));
-}
-
-gboolean OnRequest(UMockdevIoctlBase *, UMockdevIoctlClient *client, Simulator *simulator) {
-  const Ref<UMockdevIoctlData> memory = FetchRecord(client);
-  if (memory == nullptr) {
-    umockdev_ioctl_client_complete(client, -1, EFAULT);
-    return TRUE;
-  }
-  Record record;
-  std::memcpy(&record, memory->data, sizeof record);
-  // The kernel hands a driver the low 32 bits of the request number.
-  const auto request = static_cast<std::uint32_t>(umockdev_ioctl_client_get_request(client));
-  Answer answer = simulator->Handle(request, record);
-  auto *bytes = reinterpret_cast<guint8 *>(&answer.record);
-  umockdev_ioctl_data_update(memory.get(), 0, bytes, sizeof answer.record);
-  umockdev_ioctl_client_complete(client, answer.result, answer.error);
-  return TRUE;
-}
-
 /// umockdev ends the program when it cannot make its folder; say it in a sentence instead.
 void RequireFolderForTemporaryFiles() {
   const std::filesystem::path folder = g_get_tmp_dir();
@@ -79,19 +57,21 @@ void RequireFolderForTemporaryFiles() {
   throw std::runtime_error("cannot make files in " + folder.string() + ": " + std::strerror(errno));
 }
 
-/// umockdev only warns when it cannot serve the device, and the command would find a plain file there.
-void RequireSocket(UMockdevTestbed *testbed) {
+/// The folder in which the testbed keeps its world.
+std::string RootOf(UMockdevTestbed *testbed) {
   const std::unique_ptr<char, decltype(&g_free)> root(umockdev_testbed_get_root_dir(testbed), &g_free);
-  const std::string socket = std::string(root.get()) + "/ioctl" + kDevice;
-  if (std::filesystem::is_socket(socket)) return;
-  throw std::runtime_error("cannot make the socket " + socket + ": is the path too long?");
+  return root.get();
 }
+
+/// The testbed listens for requests of devices that it knows recordings of, and ends the program when it is sent
+/// something else. Our device is the only one, so that nobody needs that socket.
+void RemoveOtherSocket(const std::string &root) { std::filesystem::remove(root + "/ioctl/_default"); }
 
 }  // namespace
 
 struct Testbed::Parts {
   Ref<UMockdevTestbed> testbed{umockdev_testbed_new()};
-  Ref<UMockdevIoctlBase> requests{umockdev_ioctl_base_new()};
+  std::unique_ptr<DeviceSocket> socket{};
 };
 
 Testbed::Testbed(Simulator &simulator) {
@@ -101,14 +81,12 @@ Testbed::Testbed(Simulator &simulator) {
   if (!umockdev_testbed_add_from_string(parts_->testbed.get(), kDescription, error.Slot())) {
     throw std::runtime_error("cannot make the device: " + error.Text());
   }
-  g_signal_connect(parts_->requests.get(), "handle-ioctl", G_CALLBACK(OnRequest), &simulator);
-  if (!umockdev_testbed_attach_ioctl(parts_->testbed.get(), kDevice, parts_->requests.get(), error.Slot())) {
-    throw std::runtime_error("cannot serve the device: " + error.Text());
-  }
-  RequireSocket(parts_->testbed.get());
+  const std::string root = RootOf(parts_->testbed.get());
+  RemoveOtherSocket(root);
+  parts_->socket = std::make_unique<DeviceSocket>(root + "/ioctl" + kDevice, simulator);
 }
 
-Testbed::~Testbed() { umockdev_testbed_detach_ioctl(parts_->testbed.get(), kDevice, nullptr); }
+Testbed::~Testbed() = default;
 
 std::vector<std::string> Testbed::Environment() const {
   constexpr std::string_view kPreloadEntry = "LD_PRELOAD=";

@@ -13,7 +13,7 @@ namespace analogsim {
 class Testbed {
  public:
   /// Throws std::runtime_error when the device cannot be made.
-  /// simulator  answers the requests, one at a time, in a thread of the testbed; outlives the testbed
+  /// simulator  answers the requests, one at a time, in threads of the testbed; outlives the testbed
   explicit Testbed(Simulator &simulator);
   ~Testbed();
   Testbed(const Testbed &) = delete;
