@@ -78,7 +78,8 @@ function(devsupport_private_header header)
 endfunction()
 
 # Makes the static and the shared library from the layers. Both are linked by the C driver: the library
-# needs no C++ runtime, and -z defs turns a symbol that only such a runtime has into a link error.
+# needs no C++ runtime, and -z defs turns a symbol that only such a runtime has into a link error. The shared one stays
+# loaded when a program closes it: signals of its timers can still arrive.
 function(devsupport_library)
   get_property(layers GLOBAL PROPERTY DEVSUPPORT_USED_LAYERS)
   set(objects)
@@ -93,6 +94,7 @@ function(devsupport_library)
     add_library(devsupport_shared SHARED ${objects})
     set_target_properties(devsupport_shared PROPERTIES
       EXPORT_NAME devsupport VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    target_link_options(devsupport_shared PRIVATE -Wl,-z,nodelete)
     if(NOT DEVSUPPORT_SANITIZE)
       target_link_options(devsupport_shared PRIVATE -Wl,-z,defs)
     endif()
