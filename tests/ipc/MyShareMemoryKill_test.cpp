@@ -10,8 +10,8 @@
 
 #include "ipc/RingFixture.h"
 #include "ipc/RingMessage.h"
-#include "ipc/SharedBlock.h"
 #include "support/Child.h"
+#include "support/SharedBlock.h"
 #include "support/TestSeed.h"
 
 namespace {

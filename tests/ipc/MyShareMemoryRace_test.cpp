@@ -8,8 +8,8 @@
 #include <optional>
 
 #include "ipc/RingFixture.h"
-#include "ipc/SharedBlock.h"
 #include "support/Child.h"
+#include "support/SharedBlock.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <set>
 
 #include "ipc/RingFixture.h"
-#include "ipc/Traced.h"
+#include "support/Traced.h"
 
 namespace {
 

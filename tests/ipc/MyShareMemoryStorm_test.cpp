@@ -11,8 +11,8 @@
 
 #include "ipc/RingFixture.h"
 #include "ipc/RingMessage.h"
-#include "ipc/SharedBlock.h"
 #include "support/Child.h"
+#include "support/SharedBlock.h"
 
 namespace {
 

@@ -7,10 +7,10 @@
 #include <csignal>
 #include <random>
 
-#include "ipc/SharedBlock.h"
 #include "logmgr/LogRing.h"
 #include "logmgr/Talk.h"
 #include "support/Child.h"
+#include "support/SharedBlock.h"
 #include "support/TestSeed.h"
 
 namespace {

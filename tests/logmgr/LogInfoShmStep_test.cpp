@@ -7,8 +7,8 @@
 #include <string>
 #include <utility>
 
-#include "ipc/Traced.h"
 #include "logmgr/LogRing.h"
+#include "support/Traced.h"
 
 namespace {
 

@@ -9,10 +9,10 @@
 #include <chrono>
 #include <csignal>
 
-#include "ipc/SharedBlock.h"
 #include "logmgr/LogRing.h"
 #include "logmgr/Talk.h"
 #include "support/Child.h"
+#include "support/SharedBlock.h"
 
 namespace {
 

@@ -9,16 +9,20 @@
 #include <csignal>
 #include <functional>
 
-#include "ipc/SharedBlock.h"
 #include "support/Child.h"
+#include "support/SharedBlock.h"
 
 namespace devsupport::test {
 
 /// A child that this process moves on step by step.
 class Traced {
  public:
-  explicit Traced(const std::function<void()> &operation)
+  explicit Traced(const std::function<void()> &operation) : Traced([] {}, operation) {}
+
+  /// The preparation runs freely and is over when this returns.
+  Traced(const std::function<void()> &preparation, const std::function<void()> &operation)
       : child_([&] {
+          preparation();
           if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) return kMayNotTrace;
           ::raise(SIGSTOP);
           operation();
