@@ -1,0 +1,112 @@
+// Several changes as one transaction.
+//
+// The store's lock table is small, and a transaction needs a lock for each page that it touches. But whoever is
+// inside the gate is alone in the shared memory, so that locks have nothing to tell: they are switched off meanwhile
+// (docs/decisions/store-changes.md).
+
+#include <cerrno>
+
+#include "DbLibrary.h"
+#include "DbText.h"
+#include "Environment.h"
+#include "Operation.h"
+#include "RecordAccess.h"
+
+namespace devsupport::store {
+
+namespace {
+
+// Does without the library's locks while it lives.
+class WithoutLocks {
+ public:
+  WithoutLocks() : nResult_(g_pEnv->set_flags(g_pEnv, DB_NOLOCKING, 1)) {}
+  ~WithoutLocks() { g_pEnv->set_flags(g_pEnv, DB_NOLOCKING, 0); }
+  WithoutLocks(const WithoutLocks &) = delete;
+  WithoutLocks &operator=(const WithoutLocks &) = delete;
+
+  int Result() const { return nResult_; }
+
+ private:
+  int nResult_;
+};
+
+// Makes the changes one after the other inside a transaction.
+class Changer {
+ public:
+  Changer(DB_TXN *pTxn, ChangeResult &result) : pTxn_(pTxn), result_(result) {}
+  Changer(const Changer &) = delete;
+  Changer &operator=(const Changer &) = delete;
+
+  int Make(const Change &change) {
+    DB *pDb = *g_auDbTbl[change.byTable].ppDb;
+    DBT key = InputRecord(change.key.data(), static_cast<std::uint32_t>(change.key.size()));
+    const int nThere = pDb->get(pDb, pTxn_, &key, before_.Record(), 0);
+    if (nThere != 0 && nThere != kNotFound) return nThere;
+    return change.kind == Change::Kind::kPut ? Put(pDb, key, change.value, nThere == 0)
+                                             : Delete(pDb, key, change.kind, nThere == 0);
+  }
+
+ private:
+  // A record that is there already is not written again: it costs the flash memory nothing.
+  int Put(DB *pDb, DBT &key, std::string_view value, bool bThere) {
+    if (bThere && before_.View() == value) {
+      ++result_.counts.dwUnchanged;
+      return 0;
+    }
+    DBT record = InputRecord(value.data(), static_cast<std::uint32_t>(value.size()));
+    ++(bThere ? result_.counts.dwChanged : result_.counts.dwAdded);
+    return pDb->put(pDb, pTxn_, &key, &record, 0);
+  }
+
+  int Delete(DB *pDb, DBT &key, Change::Kind kind, bool bThere) {
+    if (!bThere) return kind == Change::Kind::kDelete ? kNotFound : 0;
+    ++result_.counts.dwDeleted;
+    return pDb->del(pDb, pTxn_, &key, 0);
+  }
+
+  DB_TXN *pTxn_;
+  ChangeResult &result_;
+  GrownBytes before_;
+};
+
+int MakeAll(DB_TXN *pTxn, std::span<const Change> changes, bool (*pfnGoOn)(), ChangeResult &result) {
+  Changer changer(pTxn, result);
+  for (const Change &change : changes) {
+    if (pfnGoOn != nullptr && !pfnGoOn()) return ECANCELED;
+    if (const int nResult = changer.Make(change); nResult != 0) return nResult;
+    ++result.dwDone;
+  }
+  return 0;
+}
+
+int RunTransaction(std::span<const Change> changes, bool (*pfnGoOn)(), ChangeResult &result) {
+  result = {};
+  const WithoutLocks withoutLocks;
+  if (withoutLocks.Result() != 0) return withoutLocks.Result();
+  DB_TXN *pTxn = nullptr;
+  if (const int nResult = g_pEnv->txn_begin(g_pEnv, nullptr, &pTxn, DB_TXN_SYNC); nResult != 0) return nResult;
+  const int nResult = MakeAll(pTxn, changes, pfnGoOn, result);
+  if (nResult == 0) return pTxn->commit(pTxn, DB_TXN_SYNC);
+  pTxn->abort(pTxn);
+  return nResult;
+}
+
+}  // namespace
+
+ChangeResult ApplyChanges(std::span<const Change> changes, bool (*pfnGoOn)()) {
+  ChangeResult result;
+  if (g_pEnv == nullptr) {
+    result.nResult = EINVAL;
+    return result;
+  }
+  const int nResult = RunInside([&] {
+    const int nDone = RunTransaction(changes, pfnGoOn, result);
+    // The many log files of a large transaction go as soon as they can.
+    if (nDone == 0) g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);
+    return nDone;
+  });
+  result.nResult = nResult;
+  return result;
+}
+
+}  // namespace devsupport::store

@@ -1,0 +1,48 @@
+// The rules of the thirteen tables.
+
+#include "StoreTables.h"
+
+#include "DbIndexes.h"
+#include "DbLibrary.h"
+
+namespace devsupport::store {
+
+namespace {
+
+constexpr std::int8_t kPhoneBook = 2;
+constexpr std::int8_t kRoutes = 10;
+
+}  // namespace
+
+const TableRule kTableRules[BERKDB_TABLES] = {
+    {.pName = "tb_parameter"},
+    {.pName = "tb_dm", .pfnCompare = CompareTbDm},
+    {.pName = "tb_pb"},
+    {.pName = "stb_pb", .dwFlags = kSortedDuplicates, .nPrimary = kPhoneBook, .pfnKey = KeyOfStbPb},
+    {.pName = "stb_1_pb", .dwFlags = kDuplicatesAndSorted, .nPrimary = kPhoneBook, .pfnKey = KeyOfStb1Pb},
+    {.pName = "tb_speedd"},
+    {.pName = "tb_dialp"},
+    {.pName = "tb_fkey"},
+    {.pName = "tb_line"},
+    {.pName = "tb_siptk"},
+    {.pName = "tb_route"},
+    {.pName = "stb_route",
+     .dwFlags = kSortedDuplicates,
+     .pfnCompareDuplicates = CompareStbRouteDuplicates,
+     .nPrimary = kRoutes,
+     .pfnKey = KeyOfStbRoute,
+     .dwAssociateFlags = kBuildIndex},
+    {.pName = "tb_tone"},
+};
+
+int SetUpTable(DB *pDb, const TableRule &rule) {
+  int nResult = 0;
+  if (rule.pfnCompare != nullptr) nResult = pDb->set_bt_compare(pDb, rule.pfnCompare);
+  if (nResult == 0 && rule.dwFlags != 0) nResult = pDb->set_flags(pDb, rule.dwFlags);
+  if (nResult == 0 && rule.pfnCompareDuplicates != nullptr) {
+    nResult = pDb->set_dup_compare(pDb, rule.pfnCompareDuplicates);
+  }
+  return nResult;
+}
+
+}  // namespace devsupport::store

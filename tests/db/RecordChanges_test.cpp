@@ -1,0 +1,229 @@
+// Several changes as one: all of them or none, with the indexes, whatever ends the process.
+
+#include "db/for_project/RecordAccess.h"
+
+#include <db.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "db/RecordFixture.h"
+#include "support/Child.h"
+#include "support/TestSeed.h"
+#include "support/Traced.h"
+
+namespace {
+
+using namespace devsupport::test;
+using devsupport::store::ApplyChanges;
+using devsupport::store::Change;
+using devsupport::store::ChangeResult;
+
+constexpr std::uint8_t kParameters = 0;
+constexpr std::uint8_t kPhoneBook = 2;
+constexpr std::uint8_t kRoutes = 10;
+
+/// Changes, and the memory that they point to.
+class Changes {
+ public:
+  void Put(std::uint8_t table, const std::string &key, const std::string &value) {
+    Add(Change::Kind::kPut, table, key, value);
+  }
+  void Delete(std::uint8_t table, const std::string &key) { Add(Change::Kind::kDelete, table, key, ""); }
+  void DeleteIfThere(std::uint8_t table, const std::string &key) {
+    Add(Change::Kind::kDeleteIfThere, table, key, "");
+  }
+
+  ChangeResult Apply(bool (*goOn)() = nullptr) const {
+    std::vector<Change> changes;
+    for (const Text &text : texts_) changes.push_back({text.kind, text.table, text.key, text.value});
+    return ApplyChanges(changes, goOn);
+  }
+
+ private:
+  struct Text {
+    Change::Kind kind;
+    std::uint8_t table;
+    std::string key;
+    std::string value;
+  };
+
+  void Add(Change::Kind kind, std::uint8_t table, const std::string &key, const std::string &value) {
+    texts_.push_back({kind, table, key, value});
+  }
+
+  std::vector<Text> texts_;
+};
+
+/// An entry of the phone book; generation tells what value.
+void PutEntry(Changes &changes, int n, int generation) {
+  const std::string number = std::to_string(100000 + n * 7919 % 100000);
+  const std::string key = Text("name") + number + '\0';
+  changes.Put(kPhoneBook, key, std::to_string(generation) + number + ";x" + '\0');
+}
+
+using RecordChanges = Record;
+
+TEST_F(RecordChanges, OfSeveralTables_AreMadeAndCounted) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "old", "1"), 0);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "same", "1"), 0);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "123;x"), 0);
+  Changes changes;
+  changes.Put(kParameters, Text("old"), Text("2"));
+  changes.Put(kParameters, Text("same"), Text("1"));
+  changes.Put(kParameters, Text("new"), Raw("\0\xff"));
+  changes.Put(kRoutes, Text("101a"), Text("r"));
+  changes.Delete(kPhoneBook, Text("Bob 1\00026201"));
+  changes.DeleteIfThere(kPhoneBook, Text("none"));
+  const ChangeResult result = changes.Apply();
+  EXPECT_EQ(result.nResult, 0);
+  EXPECT_EQ(result.dwDone, 6U);
+  EXPECT_EQ(result.counts.dwAdded, 2U);
+  EXPECT_EQ(result.counts.dwChanged, 1U);
+  EXPECT_EQ(result.counts.dwUnchanged, 1U);
+  EXPECT_EQ(result.counts.dwDeleted, 1U);
+  BerkDb_Close();
+  EXPECT_EQ(Dump("tb_parameter"),
+            (Records{{Text("new"), Raw("\0\xff")}, {Text("old"), Text("2")}, {Text("same"), Text("1")}}));
+  EXPECT_EQ(Dump("tb_pb"), Records{});
+  EXPECT_TRUE(IndexesAgree());
+  EXPECT_TRUE(Verify());
+}
+
+TEST_F(RecordChanges, WithOneThatCannotBeMade_AreNotMadeAtAll) {
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "old", "1"), 0);
+  Changes changes;
+  changes.Put(kParameters, Text("old"), Text("2"));
+  PutEntry(changes, 1, 1);
+  changes.Delete(kRoutes, Text("none"));
+  changes.Put(kParameters, Text("after"), Text("2"));
+  const ChangeResult result = changes.Apply();
+  EXPECT_EQ(result.nResult, DB_NOTFOUND);
+  EXPECT_EQ(result.dwDone, 2U);
+  EXPECT_EQ(Get(g_uDb.tb_parameter, "old"), "1");
+  BerkDb_Close();
+  EXPECT_EQ(Dump("tb_pb"), Records{});
+  EXPECT_TRUE(IndexesAgree());
+}
+
+TEST_F(RecordChanges, GivenUpInTheMiddle_AreNotMadeAtAll) {
+  Changes changes;
+  for (int i = 0; i < 3000; ++i) PutEntry(changes, i, 1);
+  static int asked = 0;
+  const ChangeResult result = changes.Apply([] { return ++asked < 2000; });
+  EXPECT_EQ(result.nResult, ECANCELED);
+  BerkDb_Close();
+  EXPECT_EQ(Dump("tb_pb"), Records{});
+  EXPECT_TRUE(IndexesAgree());
+  EXPECT_TRUE(Verify());
+}
+
+TEST_F(RecordChanges, MoreThanTheLockTableHolds_AreMade) {
+  Changes changes;
+  for (int i = 0; i < 20000; ++i) PutEntry(changes, i, 1);
+  const ChangeResult result = changes.Apply();
+  EXPECT_EQ(result.nResult, 0);
+  EXPECT_EQ(result.counts.dwAdded, 20000U);
+  // Locks work as before.
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "123;x"), 0);
+  BerkDb_Close();
+  EXPECT_EQ(Dump("tb_pb").size(), 20001U);
+  EXPECT_TRUE(IndexesAgree());
+  EXPECT_TRUE(Verify());
+}
+
+// Killed at any moment: the next one who opens finds all of the changes or none.
+
+class KilledChanges : public StoreTest {
+ protected:
+  static constexpr int kEntries = 300;  // more pages than the cache holds
+
+  static Changes ChangesOf(int generation) {
+    Changes changes;
+    for (int i = 0; i < kEntries; ++i) PutEntry(changes, i, generation);
+    changes.Put(kParameters, Text("generation"), Text("x") + std::to_string(generation));
+    changes.Put(kRoutes, Text("101a"), std::to_string(generation));
+    return changes;
+  }
+
+  void SetUp() override {
+    StoreTest::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
+    Open();
+    ASSERT_EQ(ChangesOf(0).Apply().nResult, 0);
+    BerkDb_Close();
+  }
+
+  /// Which generation the store has; fails the test when there are two.
+  int Generation() {
+    Open();
+    BerkDb_Close();
+    const int generation = std::stoi(Dump("tb_route").at(0).second);
+    EXPECT_EQ(Dump("tb_parameter"), (Records{{Text("generation"), Text("x") + std::to_string(generation)}}));
+    const Records entries = Dump("tb_pb");
+    EXPECT_EQ(entries.size(), static_cast<std::size_t>(kEntries));
+    for (const auto &[key, value] : entries) {
+      EXPECT_EQ(value.substr(0, value.size() - 9), std::to_string(generation)) << key;
+    }
+    EXPECT_TRUE(IndexesAgree());
+    EXPECT_TRUE(Verify());
+    return generation;
+  }
+};
+
+TEST_F(KilledChanges, AtEachSystemCall_AreMadeOrNotMade) {
+  if (!Traced::MayTrace()) GTEST_SKIP() << "the machine does not let us trace a child";
+  const int stride = std::max(1, Count("DEVSUPPORT_STORE_STRIDE", 13));
+  int made = 0;
+  int notMade = 0;
+  for (int steps = 1;; steps += stride) {
+    const int before = Generation();
+    bool isOver = false;
+    {
+      Traced child([&] { Open(); }, [&] { ChangesOf(before + 1).Apply(); });
+      for (int i = 0; i < steps && !isOver; ++i) isOver = !child.Step(PTRACE_SYSCALL);
+      child.Kill();
+    }
+    const int after = Generation();
+    ASSERT_TRUE(after == before || after == before + 1) << steps;
+    ++(after == before ? notMade : made);
+    if (HasFailure()) FAIL() << "killed at stop " << steps;
+    if (isOver) break;
+  }
+  EXPECT_GT(made, 0);
+  EXPECT_GT(notMade, 0);
+  RecordProperty("stops", made + notMade);
+}
+
+TEST_F(KilledChanges, AtARandomMoment_AreMadeOrNotMade) {
+  const std::uint64_t seed = TestSeed();
+  SCOPED_TRACE(SeedHint(seed));
+  std::mt19937_64 random(seed);
+  const int rounds = std::max(1, 20 * Count("DEVSUPPORT_STORE_ROUNDS", 100) / 100);
+  int generation = 0;
+  for (int i = 0; i < rounds; ++i) {
+    Event begun;
+    Child child([&] {
+      Open();
+      begun.Announce();
+      for (int next = generation + 1;; ++next) {
+        if (ChangesOf(next).Apply().nResult != 0) return 1;
+      }
+    });
+    begun.Wait();
+    ::usleep(static_cast<useconds_t>(random() % 60000));
+    child.Signal(SIGKILL);
+    ASSERT_EQ(child.Wait(), 1000 + SIGKILL);
+    const int after = Generation();
+    EXPECT_GE(after, generation);
+    generation = after;
+    ASSERT_FALSE(HasFailure()) << "round " << i;
+  }
+}
+
+}  // namespace
