@@ -14,7 +14,7 @@ namespace analogsim {
 namespace {
 
 // SIGPIPE is held too: a reader of our trace that goes away must not take the device with it.
-constexpr int kHandedOn[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2};
+constexpr int kHeld[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2, SIGCHLD, SIGPIPE};
 
 std::vector<char *> Pointers(const std::vector<std::string> &texts) {
   std::vector<char *> pointers;
@@ -27,7 +27,7 @@ std::vector<char *> Pointers(const std::vector<std::string> &texts) {
 /// The command starts with the signals as we found them.
 class SpawnAttributes {
  public:
-  explicit SpawnAttributes(const HeldSignals &signals) {
+  explicit SpawnAttributes(const CommandSignals &signals) {
     ::posix_spawnattr_init(&attributes_);
     ::posix_spawnattr_setsigmask(&attributes_, &signals.Before());
     ::posix_spawnattr_setsigdefault(&attributes_, &signals.Defaults());
@@ -60,23 +60,16 @@ int WaitForEnd(pid_t command, const sigset_t &held) {
 
 }  // namespace
 
-HeldSignals::HeldSignals() {
+CommandSignals::CommandSignals() : held_(kHeld) {
   struct sigaction pipe {};
   ::sigaction(SIGPIPE, nullptr, &pipe);
   ::sigemptyset(&defaults_);
   if (pipe.sa_handler == SIG_DFL) ::sigaddset(&defaults_, SIGPIPE);
   ::signal(SIGCHLD, SIG_DFL);  // ignored by our caller, it would take the command's status from us
-  ::sigemptyset(&held_);
-  for (const int signal : kHandedOn) ::sigaddset(&held_, signal);
-  ::sigaddset(&held_, SIGCHLD);
-  ::sigaddset(&held_, SIGPIPE);
-  ::pthread_sigmask(SIG_BLOCK, &held_, &before_);
 }
 
-HeldSignals::~HeldSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
 int RunCommand(const std::vector<std::string> &words, const std::vector<std::string> &environment,
-               const HeldSignals &signals) {
+               const CommandSignals &signals) {
   const SpawnAttributes attributes(signals);
   pid_t command = -1;
   const int error = ::posix_spawnp(&command, words.front().c_str(), nullptr, attributes.Get(), Pointers(words).data(),

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/Signals.h"
+
 namespace analogsim {
 
 /// The exit statuses that shells and wrappers give for what is not the command's own doing.
@@ -18,27 +20,23 @@ constexpr int kSignalBase = 128;  ///< + the signal's number
 
 /// While it lives, the signals that end or interrupt programs wait to be handed on by RunCommand(), and nothing
 /// but SIGKILL ends us before our device is taken away. Make it before the first thread: threads inherit it.
-class HeldSignals {
+class CommandSignals {
  public:
-  HeldSignals();
-  ~HeldSignals();
-  HeldSignals(const HeldSignals &) = delete;
-  HeldSignals &operator=(const HeldSignals &) = delete;
+  CommandSignals();
 
-  const sigset_t &Held() const { return held_; }
-  const sigset_t &Before() const { return before_; }
+  const sigset_t &Held() const { return held_.Held(); }
+  const sigset_t &Before() const { return held_.Before(); }
   const sigset_t &Defaults() const { return defaults_; }
 
  private:
-  sigset_t held_{};
-  sigset_t before_{};
   sigset_t defaults_{};  ///< signals to be reset for the command: the libraries that we use ignore SIGPIPE
+  tools::HeldSignals held_;
 };
 
 /// Runs a command, found through PATH, and waits for its end. Signals sent to us are handed on to it; those of the
 /// terminal reach it anyway.
 /// Returns  its exit status, or 128 + the signal that ended it, or 126 or 127 when it cannot be run (says why).
 int RunCommand(const std::vector<std::string> &words, const std::vector<std::string> &environment,
-               const HeldSignals &signals);
+               const CommandSignals &signals);
 
 }  // namespace analogsim

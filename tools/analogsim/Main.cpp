@@ -1,6 +1,5 @@
 // analogsim: runs a command in which /dev/analog/0 is a simulated analog driver.
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <exception>
@@ -10,23 +9,14 @@
 #include "Options.h"
 #include "Simulator.h"
 #include "Testbed.h"
+#include "tools/common/StandardDescriptors.h"
 
 namespace {
 
 using namespace analogsim;
 
-/// Fills standard descriptors that our caller closed, so that no socket of ours gets such a number and is taken for
-/// standard error. The command still finds them closed.
-void OccupyStandardDescriptors() {
-  int fd = -1;
-  do {
-    fd = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-  } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0) ::close(fd);
-}
-
 int Run(const Options &options) {
-  const HeldSignals signals;
+  const CommandSignals signals;
   Simulator simulator(options);
   const Testbed testbed(simulator);
   return RunCommand(options.command, testbed.Environment(), signals);
@@ -35,7 +25,8 @@ int Run(const Options &options) {
 }  // namespace
 
 int main(int argCount, char *args[]) {
-  OccupyStandardDescriptors();
+  // The command still finds closed what was closed.
+  if (!tools::OccupyStandardDescriptors()) return status::kOwnFailure;
   try {
     return Run(ReadOptions(argCount, args, status::kOwnFailure));
   } catch (const Stop &stop) {

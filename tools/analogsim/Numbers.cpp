@@ -2,24 +2,16 @@
 
 #include "Numbers.h"
 
-#include <charconv>
 #include <cstring>
 #include <limits>
-#include <system_error>
+
+#include "tools/common/Numbers.h"
 
 namespace analogsim {
 
 namespace {
 
 constexpr int kLargestErrno = 4095;  // the kernel's limit
-
-std::optional<std::int64_t> ToMagnitude(std::string_view digits, int base) {
-  std::uint32_t magnitude = 0;
-  const char *end = digits.data() + digits.size();
-  const auto [stopped, error] = std::from_chars(digits.data(), end, magnitude, base);
-  if (error != std::errc{} || stopped != end) return std::nullopt;
-  return magnitude;
-}
 
 }  // namespace
 
@@ -28,12 +20,11 @@ std::optional<std::int32_t> ToInt32(std::string_view text) {
   const bool negative = text.starts_with('-');
   if (negative) text.remove_prefix(1);
   const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-  if (hexadecimal) text.remove_prefix(2);
 
-  const std::optional<std::int64_t> magnitude = ToMagnitude(text, hexadecimal ? 16 : 10);
-  if (!magnitude) return std::nullopt;
-  if (hexadecimal && !negative) return static_cast<std::int32_t>(*magnitude);
-  const std::int64_t number = negative ? -*magnitude : *magnitude;
+  std::uint32_t magnitude = 0;
+  if (!tools::ParseNumber(text, UINT32_MAX, magnitude)) return std::nullopt;
+  if (hexadecimal && !negative) return static_cast<std::int32_t>(magnitude);
+  const std::int64_t number = negative ? -std::int64_t{magnitude} : std::int64_t{magnitude};
   if (number < Limits::min() || number > Limits::max()) return std::nullopt;
   return static_cast<std::int32_t>(number);
 }

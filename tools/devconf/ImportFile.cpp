@@ -122,7 +122,7 @@ bool ImportFile::Check() {
   while (!rest.empty()) {
     ++line_;
     const std::string_view line = First(rest, rest.find('\n'));
-    rest = Behind(rest, line.size() + 1);
+    rest = After(rest, line.size() + 1);
     if (line.find_first_not_of(" \t\r") != std::string_view::npos && !CheckLine(line)) return false;
   }
   return CheckRepeated();

@@ -2,63 +2,16 @@
 
 #include "Json.h"
 
-#include <algorithm>
+#include "tools/common/Numbers.h"
 
 namespace devconf {
 
 namespace {
 
-constexpr char kHexDigits[] = "0123456789abcdef";
-
 constexpr std::uint8_t Byte(char c) { return static_cast<std::uint8_t>(c); }
 
 constexpr bool IsHighSurrogate(std::uint32_t point) { return point >= 0xd800 && point < 0xdc00; }
 constexpr bool IsLowSurrogate(std::uint32_t point) { return point >= 0xdc00 && point < 0xe000; }
-
-// Bytes that follow the first one, and the smallest character that needs so many.
-struct Length {
-  std::size_t following;
-  std::uint32_t smallest;
-};
-
-// A byte that begins no character needs more bytes than there are.
-constexpr Length LengthOf(std::uint8_t first) {
-  if (first < 0x80) return {0, 0};
-  if (first >= 0xc0 && first < 0xe0) return {1, 0x80};
-  if (first >= 0xe0 && first < 0xf0) return {2, 0x800};
-  if (first >= 0xf0 && first < 0xf8) return {3, 0x10000};
-  return {SIZE_MAX, 0};
-}
-
-void Append(Piece &piece, char c) { piece.text[piece.size++] = c; }
-
-Piece NumberedEscape(std::uint32_t point) {
-  Piece piece;
-  for (const char c : {'\\', 'u', '0', '0'}) Append(piece, c);
-  Append(piece, kHexDigits[point >> 4 & 0xf]);
-  Append(piece, kHexDigits[point & 0xf]);
-  return piece;
-}
-
-char ShortEscape(std::uint32_t point) {
-  switch (point) {
-    case '"':
-    case '\\':
-      return static_cast<char>(point);
-    case '\b':
-      return 'b';
-    case '\f':
-      return 'f';
-    case '\n':
-      return 'n';
-    case '\r':
-      return 'r';
-    case '\t':
-      return 't';
-    default:
-      return '\0';
-  }
-}
 
 // Writes a character as UTF-8, which is never longer than its escape.
 std::size_t Encode(std::uint32_t point, char *out) {
@@ -75,21 +28,14 @@ std::size_t Encode(std::uint32_t point, char *out) {
   return following + 1;
 }
 
-int HexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
 // Takes the four digits behind "\u".
 bool TakeFourDigits(std::string_view &rest, std::uint32_t &point) {
   if (rest.size() < 4) return false;
   point = 0;
   for (const char c : First(rest, 4)) {
-    const int digit = HexValue(c);
-    if (digit < 0) return false;
-    point = point << 4 | static_cast<std::uint32_t>(digit);
+    const unsigned digit = tools::DigitValue(c);
+    if (digit >= 16) return false;
+    point = point << 4 | digit;
   }
   rest.remove_prefix(4);
   return true;
@@ -181,57 +127,6 @@ const char *ReadMember(Scanner &scanner, Member &member) {
 }
 
 }  // namespace
-
-std::string_view First(std::string_view bytes, std::size_t count) {
-  return {bytes.data(), std::min(count, bytes.size())};
-}
-
-std::string_view Behind(std::string_view bytes, std::size_t count) {
-  bytes.remove_prefix(std::min(count, bytes.size()));
-  return bytes;
-}
-
-bool StartsWith(std::string_view bytes, std::string_view prefix) { return First(bytes, prefix.size()) == prefix; }
-
-std::size_t FirstCharacter(std::string_view bytes, std::uint32_t &point) {
-  if (bytes.empty()) return 0;
-  const std::uint8_t first = Byte(bytes[0]);
-  const auto [following, smallest] = LengthOf(first);
-  if (following >= bytes.size()) return 0;
-  point = following == 0 ? first : first & (0x3fU >> following);
-  for (std::size_t i = 1; i <= following; ++i) {
-    if ((Byte(bytes[i]) & 0xc0) != 0x80) return 0;
-    point = point << 6 | (Byte(bytes[i]) & 0x3fU);
-  }
-  const bool isCharacter = point >= smallest && point < 0x110000 && !IsHighSurrogate(point) && !IsLowSurrogate(point);
-  return isCharacter ? following + 1 : 0;
-}
-
-bool IsText(std::string_view bytes) {
-  while (!bytes.empty()) {
-    std::uint32_t point = 0;
-    const std::size_t size = FirstCharacter(bytes, point);
-    if (size == 0 || point == 0) return false;
-    bytes.remove_prefix(size);
-  }
-  return true;
-}
-
-Piece EscapeNext(std::string_view &bytes, Form form) {
-  std::uint32_t point = Byte(bytes[0]);
-  const std::size_t size = form == Form::kText ? std::max<std::size_t>(FirstCharacter(bytes, point), 1) : 1;
-  const std::string_view character = First(bytes, size);
-  bytes.remove_prefix(size);
-  Piece piece;
-  if (const char escape = ShortEscape(point); escape != '\0') {
-    Append(piece, '\\');
-    Append(piece, escape);
-    return piece;
-  }
-  if (IsControl(point) || (form == Form::kBytes && point >= 0x80)) return NumberedEscape(point);
-  for (const char c : character) Append(piece, c);
-  return piece;
-}
 
 const char *ReadObject(std::string_view line, std::span<Member> members, std::size_t &count) {
   count = 0;

@@ -1,8 +1,4 @@
 // The text form of records: one flat JSON object of strings a line. Pure functions over the caller's memory, no heap.
-//
-// A byte string is written in one of two forms:
-//   text    what is UTF-8 without a NUL; a character of the string is a character of the text
-//   bytes   anything else; a character of the string, U+0000 to U+00FF, is one byte
 #pragma once
 
 #include <cstddef>
@@ -10,41 +6,19 @@
 #include <span>
 #include <string_view>
 
+#include "tools/common/Escape.h"
+#include "tools/common/Text.h"
+#include "tools/common/Utf8.h"
+
 namespace devconf {
 
-enum class Form : bool { kText, kBytes };
-
-// string_view::substr and what is made of it can throw: that needs a C++ runtime.
-
-/// At most the first count bytes.
-std::string_view First(std::string_view bytes, std::size_t count);
-
-/// What follows the first count bytes.
-std::string_view Behind(std::string_view bytes, std::size_t count);
-
-bool StartsWith(std::string_view bytes, std::string_view prefix);
-
-/// The UTF-8 character at the start of some bytes.
-/// Returns its length, and its number in point; 0 when there is none: no overlong forms, no surrogates.
-std::size_t FirstCharacter(std::string_view bytes, std::uint32_t &point);
-
-/// Whether the bytes can be written as text.
-bool IsText(std::string_view bytes);
-
-/// Whether a character does something to a terminal instead of being shown.
-constexpr bool IsControl(std::uint32_t point) { return point < 0x20 || (point >= 0x7f && point < 0xa0); }
-
-/// A few characters of output.
-struct Piece {
-  char text[8];
-  std::size_t size = 0;
-
-  std::string_view View() const { return {text, size}; }
-};
-
-/// Takes one character from the front of the bytes and returns how it stands between the quotes of a JSON string.
-/// In the text form the bytes must be text (IsText).
-Piece EscapeNext(std::string_view &bytes, Form form);
+using tools::After;
+using tools::EscapeNext;
+using tools::First;
+using tools::FirstCharacter;
+using tools::Form;
+using tools::IsText;
+using tools::StartsWith;
 
 /// One member of an object: name and value as they stand between their quotes, still escaped.
 struct Member {

@@ -32,17 +32,7 @@ void PrintJsonRecord(const Record &record) {
 }  // namespace
 
 void PrintShown(std::FILE *stream, std::string_view bytes) {
-  while (!bytes.empty()) {
-    std::uint32_t point = 0;
-    const std::size_t size = FirstCharacter(bytes, point);
-    if (size != 0 && !IsControl(point)) {
-      Put(stream, First(bytes, size));
-      bytes.remove_prefix(size);
-    } else {
-      std::fprintf(stream, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(bytes.front())));
-      bytes.remove_prefix(1);
-    }
-  }
+  while (!bytes.empty()) Put(stream, tools::ShowNext(bytes).View());
 }
 
 void PrintJsonString(std::string_view bytes, Form form) {

@@ -82,7 +82,7 @@ class DoubleStep {
     const auto [endA, endB] = std::mismatch(a.begin(), a.end(), b.begin());
     const auto size = static_cast<std::size_t>(endA - a.begin());
     bytes.Assign(First(a, size));
-    return IsFilling(Behind(a, size), kFillings[0]) && IsFilling(Behind(b, size), kFillings[1]);
+    return IsFilling(After(a, size), kFillings[0]) && IsFilling(After(b, size), kFillings[1]);
   }
 
   StepBuffers buffers_[2];

@@ -95,10 +95,10 @@ class Search {
   }
 
   std::string_view IndexKey(const Found &found) const {
-    return First(Behind(memory_.View(), found.at), found.indexKeySize);
+    return First(After(memory_.View(), found.at), found.indexKeySize);
   }
   std::string_view Key(const Found &found) const {
-    return First(Behind(memory_.View(), found.at + found.indexKeySize), found.keySize);
+    return First(After(memory_.View(), found.at + found.indexKeySize), found.keySize);
   }
 
   const Table &index_;

@@ -3,14 +3,13 @@
 #include "Store.h"
 
 #include <devsupport/db/BerkeleyDB.h>
+#include <signal.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 
 #include "Print.h"
 
@@ -36,21 +35,9 @@ constexpr int kHeldSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
 
 }  // namespace
 
-HeldSignals::HeldSignals() {
-  sigset_t held;
-  sigemptyset(&held);
-  for (const int signal : kHeldSignals) sigaddset(&held, signal);
-  ::sigprocmask(SIG_BLOCK, &held, &before_);
-}
+bool IsInterrupted() { return tools::IsAnyPending(kHeldSignals); }
 
-HeldSignals::~HeldSignals() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
-
-bool IsInterrupted() {
-  sigset_t pending;
-  if (::sigpending(&pending) != 0) return false;
-  return std::any_of(std::begin(kHeldSignals), std::end(kHeldSignals),
-                     [&](int signal) { return sigismember(&pending, signal) == 1; });
-}
+Store::Store() : signals_(kHeldSignals) {}
 
 bool Store::Open(const Options &options) {
   const DatabasePath path(options);

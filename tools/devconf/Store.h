@@ -1,33 +1,19 @@
 // The store, open for the time of a command.
 #pragma once
 
-#include <signal.h>
-
 #include <climits>
 
 #include "Options.h"
+#include "tools/common/Signals.h"
 
 namespace devconf {
 
-/// Keeps the signals with which a person or a shell ends a program waiting. A process that ends inside an operation
-/// would leave the store unusable for all others until they have closed it.
-class HeldSignals {
- public:
-  HeldSignals();
-  ~HeldSignals();
-  HeldSignals(const HeldSignals &) = delete;
-  HeldSignals &operator=(const HeldSignals &) = delete;
-
- private:
-  sigset_t before_;
-};
-
-/// Whether such a signal waits: time to come to an end.
+/// Whether a signal waits with which a person or a shell ends a program: time to come to an end.
 bool IsInterrupted();
 
 class Store {
  public:
-  Store() = default;
+  Store();
   ~Store() { Close(); }
   Store(const Store &) = delete;
   Store &operator=(const Store &) = delete;
@@ -41,7 +27,8 @@ class Store {
  private:
   bool OpenAnyway(const Options &options);
 
-  HeldSignals signals_;
+  // A process that ends inside an operation would leave the store unusable for all others until they have closed it.
+  tools::HeldSignals signals_;
   bool open_ = false;
 };
 

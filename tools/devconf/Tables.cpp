@@ -68,7 +68,7 @@ bool IsKeyOfName(const Table &table, std::string_view key) {
 std::string_view IndexKeyOf(const Table &index, std::string_view key, std::string_view value) {
   const std::string_view name = index.name;
   if (name == "stb_pb") return First(TextOf(value), TextOf(value).find(';'));
-  if (name == "stb_1_pb") return TextOf(Behind(key, TextOf(key).size() + 1));
+  if (name == "stb_1_pb") return TextOf(After(key, TextOf(key).size() + 1));
   return TextOf(First(key, 3));
 }
 

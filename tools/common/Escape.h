@@ -1,0 +1,31 @@
+// How bytes that anybody may have written are shown to people and put into JSON.
+//
+// A JSON string holds bytes in one of two forms; the name of its member says which:
+//   text    what is UTF-8 without a NUL; a character of the string is a character of the text
+//   bytes   anything else; a character of the string, U+0000 to U+00FF, is one byte
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace tools {
+
+enum class Form : bool { kText, kBytes };
+
+/// A few characters of output.
+struct Piece {
+  char text[16];
+  std::size_t size = 0;
+
+  std::string_view View() const { return {text, size}; }
+};
+
+/// Takes one character from the front of the bytes and returns how it looks between the quotes of a JSON string.
+/// In the text form the bytes must be text (IsText).
+Piece EscapeNext(std::string_view &bytes, Form form);
+
+/// Takes one character from the front of the bytes and returns how people see it: itself, or each of its bytes as
+/// \xNN when it does something to a terminal or is no character.
+Piece ShowNext(std::string_view &bytes);
+
+}  // namespace tools

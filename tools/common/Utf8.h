@@ -1,0 +1,21 @@
+// The characters of texts that anybody may have written.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace tools {
+
+/// The UTF-8 character at the start of some bytes.
+/// Returns its length, and its number in point; 0 when there is none: no overlong forms, no surrogates. Then point is
+/// not set.
+std::size_t FirstCharacter(std::string_view bytes, std::uint32_t &point);
+
+/// Whether the bytes are UTF-8 without a NUL.
+bool IsText(std::string_view bytes);
+
+/// Whether a character does something to a terminal instead of being shown.
+constexpr bool IsControl(std::uint32_t point) { return point < 0x20 || (point >= 0x7f && point < 0xa0); }
+
+}  // namespace tools
