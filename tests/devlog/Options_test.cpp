@@ -162,25 +162,6 @@ TEST(OptionsWrite, RefusesTypesThatThereAreNot) {
             std::string("devlog: unrecognized option '--ring'\n") + kHint);
 }
 
-TEST(ToNumber, TakesDecimalAndHexadecimalNumbersUpToTheLast) {
-  std::uint32_t number = 4711;
-  EXPECT_TRUE(ToNumber("0", 9, number));
-  EXPECT_EQ(number, 0U);
-  EXPECT_TRUE(ToNumber("010", 10, number));
-  EXPECT_EQ(number, 10U);
-  EXPECT_TRUE(ToNumber("0xFfFfFfFf", UINT32_MAX, number));
-  EXPECT_EQ(number, UINT32_MAX);
-}
-
-TEST(ToNumber, RefusesEverythingElseAndLeavesTheNumber) {
-  std::uint32_t number = 4711;
-  for (const char *text : {"", "-1", "+1", " 1", "1 ", "1x", "0x", "0xg", "x", "4294967296", "0x100000000"}) {
-    EXPECT_FALSE(ToNumber(text, UINT32_MAX, number)) << text;
-  }
-  EXPECT_FALSE(ToNumber("10", 9, number));
-  EXPECT_EQ(number, 4711U);
-}
-
 TEST(ToTypes, TakesAListOfNumbers) {
   std::uint16_t types = 4711;
   EXPECT_TRUE(ToTypes("0", types));

@@ -30,7 +30,7 @@ std::string ForPeople(std::string_view text) {
 
 std::string ForJson(std::string_view text) {
   const auto line = std::make_unique<Line>();
-  line->AddForJson(text);
+  line->AddForJson(text, tools::Form::kText);
   return std::string(line->Text());
 }
 
@@ -130,12 +130,20 @@ TEST(ForPeople, EscapesTheLastControlCharacterAndNotTheNextOne) {
   EXPECT_EQ(ForPeople("\xc2\xa0"), "\xc2\xa0");
 }
 
-TEST(ForJson, EscapesControlCharactersByTheirNumber) {
-  EXPECT_EQ(ForJson("\033\n\x7f\xc2\x9b"), "\\u001b\\u000a\\u007f\\u009b");
-  EXPECT_EQ(ForJson(std::string_view("a\0b", 3)), "a\\u0000b");
-}
+TEST(ForJson, EscapesControlCharacters) { EXPECT_EQ(ForJson("\033\n\x7f\xc2\x9b"), "\\u001b\\n\\u007f\\u009b"); }
 
-TEST(ForJson, EscapesWhatIsNoUtf8ByTheByte) { EXPECT_EQ(ForJson("\xffé\xc3"), "\\u00ffé\\u00c3"); }
+TEST(Print, OfATextAsJson_TellsItsBytesFromItsCharacters) {
+  const auto textOf = [](std::string_view text) {
+    const std::string shown = Shown({.time = kTime}, text, Look::Json);
+    return shown.substr(shown.find("\"text"));
+  };
+  EXPECT_EQ(textOf("\xc2\x9b"), R"("text":"\u009b"})");
+  EXPECT_EQ(textOf("\x9b"), R"("text_bytes":"\u009b"})");
+  EXPECT_EQ(textOf("\xc3\xbf"), "\"text\":\"\xc3\xbf\"}");
+  EXPECT_EQ(textOf("\xff"), R"("text_bytes":"\u00ff"})");
+  EXPECT_EQ(textOf("\xc3\xbf\xc3"), R"("text_bytes":"\u00c3\u00bf\u00c3"})");
+  EXPECT_EQ(textOf(std::string_view("a\0b", 3)), R"("text_bytes":"a\u0000b"})");
+}
 
 TEST(Line, HoldsTheLongestMessageInItsLongestForm) {
   const std::string text(kMaxText, '\x01');

@@ -124,7 +124,7 @@ TEST_F(RecordedRings, AsJson_AreOneObjectALine) {
             R"("detail":"2 records lost","text":""})"
             "\n"
             R"({"time":"12:34:56.789","ring":"log","type":0,"sequence":2,"records":1,"status":"ok","detail":"",)"
-            R"("text":"\u001b\u00ff"})"
+            R"("text_bytes":"\u001b\u00ff"})"
             "\n");
 }
 

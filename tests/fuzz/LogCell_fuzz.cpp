@@ -185,7 +185,9 @@ void ExpectPrintedAsJson(const Message &message, const std::string &text) {
   EXPECT_EQ(object.size(), 8U);
   EXPECT_EQ(object.at("records"), message.records);
   EXPECT_EQ(object.at("time").get<std::string>().size(), 12U);
-  if (IsUtf8(text)) {
+  const bool isText = IsUtf8(text) && text.find('\0') == std::string::npos;
+  EXPECT_TRUE(object.contains(isText ? "text" : "text_bytes"));
+  if (isText) {
     EXPECT_EQ(object.at("text"), text);
   }
 }

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "Message.h"
+#include "tools/common/Escape.h"
 
 namespace devlog {
 
@@ -32,8 +33,8 @@ class Line {
   /// The text with everything that a terminal could take for more than a character as \xNN: control characters and
   /// bytes that are no UTF-8.
   void AddForPeople(std::string_view text);
-  /// The text as the inside of a JSON string. Bytes that are no UTF-8 become \u00NN.
-  void AddForJson(std::string_view text);
+  /// The text as the inside of a JSON string.
+  void AddForJson(std::string_view text, tools::Form form);
 
  private:
   static constexpr std::size_t kLongestEscape = 6;

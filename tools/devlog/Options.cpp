@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "Numbers.h"
+#include "tools/common/Numbers.h"
 
 namespace devlog {
 
@@ -96,7 +97,7 @@ bool ReadTime(const char *text, DayTime lastMs, DayTime &time) {
 
 bool ReadLines(const char *text, Options &options) {
   options.isLimited = true;
-  return ToNumber(text, UINT32_MAX, options.lines) || Refuse(text, "is no number of lines");
+  return tools::ParseNumber(text, UINT32_MAX, options.lines) || Refuse(text, "is no number of lines");
 }
 
 /// One option of the viewer; false when its argument is refused.
@@ -163,7 +164,7 @@ Options ReadViewOptions(int argCount, char **args) {
 
 bool ReadType(const char *text, int &type) {
   std::uint32_t number = 0;
-  if (!ToNumber(text, LOGCELL_MAX(TYPE), number)) return Refuse(text, "is no type from 0 to 15");
+  if (!tools::ParseNumber(text, LOGCELL_MAX(TYPE), number)) return Refuse(text, "is no type from 0 to 15");
   type = static_cast<int>(number);
   return true;
 }

@@ -2,6 +2,8 @@
 
 #include "Print.h"
 
+#include "tools/common/Utf8.h"
+
 namespace devlog {
 
 namespace {
@@ -135,8 +137,9 @@ void AddJson(Line &line, const Message &message, std::string_view text) {
   line.Add(NameOf(message.status));
   line.Add("\",\"detail\":\"");
   AddDetail(line, message);
-  line.Add("\",\"text\":\"");
-  line.AddForJson(text);
+  const bool isText = tools::IsText(text);
+  line.Add(isText ? "\",\"text\":\"" : "\",\"text_bytes\":\"");
+  line.AddForJson(text, isText ? tools::Form::kText : tools::Form::kBytes);
   line.Add("\"}");
 }
 

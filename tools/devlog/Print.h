@@ -21,7 +21,8 @@ std::string_view NameOf(Ring ring);
 ///   --:--:--.--- log    -  (damaged: the length is 4711)
 ///
 /// JSON objects have always the same members in the same order. The time is always one: of a record without a time of
-/// its own it is the place that Place() gave it.
+/// its own it is the place that Place() gave it. A text that is not UTF-8, or has a NUL, is "text_bytes" instead of
+/// "text": one character, U+0000 to U+00FF, for each byte.
 ///
 ///   {"time":"12:34:56.789","ring":"log","type":3,"sequence":17,"records":1,"status":"ok","detail":"","text":"..."}
 void AddMessage(Line &line, const Message &message, std::string_view text, Look look);

@@ -15,6 +15,7 @@
 #include "Merge.h"
 #include "Output.h"
 #include "Print.h"
+#include "tools/common/Signals.h"
 
 namespace devlog {
 
@@ -51,26 +52,8 @@ int PriorityOf(const Message &message) {
   return message.ring == Ring::Event ? LOG_NOTICE : LOG_INFO;
 }
 
-/// Signals that would end us wait while it lives: what was taken out of a ring is shown before we go.
-class HeldSignals {
- public:
-  explicit HeldSignals(bool isNeeded) : isNeeded_(isNeeded) {
-    if (!isNeeded_) return;
-    sigset_t held;
-    ::sigemptyset(&held);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) ::sigaddset(&held, signal);
-    ::sigprocmask(SIG_BLOCK, &held, &before_);
-  }
-  ~HeldSignals() {
-    if (isNeeded_) ::sigprocmask(SIG_SETMASK, &before_, nullptr);
-  }
-  HeldSignals(const HeldSignals &) = delete;
-  HeldSignals &operator=(const HeldSignals &) = delete;
-
- private:
-  bool isNeeded_;
-  sigset_t before_{};
-};
+// What was taken out of a ring is shown before one of these ends us.
+constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 class Viewer {
  public:
@@ -140,7 +123,7 @@ void Viewer::SayRemoved() {
 }
 
 int Viewer::ShowNews(bool isLimited) {
-  const HeldSignals held(options_.consume);
+  const tools::HeldSignals held(options_.consume ? kEndingSignals : std::span<const int>{});
   const DayTime now = Now();
   bool isDone = true;
   for (Track *track : {&channel_.log(), &channel_.event()}) {
