@@ -60,6 +60,7 @@ class Channel {
 
 // The clock, a pair of semaphore operations, and the text copied in pieces as long as a record's: what the channel
 // cannot do without.
+template <class Lock>
 class ClockLockCopy {
  public:
   ClockLockCopy() {
@@ -95,7 +96,7 @@ class ClockLockCopy {
   };
   static constexpr std::size_t kBytes = sizeof(Area);
 
-  UndoSemaphore lock_;
+  Lock lock_;
   void *memory_;
 };
 
@@ -186,10 +187,11 @@ Body By(int processes) {
 }
 
 constexpr const char *kFloor = "clock, semop pair and copy";
+constexpr const char *kYieldingFloor = "clock, semop pair that yields, and copy";
 
 void RegisterMessage() {
   const Row row("log", "write a message of 80 characters", kNearTheFloor);
-  row.Ours(Alone<Channel>(kMessageChars)).Floor(kFloor, Alone<ClockLockCopy>(kMessageChars));
+  row.Ours(Alone<Channel>(kMessageChars)).Floor(kFloor, Alone<ClockLockCopy<UndoSemaphore>>(kMessageChars));
   row.Peer("syslog", Alone<Syslog>(kMessageChars));
 #if DEVSUPPORT_PEER_SPDLOG
   row.Peer("spdlog, ring in the process", Alone<SpdlogRing>(kMessageChars));
@@ -245,15 +247,19 @@ void RegisterFragments() {
   const Row row("log_fragments", "write a message, by number of records that it takes");
   for (const std::size_t records : {1U, 2U, 4U, 8U, 16U, 32U}) {
     const std::size_t chars = records * LOGCELL_TEXT_CHARS;
-    row.At(static_cast<long>(records)).Ours(Alone<Channel>(chars)).Floor(kFloor, Alone<ClockLockCopy>(chars));
+    row.At(static_cast<long>(records))
+        .Ours(Alone<Channel>(chars))
+        .Floor(kFloor, Alone<ClockLockCopy<UndoSemaphore>>(chars));
   }
 }
 
 void RegisterWriters() {
-  const Row row("log_writers", "write a message of 80 characters, by number of processes at it", kNoAim,
+  const Row row("log_writers", "write a message of 80 characters, by number of processes at it", kTwiceOneAlone,
                 Clock::kElapsed);
   for (const int processes : {1, 2, 4, 8}) {
-    row.At(processes).Ours(By<Channel>(processes)).Floor(kFloor, By<ClockLockCopy>(processes));
+    const Row point = row.At(processes);
+    point.Ours(By<Channel>(processes)).Floor(kYieldingFloor, By<ClockLockCopy<YieldingUndoSemaphore>>(processes));
+    point.Peer("a semop pair that sleeps", By<ClockLockCopy<UndoSemaphore>>(processes));
   }
 }
 

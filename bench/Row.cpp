@@ -12,7 +12,7 @@ namespace devsupport::bench {
 namespace {
 
 std::string AimText(Aim aim) {
-  constexpr std::array kAgainst{"nothing", "peer", "floor"};
+  constexpr std::array kAgainst{"nothing", "peer", "floor", "first"};
   std::array<char, 32> text{};
   std::snprintf(text.data(), text.size(), "%s %.2f", kAgainst[static_cast<std::size_t>(aim.against)], aim.ratio);
   return text.data();
@@ -32,7 +32,8 @@ Row Row::At(long point) const {
 
 const Row &Row::Add(const std::string &who, const Body &body) const {
   auto *made = benchmark::RegisterBenchmark((name_ + "/" + who).c_str(), body);
-  if (clock_ == Clock::kElapsed) made->UseManualTime();
+  if (clock_ != Clock::kCpu) made->UseManualTime();
+  if (clock_ == Clock::kElapsedOnce) made->Iterations(1);
   return *this;
 }
 

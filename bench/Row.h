@@ -10,13 +10,15 @@ namespace devsupport::bench {
 
 /// What a row is measured by.
 enum class Clock {
-  kCpu,      ///< CPU time of this process: for what runs in one thread
-  kElapsed,  ///< elapsed time as the body reports it (State::SetIterationTime): for several processes
+  kCpu,          ///< CPU time of this process: for what runs in one thread
+  kElapsed,      ///< elapsed time as the body reports it (State::SetIterationTime): for several processes
+  kElapsedOnce,  ///< the same; a repetition is one iteration, however short the time that it reports
 };
 
-/// What the row is to reach: at most `ratio` times the best peer, or the floor.
+/// What the row is to reach: at most `ratio` times the best peer, the floor or, at every point of a series, its own
+/// first point.
 struct Aim {
-  enum class Against { kNothing, kBestPeer, kFloor };
+  enum class Against { kNothing, kBestPeer, kFloor, kFirstPoint };
   Against against;
   double ratio;
 };
@@ -24,6 +26,7 @@ constexpr Aim kNoAim{Aim::Against::kNothing, 0};
 constexpr Aim kAheadOfEveryPeer{Aim::Against::kBestPeer, 1.0};
 constexpr Aim kNearTheBestPeer{Aim::Against::kBestPeer, 1.2};  ///< where the contract costs what peers need not pay
 constexpr Aim kNearTheFloor{Aim::Against::kFloor, 1.05};
+constexpr Aim kTwiceOneAlone{Aim::Against::kFirstPoint, 2.0};  ///< for a series by number of processes
 
 /// Does the job over and over: `for (auto _ : state)`.
 using Body = std::function<void(benchmark::State &)>;

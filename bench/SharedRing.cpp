@@ -13,11 +13,14 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <string>
 #include <system_error>
 
@@ -248,6 +251,29 @@ class BoostQueue {
 
 using Buffer = std::array<char, kLongestMessage>;
 
+// The longest of the times that several processes have measured.
+class SharedLongest {
+ public:
+  SharedLongest() {
+    void *memory = mmap(nullptr, sizeof *longest_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
+    longest_ = new (memory) std::atomic<std::int64_t>(0);
+  }
+  ~SharedLongest() { munmap(longest_, sizeof *longest_); }
+  SharedLongest(const SharedLongest &) = delete;
+  SharedLongest &operator=(const SharedLongest &) = delete;
+
+  void Reset() { longest_->store(0); }
+  void Note(std::chrono::nanoseconds time) {
+    std::int64_t known = longest_->load(std::memory_order_relaxed);
+    while (known < time.count() && !longest_->compare_exchange_weak(known, time.count())) continue;
+  }
+  double Seconds() const { return std::chrono::duration<double>(std::chrono::nanoseconds(*longest_)).count(); }
+
+ private:
+  std::atomic<std::int64_t> *longest_;
+};
+
 template <class Channel>
 void PushGet(benchmark::State &state, Shape shape) {
   Channel channel(shape);
@@ -274,9 +300,36 @@ void PushGetBy(benchmark::State &state, int processes) {
   while (state.KeepRunningBatch(processes * kPairsEach)) state.SetIterationTime(gang.Run());
 }
 
+// The longest that any of the processes waited for one pair, of 80,000 pairs of all of them.
+template <class Channel>
+void LongestPairBy(benchmark::State &state, int processes) {
+  using Watch = std::chrono::steady_clock;
+  constexpr int kPairs = 80000;
+  Channel channel({});
+  Buffer in{};
+  Buffer out{};
+  SharedLongest longest;
+  Gang gang(processes, kPairs / processes, [&] {
+    const Watch::time_point start = Watch::now();
+    channel.Push(in.data());
+    channel.Get(out.data());
+    longest.Note(Watch::now() - start);
+  });
+  for (auto _ : state) {
+    longest.Reset();
+    gang.Run();
+    state.SetIterationTime(longest.Seconds());
+  }
+}
+
 template <class Channel>
 Body Alone(Shape shape) {
   return Guarded([shape](benchmark::State &state) { PushGet<Channel>(state, shape); });
+}
+
+template <class Channel>
+Body LongestBy(int processes) {
+  return Guarded([processes](benchmark::State &state) { LongestPairBy<Channel>(state, processes); });
 }
 
 template <class Channel>
@@ -285,6 +338,7 @@ Body By(int processes) {
 }
 
 constexpr const char *kFloor = "semop pairs and two copies";
+constexpr const char *kYieldingFloor = "semop pairs that yield, and two copies";
 
 void RegisterMessage() {
   const Row row("ring", "push and get a message of 132 bytes through shared memory", kNearTheFloor);
@@ -318,14 +372,25 @@ void RegisterLengths() {
 }
 
 void RegisterProcesses() {
-  const Row row("ring_processes", "push and get a message of 132 bytes, by number of processes at it", kNoAim,
+  const Row row("ring_processes", "push and get a message of 132 bytes, by number of processes at it", kTwiceOneAlone,
                 Clock::kElapsed);
   for (const int processes : {1, 2, 4, 8}) {
     const Row point = row.At(processes);
-    point.Ours(By<Ours>(processes)).Floor(kFloor, By<CopiesUnder<UndoSemaphore>>(processes));
+    point.Ours(By<Ours>(processes)).Floor(kYieldingFloor, By<CopiesUnder<YieldingUndoSemaphore>>(processes));
+    point.Peer("semop pairs that sleep", By<CopiesUnder<UndoSemaphore>>(processes));
     point.Peer("POSIX message queue", By<PosixQueue>(processes));
     point.Peer("System V message queue", By<SystemVQueue>(processes));
     point.Peer("robust mutex and two copies", By<CopiesUnder<RobustMutex>>(processes));
+  }
+}
+
+void RegisterLongestWait() {
+  const Row row("ring_longest_wait", "the longest of 80,000 times that a push and get took, by number of processes",
+                kNoAim, Clock::kElapsedOnce);
+  for (const int processes : {2, 8}) {
+    const Row point = row.At(processes);
+    point.Ours(LongestBy<Ours>(processes));
+    point.Peer("semop pairs that sleep", LongestBy<CopiesUnder<UndoSemaphore>>(processes));
   }
 }
 
@@ -336,6 +401,7 @@ void RegisterSharedRing() {
   RegisterSizes();
   RegisterLengths();
   RegisterProcesses();
+  RegisterLongestWait();
 }
 
 }  // namespace devsupport::bench

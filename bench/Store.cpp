@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Gang.h"
 #include "Guarded.h"
 #include "Row.h"
 #include "StorePeers.h"
@@ -135,6 +136,36 @@ void OursOpen(benchmark::State &state) {
   });
 }
 
+// Each process has the store open and reads one name after the other; the time is that of one read, whoever did it.
+// A process opens in its first job, so the first run of all is not measured.
+void ReadBy(benchmark::State &state, int processes) {
+  constexpr int kReadsEach = 2000;
+  Isolate();
+  Parameters();
+  const Folder &home = Store::Get().Home();
+  const std::vector<std::string> keys = Keys();
+  BerkDb_Close();
+  Gang gang(processes, kReadsEach, [&home, &keys, open = false, i = std::size_t{0}]() mutable {
+    if (!open) OpenIn(home);
+    open = true;
+    Buffer out{};
+    GetDbParamToStr(keys[i].c_str(), out.data(), static_cast<std::int32_t>(out.size()), "");
+    benchmark::DoNotOptimize(out);
+    if (++i == keys.size()) i = 0;
+  });
+  OpenIn(home);
+  gang.Run();
+  while (state.KeepRunningBatch(processes * kReadsEach)) state.SetIterationTime(gang.Run());
+}
+
+void RegisterReaders() {
+  const Row row("store_readers", "read one of 500 settings as a text, by number of processes at it", kTwiceOneAlone,
+                Clock::kElapsed);
+  for (const int processes : {1, 2, 4, 8}) {
+    row.At(processes).Ours(Guarded([processes](benchmark::State &state) { ReadBy(state, processes); }));
+  }
+}
+
 void RegisterReads() {
   const Row read("store_read", "read one of 500 settings as a text", kNearTheFloor);
   read.Ours(Guarded(OursRead)).Floor(kFloor, Guarded(BareRead));
@@ -166,6 +197,7 @@ void RegisterSet() {
 
 void RegisterStore() {
   RegisterReads();
+  RegisterReaders();
   RegisterSet();
   const Row open("store_open", "open the store and close it", kNoAim, Clock::kElapsed);
   open.Ours(Guarded(OursOpen));

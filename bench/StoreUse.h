@@ -78,6 +78,8 @@ class Store {
   Store(const Store &) = delete;
   Store &operator=(const Store &) = delete;
 
+  const Folder &Home() const { return home_; }
+
   static std::unique_ptr<Store> &Shared() {
     static std::unique_ptr<Store> store;
     return store;

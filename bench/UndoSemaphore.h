@@ -1,6 +1,7 @@
 // The lock that our shared ring and our log channel have, by hand: for their floors.
 #pragma once
 
+#include <sched.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <unistd.h>
@@ -16,7 +17,7 @@ inline int Check(int result, const char *what) {
   return result;
 }
 
-/// A semaphore whose holder's death gives it back.
+/// A semaphore whose holder's death gives it back. Who finds it held sleeps.
 class UndoSemaphore {
  public:
   UndoSemaphore() : id_(Check(semget(IPC_PRIVATE, 1, 0600), "semget")), owner_(getpid()) { unlock(); }
@@ -29,14 +30,30 @@ class UndoSemaphore {
   void lock() { Operate(-1); }
   void unlock() { Operate(1); }
 
- private:
-  void Operate(short change) {
-    sembuf operation{0, change, SEM_UNDO};
-    semop(id_, &operation, 1);
+ protected:
+  bool Operate(short change, short flags = 0) {
+    sembuf operation{0, change, static_cast<short>(SEM_UNDO | flags)};
+    return semop(id_, &operation, 1) == 0;
   }
 
+ private:
   int id_;
   pid_t owner_;
+};
+
+/// The same; who finds it held lets others run and tries again some times before it sleeps.
+class YieldingUndoSemaphore : public UndoSemaphore {
+ public:
+  void lock() {
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+      if (Operate(-1, IPC_NOWAIT)) return;
+      sched_yield();
+    }
+    Operate(-1);
+  }
+
+ private:
+  static constexpr int kAttempts = 20;
 };
 
 }  // namespace devsupport::bench

@@ -134,7 +134,7 @@ def summary(rows):
         verdict = row.verdict()
         if verdict:
             cells.append([f"[{row.name}](#{anchor(row)})", value_text(verdict.ours.median(), row.unit),
-                          value_text(verdict.rival.median(), row.unit) + f", {verdict.rival.label()}",
+                          value_text(verdict.rival.median(), row.unit) + f", {verdict.rival_label}",
                           f"{verdict.ratio:.2f}", f"{row.aim:.2f}", "yes" if verdict.reached else "**no**"])
     return ["", "ours", "measured by", "ratio", "aim at most", "reached"], cells
 

@@ -44,14 +44,12 @@ class Participant:
 class Verdict:
     """What a row was to reach, and whether it did."""
 
-    def __init__(self, row, ours, rival):
+    def __init__(self, row, ours, rival, rival_label, what):
         self.ours = ours
         self.rival = rival
+        self.rival_label = rival_label
         self.ratio = ours.median() / rival.median()
         self.reached = round(self.ratio, 2) <= row.aim  # the ratio as it is shown decides
-        what = f"the best peer ({rival.who})" if row.against == "peer" else "the floor"
-        if row.rival:
-            what = f"{rival.label()}"
         self.text = f"{self.ratio:.2f} times {what}; aim at most {row.aim:.2f}: {'reached' if self.reached else 'MISSED'}"
 
 
@@ -85,10 +83,24 @@ class Row:
     def verdict(self):
         """None where nothing is aimed at, or nobody is there to be measured by."""
         if self.is_series():
-            return None
+            return self.verdict_of_series()
         ours = next((p for p in self.measured() if p.role == "ours"), None)
         rivals = [p for p in self.measured() if p.role == self.against and self.rival in (None, p.who)]
-        return Verdict(self, ours, min(rivals, key=Participant.median)) if ours and rivals else None
+        if not ours or not rivals:
+            return None
+        rival = min(rivals, key=Participant.median)
+        what = f"the best peer ({rival.who})" if self.against == "peer" else "the floor"
+        return Verdict(self, ours, rival, rival.label(), rival.label() if self.rival else what)
+
+    def verdict_of_series(self):
+        """A series can be measured by its own first point: its most expensive other point is."""
+        ours = [self.at(point, "ours") for point in self.points]
+        if self.against != "first" or None in ours or len(ours) < 2:
+            return None
+        worst = max(ours[1:], key=Participant.median)
+        point = next(point for point in self.points if self.at(point, "ours") is worst)
+        first = f"ours at {next(iter(self.points))}"
+        return Verdict(self, worst, ours[0], first, f"{first}, where it is most, at {point}")
 
     def add(self, run, name):
         point = int(name["point"]) if (name["point"] or "").isdigit() else name["point"]

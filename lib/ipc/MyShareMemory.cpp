@@ -8,6 +8,7 @@
 #include <devsupport/ipc/Semaphore.h>
 #include <devsupport/private/diag/StandardAssert.h>
 #include <devsupport/private/ipc/RingAccess.h>
+#include <sched.h>
 
 #include <algorithm>
 #include <cstring>
@@ -29,6 +30,13 @@ constexpr unsigned kGetLine = 277;
 
 constexpr uint32_t kLow16Bits = 0xFFFF;
 
+// How often a held semaphore is tried before the process sleeps. A holder that runs is through after one or two; more
+// attempts than these gain nothing (docs/decisions/ring-contention.md).
+constexpr int kAttempts = 20;
+
+// Giving up the processor helps when the holder may then have it. Next to a real-time process only its equals may.
+bool __YieldingHelps() { return (::sched_getscheduler(0) & ~SCHED_RESET_ON_FORK) == SCHED_OTHER; }
+
 void __AssertRing(const TShmQueue *pQue, unsigned dwLine, const char *pFunction) {
   devsupport::StandardAssert(pQue != nullptr, kAssertedText, kAssertedFile, dwLine, pFunction);
 }
@@ -42,6 +50,23 @@ void __FillSlot(const TShmQueue &que, uint8_t *pSlot, const void *pData, uint16_
 }  // namespace
 
 namespace devsupport {
+
+// A process that sleeps in the semaphore is handed it by the kernel, and everybody else waits until it has woken up:
+// from then on each operation costs a change of processes. So a short while is spent on attempts first. Nobody
+// starves: those who sleep are served first, in the order in which they came.
+bool WaitForSemaphore(int32_t nSemId) {
+  if (__YieldingHelps()) {
+    for (int nAttempt = 0; nAttempt < kAttempts; ++nAttempt) {
+      ::sched_yield();
+      if (OperateSemaphore(nSemId, kTakeSemaphore, kDoNotWait)) return true;
+      if (errno != EAGAIN) return false;
+    }
+  }
+  while (!OperateSemaphore(nSemId, kTakeSemaphore)) {
+    if (errno != EINTR) return false;
+  }
+  return true;
+}
 
 void EmptyRing(const TShmQueue &que) {
   // Between the two cursors' steps the ring would show cells that were taken long ago; with a write index that is no

@@ -146,7 +146,7 @@ bool __OpenAndLock(int32_t nSemKey, int32_t *pnSemId) {
         Semaphore_Close(*pnSemId);
         continue;
       }
-      if (devsupport::LockThroughSignals(*pnSemId)) return true;
+      if (devsupport::TakeSemaphore(*pnSemId)) return true;
     }
     if (errno != EIDRM && errno != EINVAL) return false;
   }

@@ -19,19 +19,21 @@ inline constexpr uint32_t kSlotLengthBytes = 4;
 /// No slot has this number, and none begins at this offset.
 inline constexpr uint32_t kBeyondEverySlot = UINT32_MAX;
 
-/// Takes a semaphore, as often as it needs when signals interrupt the wait.
-inline bool LockThroughSignals(int32_t nSemId) {
-  while (!OperateSemaphore(nSemId, kTakeSemaphore)) {
-    if (errno != EINTR) return false;
-  }
-  return true;
+/// Takes a semaphore that another process holds; a signal does not end the wait.
+bool WaitForSemaphore(int32_t nSemId);
+
+/// Takes a semaphore, through signals; false when it cannot be had at all, and errno says why.
+inline bool TakeSemaphore(int32_t nSemId) {
+  if (OperateSemaphore(nSemId, kTakeSemaphore, kDoNotWait)) [[likely]]
+    return true;
+  return errno == EAGAIN && WaitForSemaphore(nSemId);
 }
 
 /// Holds the ring's semaphore while it lives. What could not be taken is not given back: that would let two
 /// processes in at once from then on.
 class RingLock {
  public:
-  explicit RingLock(int32_t nSemId) : RingLock(nSemId, LockThroughSignals(nSemId)) {}
+  explicit RingLock(int32_t nSemId) : RingLock(nSemId, TakeSemaphore(nSemId)) {}
   RingLock(int32_t nSemId, bool bHeld) : nSemId_(nSemId), bHeld_(bHeld) {}
   ~RingLock() { Release(); }
   RingLock(const RingLock &) = delete;

@@ -11,8 +11,9 @@ DEVSUPPORT_BEGIN_API
 
 /// What holds for the whole family
 ///
-/// Lock       Operations that read or move the ring's cursors take its semaphore for one cell copy. A wait that a
-///            signal interrupts is taken up again, and what could not be taken is not given back. When the semaphore
+/// Lock       Operations that read or move the ring's cursors take its semaphore for one cell copy. Who finds it held
+///            tries again a few times and lets others run in between (a real-time process does not), then sleeps until
+///            it is given back. A signal does not end the wait. What could not be taken is not given back. When the semaphore
 ///            cannot be had at all (semid is -1, or the set was removed), the operation runs unlocked and says
 ///            nothing.
 /// Death      A process that dies inside an operation blocks nobody: the kernel frees the semaphore. Its operation is
