@@ -1,6 +1,6 @@
 // Child processes between two barriers in shared memory.
 
-#include "Gang.h"
+#include "bench/Gang.h"
 
 #include <signal.h>
 #include <sys/mman.h>

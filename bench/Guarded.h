@@ -3,7 +3,7 @@
 
 #include <exception>
 
-#include "Row.h"
+#include "bench/Row.h"
 
 namespace devsupport::bench {
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "HashTables.h"
-#include "Row.h"
+#include "bench/HashTables.h"
+#include "bench/Row.h"
 
 namespace devsupport::bench {
 

@@ -12,7 +12,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "Peers.h"
+#include "bench/Peers.h"
 
 #if DEVSUPPORT_PEER_ABSEIL
 #include <absl/container/flat_hash_map.h>

@@ -21,11 +21,11 @@
 #include <stdexcept>
 #include <string>
 
-#include "Gang.h"
-#include "Guarded.h"
-#include "Peers.h"
-#include "Row.h"
-#include "UndoSemaphore.h"
+#include "bench/Gang.h"
+#include "bench/Guarded.h"
+#include "bench/Peers.h"
+#include "bench/Row.h"
+#include "bench/UndoSemaphore.h"
 
 #if DEVSUPPORT_PEER_SPDLOG
 #include <spdlog/sinks/basic_file_sink.h>

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "Peers.h"
-#include "Row.h"
+#include "bench/Peers.h"
+#include "bench/Row.h"
 
 using namespace devsupport::bench;
 

@@ -12,8 +12,8 @@
 #include <random>
 #include <vector>
 
-#include "Peers.h"
-#include "Row.h"
+#include "bench/Peers.h"
+#include "bench/Row.h"
 
 #if DEVSUPPORT_PEER_ABSEIL
 #include <absl/strings/numbers.h>

@@ -12,8 +12,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "Peers.h"
-#include "Row.h"
+#include "bench/Peers.h"
+#include "bench/Row.h"
 
 #if DEVSUPPORT_PEER_BOOST
 #include <boost/circular_buffer.hpp>

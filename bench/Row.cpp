@@ -1,6 +1,6 @@
 // Hands rows to the benchmark library; title and aim travel to the report in the context of the results.
 
-#include "Row.h"
+#include "bench/Row.h"
 
 #include <array>
 #include <cstddef>

@@ -24,12 +24,12 @@
 #include <string>
 #include <system_error>
 
-#include "Gang.h"
-#include "Guarded.h"
-#include "Peers.h"
-#include "Row.h"
-#include "UndoSemaphore.h"
-#include "support/IpcKey.h"
+#include "bench/Gang.h"
+#include "bench/Guarded.h"
+#include "bench/Peers.h"
+#include "bench/Row.h"
+#include "bench/UndoSemaphore.h"
+#include "tests/support/IpcKey.h"
 
 #if DEVSUPPORT_PEER_BOOST
 #include <boost/interprocess/ipc/message_queue.hpp>

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "Peers.h"
-#include "Row.h"
+#include "bench/Peers.h"
+#include "bench/Row.h"
 
 #if DEVSUPPORT_PEER_BOOST
 #include <boost/pool/pool.hpp>

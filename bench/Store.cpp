@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "Gang.h"
-#include "Guarded.h"
-#include "Row.h"
-#include "StorePeers.h"
-#include "StoreUse.h"
+#include "bench/Gang.h"
+#include "bench/Guarded.h"
+#include "bench/Row.h"
+#include "bench/StorePeers.h"
+#include "bench/StoreUse.h"
 
 namespace devsupport::bench {
 

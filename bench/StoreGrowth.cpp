@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "Guarded.h"
-#include "Row.h"
-#include "StorePeers.h"
-#include "StoreUse.h"
+#include "bench/Guarded.h"
+#include "bench/Row.h"
+#include "bench/StorePeers.h"
+#include "bench/StoreUse.h"
 
 namespace devsupport::bench {
 

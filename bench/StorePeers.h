@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "Peers.h"
+#include "bench/Peers.h"
 
 #if DEVSUPPORT_PEER_LMDB
 #include <lmdb.h>

@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "StorePeers.h"
+#include "bench/StorePeers.h"
 
 namespace devsupport::bench {
 

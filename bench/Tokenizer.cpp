@@ -10,8 +10,8 @@
 #include <string>
 #include <string_view>
 
-#include "Peers.h"
-#include "Row.h"
+#include "bench/Peers.h"
+#include "bench/Row.h"
 
 #if DEVSUPPORT_PEER_ABSEIL
 #include <absl/strings/str_split.h>

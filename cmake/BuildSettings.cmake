@@ -1,6 +1,6 @@
 # Language level, warnings, hardening and sanitizers, for every target of the tree.
 #
-#   devsupport_settings   what every target uses: warnings as errors, hardening, sanitizers
+#   devsupport_settings   what every target uses: include path, warnings as errors, hardening, sanitizers
 #   devsupport_runtime    what runs on the device uses besides: C++ without a C++ runtime
 
 set(CMAKE_C_STANDARD 99)
@@ -36,6 +36,8 @@ include(CheckPIESupported)
 check_pie_supported()
 
 add_library(devsupport_settings INTERFACE)
+# "..." in an include is the file's path from here; the public headers alone are <devsupport/...>.
+target_include_directories(devsupport_settings INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(devsupport_settings INTERFACE
   -Wall -Wextra -Wpedantic -Werror
   -Wconversion -Wsign-conversion -Wshadow -Wcast-qual -Wcast-align -Wundef -Wvla

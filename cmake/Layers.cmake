@@ -1,5 +1,5 @@
-# The library's layers. A layer is an object library that sees the public headers of its own layer and
-# of the layers below it, and no other: an include that points upwards does not compile.
+# The library's layers. A layer is an object library, and no file of it includes a file of a higher layer: the target
+# devsupport_layer_rule checks that before anything of the library is compiled (cmake/LayerRule.cmake).
 #
 #   L0  diagnostics, number parsing and text editing, IPC primitives
 #   L1  tokenizer, containers, shared ring, local addresses
@@ -8,73 +8,61 @@
 #   L4  log filter, WAN choice
 
 set(DEVSUPPORT_INCLUDE_DIR "${PROJECT_SOURCE_DIR}/include")
-set(DEVSUPPORT_LAYER_DIR "${PROJECT_BINARY_DIR}/layers")
 
-# Shows one header to the layers that may use it: a link below the layer's own include folder.
-function(devsupport_show_header header shown)
-  cmake_path(GET shown PARENT_PATH folder)
-  file(MAKE_DIRECTORY "${folder}")
-  file(CREATE_LINK "${header}" "${shown}" SYMBOLIC)
-endfunction()
-
-function(devsupport_layer_header layer header)
-  devsupport_show_header("${DEVSUPPORT_INCLUDE_DIR}/devsupport/${header}"
-                         "${DEVSUPPORT_LAYER_DIR}/L${layer}/devsupport/${header}")
-endfunction()
-
-# Makes the layer's object library when its first unit arrives.
-function(devsupport_layer layer)
-  if(TARGET devsupport_L${layer})
-    return()
+# Adds files to the layer, and makes its object library when the first ones arrive.
+function(devsupport_layer_files layer)
+  if(NOT TARGET devsupport_L${layer})
+    add_library(devsupport_L${layer} OBJECT)
+    add_dependencies(devsupport_L${layer} devsupport_layer_rule)
+    target_link_libraries(devsupport_L${layer} PRIVATE devsupport_runtime)
+    target_include_directories(devsupport_L${layer} PRIVATE "${DEVSUPPORT_INCLUDE_DIR}")
+    set_property(GLOBAL APPEND PROPERTY DEVSUPPORT_USED_LAYERS ${layer})
   endif()
-  add_library(devsupport_L${layer} OBJECT)
-  target_link_libraries(devsupport_L${layer} PRIVATE devsupport_runtime)
-  foreach(below RANGE ${layer})
-    target_include_directories(devsupport_L${layer} PRIVATE "${DEVSUPPORT_LAYER_DIR}/L${below}")
+  foreach(file IN LISTS ARGN)
+    cmake_path(ABSOLUTE_PATH file)
+    target_sources(devsupport_L${layer} PRIVATE "${file}")
+    cmake_path(RELATIVE_PATH file BASE_DIRECTORY "${PROJECT_SOURCE_DIR}")
+    set_property(GLOBAL APPEND PROPERTY DEVSUPPORT_LAYER_FILES "L${layer} ${file}")
   endforeach()
-  set_property(GLOBAL APPEND PROPERTY DEVSUPPORT_USED_LAYERS ${layer})
 endfunction()
-
-file(REMOVE_RECURSE "${DEVSUPPORT_LAYER_DIR}")
-devsupport_layer_header(0 Api.h)
 
 # devsupport_unit(<area>/<Name> LAYER <n> [SOURCES <file>...])
 #
 # Adds one unit to the library: the public header include/devsupport/<area>/<Name>.h, the header of its
 # internal operations include/devsupport/detail/<area>/<Name>.h where there is one, and <Name>.cpp of the
-# calling folder. SOURCES names further source files of a unit that has several.
+# calling folder. SOURCES names the unit's further sources and private headers; a private header is never installed.
 function(devsupport_unit unit)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "LAYER" "SOURCES")
   cmake_path(GET unit FILENAME name)
-  devsupport_layer(${arg_LAYER})
-  devsupport_layer_header(${arg_LAYER} ${unit}.h)
+  devsupport_layer_files(${arg_LAYER} "${DEVSUPPORT_INCLUDE_DIR}/devsupport/${unit}.h" ${name}.cpp ${arg_SOURCES})
   set_property(GLOBAL APPEND PROPERTY DEVSUPPORT_PUBLIC_HEADERS ${unit}.h)
   if(EXISTS "${DEVSUPPORT_INCLUDE_DIR}/devsupport/detail/${unit}.h")
-    devsupport_layer_header(${arg_LAYER} detail/${unit}.h)
-    set_property(GLOBAL APPEND PROPERTY DEVSUPPORT_DETAIL_HEADERS detail/${unit}.h)
+    devsupport_detail_header(${unit}.h LAYER ${arg_LAYER})
   endif()
-  target_sources(devsupport_L${arg_LAYER} PRIVATE
-    "${CMAKE_CURRENT_SOURCE_DIR}/${name}.cpp" ${arg_SOURCES})
 endfunction()
 
 # devsupport_detail_header(<area>/<Name>.h LAYER <n>)
 #
-# Adds include/devsupport/detail/<area>/<Name>.h, which belongs to no single unit: a format that several share.
+# Adds include/devsupport/detail/<area>/<Name>.h; to be called for those that belong to no single unit.
 function(devsupport_detail_header header)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "LAYER" "")
-  devsupport_layer_header(${arg_LAYER} detail/${header})
+  devsupport_layer_files(${arg_LAYER} "${DEVSUPPORT_INCLUDE_DIR}/devsupport/detail/${header}")
   set_property(GLOBAL APPEND PROPERTY DEVSUPPORT_DETAIL_HEADERS detail/${header})
 endfunction()
 
-# devsupport_private_header(<area>/<Name>.h LAYER <n>)
-#
-# Lets the sources of the layer and of the layers above include <Name>.h of the calling folder as
-# <devsupport/private/<area>/<Name>.h>. Such a header is never installed.
-function(devsupport_private_header header)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "LAYER" "")
-  cmake_path(GET header FILENAME name)
-  set(shown "${DEVSUPPORT_LAYER_DIR}/L${arg_LAYER}/devsupport/private/${header}")
-  devsupport_show_header("${CMAKE_CURRENT_SOURCE_DIR}/${name}" "${shown}")
+# Makes the target that checks the includes of all files of the layers.
+function(devsupport_layer_rule)
+  get_property(files GLOBAL PROPERTY DEVSUPPORT_LAYER_FILES)
+  list(JOIN files "\n" table)
+  file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/layers.txt" CONTENT "${table}\n" @ONLY)
+  list(TRANSFORM files REPLACE "^L[0-9] " "${PROJECT_SOURCE_DIR}/")
+  add_custom_command(OUTPUT layers.checked
+    COMMAND ${CMAKE_COMMAND} -P "${PROJECT_SOURCE_DIR}/cmake/LayerRule.cmake" layers.txt "${PROJECT_SOURCE_DIR}"
+    COMMAND ${CMAKE_COMMAND} -E touch layers.checked
+    DEPENDS ${files} "${PROJECT_BINARY_DIR}/layers.txt" "${PROJECT_SOURCE_DIR}/cmake/LayerRule.cmake"
+    COMMENT "Checking that no layer includes a higher one"
+    VERBATIM)
+  add_custom_target(devsupport_layer_rule DEPENDS layers.checked)
 endfunction()
 
 # Makes the static and the shared library from the layers. Both are linked by the C driver: the library
@@ -87,6 +75,7 @@ function(devsupport_library)
     list(APPEND objects $<TARGET_OBJECTS:devsupport_L${layer}>)
   endforeach()
 
+  devsupport_layer_rule()
   set(libraries devsupport_static)
   add_library(devsupport_static STATIC ${objects})
   if(NOT DEVSUPPORT_STATIC)

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "Request.h"
+#include "cpld/Request.h"
 
 namespace {
 

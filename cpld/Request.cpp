@@ -1,6 +1,6 @@
 // The command line of cpld turned into one request record for the analog driver.
 
-#include "Request.h"
+#include "cpld/Request.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -2,11 +2,11 @@
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 #include <devsupport/logmgr/LogInfoShm.h>
-#include <devsupport/private/container/SmallCopy.h>
-#include <devsupport/private/diag/StandardAssert.h>
-#include <devsupport/private/ipc/RingAccess.h>
-#include <devsupport/private/logmgr/LocalTime.h>
 #include <devsupport/text/StringEdit.h>
+#include "lib/container/SmallCopy.h"
+#include "lib/diag/StandardAssert.h"
+#include "lib/ipc/RingAccess.h"
+#include "logmgr/LocalTime.h"
 
 #include <algorithm>
 #include <atomic>

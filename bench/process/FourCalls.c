@@ -1,7 +1,7 @@
 // The floor of a dynamically linked cpld: its four system calls through the C library, which is asked for nothing
 // else. What it does besides is the loader's work. It reads no command line and formats nothing.
 
-#include "Answer.h"
+#include "bench/process/Answer.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>

@@ -1,7 +1,7 @@
 // The floor of cpld as a process: its four system calls, in a static program without a C library. It reads no command
 // line and formats nothing. Linux on x86-64.
 
-#include "Answer.h"
+#include "bench/process/Answer.h"
 
 enum { kWrite = 1, kOpen = 2, kIoctl = 16, kExitGroup = 231 };  // system calls
 enum { kReadWrite = 2 };

@@ -8,10 +8,10 @@
 #include <cstdio>
 #include <iterator>
 
-#include "DbIndexes.h"
-#include "DbLibrary.h"
-#include "Environment.h"
-#include "OpenReport.h"
+#include "db/for_project/DbIndexes.h"
+#include "db/for_project/DbLibrary.h"
+#include "db/for_project/Environment.h"
+#include "db/for_project/OpenReport.h"
 
 using namespace devsupport::store;  // NOLINT(google-build-using-namespace): the store's own
 

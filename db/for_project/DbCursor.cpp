@@ -10,8 +10,8 @@
 #include <span>
 #include <string_view>
 
-#include "DbText.h"
-#include "Operation.h"
+#include "db/for_project/DbText.h"
+#include "db/for_project/Operation.h"
 
 namespace devsupport::store {
 

@@ -1,12 +1,12 @@
 // Secondary keys and orders of the tables.
 
-#include "DbIndexes.h"
+#include "db/for_project/DbIndexes.h"
 
 #include <cstdint>
 #include <cstdio>
 #include <string_view>
 
-#include "DbText.h"
+#include "db/for_project/DbText.h"
 
 namespace devsupport::store {
 

@@ -9,9 +9,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Environment.h"
-#include "Operation.h"
-#include "RecordKey.h"
+#include "db/for_project/Environment.h"
+#include "db/for_project/Operation.h"
+#include "db/for_project/RecordKey.h"
 
 namespace devsupport::store {
 

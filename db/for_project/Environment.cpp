@@ -1,7 +1,7 @@
 // Opens and closes the shared environment. Counting its users, opening it and opening the tables belong together:
 // a lock on a file of the home makes one act of them.
 
-#include "Environment.h"
+#include "db/for_project/Environment.h"
 
 #include <devsupport/db/BerkeleyDB.h>
 #include <devsupport/detail/db/BerkeleyDB.h>
@@ -14,7 +14,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "DbLibrary.h"
+#include "db/for_project/DbLibrary.h"
 
 namespace devsupport::store {
 

@@ -3,7 +3,7 @@
 
 #include <db.h>
 
-#include "StoreGate.h"
+#include "db/for_project/StoreGate.h"
 
 namespace devsupport::store {
 

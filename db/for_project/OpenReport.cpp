@@ -1,6 +1,6 @@
 // The library's messages, and ours about a store that cannot be opened.
 
-#include "OpenReport.h"
+#include "db/for_project/OpenReport.h"
 
 #include <devsupport/db/BerkeleyDB.h>
 

@@ -4,8 +4,8 @@
 
 #include <db.h>
 
-#include "DbLibrary.h"
-#include "StoreGate.h"
+#include "db/for_project/DbLibrary.h"
+#include "db/for_project/StoreGate.h"
 
 namespace devsupport::store {
 

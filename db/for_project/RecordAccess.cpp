@@ -1,14 +1,14 @@
 // Reads whole records, one by one and in batches.
 
-#include "RecordAccess.h"
+#include "db/for_project/RecordAccess.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
-#include "DbLibrary.h"
-#include "DbText.h"
-#include "Operation.h"
+#include "db/for_project/DbLibrary.h"
+#include "db/for_project/DbText.h"
+#include "db/for_project/Operation.h"
 
 namespace devsupport::store {
 

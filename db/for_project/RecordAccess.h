@@ -10,7 +10,7 @@
 #include <span>
 #include <string_view>
 
-#include "StoreTables.h"
+#include "db/for_project/StoreTables.h"
 
 namespace devsupport::store {
 

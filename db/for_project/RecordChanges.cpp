@@ -6,11 +6,11 @@
 
 #include <cerrno>
 
-#include "DbLibrary.h"
-#include "DbText.h"
-#include "Environment.h"
-#include "Operation.h"
-#include "RecordAccess.h"
+#include "db/for_project/DbLibrary.h"
+#include "db/for_project/DbText.h"
+#include "db/for_project/Environment.h"
+#include "db/for_project/Operation.h"
+#include "db/for_project/RecordAccess.h"
 
 namespace devsupport::store {
 

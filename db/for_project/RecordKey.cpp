@@ -1,6 +1,6 @@
 // Makes record keys; knows which telephone key carries which letter.
 
-#include "RecordKey.h"
+#include "db/for_project/RecordKey.h"
 
 #include <devsupport/detail/db/DbRecord.h>
 

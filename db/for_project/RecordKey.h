@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "Operation.h"
+#include "db/for_project/Operation.h"
 
 namespace devsupport::store {
 

@@ -1,7 +1,7 @@
 // The lock around the store's shared memory: a robust mutex in a segment of its own, with a queue in front of it; or
 // a semaphore, where the system has no robust mutexes (user-mode emulators have none).
 
-#include "StoreGate.h"
+#include "db/for_project/StoreGate.h"
 
 #include <db.h>
 #include <devsupport/ipc/Semaphore.h>

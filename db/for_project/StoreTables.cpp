@@ -1,9 +1,9 @@
 // The rules of the thirteen tables.
 
-#include "StoreTables.h"
+#include "db/for_project/StoreTables.h"
 
-#include "DbIndexes.h"
-#include "DbLibrary.h"
+#include "db/for_project/DbIndexes.h"
+#include "db/for_project/DbLibrary.h"
 
 namespace devsupport::store {
 

@@ -3,8 +3,8 @@
 
 #include <devsupport/container/AllotArray.h>
 #include <devsupport/diag/Diagnostics.h>
-#include <devsupport/private/container/HeapBlock.h>
-#include <devsupport/private/container/Slots.h>
+#include "lib/container/HeapBlock.h"
+#include "lib/container/Slots.h"
 
 using namespace devsupport;
 

@@ -2,10 +2,10 @@
 // after creation and an entry's address stays the same while it is in the table.
 
 #include <devsupport/container/MyHash.h>
-#include <devsupport/private/container/HeapBlock.h>
-#include <devsupport/private/container/Lookup3.h>
-#include <devsupport/private/container/Slots.h>
-#include <devsupport/private/container/SmallCopy.h>
+#include "lib/container/HeapBlock.h"
+#include "lib/container/Lookup3.h"
+#include "lib/container/Slots.h"
+#include "lib/container/SmallCopy.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -3,9 +3,9 @@
 #include <devsupport/container/MyQueue.h>
 #include <devsupport/detail/container/MyQueue.h>
 #include <devsupport/ipc/ThreadMutex.h>
-#include <devsupport/private/container/HeapBlock.h>
-#include <devsupport/private/container/SmallCopy.h>
-#include <devsupport/private/diag/StandardAssert.h>
+#include "lib/container/HeapBlock.h"
+#include "lib/container/SmallCopy.h"
+#include "lib/diag/StandardAssert.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,9 +1,9 @@
 // Message queues: System V queues found by an agreed key, with the library's permissions, result codes and reports.
 
 #include <devsupport/ipc/MessageQueue.h>
-#include <devsupport/private/ipc/PreservedErrno.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include "lib/ipc/PreservedErrno.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -6,9 +6,9 @@
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/ipc/MyShareMemory.h>
 #include <devsupport/ipc/Semaphore.h>
-#include <devsupport/private/diag/StandardAssert.h>
-#include <devsupport/private/ipc/RingAccess.h>
 #include <sched.h>
+#include "lib/diag/StandardAssert.h"
+#include "lib/ipc/RingAccess.h"
 
 #include <algorithm>
 #include <cstring>

@@ -7,10 +7,10 @@
 #include <devsupport/diag/Diagnostics.h>
 #include <devsupport/ipc/MyShareMemory.h>
 #include <devsupport/ipc/Semaphore.h>
-#include <devsupport/private/ipc/RingAccess.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include "lib/ipc/RingAccess.h"
 
 #include <cstddef>
 #include <cstdio>

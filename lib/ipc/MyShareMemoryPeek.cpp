@@ -5,7 +5,7 @@
 
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/ipc/MyShareMemory.h>
-#include <devsupport/private/ipc/RingAccess.h>
+#include "lib/ipc/RingAccess.h"
 
 using devsupport::RingEnd;
 

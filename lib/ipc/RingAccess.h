@@ -4,7 +4,7 @@
 
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/ipc/MyShareMemory.h>
-#include <devsupport/private/ipc/SemaphoreOperation.h>
+#include "lib/ipc/SemaphoreOperation.h"
 
 #include <atomic>
 #include <cerrno>

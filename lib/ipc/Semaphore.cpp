@@ -1,9 +1,9 @@
 // The lock between processes: thin calls on a System V semaphore set that holds exactly one semaphore.
 
 #include <devsupport/ipc/Semaphore.h>
-#include <devsupport/private/ipc/SemaphoreOperation.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
+#include "lib/ipc/SemaphoreOperation.h"
 
 namespace {
 

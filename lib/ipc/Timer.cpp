@@ -20,7 +20,7 @@
 
 #include <devsupport/detail/Layout.h>
 #include <devsupport/ipc/Timer.h>
-#include <devsupport/private/ipc/PreservedErrno.h>
+#include "lib/ipc/PreservedErrno.h"
 
 #include <atomic>
 #include <cstddef>

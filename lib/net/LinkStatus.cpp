@@ -2,13 +2,13 @@
 
 #include <devsupport/detail/Layout.h>
 #include <devsupport/net/LinkStatus.h>
-#include <devsupport/private/logmgr/LocalTime.h>
-#include <devsupport/private/net/InterfaceSocket.h>
-#include <devsupport/private/net/TextFile.h>
 #include <devsupport/text/StrTok.h>
 #include <devsupport/text/StrTokConvert.h>
 #include <devsupport/text/StrTokScan.h>
 #include <linux/sockios.h>
+#include "lib/net/InterfaceSocket.h"
+#include "lib/net/TextFile.h"
+#include "logmgr/LocalTime.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -2,9 +2,9 @@
 
 #include <arpa/inet.h>
 #include <devsupport/net/LocalAddress.h>
-#include <devsupport/private/net/InterfaceSocket.h>
-#include <devsupport/private/net/TextFile.h>
 #include <netinet/in.h>
+#include "lib/net/InterfaceSocket.h"
+#include "lib/net/TextFile.h"
 
 #include <cerrno>
 #include <cstddef>

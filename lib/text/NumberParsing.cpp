@@ -1,9 +1,9 @@
 // Decimal text to numbers.
 
 #include <devsupport/detail/text/NumberParsing.h>
-#include <devsupport/private/text/DeviceLong.h>
 #include <devsupport/text/NumberParsing.h>
 #include <devsupport/text/StringEdit.h>
+#include "lib/text/DeviceLong.h"
 
 #include <cstddef>
 #include <cstdint>

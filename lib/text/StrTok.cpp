@@ -1,8 +1,8 @@
 // The tokenizer: source, search and match of strings, and the token.
 
 #include <devsupport/detail/text/StrTok.h>
-#include <devsupport/private/text/StrTokCore.h>
 #include <devsupport/text/StrTok.h>
+#include "lib/text/StrTokCore.h"
 
 #include <cstddef>
 #include <cstdint>

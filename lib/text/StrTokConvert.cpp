@@ -1,8 +1,8 @@
 // The tokenizer's typed values and shorthands.
 
-#include <devsupport/private/text/StrTokCore.h>
 #include <devsupport/text/NumberParsing.h>
 #include <devsupport/text/StrTokConvert.h>
+#include "lib/text/StrTokCore.h"
 
 #include <cstdint>
 

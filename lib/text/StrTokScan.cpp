@@ -1,10 +1,10 @@
 // The tokenizer's scans by sets of characters.
 
 #include <devsupport/detail/text/StrTokScan.h>
-#include <devsupport/private/text/CharPair.h>
-#include <devsupport/private/text/CharSet.h>
-#include <devsupport/private/text/StrTokCore.h>
 #include <devsupport/text/StrTokScan.h>
+#include "lib/text/CharPair.h"
+#include "lib/text/CharSet.h"
+#include "lib/text/StrTokCore.h"
 
 #include <algorithm>
 #include <cstddef>

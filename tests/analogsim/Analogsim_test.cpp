@@ -15,11 +15,11 @@
 #include <string>
 #include <vector>
 
-#include "analogsim/Simulated.h"
-#include "support/Child.h"
-#include "support/Command.h"
-#include "support/TempDir.h"
-#include "support/TestSeed.h"
+#include "tests/analogsim/Simulated.h"
+#include "tests/support/Child.h"
+#include "tests/support/Command.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

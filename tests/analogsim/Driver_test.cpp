@@ -1,6 +1,6 @@
 // How the simulated driver answers requests, and what it remembers.
 
-#include "analogsim/Driver.h"
+#include "tools/analogsim/Driver.h"
 
 #include <gtest/gtest.h>
 

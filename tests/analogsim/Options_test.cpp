@@ -1,6 +1,6 @@
 // The command line of analogsim, and the numbers and names in it.
 
-#include "analogsim/Options.h"
+#include "tools/analogsim/Options.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "analogsim/Numbers.h"
-#include "support/CapturedOutput.h"
+#include "tests/support/CapturedOutput.h"
+#include "tools/analogsim/Numbers.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "analogsim/Simulated.h"
+#include "tests/analogsim/Simulated.h"
 
 #include <cstdlib>
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "support/Command.h"
+#include "tests/support/Command.h"
 
 namespace analogsim_test {
 

@@ -1,6 +1,6 @@
 // The text of a state file, both ways.
 
-#include "analogsim/StateText.h"
+#include "tools/analogsim/StateText.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The state file: kept, shared, replaced in one step, never replaced when damaged.
 
-#include "analogsim/Store.h"
+#include "tools/analogsim/Store.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -11,8 +11,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "support/Child.h"
-#include "support/TempDir.h"
+#include "tests/support/Child.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

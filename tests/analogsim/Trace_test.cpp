@@ -1,6 +1,6 @@
 // The line that describes one request.
 
-#include "analogsim/Trace.h"
+#include "tools/analogsim/Trace.h"
 
 #include <gtest/gtest.h>
 

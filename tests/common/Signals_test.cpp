@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "support/Child.h"
+#include "tests/support/Child.h"
 #include "tools/common/StandardDescriptors.h"
 
 namespace {

@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "container/RecordedMessages.h"
-#include "support/CapturedOutput.h"
-#include "support/FaultInjection.h"
-#include "support/TestSeed.h"
+#include "tests/container/RecordedMessages.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/FaultInjection.h"
+#include "tests/support/TestSeed.h"
 
 DEVSUPPORT_FAULT_POINT(void *, malloc, (std::size_t nBytes), (nBytes), nullptr, ENOMEM)
 

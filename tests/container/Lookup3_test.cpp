@@ -11,8 +11,8 @@
 #include <random>
 #include <string_view>
 
-#include "container/NaiveLookup3.h"
-#include "support/TestSeed.h"
+#include "tests/container/NaiveLookup3.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

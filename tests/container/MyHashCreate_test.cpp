@@ -7,10 +7,10 @@
 #include <cstdint>
 #include <string>
 
-#include "container/HashEntry.h"
-#include "container/MyHashFixture.h"
-#include "container/NaiveLookup3.h"
-#include "support/FaultInjection.h"
+#include "tests/container/HashEntry.h"
+#include "tests/container/MyHashFixture.h"
+#include "tests/container/NaiveLookup3.h"
+#include "tests/support/FaultInjection.h"
 
 DEVSUPPORT_FAULT_POINT(void *, malloc, (std::size_t nBytes), (nBytes), nullptr, ENOMEM)
 

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <string>
 
-#include "container/HashEntry.h"
-#include "container/RecordedMessages.h"
+#include "tests/container/HashEntry.h"
+#include "tests/container/RecordedMessages.h"
 
 namespace devsupport::test {
 

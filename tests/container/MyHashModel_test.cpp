@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "container/HashEntry.h"
-#include "container/NaiveLookup3.h"
-#include "support/TestSeed.h"
+#include "tests/container/HashEntry.h"
+#include "tests/container/NaiveLookup3.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "container/HashEntry.h"
-#include "container/MyHashFixture.h"
+#include "tests/container/HashEntry.h"
+#include "tests/container/MyHashFixture.h"
 
 namespace {
 

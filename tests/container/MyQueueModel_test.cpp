@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/TestSeed.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

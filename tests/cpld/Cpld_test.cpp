@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "analogsim/Simulated.h"
-#include "support/Command.h"
-#include "support/TempDir.h"
-#include "support/TestSeed.h"
+#include "tests/analogsim/Simulated.h"
+#include "tests/support/Command.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

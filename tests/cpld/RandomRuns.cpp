@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "RandomWords.h"
+#include "tests/cpld/RandomWords.h"
 
 namespace {
 

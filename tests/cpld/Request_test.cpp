@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "RandomWords.h"
-#include "support/TestSeed.h"
+#include "tests/cpld/RandomWords.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

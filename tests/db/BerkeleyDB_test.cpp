@@ -14,10 +14,10 @@
 #include <iterator>
 #include <string>
 
-#include "db/Store.h"
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/FaultInjection.h"
+#include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/FaultInjection.h"
 
 DEVSUPPORT_FAULT_POINT(int, flock, (int fd, int operation), (fd, operation), -1, EINTR)
 

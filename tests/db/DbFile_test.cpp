@@ -8,9 +8,9 @@
 #include <filesystem>
 #include <string>
 
-#include "db/Store.h"
-#include "support/CapturedOutput.h"
-#include "support/FaultInjection.h"
+#include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/FaultInjection.h"
 
 namespace {
 

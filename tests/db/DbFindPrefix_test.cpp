@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "db/Store.h"
-#include "support/CapturedOutput.h"
+#include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "db/Store.h"
 #include "db/for_project/DbIndexes.h"
+#include "tests/db/Store.h"
 
 namespace {
 

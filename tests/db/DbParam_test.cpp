@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string>
 
-#include "db/Store.h"
-#include "support/CapturedOutput.h"
+#include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
 
 namespace {
 

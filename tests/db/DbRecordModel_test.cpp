@@ -8,8 +8,8 @@
 #include <random>
 #include <string>
 
-#include "db/RecordFixture.h"
-#include "support/TestSeed.h"
+#include "tests/db/RecordFixture.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

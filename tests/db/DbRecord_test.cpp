@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string>
 
-#include "db/RecordFixture.h"
-#include "support/CapturedOutput.h"
+#include "tests/db/RecordFixture.h"
+#include "tests/support/CapturedOutput.h"
 
 namespace {
 

@@ -11,11 +11,11 @@
 #include <fstream>
 #include <string>
 
-#include "db/Store.h"
 #include "db/for_project/OpenReport.h"
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/FaultInjection.h"
+#include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/FaultInjection.h"
 
 DEVSUPPORT_FAULT_POINT(int, flock, (int fd, int operation), (fd, operation), -1, ENOLCK)
 DEVSUPPORT_FAULT_POINT(int, db_env_create, (DB_ENV * *ppEnv, u_int32_t flags), (ppEnv, flags), ENOMEM, 0)

@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "db/RecordFixture.h"
-#include "support/Child.h"
-#include "support/TestSeed.h"
-#include "support/Traced.h"
+#include "tests/db/RecordFixture.h"
+#include "tests/support/Child.h"
+#include "tests/support/TestSeed.h"
+#include "tests/support/Traced.h"
 
 namespace {
 

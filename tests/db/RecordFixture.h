@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "db/Store.h"
+#include "tests/db/Store.h"
 
 namespace devsupport::test {
 

@@ -11,10 +11,10 @@
 #include <new>
 #include <string>
 
-#include "db/RecordFixture.h"
 #include "db/for_project/RecordKey.h"
-#include "support/CapturedOutput.h"
-#include "support/FaultInjection.h"
+#include "tests/db/RecordFixture.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/FaultInjection.h"
 
 DEVSUPPORT_FAULT_POINT(void *, malloc, (std::size_t n), (n), nullptr, ENOMEM)
 

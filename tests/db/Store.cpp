@@ -1,4 +1,4 @@
-#include "db/Store.h"
+#include "tests/db/Store.h"
 
 #include <sched.h>
 #include <unistd.h>

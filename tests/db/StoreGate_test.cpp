@@ -15,11 +15,11 @@
 #include <thread>
 #include <vector>
 
-#include "db/Store.h"
 #include "db/for_project/StoreGate.h"
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/FaultInjection.h"
+#include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/FaultInjection.h"
 
 // A system without robust mutexes. Other mutexes can be made: a statically linked Berkeley DB is wrapped too.
 extern "C" {

@@ -17,10 +17,10 @@
 #include <thread>
 #include <vector>
 
-#include "db/Store.h"
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/TestSeed.h"
+#include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <filesystem>
 
 #include "db/for_project/StoreGate.h"
-#include "devconf/Shell.h"
-#include "support/Child.h"
-#include "support/TempDir.h"
+#include "tests/devconf/Shell.h"
+#include "tests/support/Child.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The text form of records: what is written, what is read, what is refused.
 
-#include "devconf/Json.h"
+#include "tools/devconf/Json.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "support/TestSeed.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The command line of devconf.
 
-#include "devconf/Options.h"
+#include "tools/devconf/Options.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Reading records whole, with the library's own operations: any bytes, any size, in every table's order.
 
-#include "devconf/Records.h"
+#include "tools/devconf/Records.h"
 
 #include <gmock/gmock.h>
 
@@ -8,10 +8,10 @@
 #include <random>
 #include <vector>
 
-#include "devconf/Shell.h"
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/TestSeed.h"
+#include "tests/devconf/Shell.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

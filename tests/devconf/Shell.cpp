@@ -1,9 +1,9 @@
-#include "devconf/Shell.h"
+#include "tests/devconf/Shell.h"
 
 #include <db.h>
 
 #include "db/for_project/DbIndexes.h"
-#include "support/TempDir.h"
+#include "tests/support/TempDir.h"
 
 namespace devconf_test {
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "db/Store.h"
-#include "support/Command.h"
+#include "tests/db/Store.h"
+#include "tests/support/Command.h"
 
 namespace devconf_test {
 

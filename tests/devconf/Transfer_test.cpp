@@ -4,8 +4,8 @@
 
 #include <csignal>
 
-#include "devconf/Shell.h"
-#include "support/TempDir.h"
+#include "tests/devconf/Shell.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

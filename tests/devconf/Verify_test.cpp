@@ -5,9 +5,9 @@
 #include <csignal>
 #include <cstdio>
 
-#include "devconf/Shell.h"
-#include "support/Child.h"
-#include "support/TempDir.h"
+#include "tests/devconf/Shell.h"
+#include "tests/support/Child.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

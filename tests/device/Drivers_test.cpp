@@ -21,10 +21,10 @@
 #include <random>
 #include <string>
 
-#include "support/CapturedOutput.h"
-#include "support/PrivateNetwork.h"
-#include "support/TempDir.h"
-#include "support/TestSeed.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/PrivateNetwork.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 // One cell, taken apart and judged.
 
-#include "devlog/Cell.h"
+#include "tools/devlog/Cell.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "devlog/Cells.h"
+#include "tests/devlog/Cells.h"
 
 namespace {
 

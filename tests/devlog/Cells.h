@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "devlog/Cell.h"
+#include "tools/devlog/Cell.h"
 
 namespace devlog_test {
 

@@ -1,4 +1,4 @@
-#include "devlog/Devlog.h"
+#include "tests/devlog/Devlog.h"
 
 #include <fcntl.h>
 #include <sched.h>

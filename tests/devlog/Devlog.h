@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "devlog/Cells.h"
-#include "logmgr/LogRing.h"
-#include "support/Child.h"
-#include "support/Command.h"
+#include "tests/devlog/Cells.h"
+#include "tests/logmgr/LogRing.h"
+#include "tests/support/Child.h"
+#include "tests/support/Command.h"
 
 namespace devlog_test {
 

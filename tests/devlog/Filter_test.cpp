@@ -1,6 +1,6 @@
 // Which messages are shown.
 
-#include "devlog/Filter.h"
+#include "tools/devlog/Filter.h"
 
 #include <gtest/gtest.h>
 

@@ -6,8 +6,8 @@
 
 #include <csignal>
 
-#include "devlog/Devlog.h"
-#include "support/IpcKey.h"
+#include "tests/devlog/Devlog.h"
+#include "tests/support/IpcKey.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <random>
 #include <string>
 
-#include "devlog/Cells.h"
-#include "devlog/Print.h"
-#include "support/TestSeed.h"
+#include "tests/devlog/Cells.h"
+#include "tests/support/TestSeed.h"
+#include "tools/devlog/Print.h"
 
 namespace {
 

@@ -1,15 +1,15 @@
 // The ring as devlog attaches it, when the system refuses.
 
-#include "devlog/LogRing.h"
+#include "tools/devlog/LogRing.h"
 
 #include <sys/sem.h>
 #include <sys/shm.h>
 
 #include <memory>
 
-#include "devlog/Devlog.h"
-#include "support/CapturedOutput.h"
-#include "support/FaultInjection.h"
+#include "tests/devlog/Devlog.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/FaultInjection.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Both rings in one order, though records have no date.
 
-#include "devlog/Merge.h"
+#include "tools/devlog/Merge.h"
 
 #include <gtest/gtest.h>
 

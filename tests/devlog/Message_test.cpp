@@ -1,6 +1,6 @@
 // Records put together to messages, and what is said about the gaps between them.
 
-#include "devlog/Message.h"
+#include "tools/devlog/Message.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "devlog/Cells.h"
-#include "support/TestSeed.h"
+#include "tests/devlog/Cells.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

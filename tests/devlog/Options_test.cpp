@@ -1,14 +1,14 @@
 // The command line of devlog, and the numbers and times in it.
 
-#include "devlog/Options.h"
+#include "tools/devlog/Options.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "devlog/Numbers.h"
-#include "support/CapturedOutput.h"
+#include "tests/support/CapturedOutput.h"
+#include "tools/devlog/Numbers.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 // How messages look: for people, with colours, as JSON.
 
-#include "devlog/Print.h"
+#include "tools/devlog/Print.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
 
-#include "devlog/Cells.h"
+#include "tests/devlog/Cells.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <random>
 
-#include "devlog/Devlog.h"
-#include "support/IpcKey.h"
-#include "support/TestSeed.h"
+#include "tests/devlog/Devlog.h"
+#include "tests/support/IpcKey.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "devlog/Devlog.h"
+#include "tests/devlog/Devlog.h"
 
 namespace {
 

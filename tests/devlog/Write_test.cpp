@@ -1,7 +1,7 @@
 // devlog write: what it writes, and that devlog reads it back.
 
-#include "devlog/Devlog.h"
-#include "support/IpcKey.h"
+#include "tests/devlog/Devlog.h"
+#include "tests/support/IpcKey.h"
 
 namespace {
 

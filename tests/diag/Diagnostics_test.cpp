@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <string>
 
-#include "support/CapturedOutput.h"
+#include "tests/support/CapturedOutput.h"
 
 namespace {
 

@@ -12,9 +12,9 @@
 #include <regex>
 #include <string>
 
-#include "support/CapturedOutput.h"
-#include "support/FaultInjection.h"
-#include "support/TempDir.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/FaultInjection.h"
+#include "tests/support/TempDir.h"
 
 // A failing fclose ends its stream all the same.
 DEVSUPPORT_FAULT_POINT(int, fclose, (std::FILE * pFile), (pFile), (__real_fclose(pFile), EOF), ENOSPC)

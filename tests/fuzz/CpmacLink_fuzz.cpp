@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/FuzzTarget.h"
-#include "fuzz/KernelFile.h"
-#include "text/NaiveNumbers.h"
+#include "tests/fuzz/FuzzTarget.h"
+#include "tests/fuzz/KernelFile.h"
+#include "tests/text/NaiveNumbers.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // same there; it comes back whole when it is exported and read again. What is refused is refused with its line, and
 // the lines before that one are taken.
 
-#include "devconf/ImportFile.h"
+#include "tools/devconf/ImportFile.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -15,9 +15,9 @@
 #include <string_view>
 #include <vector>
 
-#include "devconf/Print.h"
-#include "fuzz/FuzzTarget.h"
-#include "fuzz/StreamText.h"
+#include "tests/fuzz/FuzzTarget.h"
+#include "tests/fuzz/StreamText.h"
+#include "tools/devconf/Print.h"
 
 namespace {
 

@@ -15,10 +15,10 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/FuzzInput.h"
-#include "fuzz/FuzzTarget.h"
-#include "fuzz/KernelFile.h"
-#include "text/GuardedBuffer.h"
+#include "tests/fuzz/FuzzInput.h"
+#include "tests/fuzz/FuzzTarget.h"
+#include "tests/fuzz/KernelFile.h"
+#include "tests/text/GuardedBuffer.h"
 
 namespace {
 

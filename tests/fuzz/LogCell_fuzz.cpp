@@ -8,12 +8,12 @@
 #include <string_view>
 #include <vector>
 
-#include "devlog/Cells.h"
-#include "devlog/Line.h"
-#include "devlog/Message.h"
-#include "devlog/Print.h"
-#include "fuzz/FuzzInput.h"
-#include "fuzz/FuzzTarget.h"
+#include "tests/devlog/Cells.h"
+#include "tests/fuzz/FuzzInput.h"
+#include "tests/fuzz/FuzzTarget.h"
+#include "tools/devlog/Line.h"
+#include "tools/devlog/Message.h"
+#include "tools/devlog/Print.h"
 
 namespace {
 

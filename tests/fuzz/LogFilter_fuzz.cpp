@@ -12,9 +12,9 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/FuzzInput.h"
-#include "fuzz/FuzzTarget.h"
-#include "text/NaiveNumbers.h"
+#include "tests/fuzz/FuzzInput.h"
+#include "tests/fuzz/FuzzTarget.h"
+#include "tests/text/NaiveNumbers.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/FuzzTarget.h"
-#include "text/NaiveNumbers.h"
+#include "tests/fuzz/FuzzTarget.h"
+#include "tests/text/NaiveNumbers.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/FuzzTarget.h"
-#include "support/TempDir.h"
+#include "tests/fuzz/FuzzTarget.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "cpld/Request.h"
-#include "fuzz/FuzzInput.h"
-#include "fuzz/FuzzTarget.h"
+#include "tests/fuzz/FuzzInput.h"
+#include "tests/fuzz/FuzzTarget.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // The tokenizer, its scans by sets and its conversions: a script of operations read from the input goes as it goes
 // through the naive tokenizer, in results, copies and every field of the record.
 
-#include "fuzz/FuzzInput.h"
-#include "fuzz/FuzzTarget.h"
-#include "text/StrTokScript.h"
+#include "tests/fuzz/FuzzInput.h"
+#include "tests/fuzz/FuzzTarget.h"
+#include "tests/text/StrTokScript.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   devsupport::test::FuzzInput input(data, size);

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "support/Child.h"
-#include "support/IpcKey.h"
+#include "tests/support/Child.h"
+#include "tests/support/IpcKey.h"
 
 namespace {
 

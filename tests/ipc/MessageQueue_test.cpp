@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/FaultInjection.h"
-#include "support/IpcKey.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/FaultInjection.h"
+#include "tests/support/IpcKey.h"
 
 DEVSUPPORT_FAULT_POINT(int, msgget, (key_t key, int flags), (key, flags), -1, EACCES)
 DEVSUPPORT_FAULT_POINT(int, msgctl, (int id, int command, msqid_ds *info), (id, command, info), -1, EPERM)

@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <limits>
 
-#include "ipc/RingFixture.h"
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/FaultInjection.h"
+#include "tests/ipc/RingFixture.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/FaultInjection.h"
 
 DEVSUPPORT_FAULT_POINT(int, semget, (key_t key, int count, int flags), (key, count, flags), -1, ENOSPC)
 DEVSUPPORT_FAULT_POINT(int, semctl, (int id, int number, int command, void *argument),

@@ -9,11 +9,11 @@
 #include <array>
 #include <random>
 
-#include "ipc/FencedMemory.h"
-#include "ipc/RingFixture.h"
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/TestSeed.h"
+#include "tests/ipc/FencedMemory.h"
+#include "tests/ipc/RingFixture.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

@@ -8,11 +8,11 @@
 #include <csignal>
 #include <random>
 
-#include "ipc/RingFixture.h"
-#include "ipc/RingMessage.h"
-#include "support/Child.h"
-#include "support/SharedBlock.h"
-#include "support/TestSeed.h"
+#include "tests/ipc/RingFixture.h"
+#include "tests/ipc/RingMessage.h"
+#include "tests/support/Child.h"
+#include "tests/support/SharedBlock.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <array>
 #include <random>
 
-#include "ipc/RingFixture.h"
-#include "support/TestSeed.h"
+#include "tests/ipc/RingFixture.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

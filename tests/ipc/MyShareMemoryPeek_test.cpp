@@ -2,7 +2,7 @@
 
 #include <devsupport/ipc/MyShareMemory.h>
 
-#include "ipc/RingFixture.h"
+#include "tests/ipc/RingFixture.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <atomic>
 #include <optional>
 
-#include "ipc/RingFixture.h"
-#include "support/Child.h"
-#include "support/SharedBlock.h"
+#include "tests/ipc/RingFixture.h"
+#include "tests/support/Child.h"
+#include "tests/support/SharedBlock.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <functional>
 #include <set>
 
-#include "ipc/RingFixture.h"
-#include "support/Traced.h"
+#include "tests/ipc/RingFixture.h"
+#include "tests/support/Traced.h"
 
 namespace {
 

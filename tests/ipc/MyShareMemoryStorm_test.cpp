@@ -9,10 +9,10 @@
 #include <chrono>
 #include <csignal>
 
-#include "ipc/RingFixture.h"
-#include "ipc/RingMessage.h"
-#include "support/Child.h"
-#include "support/SharedBlock.h"
+#include "tests/ipc/RingFixture.h"
+#include "tests/ipc/RingMessage.h"
+#include "tests/support/Child.h"
+#include "tests/support/SharedBlock.h"
 
 namespace {
 

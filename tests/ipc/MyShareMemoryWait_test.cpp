@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "ipc/RingFixture.h"
-#include "support/Child.h"
+#include "tests/ipc/RingFixture.h"
+#include "tests/support/Child.h"
 
 namespace {
 

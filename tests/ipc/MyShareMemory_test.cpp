@@ -9,10 +9,10 @@
 #include <csignal>
 #include <thread>
 
-#include "ipc/RingFixture.h"
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/FaultInjection.h"
+#include "tests/ipc/RingFixture.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/FaultInjection.h"
 
 DEVSUPPORT_FAULT_POINT(int, semop, (int id, sembuf *operations, std::size_t count), (id, operations, count), -1,
                        ENOMEM)

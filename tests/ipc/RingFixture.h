@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "support/IpcKey.h"
+#include "tests/support/IpcKey.h"
 
 namespace devsupport::test {
 

@@ -10,10 +10,10 @@
 #include <csignal>
 #include <vector>
 
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/FaultInjection.h"
-#include "support/IpcKey.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/FaultInjection.h"
+#include "tests/support/IpcKey.h"
 
 DEVSUPPORT_FAULT_POINT(int, semget, (key_t key, int count, int flags), (key, count, flags), -1, ENOSPC)
 DEVSUPPORT_FAULT_POINT(int, semctl, (int id, int number, int command, void *argument),

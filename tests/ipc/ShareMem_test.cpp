@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/FaultInjection.h"
-#include "support/IpcKey.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/FaultInjection.h"
+#include "tests/support/IpcKey.h"
 
 DEVSUPPORT_FAULT_POINT(int, shmget, (key_t key, std::size_t size, int flags), (key, size, flags), -1, EACCES)
 DEVSUPPORT_FAULT_POINT(void *, shmat, (int id, const void *address, int flags), (id, address, flags),

@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "support/CapturedOutput.h"
-#include "support/FaultInjection.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/FaultInjection.h"
 
 DEVSUPPORT_FAULT_POINT(int, pthread_mutex_init, (pthread_mutex_t * p, const pthread_mutexattr_t *pAttributes),
                        (p, pAttributes), ENOMEM, 0)

@@ -4,8 +4,8 @@
 #include <atomic>
 #include <cstdint>
 
-#include "ipc/TimerFixture.h"
-#include "support/Child.h"
+#include "tests/ipc/TimerFixture.h"
+#include "tests/support/Child.h"
 
 namespace devsupport::test {
 

@@ -1,10 +1,10 @@
-#include "ipc/TimerCalls.h"
+#include "tests/ipc/TimerCalls.h"
 
 #include <cerrno>
 #include <mutex>
 #include <utility>
 
-#include "support/FaultInjection.h"
+#include "tests/support/FaultInjection.h"
 
 namespace devsupport::test {
 

@@ -8,7 +8,7 @@
 #include <csignal>
 #include <cstdint>
 
-#include "ipc/TimerCalls.h"
+#include "tests/ipc/TimerCalls.h"
 
 namespace devsupport::test {
 

@@ -9,12 +9,12 @@
 #include <cstdint>
 #include <random>
 
-#include "ipc/TimerCallbacks.h"
-#include "ipc/TimerCalls.h"
-#include "ipc/TimerFixture.h"
-#include "support/CapturedOutput.h"
-#include "support/FaultInjection.h"
-#include "support/TestSeed.h"
+#include "tests/ipc/TimerCallbacks.h"
+#include "tests/ipc/TimerCalls.h"
+#include "tests/ipc/TimerFixture.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/FaultInjection.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include <thread>
 #include <vector>
 
-#include "ipc/TimerCallbacks.h"
-#include "ipc/TimerFixture.h"
-#include "support/CapturedOutput.h"
-#include "support/TestSeed.h"
+#include "tests/ipc/TimerCallbacks.h"
+#include "tests/ipc/TimerFixture.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <csignal>
 #include <cstdint>
 
-#include "support/Child.h"
+#include "tests/support/Child.h"
 
 namespace {
 

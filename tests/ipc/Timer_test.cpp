@@ -10,10 +10,10 @@
 #include <thread>
 #include <vector>
 
-#include "ipc/TimerCalls.h"
-#include "ipc/TimerFixture.h"
-#include "support/CapturedOutput.h"
-#include "support/FaultInjection.h"
+#include "tests/ipc/TimerCalls.h"
+#include "tests/ipc/TimerFixture.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/FaultInjection.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "logmgr/FakeClock.h"
+#include "tests/logmgr/FakeClock.h"
 
 #include <atomic>
 #include <ctime>

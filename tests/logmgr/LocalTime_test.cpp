@@ -16,10 +16,10 @@
 #include <thread>
 #include <vector>
 
-#include "logmgr/FakeClock.h"
-#include "support/Child.h"
-#include "support/FaultInjection.h"
-#include "support/TempDir.h"
+#include "tests/logmgr/FakeClock.h"
+#include "tests/support/Child.h"
+#include "tests/support/FaultInjection.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

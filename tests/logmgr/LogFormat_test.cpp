@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "text/GuardedBuffer.h"
+#include "tests/text/GuardedBuffer.h"
 
 namespace {
 

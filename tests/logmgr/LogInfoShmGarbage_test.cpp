@@ -6,10 +6,10 @@
 #include <cstring>
 #include <random>
 
-#include "ipc/FencedMemory.h"
-#include "logmgr/LogRing.h"
-#include "support/Child.h"
-#include "support/TestSeed.h"
+#include "tests/ipc/FencedMemory.h"
+#include "tests/logmgr/LogRing.h"
+#include "tests/support/Child.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

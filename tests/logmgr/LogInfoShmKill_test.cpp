@@ -7,11 +7,11 @@
 #include <csignal>
 #include <random>
 
-#include "logmgr/LogRing.h"
-#include "logmgr/Talk.h"
-#include "support/Child.h"
-#include "support/SharedBlock.h"
-#include "support/TestSeed.h"
+#include "tests/logmgr/LogRing.h"
+#include "tests/logmgr/Talk.h"
+#include "tests/support/Child.h"
+#include "tests/support/SharedBlock.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 

@@ -6,10 +6,10 @@
 
 #include <memory>
 
-#include "logmgr/LogRing.h"
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/IpcKey.h"
+#include "tests/logmgr/LogRing.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/IpcKey.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <utility>
 
-#include "logmgr/LogRing.h"
-#include "support/Traced.h"
+#include "tests/logmgr/LogRing.h"
+#include "tests/support/Traced.h"
 
 namespace {
 

@@ -9,10 +9,10 @@
 #include <chrono>
 #include <csignal>
 
-#include "logmgr/LogRing.h"
-#include "logmgr/Talk.h"
-#include "support/Child.h"
-#include "support/SharedBlock.h"
+#include "tests/logmgr/LogRing.h"
+#include "tests/logmgr/Talk.h"
+#include "tests/support/Child.h"
+#include "tests/support/SharedBlock.h"
 
 namespace {
 

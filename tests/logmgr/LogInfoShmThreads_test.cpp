@@ -6,8 +6,8 @@
 #include <atomic>
 #include <thread>
 
-#include "logmgr/LogRing.h"
-#include "logmgr/Talk.h"
+#include "tests/logmgr/LogRing.h"
+#include "tests/logmgr/Talk.h"
 
 #ifdef __SANITIZE_THREAD__
 #include <sanitizer/tsan_interface.h>

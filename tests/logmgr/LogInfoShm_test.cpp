@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <thread>
 
-#include "logmgr/FakeClock.h"
-#include "logmgr/LogRing.h"
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
+#include "tests/logmgr/FakeClock.h"
+#include "tests/logmgr/LogRing.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
 
 namespace {
 

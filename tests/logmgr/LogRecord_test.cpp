@@ -3,9 +3,9 @@
 #include <devsupport/detail/logmgr/LogRecord.h>
 #include <gmock/gmock.h>
 
-#include "logmgr/LogRing.h"
-#include "support/CapturedOutput.h"
-#include "text/GuardedBuffer.h"
+#include "tests/logmgr/LogRing.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/text/GuardedBuffer.h"
 
 namespace {
 

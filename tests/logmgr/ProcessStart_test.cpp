@@ -14,9 +14,9 @@
 #include <sstream>
 #include <string>
 
-#include "support/CapturedOutput.h"
-#include "support/Child.h"
-#include "support/TempDir.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "logmgr/LogRing.h"
+#include "tests/logmgr/LogRing.h"
 
 namespace devsupport::test {
 

@@ -11,7 +11,7 @@
 #include <ostream>
 #include <string>
 
-#include "NetworkTest.h"
+#include "tests/net/NetworkTest.h"
 
 namespace {
 

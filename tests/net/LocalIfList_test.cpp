@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "NetworkTest.h"
-#include "WrappedCalls.h"
-#include "support/CapturedOutput.h"
-#include "support/FaultInjection.h"
+#include "tests/net/NetworkTest.h"
+#include "tests/net/WrappedCalls.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/FaultInjection.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include <functional>
 
-#include "support/CapturedOutput.h"
-#include "support/PrivateNetwork.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/PrivateNetwork.h"
 
 namespace devsupport::test {
 

@@ -11,8 +11,8 @@
 #include <functional>
 #include <string>
 
-#include "NetworkTest.h"
-#include "support/CapturedOutput.h"
+#include "tests/net/NetworkTest.h"
+#include "tests/support/CapturedOutput.h"
 
 namespace {
 

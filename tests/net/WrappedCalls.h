@@ -10,7 +10,7 @@
 #include <cstdarg>
 #include <functional>
 
-#include "support/FaultInjection.h"
+#include "tests/support/FaultInjection.h"
 
 namespace devsupport::test {
 

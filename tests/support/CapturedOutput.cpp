@@ -1,4 +1,4 @@
-#include "support/CapturedOutput.h"
+#include "tests/support/CapturedOutput.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

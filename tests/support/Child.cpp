@@ -1,4 +1,4 @@
-#include "support/Child.h"
+#include "tests/support/Child.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -14,8 +14,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "support/Coverage.h"
-#include "support/Tally.h"
+#include "tests/support/Coverage.h"
+#include "tests/support/Tally.h"
 
 namespace devsupport::test {
 

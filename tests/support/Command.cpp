@@ -1,4 +1,4 @@
-#include "support/Command.h"
+#include "tests/support/Command.h"
 
 #include <fcntl.h>
 #include <spawn.h>

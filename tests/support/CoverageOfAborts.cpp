@@ -2,7 +2,7 @@
 
 #include <csignal>
 
-#include "support/Coverage.h"
+#include "tests/support/Coverage.h"
 
 namespace {
 

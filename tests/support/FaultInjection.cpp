@@ -1,9 +1,9 @@
-#include "support/FaultInjection.h"
+#include "tests/support/FaultInjection.h"
 
 #include <atomic>
 #include <cstring>
 
-#include "support/Tally.h"
+#include "tests/support/Tally.h"
 
 namespace devsupport::test {
 

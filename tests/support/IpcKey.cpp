@@ -1,4 +1,4 @@
-#include "support/IpcKey.h"
+#include "tests/support/IpcKey.h"
 
 #include <sys/ipc.h>
 #include <sys/msg.h>

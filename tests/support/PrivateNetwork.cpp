@@ -1,4 +1,4 @@
-#include "support/PrivateNetwork.h"
+#include "tests/support/PrivateNetwork.h"
 
 #include <fcntl.h>
 #include <sched.h>
@@ -10,7 +10,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "support/Child.h"
+#include "tests/support/Child.h"
 
 namespace devsupport::test {
 

@@ -1,4 +1,4 @@
-#include "support/Tally.h"
+#include "tests/support/Tally.h"
 
 #include <fcntl.h>
 #include <sys/syscall.h>

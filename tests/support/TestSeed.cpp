@@ -1,4 +1,4 @@
-#include "support/TestSeed.h"
+#include "tests/support/TestSeed.h"
 
 #include <cstdlib>
 #include <random>

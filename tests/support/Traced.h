@@ -9,8 +9,8 @@
 #include <csignal>
 #include <functional>
 
-#include "support/Child.h"
-#include "support/SharedBlock.h"
+#include "tests/support/Child.h"
+#include "tests/support/SharedBlock.h"
 
 namespace devsupport::test {
 

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "text/GuardedBuffer.h"
+#include "tests/text/GuardedBuffer.h"
 
 namespace {
 

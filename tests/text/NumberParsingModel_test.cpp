@@ -7,8 +7,8 @@
 #include <random>
 #include <string>
 
-#include "support/TestSeed.h"
-#include "text/NaiveNumbers.h"
+#include "tests/support/TestSeed.h"
+#include "tests/text/NaiveNumbers.h"
 
 namespace {
 

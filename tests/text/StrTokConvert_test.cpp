@@ -8,8 +8,8 @@
 #include <ostream>
 #include <string>
 
-#include "text/GuardedBuffer.h"
-#include "text/StrTokTester.h"
+#include "tests/text/GuardedBuffer.h"
+#include "tests/text/StrTokTester.h"
 
 namespace {
 

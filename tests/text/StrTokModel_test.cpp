@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <random>
 
-#include "support/TestSeed.h"
-#include "text/StrTokScript.h"
+#include "tests/support/TestSeed.h"
+#include "tests/text/StrTokScript.h"
 
 namespace {
 

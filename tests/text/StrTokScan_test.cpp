@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "text/GuardedBuffer.h"
-#include "text/StrTokTester.h"
+#include "tests/text/GuardedBuffer.h"
+#include "tests/text/StrTokTester.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 #include <string>
 #include <utility>
 
-#include "text/StrTokOracle.h"
+#include "tests/text/StrTokOracle.h"
 
 namespace devsupport::test {
 

@@ -7,7 +7,7 @@
 #include <limits>
 #include <string>
 
-#include "text/GuardedBuffer.h"
+#include "tests/text/GuardedBuffer.h"
 
 namespace {
 

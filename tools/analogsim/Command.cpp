@@ -1,6 +1,6 @@
 // Runs the user's command to its end, with its signals where they belong.
 
-#include "Command.h"
+#include "tools/analogsim/Command.h"
 
 #include <spawn.h>
 #include <sys/wait.h>

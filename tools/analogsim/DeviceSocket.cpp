@@ -1,7 +1,7 @@
 // One thread a connection. A connection carries frames of three words: what is wanted, and two values. For an ioctl
 // we ask for the record that its argument points to, write it back when it has changed, and then send the result.
 
-#include "DeviceSocket.h"
+#include "tools/analogsim/DeviceSocket.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>

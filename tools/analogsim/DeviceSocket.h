@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "Simulator.h"
+#include "tools/analogsim/Simulator.h"
 
 namespace analogsim {
 

@@ -1,6 +1,6 @@
 // The simulated analog driver: how it answers one request.
 
-#include "Driver.h"
+#include "tools/analogsim/Driver.h"
 
 #include <cerrno>
 

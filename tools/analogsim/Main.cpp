@@ -5,10 +5,10 @@
 #include <exception>
 #include <string>
 
-#include "Command.h"
-#include "Options.h"
-#include "Simulator.h"
-#include "Testbed.h"
+#include "tools/analogsim/Command.h"
+#include "tools/analogsim/Options.h"
+#include "tools/analogsim/Simulator.h"
+#include "tools/analogsim/Testbed.h"
 #include "tools/common/StandardDescriptors.h"
 
 namespace {

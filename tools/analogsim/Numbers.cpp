@@ -1,6 +1,6 @@
 // Numbers and error names as people write them on the command line.
 
-#include "Numbers.h"
+#include "tools/analogsim/Numbers.h"
 
 #include <cstring>
 #include <limits>

@@ -1,6 +1,6 @@
 // The command line of analogsim.
 
-#include "Options.h"
+#include "tools/analogsim/Options.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
@@ -8,7 +8,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "Numbers.h"
+#include "tools/analogsim/Numbers.h"
 
 namespace analogsim {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Driver.h"
+#include "tools/analogsim/Driver.h"
 
 namespace analogsim {
 

@@ -1,6 +1,6 @@
 // One request from its arrival to its answer.
 
-#include "Simulator.h"
+#include "tools/analogsim/Simulator.h"
 
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "Descriptor.h"
+#include "tools/analogsim/Descriptor.h"
 
 namespace analogsim {
 

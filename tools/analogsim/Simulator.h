@@ -3,10 +3,10 @@
 
 #include <memory>
 
-#include "Driver.h"
-#include "Options.h"
-#include "Store.h"
-#include "Trace.h"
+#include "tools/analogsim/Driver.h"
+#include "tools/analogsim/Options.h"
+#include "tools/analogsim/Store.h"
+#include "tools/analogsim/Trace.h"
 
 namespace analogsim {
 

@@ -1,6 +1,6 @@
 // The text of a state file: the registers as JSON.
 
-#include "StateText.h"
+#include "tools/analogsim/StateText.h"
 
 #include <initializer_list>
 #include <limits>
@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "Numbers.h"
+#include "tools/analogsim/Numbers.h"
 
 namespace analogsim {
 

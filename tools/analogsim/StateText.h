@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "Driver.h"
+#include "tools/analogsim/Driver.h"
 
 namespace analogsim {
 

@@ -1,6 +1,6 @@
 // Where the registers are kept: the state file.
 
-#include "Store.h"
+#include "tools/analogsim/Store.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -13,8 +13,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "Descriptor.h"
-#include "StateText.h"
+#include "tools/analogsim/Descriptor.h"
+#include "tools/analogsim/StateText.h"
 
 namespace analogsim {
 

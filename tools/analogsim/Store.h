@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "Driver.h"
+#include "tools/analogsim/Driver.h"
 
 namespace analogsim {
 

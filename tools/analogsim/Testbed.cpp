@@ -1,7 +1,7 @@
 // The world that the command sees, made by umockdev: a library that it preloads into the command leads
 // open() and ioctl() of /dev/analog/0 to a socket of ours.
 
-#include "Testbed.h"
+#include "tools/analogsim/Testbed.h"
 
 #include <umockdev.h>
 #include <unistd.h>
@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "DeviceSocket.h"
+#include "tools/analogsim/DeviceSocket.h"
 
 namespace analogsim {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Simulator.h"
+#include "tools/analogsim/Simulator.h"
 
 namespace analogsim {
 

@@ -1,13 +1,13 @@
 // One line of words for each request that the driver answered.
 
-#include "Trace.h"
+#include "tools/analogsim/Trace.h"
 
 #include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdio>
 
-#include "Numbers.h"
+#include "tools/analogsim/Numbers.h"
 
 namespace analogsim {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Driver.h"
+#include "tools/analogsim/Driver.h"
 
 namespace analogsim {
 

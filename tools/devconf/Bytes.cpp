@@ -1,6 +1,6 @@
 // Byte strings that grow.
 
-#include "Bytes.h"
+#include "tools/devconf/Bytes.h"
 
 #include <devsupport/db/BerkeleyDB.h>
 
@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Status.h"
+#include "tools/devconf/Status.h"
 
 namespace devconf {
 

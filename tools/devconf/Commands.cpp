@@ -1,19 +1,19 @@
 // Everything but import, export and verify.
 
-#include "Commands.h"
+#include "tools/devconf/Commands.h"
 
 #include <devsupport/db/DbRecord.h>
 
 #include <cstdio>
 #include <cstring>
 
-#include "Print.h"
-#include "Records.h"
-#include "Search.h"
-#include "Status.h"
-#include "Store.h"
-#include "Transfer.h"
-#include "Verify.h"
+#include "tools/devconf/Print.h"
+#include "tools/devconf/Records.h"
+#include "tools/devconf/Search.h"
+#include "tools/devconf/Status.h"
+#include "tools/devconf/Store.h"
+#include "tools/devconf/Transfer.h"
+#include "tools/devconf/Verify.h"
 
 namespace devconf {
 

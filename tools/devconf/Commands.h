@@ -1,7 +1,7 @@
 // The commands. Each prints its result and its complaints, and returns the exit status.
 #pragma once
 
-#include "Options.h"
+#include "tools/devconf/Options.h"
 
 namespace devconf {
 

@@ -1,6 +1,6 @@
 // Reads and checks a file of JSON lines. Nothing here knows the store: what passes can be stored.
 
-#include "ImportFile.h"
+#include "tools/devconf/ImportFile.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Print.h"
+#include "tools/devconf/Print.h"
 
 namespace devconf {
 

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <string_view>
 
-#include "Bytes.h"
-#include "Json.h"
-#include "Tables.h"
+#include "tools/devconf/Bytes.h"
+#include "tools/devconf/Json.h"
+#include "tools/devconf/Tables.h"
 
 namespace devconf {
 

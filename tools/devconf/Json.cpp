@@ -1,6 +1,6 @@
 // Reads and writes the text form of records.
 
-#include "Json.h"
+#include "tools/devconf/Json.h"
 
 #include "tools/common/Numbers.h"
 

@@ -2,11 +2,11 @@
 
 #include <cstdio>
 
-#include "Commands.h"
-#include "Options.h"
-#include "Print.h"
-#include "Status.h"
 #include "tools/common/StandardDescriptors.h"
+#include "tools/devconf/Commands.h"
+#include "tools/devconf/Options.h"
+#include "tools/devconf/Print.h"
+#include "tools/devconf/Status.h"
 
 namespace {
 

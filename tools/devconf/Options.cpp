@@ -1,11 +1,11 @@
 // The command line of devconf.
 
-#include "Options.h"
+#include "tools/devconf/Options.h"
 
 #include <cstring>
 #include <string_view>
 
-#include "Json.h"
+#include "tools/devconf/Json.h"
 
 namespace devconf {
 

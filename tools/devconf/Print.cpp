@@ -1,6 +1,6 @@
 // Prints records and complaints.
 
-#include "Print.h"
+#include "tools/devconf/Print.h"
 
 #include <cerrno>
 #include <cstring>

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <string_view>
 
-#include "Json.h"
-#include "Tables.h"
+#include "tools/devconf/Json.h"
+#include "tools/devconf/Tables.h"
 
 namespace devconf {
 

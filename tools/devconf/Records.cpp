@@ -4,7 +4,7 @@
 // buffers with different fillings: what is equal in both is the record, and what is left of the fillings is not. A
 // record that changes between the two steps leaves something else there, and the steps are made again.
 
-#include "Records.h"
+#include "tools/devconf/Records.h"
 
 #include <db.h>
 #include <devsupport/db/DbRecord.h>
@@ -13,8 +13,8 @@
 #include <cstring>
 #include <optional>
 
-#include "Print.h"
-#include "Store.h"
+#include "tools/devconf/Print.h"
+#include "tools/devconf/Store.h"
 
 namespace devconf {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "Bytes.h"
-#include "Tables.h"
+#include "tools/devconf/Bytes.h"
+#include "tools/devconf/Tables.h"
 
 namespace devconf {
 

@@ -3,14 +3,14 @@
 // The library's search through an index ends at a record that is larger than its fields (a name of fifteen letters is
 // enough), and its lookup gives the first of several. So what the index gave is completed from the table itself.
 
-#include "Search.h"
+#include "tools/devconf/Search.h"
 
 #include <devsupport/db/DbRecord.h>
 
 #include <algorithm>
 #include <cstring>
 
-#include "Print.h"
+#include "tools/devconf/Print.h"
 
 namespace devconf {
 

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "Records.h"
+#include "tools/devconf/Records.h"
 
 namespace devconf {
 

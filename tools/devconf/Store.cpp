@@ -1,6 +1,6 @@
 // Opens and closes the store.
 
-#include "Store.h"
+#include "tools/devconf/Store.h"
 
 #include <devsupport/db/BerkeleyDB.h>
 #include <signal.h>
@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Print.h"
+#include "tools/devconf/Print.h"
 
 namespace devconf {
 

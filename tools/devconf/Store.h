@@ -3,8 +3,8 @@
 
 #include <climits>
 
-#include "Options.h"
 #include "tools/common/Signals.h"
+#include "tools/devconf/Options.h"
 
 namespace devconf {
 

@@ -1,12 +1,12 @@
 // The tables, and the keys of their records.
 
-#include "Tables.h"
+#include "tools/devconf/Tables.h"
 
 #include <devsupport/detail/db/DbRecord.h>
 
 #include <cstring>
 
-#include "Json.h"
+#include "tools/devconf/Json.h"
 
 namespace devconf {
 

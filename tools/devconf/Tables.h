@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "Bytes.h"
+#include "tools/devconf/Bytes.h"
 
 namespace devconf {
 

@@ -1,17 +1,17 @@
 // Export and import.
 
-#include "Transfer.h"
+#include "tools/devconf/Transfer.h"
 
 #include <devsupport/db/DbRecord.h>
 
 #include <algorithm>
 #include <cstdio>
 
-#include "ImportFile.h"
-#include "Print.h"
-#include "Records.h"
-#include "Status.h"
-#include "Store.h"
+#include "tools/devconf/ImportFile.h"
+#include "tools/devconf/Print.h"
+#include "tools/devconf/Records.h"
+#include "tools/devconf/Status.h"
+#include "tools/devconf/Store.h"
 
 namespace devconf {
 

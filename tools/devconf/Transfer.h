@@ -1,7 +1,7 @@
 // Export and import: records as JSON lines.
 #pragma once
 
-#include "Options.h"
+#include "tools/devconf/Options.h"
 
 namespace devconf {
 

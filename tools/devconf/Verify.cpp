@@ -1,7 +1,7 @@
 // Checks the store. The library's operations show an index only through the library's eyes, so here, with nobody else
 // at work and the store closed, the file itself is read.
 
-#include "Verify.h"
+#include "tools/devconf/Verify.h"
 
 #include <db.h>
 #include <devsupport/ipc/ShareMem.h>
@@ -9,14 +9,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Print.h"
-#include "Status.h"
-#include "Store.h"
-#include "Tables.h"
 #include "db/for_project/DbIndexes.h"
 #include "db/for_project/DbLibrary.h"
 #include "db/for_project/DbText.h"
 #include "db/for_project/Environment.h"
+#include "tools/devconf/Print.h"
+#include "tools/devconf/Status.h"
+#include "tools/devconf/Store.h"
+#include "tools/devconf/Tables.h"
 
 namespace devconf {
 

@@ -1,7 +1,7 @@
 // Checks the store: the indexes against their tables, and the file by the store's own checker.
 #pragma once
 
-#include "Options.h"
+#include "tools/devconf/Options.h"
 
 namespace devconf {
 

@@ -1,6 +1,6 @@
 // One cell of a log ring as its writer left it, taken apart and judged.
 
-#include "Cell.h"
+#include "tools/devlog/Cell.h"
 
 #include <cstring>
 

@@ -1,6 +1,6 @@
 // The rings that the user asked for, each with the records and messages that were found in it.
 
-#include "Channel.h"
+#include "tools/devlog/Channel.h"
 
 namespace devlog {
 

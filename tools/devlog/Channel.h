@@ -3,9 +3,9 @@
 
 #include <span>
 
-#include "LogRing.h"
-#include "Message.h"
-#include "Options.h"
+#include "tools/devlog/LogRing.h"
+#include "tools/devlog/Message.h"
+#include "tools/devlog/Options.h"
 
 namespace devlog {
 

@@ -1,6 +1,6 @@
 // What devlog says besides its data.
 
-#include "Exit.h"
+#include "tools/devlog/Exit.h"
 
 #include <cstdarg>
 #include <cstdio>

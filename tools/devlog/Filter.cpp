@@ -1,6 +1,6 @@
 // Which messages are shown.
 
-#include "Filter.h"
+#include "tools/devlog/Filter.h"
 
 namespace devlog {
 

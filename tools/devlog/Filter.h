@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "Message.h"
+#include "tools/devlog/Message.h"
 
 namespace devlog {
 

@@ -1,6 +1,6 @@
 // One line of output: built in place, escaped, never longer than its room.
 
-#include "Line.h"
+#include "tools/devlog/Line.h"
 
 namespace devlog {
 

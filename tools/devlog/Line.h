@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "Message.h"
 #include "tools/common/Escape.h"
+#include "tools/devlog/Message.h"
 
 namespace devlog {
 

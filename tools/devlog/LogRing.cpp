@@ -1,21 +1,21 @@
 // One ring of the log channel as devlog finds it: attached without making anything, copied under its lock.
 
-#include "LogRing.h"
+#include "tools/devlog/LogRing.h"
 
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/ipc/Semaphore.h>
-#include <devsupport/private/ipc/RingAccess.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include "lib/ipc/RingAccess.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 
-#include "Exit.h"
-#include "Print.h"
+#include "tools/devlog/Exit.h"
+#include "tools/devlog/Print.h"
 
 using devsupport::RingEnd;
 using devsupport::RingLock;

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "Message.h"
+#include "tools/devlog/Message.h"
 
 namespace devlog {
 

@@ -2,10 +2,10 @@
 
 #include <cstdio>
 
-#include "Options.h"
-#include "Stats.h"
-#include "View.h"
-#include "Write.h"
+#include "tools/devlog/Options.h"
+#include "tools/devlog/Stats.h"
+#include "tools/devlog/View.h"
+#include "tools/devlog/Write.h"
 
 namespace devlog {
 

@@ -1,6 +1,6 @@
 // The messages of both rings in one order.
 
-#include "Merge.h"
+#include "tools/devlog/Merge.h"
 
 namespace devlog {
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <span>
 
-#include "Message.h"
+#include "tools/devlog/Message.h"
 
 namespace devlog {
 

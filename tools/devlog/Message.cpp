@@ -1,6 +1,6 @@
 // A ring's records put together to messages, with notes about what is missing between them.
 
-#include "Message.h"
+#include "tools/devlog/Message.h"
 
 #include <algorithm>
 #include <cstring>

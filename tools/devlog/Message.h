@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-#include "Cell.h"
+#include "tools/devlog/Cell.h"
 
 namespace devlog {
 

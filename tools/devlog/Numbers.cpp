@@ -1,6 +1,6 @@
 // Numbers, types and times as people write them on the command line.
 
-#include "Numbers.h"
+#include "tools/devlog/Numbers.h"
 
 #include <string_view>
 

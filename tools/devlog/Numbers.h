@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "Cell.h"
+#include "tools/devlog/Cell.h"
 
 namespace devlog {
 

@@ -1,14 +1,14 @@
 // The command line of devlog.
 
-#include "Options.h"
+#include "tools/devlog/Options.h"
 
 #include <getopt.h>
 
 #include <cstdio>
 #include <cstring>
 
-#include "Numbers.h"
 #include "tools/common/Numbers.h"
+#include "tools/devlog/Numbers.h"
 
 namespace devlog {
 

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "Exit.h"
-#include "Filter.h"
+#include "tools/devlog/Exit.h"
+#include "tools/devlog/Filter.h"
 
 namespace devlog {
 

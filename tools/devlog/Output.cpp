@@ -1,6 +1,6 @@
 // Where the lines go: standard output or syslog.
 
-#include "Output.h"
+#include "tools/devlog/Output.h"
 
 #include <poll.h>
 #include <syslog.h>
@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Exit.h"
+#include "tools/devlog/Exit.h"
 
 namespace devlog {
 

@@ -1,6 +1,6 @@
 // How one message looks: for people, as JSON, for syslog.
 
-#include "Print.h"
+#include "tools/devlog/Print.h"
 
 #include "tools/common/Utf8.h"
 

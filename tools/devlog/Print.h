@@ -3,8 +3,8 @@
 
 #include <string_view>
 
-#include "Line.h"
-#include "Message.h"
+#include "tools/devlog/Line.h"
+#include "tools/devlog/Message.h"
 
 namespace devlog {
 

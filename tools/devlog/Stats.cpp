@@ -1,11 +1,11 @@
 // Shows what the rings are like.
 
-#include "Stats.h"
+#include "tools/devlog/Stats.h"
 
-#include "Channel.h"
-#include "Line.h"
-#include "Output.h"
-#include "Print.h"
+#include "tools/devlog/Channel.h"
+#include "tools/devlog/Line.h"
+#include "tools/devlog/Output.h"
+#include "tools/devlog/Print.h"
 
 namespace devlog {
 

@@ -1,7 +1,7 @@
 // Shows what the rings are like.
 #pragma once
 
-#include "Options.h"
+#include "tools/devlog/Options.h"
 
 namespace devlog {
 

@@ -1,6 +1,6 @@
 // Shows the rings: once, or on and on.
 
-#include "View.h"
+#include "tools/devlog/View.h"
 
 #include <syslog.h>
 
@@ -9,13 +9,13 @@
 #include <cstring>
 #include <ctime>
 
-#include "Channel.h"
-#include "Filter.h"
-#include "Line.h"
-#include "Merge.h"
-#include "Output.h"
-#include "Print.h"
 #include "tools/common/Signals.h"
+#include "tools/devlog/Channel.h"
+#include "tools/devlog/Filter.h"
+#include "tools/devlog/Line.h"
+#include "tools/devlog/Merge.h"
+#include "tools/devlog/Output.h"
+#include "tools/devlog/Print.h"
 
 namespace devlog {
 

@@ -1,7 +1,7 @@
 // Shows the rings: once, or on and on.
 #pragma once
 
-#include "Options.h"
+#include "tools/devlog/Options.h"
 
 namespace devlog {
 

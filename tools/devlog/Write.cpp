@@ -1,12 +1,12 @@
 // Writes one record, for trying things out.
 
-#include "Write.h"
+#include "tools/devlog/Write.h"
 
 #include <devsupport/logmgr/LogInfoShm.h>
 
 #include <cstring>
 
-#include "Message.h"
+#include "tools/devlog/Message.h"
 
 namespace devlog {
 

@@ -1,7 +1,7 @@
 // Writes one record, for trying things out.
 #pragma once
 
-#include "Options.h"
+#include "tools/devlog/Options.h"
 
 namespace devlog {
 
