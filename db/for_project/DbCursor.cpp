@@ -5,6 +5,7 @@
 #include <devsupport/db/DbRecord.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -33,13 +34,13 @@ void CopyText(char (&szField)[kWidth], const DBT &record) {
 // The walk over the records with a prefix, on a table or on an index of the phone book.
 class PrefixWalk {
  public:
-  PrefixWalk(DB *pDb, std::string_view prefix, std::span<TDbFindRec> records)
-      : pDb_(pDb), prefix_(prefix), records_(records), bIndex_(pDb == g_uDb.stb_pb || pDb == g_uDb.stb_1_pb) {}
+  PrefixWalk(const DB *pDb, std::string_view prefix, std::span<TDbFindRec> records)
+      : prefix_(prefix), records_(records), bIndex_(IsPhoneBookIndex(pDb)) {}
   PrefixWalk(const PrefixWalk &) = delete;
   PrefixWalk &operator=(const PrefixWalk &) = delete;
 
   /// Walks from the start. Returns 0, or the library's result when there is no cursor or a conflict.
-  int Run();
+  int Run(DB *pDb);
 
   /// Whether the last run found more than there is room for.
   bool IsFull() const { return bFull_; }
@@ -53,7 +54,6 @@ class PrefixWalk {
   bool Matches() const;
   void Keep(TDbFindRec &found) const;
 
-  DB *pDb_;
   std::string_view prefix_;
   std::span<TDbFindRec> records_;
   bool bIndex_;
@@ -70,12 +70,12 @@ class PrefixWalk {
   DBT data_ = OutputRecord(szData_, sizeof szData_);
 };
 
-int PrefixWalk::Run() {
+int PrefixWalk::Run(DB *pDb) {
   DBC *pCursor = nullptr;
-  if (const int nResult = pDb_->cursor(pDb_, nullptr, &pCursor, 0); nResult != 0) return nResult;
+  if (const int nResult = pDb->cursor(pDb, nullptr, &pCursor, 0); nResult != 0) return nResult;
   const int nResult = Walk(pCursor);
   const int nClosed = pCursor->close(pCursor);
-  if (nClosed != 0) Report(pDb_, nClosed);
+  if (nClosed != 0) Report(pDb, nClosed);
   return nResult;
 }
 
@@ -86,7 +86,7 @@ int PrefixWalk::Walk(DBC *pCursor) {
   std::uint32_t dwOperation = prefix_.empty() ? kStepFirst : kStepToRange;
   for (;; dwOperation = kStepNext) {
     const int nResult = Step(pCursor, dwOperation);
-    if (IsConflict(nResult)) return nResult;
+    if (IsConflict(nResult) || nResult == DB_RUNRECOVERY) return nResult;
     if (nResult != 0 || !Matches()) return 0;
     bFull_ = dwFound_ == records_.size();
     if (bFull_) return 0;
@@ -126,9 +126,9 @@ int BerkDb_CursorGet(struct __db *pDb, struct __dbc **ppCursor, char *pKey, int3
   *ppCursor = nullptr;
   if (pDb == nullptr) return BERKDB_NO_TABLE;
   int nStep = 0;
-  RunInside([&] {
+  RunInside(pDb, [&](DB *p) {
     DBC *pCursor = nullptr;
-    const int nResult = pDb->cursor(pDb, nullptr, &pCursor, 0);
+    const int nResult = p->cursor(p, nullptr, &pCursor, 0);
     if (nResult != 0) {
       if (pCursor != nullptr) pCursor->close(pCursor);
       return nResult;
@@ -137,10 +137,11 @@ int BerkDb_CursorGet(struct __db *pDb, struct __dbc **ppCursor, char *pKey, int3
     key.size = static_cast<std::uint32_t>(std::max<std::int32_t>(nKeyBytes, 0));
     DBT value = OutputRecord(pBuf, nBufBytes < 1 ? kStepBytes : std::min(nBufBytes, kStepBytes));
     nStep = pCursor->get(pCursor, &key, &value, dwFlags & ~kWriteLockHint);
-    if (IsConflict(nStep)) {
+    if (IsConflict(nStep) || nStep == DB_RUNRECOVERY) {
       pCursor->close(pCursor);
       return nStep;
     }
+    g_gate.CountCursor(true);
     *ppCursor = pCursor;
     return 0;
   });
@@ -152,7 +153,12 @@ int BerkDb_CursorGet(struct __db *pDb, struct __dbc **ppCursor, char *pKey, int3
 int BerkDb_CursorClose(struct __dbc *pCursor) {
   if (pCursor == nullptr) return 1;
   DB *pDb = pCursor->dbp;
-  const int nResult = RunInside([&] { return pCursor->close(pCursor); });
+  const int nResult = RunInside(pDb, [&](DB * /*pCurrent*/) {
+    // The store was rebuilt: the cursor went with its environment, and its memory stays as it is.
+    if (IsRetired(pDb)) return static_cast<int>(EBADF);
+    g_gate.CountCursor(false);
+    return pCursor->close(pCursor);
+  });
   if (nResult == 0) return 1;
   Report(pDb, nResult);
   return 0;
@@ -167,7 +173,7 @@ int BerkDb_FindPrefix(struct __db *pDb, const char *pPrefix, TDbFindRec *pRecs, 
     return BERKDB_OK;
   }
   PrefixWalk walk(pDb, prefix, {pRecs, static_cast<std::size_t>(*pnCount)});
-  const int nResult = RunInside([&] { return walk.Run(); });
+  const int nResult = RunInside(pDb, [&](DB *p) { return walk.Run(p); });
   if (nResult != 0) {
     Report(pDb, nResult);
     return BERKDB_ERROR;

@@ -5,7 +5,10 @@
 
 #include <cstdio>
 
+#include "db/for_project/LibraryHooks.h"
+
 struct __db *BerkDb_OpenFile(const char *pFile, uint32_t dwFlags) {
+  devsupport::store::InstallLibraryHooks();
   DB *pDb = nullptr;
   if (const int nResult = db_create(&pDb, nullptr, 0); nResult != 0) {
     std::fprintf(stderr, "Fail: %s\n", db_strerror(nResult));

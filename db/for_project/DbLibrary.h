@@ -9,7 +9,6 @@
 namespace devsupport::store {
 
 // Environment: where the shared memory is, and how large everything may grow.
-inline constexpr long kShmKey = 0x12345678;            // first region; the next ones take the keys after it
 inline constexpr std::uint32_t kCacheBytes = 0x20000;  // 128 KiB, at once and at most (set_cachesize, set_cache_max)
 inline constexpr std::uint32_t kLogFileBytes = 0x10000;  // 64 KiB
 // 4.6: 0x10000. This release takes no less than 130,000 bytes and would say so on the error output.
@@ -49,6 +48,8 @@ inline constexpr int kBufferSmall = DB_BUFFER_SMALL;
 inline constexpr std::uint32_t kConflictFlags = DB_TXN_NOWAIT;
 inline constexpr std::uint32_t kWriteLockHint = DB_RMW;
 inline constexpr std::uint32_t kDetect = DB_LOCK_DEFAULT;
+/// Whether a result is neither success nor one of the two that record operations have codes for.
+constexpr bool IsFailure(int nResult) { return nResult != 0 && nResult != kNotFound && nResult != kBufferSmall; }
 constexpr bool IsConflict(int nResult) { return nResult == DB_LOCK_DEADLOCK || nResult == DB_LOCK_NOTGRANTED; }
 
 // A checkpoint, after which old log files can go, is made when this many changes have come since the last try and the

@@ -24,21 +24,22 @@ int CodeOf(DB *pDb, int nResult) {
   return BERKDB_ERROR;
 }
 
-void Report(DB *pDb, int nResult) { pDb->err(pDb, nResult, "%s", db_strerror(nResult)); }
+void Report(DB *pDb, int nResult) {
+  DB *pCurrent = CurrentHandle(pDb);
+  pCurrent->err(pCurrent, nResult, "%s", db_strerror(nResult));
+}
 
 void PrintResult(int nResult) { std::fprintf(stderr, "(%d) %s\n", nResult, db_strerror(nResult)); }
 
 namespace {
 
-KeyForm FormOf(const DB *pDb) { return pDb == g_uDb.tb_pb ? KeyForm::kPhoneBook : KeyForm::kAsItStands; }
-
-bool IsPhoneBookIndex(const DB *pDb) { return pDb == g_uDb.stb_pb || pDb == g_uDb.stb_1_pb; }
+KeyForm FormOf(const DB *pDb) { return IsPhoneBook(pDb) ? KeyForm::kPhoneBook : KeyForm::kAsItStands; }
 
 // Reads into the caller's buffer. Returns the library's result.
 int ReadRecord(DB *pDb, const char *pKey, KeyForm form, char *pBuf, std::int32_t nBufBytes) {
   return WithKey(pKey, form, [=](DBT *pRecord) {
     DBT value = OutputRecord(pBuf, nBufBytes);
-    const int nResult = RunInside([&] { return pDb->get(pDb, nullptr, pRecord, &value, 0); });
+    const int nResult = RunInside(pDb, [&](DB *p) { return p->get(p, nullptr, pRecord, &value, 0); });
     if (nResult == 0) Terminate(value);
     return nResult;
   });
@@ -46,17 +47,18 @@ int ReadRecord(DB *pDb, const char *pKey, KeyForm form, char *pBuf, std::int32_t
 
 // Lets old log files go, when enough has been written since the last time. The change is safe without it, so what
 // becomes of it does not matter to the caller.
-void CheckpointWhenDue() {
-  if (g_gate.CountChange(kCheckpointChanges)) g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);
+void CheckpointWhenDue(std::size_t dwBytes) {
+  if (g_gate.CountChange(kCheckpointChanges, dwBytes)) g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);
 }
 
 enum class Flush : bool { kNo, kYes };
 
-// Writes the table to its file after a change that went well.
-int Finish(DB *pDb, int nResult, Flush flush) {
-  if (nResult != 0) return nResult;
-  if (flush == Flush::kYes) nResult = pDb->sync(pDb, 0);
-  CheckpointWhenDue();
+// Writes the table to its file after a change that went well. The library acknowledges changes whose log records it
+// could not write when that happens at the end of a log file: only asking for the log to be written tells.
+int Finish(DB *pDb, int nResult, Flush flush, std::size_t dwBytes) {
+  if (nResult == 0 && g_gate.IsAttached()) nResult = g_pEnv->log_flush(g_pEnv, nullptr);
+  if (nResult == 0 && flush == Flush::kYes) nResult = pDb->sync(pDb, 0);
+  if (nResult == 0) CheckpointWhenDue(dwBytes);
   return nResult;
 }
 
@@ -64,7 +66,7 @@ int WriteRecord(DB *pDb, const char *pKey, KeyForm form, const void *pData, std:
   if ((pData == nullptr && dwBytes != 0) || dwBytes > INT32_MAX) return EINVAL;
   return WithKey(pKey, form, [=](DBT *pRecord) {
     DBT value = InputRecord(pData, static_cast<std::uint32_t>(dwBytes));
-    return RunInside([&] { return Finish(pDb, pDb->put(pDb, nullptr, pRecord, &value, 0), flush); });
+    return RunChange(pDb, [&](DB *p) { return Finish(p, p->put(p, nullptr, pRecord, &value, 0), flush, dwBytes); });
   });
 }
 
@@ -75,7 +77,7 @@ int WriteText(DB *pDb, const char *pKey, KeyForm form, const char *pValue) {
 
 int DeleteRecord(DB *pDb, const char *pKey, KeyForm form) {
   return WithKey(pKey, form, [=](DBT *pRecord) {
-    return RunInside([&] { return Finish(pDb, pDb->del(pDb, nullptr, pRecord, 0), Flush::kYes); });
+    return RunChange(pDb, [&](DB *p) { return Finish(p, p->del(p, nullptr, pRecord, 0), Flush::kYes, 0); });
   });
 }
 
@@ -139,7 +141,7 @@ int BerkDb_PGet(struct __db *pDb, const char *pKey, int32_t nKeyBytes, char *pPr
   DBT key = InputRecord(pKey, static_cast<std::uint32_t>(dwKey));
   DBT primary = OutputRecord(pPrimary, nPrimaryBytes);
   DBT value = OutputRecord(pBuf, nBufBytes);
-  const int nResult = RunInside([&] { return pDb->pget(pDb, nullptr, &key, &primary, &value, 0); });
+  const int nResult = RunInside(pDb, [&](DB *p) { return p->pget(p, nullptr, &key, &primary, &value, 0); });
   if (nResult == 0) {
     Terminate(primary);
     Terminate(value);

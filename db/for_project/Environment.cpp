@@ -1,20 +1,30 @@
-// Opens and closes the shared environment. Counting its users, opening it and opening the tables belong together:
-// a lock on a file of the home makes one act of them.
+// Opens, closes and rebuilds the shared environment. How processes find each other, and what they do when one of them
+// has died, is described in docs/decisions/store-healing.md.
 
 #include "db/for_project/Environment.h"
 
 #include <devsupport/db/BerkeleyDB.h>
 #include <devsupport/detail/db/BerkeleyDB.h>
-#include <devsupport/ipc/ShareMem.h>
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/shm.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "db/for_project/DbLibrary.h"
+#include "db/for_project/LibraryHooks.h"
+#include "db/for_project/OpenReport.h"
+#include "db/for_project/Regions.h"
+#include "db/for_project/Silence.h"
+#include "db/for_project/StoreCheck.h"
+#include "db/for_project/StoreKeys.h"
+#include "db/for_project/StoreReserve.h"
+#include "db/for_project/StoreSeal.h"
+#include "db/for_project/StoreSemaphores.h"
+#include "db/for_project/TableHandles.h"
 
 namespace devsupport::store {
 
@@ -22,58 +32,31 @@ DB_ENV *g_pEnv = nullptr;
 
 namespace {
 
-constexpr char kLockFile[] = "open.lock";
-constexpr int kLockFileMode = 0660;
+// How often a process goes over to new regions. Each time some 50 KB of old handles stay allocated.
+constexpr int kMaxFollows = 256;
 
-// Where the library notes in which segments the environment is.
-constexpr char kRegionFile[] = "__db.001";
-
-// Regions that an environment can have: its own, one for each of the five subsystems, and room for further caches.
-constexpr long kMaxRegions = 16;
-
-// Kept open while the store is, so that closing needs no path.
-int g_nLockFd = -1;
-
-// Whether the library has the environment's memory attached.
-bool g_bAttached = false;
-
-// Descriptor of a folder, for the time of a block.
-class Folder {
- public:
-  explicit Folder(const char *pPath) : nFd_(open(pPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
-  ~Folder() {
-    const int nError = errno;
-    if (nFd_ >= 0) close(nFd_);
-    errno = nError;
-  }
-  Folder(const Folder &) = delete;
-  Folder &operator=(const Folder &) = delete;
-
-  int Fd() const { return nFd_; }
-
- private:
-  int nFd_;
+// What this process has open.
+struct OpenStore {
+  int nHomeFd = -1;
+  struct stat home = {};
+  char *pHome = nullptr;   // absolute, so that the library finds its files wherever the program goes
+  char *pFile = nullptr;   // nullptr: no tables
+  bool bAttached = false;  // the library has the environment's memory attached
+  bool bComplete = false;  // all tables are open
+  bool bRetired = false;   // the handles belong to regions that are gone
+  bool bCheckIndexes = false;
+  int nFollows = 0;
 };
+OpenStore g_store;
 
-int OpenLockFile(const char *pHome) {
-  const Folder home(pHome);
-  if (home.Fd() < 0) return -1;
-  return openat(home.Fd(), kLockFile, O_RDONLY | O_CREAT | O_CLOEXEC, kLockFileMode);
+void ForgetStore() {
+  if (g_store.nHomeFd >= 0) close(g_store.nHomeFd);
+  std::free(g_store.pHome);
+  std::free(g_store.pFile);
+  g_store = {.nFollows = g_store.nFollows};
 }
 
-// After a restart of the device the note names segments that are gone, and the library would report each. Segments
-// that are still there are found, and replaced, by their keys.
-void ForgetOldRegions(const char *pHome) {
-  const Folder home(pHome);
-  if (home.Fd() >= 0) unlinkat(home.Fd(), kRegionFile, 0);
-}
-
-int LockFile(int nOperation) {
-  while (flock(g_nLockFd, nOperation) != 0) {
-    if (errno != EINTR) return errno;
-  }
-  return 0;
-}
+void Publish(DB_ENV *pEnv) { __atomic_store_n(&g_pEnv, pEnv, __ATOMIC_RELEASE); }
 
 // Kept: what these setters answer is not looked at; open says it if the result is no environment.
 void Configure(DB_ENV *pEnv) {
@@ -92,112 +75,322 @@ void Configure(DB_ENV *pEnv) {
   pEnv->set_lk_detect(pEnv, kDetect);
 }
 
+// Opens the environment on the regions of today, or on new ones. Inside the gate.
+int OpenRegions(DB_ENV *pEnv, bool bCreate) {
+  if (bCreate) {
+    g_gate.DemandRebuild();  // whoever comes after our death begins anew
+    RemoveRegions(g_store.nHomeFd);
+  }
+  const int nResult = pEnv->open(pEnv, g_store.pHome, kEnvOpenFlags | (bCreate ? kEnvFirstFlags : 0), 0);
+  if (nResult != 0) return nResult;
+  g_store.bAttached = true;
+  if (bCreate) g_gate.BeginGeneration();
+  g_gate.Adopt();
+  return 0;
+}
+
+// The home can have been found by a relative path.
+bool RememberHome(const char *pHome, const char *pFile) {
+  char *pAbsolute = realpath(pHome, nullptr);
+  g_store.pHome = pAbsolute != nullptr ? pAbsolute : strdup(pHome);
+  g_store.pFile = pFile != nullptr ? strdup(pFile) : nullptr;
+  return g_store.pHome != nullptr && (pFile == nullptr) == (g_store.pFile == nullptr);
+}
+
+// The gate belongs to one home at a time. Another one takes it when nobody living has the store open.
+bool BindGate(const char *pHome, bool bAlone) {
+  if (g_gate.IsOf(g_store.home)) return true;
+  if (!bAlone) {
+    ReportSentence("the store is in use with the home %s; the home %s cannot be opened beside it", g_gate.Home(),
+                   pHome);
+    return false;
+  }
+  g_gate.DemandRebuild();
+  g_gate.BindTo(g_store.home, g_store.pHome);
+  return true;
+}
+
+// A place among the members. The dead give theirs up when the regions are made anew.
+bool JoinMembers() {
+  if (g_gate.Join()) return true;
+  if (g_gate.HasDead()) {
+    g_gate.DemandRebuild();
+    g_gate.ForgetDead();
+    if (g_gate.Join()) return true;
+  }
+  ReportSentence("%u processes have the store open; its lock table has no room for another one",
+                 static_cast<unsigned>(GateRecord::kMembers));
+  return false;
+}
+
+// Path of the tables' file, on the heap for the time of one check.
+char *PathOfFile() {
+  if (g_store.pFile[0] == '/') return strdup(g_store.pFile);
+  const std::size_t dwPath = std::strlen(g_store.pHome) + std::strlen(g_store.pFile) + 2;
+  auto *pPath = static_cast<char *>(std::malloc(dwPath));
+  if (pPath != nullptr) std::snprintf(pPath, dwPath, "%s/%s", g_store.pHome, g_store.pFile);
+  return pPath;
+}
+
+// Returns 0, or DB_VERIFY_BAD, which was reported.
+int CheckPages() {
+  char *pPath = PathOfFile();
+  if (pPath == nullptr) return ENOMEM;
+  const bool bWhole = IsFileWhole(pPath);
+  std::free(pPath);
+  if (bWhole) return 0;
+  ReportSentence("%s in %s is damaged; it is left as it is, and 'devconf salvage' gets out what can be read",
+                 g_store.pFile, g_store.pHome);
+  return DB_VERIFY_BAD;
+}
+
+// Looks at the files before anything is served or written. Returns 0 or why the store cannot be opened, reported.
+int CheckFiles(SealState &state) {
+  state = SealState::kFits;
+  if (g_store.pFile == nullptr) return 0;
+  const SealFinding finding = CheckSeal(g_store.nHomeFd, g_store.pFile);
+  state = finding.state;
+  if (state == SealState::kDamaged) {
+    ReportSentence(
+        "%s in %s is damaged or missing since the store was closed; all files are left as they are, and "
+        "'devconf salvage' gets out what can be read",
+        finding.szFile, g_store.pHome);
+    return DB_VERIFY_BAD;
+  }
+  if (state == SealState::kChanged) {
+    if (const int nResult = CheckPages(); nResult != 0) return nResult;
+    ReportSentence("%s in %s was changed since the store was closed; its pages are whole", finding.szFile,
+                   g_store.pHome);
+  }
+  return RemoveSeal(g_store.nHomeFd, g_store.pFile);
+}
+
+// A medium that is full gives the reserve up for what must be written now. True when that made room.
+bool MakeRoom(int nResult) {
+  if (!IsMediumFull(nResult)) return false;
+  g_gate.Record().bNoReserve = 1;
+  return ReleaseReserve(g_store.nHomeFd);
+}
+
+// A new handle for another try: a failed open leaves one that can only be closed.
+int OpenRegionsOnFullMedium(DB_ENV *&pEnv, bool bCreate) {
+  const int nResult = OpenRegions(pEnv, bCreate);
+  if (nResult == 0 || !MakeRoom(nResult)) return nResult;
+  pEnv->close(pEnv, 0);
+  pEnv = nullptr;
+  if (const int nError = db_env_create(&pEnv, 0); nError != 0) return nError;
+  Configure(pEnv);
+  return OpenRegions(pEnv, bCreate);
+}
+
+// Gives the reserve up beforehand when the medium is nearly full: opening writes to the log.
+void PrepareReserve() {
+  const bool bReserve = MakeReserve(g_store.nHomeFd) == 0;
+  g_gate.Record().bNoReserve = bReserve && HasRoomBesidesReserve(g_store.nHomeFd) ? 0 : 1;
+  if (g_gate.Record().bNoReserve != 0) ReleaseReserve(g_store.nHomeFd);
+}
+
+// Opens the environment inside the gate. bAlone: no living process has the store open.
+int OpenInside(bool bAlone) {
+  SealState seal = SealState::kFits;
+  if (bAlone) {
+    if (const int nResult = CheckFiles(seal); nResult != 0) return nResult;
+  }
+  PrepareReserve();
+  const bool bCreate = g_gate.NeedsRebuild() || AttachedToRegions() == 0;
+  const int nResult = OpenRegionsOnFullMedium(g_pEnv, bCreate);
+  if (nResult != 0 || !bAlone || !bCreate || seal == SealState::kFits) return nResult;
+  // Recovery has made of the files what it could. What the seal could not vouch for is looked at.
+  const int nPages = seal == SealState::kChanged ? 0 : CheckPages();
+  if (nPages != 0) g_gate.DemandRebuild();  // nobody joins this environment
+  g_store.bCheckIndexes = true;
+  g_gate.Record().bIndexDoubt = 0;
+  return nPages;
+}
+
 // The caller's turn is his from here on, whatever comes out.
-int OpenInTurn(const char *pHome, Turn &turn) {
+int OpenInTurn(const char *pHome, const char *pFile, OpeningTurn &turn) {
   if (const int nError = turn.TakeToOpen(pHome); nError != 0) return nError;
-  const bool bFirst = ShareMem_FindKeyAttchCount(kShmKey) == 0;
-  if (!g_gate.Attach(bFirst)) return ENOMEM;
+  if (!RememberHome(pHome, pFile)) return ENOMEM;
+  const bool bAlone = !g_gate.HasLivingOthers();
+  if (bAlone && AttachedToRegions() == 0) g_gate.Reset();
   if (const int nGate = turn.EnterGate(); nGate != 0) return nGate;
-  if (bFirst) ForgetOldRegions(pHome);
-  const int nResult = g_pEnv->open(g_pEnv, pHome, kEnvOpenFlags | (bFirst ? kEnvFirstFlags : 0), 0);
-  g_bAttached = nResult == 0;
+  if (!BindGate(pHome, bAlone)) return EBUSY;
+  if (!JoinMembers()) return ENOMEM;
+  const int nResult = OpenInside(bAlone);
+  if (nResult != 0) g_gate.Quit();
   return nResult;
 }
 
-// Detaches every segment of the environment that this process has attached, wherever the library put it.
-void DetachRegions() {
-  std::FILE *pMaps = std::fopen("/proc/self/maps", "re");
-  if (pMaps == nullptr) return;
-  char szLine[256];
-  while (std::fgets(szLine, sizeof szLine, pMaps) != nullptr) {
-    unsigned long dwStart = 0;
-    unsigned long dwKey = 0;
-    if (std::sscanf(szLine, "%lx-%*x %*s %*x %*s %*s /SYSV%8lx", &dwStart, &dwKey) != 2) continue;
-    const long nRegion = static_cast<long>(dwKey) - kShmKey;
-    if (nRegion < 0 || nRegion >= kMaxRegions) continue;
-    shmdt(reinterpret_cast<void *>(dwStart));  // NOLINT(performance-no-int-to-ptr): an address in text
-  }
-  std::fclose(pMaps);
+// Lets the handles of this process go. What they use of the shared memory may be torn, or in use by others: first the
+// segments are let go of, then what is left is marked as broken, so that closing closes the files and nothing else.
+// False when there is no memory for that.
+bool Retire() {
+  if (!RetireTables()) return false;
+  // The library would report each of its steps.
+  g_pEnv->set_errcall(g_pEnv, StaySilent);
+  g_pEnv->set_flags(g_pEnv, DB_NOLOCKING, 1);
+  ReleaseRegions();
+  g_pEnv->set_flags(g_pEnv, DB_PANIC_ENVIRONMENT, 1);
+  g_pEnv->close(g_pEnv, 0);
+  g_pEnv->set_errcall(g_pEnv, BerkDb_ErrCall);
+  g_store.bAttached = false;
+  g_store.bRetired = true;
+  return true;
 }
 
-void StaySilent(const DB_ENV * /*pEnv*/, const char * /*pPrefix*/, const char * /*pMessage*/) {}
-
-void Forget() {
-  g_pEnv = nullptr;
-  g_bAttached = false;
+// Today's regions with a new environment handle, and the tables in it.
+int OpenAnew(DB_ENV *&pEnv) {
+  if (const int nResult = db_env_create(&pEnv, 0); nResult != 0) return nResult;
+  Configure(pEnv);
+  const bool bCreate = g_gate.NeedsRebuild() || AttachedToRegions() == 0;
+  if (const int nResult = OpenRegionsOnFullMedium(pEnv, bCreate); nResult != 0) return nResult;
+  Publish(pEnv);
+  g_store.bRetired = false;
+  int nCode = BERKDB_OPEN_OK;
+  return g_store.pFile == nullptr || OpenTables(pEnv, g_store.pFile, false, nCode) ? 0 : DB_RUNRECOVERY;
 }
 
-void CloseLockFile() {
-  if (g_nLockFd >= 0) close(g_nLockFd);
-  g_nLockFd = -1;
+// A closed environment cannot report itself any more.
+void ReportEnvironment(int nResult) {
+  if (nResult != 0) ReportSentence("FAIL to close database %s: %s", "(environment)", db_strerror(nResult));
+}
+
+// Closes everything in order. Returns whether the files are complete then.
+bool CloseInOrder(bool bLast) {
+  bool bComplete = bLast && g_store.bComplete && g_gate.Record().bIndexDoubt == 0 &&
+                   g_pEnv->txn_checkpoint(g_pEnv, 0, 0, DB_FORCE) == 0;
+  bComplete = CloseTables(g_pEnv) && bComplete;
+  const int nResult = g_pEnv->close(g_pEnv, 0);
+  ReportEnvironment(nResult);
+  return bComplete && nResult == 0;
 }
 
 }  // namespace
 
-Turn::~Turn() {
-  if (bInside_) g_gate.Leave();
-  if (g_pEnv == nullptr) {
-    g_gate.Detach();
-    CloseLockFile();  // and unlocks it
-  } else if (g_nLockFd >= 0) {
-    LockFile(LOCK_UN);
-  }
+OpeningTurn::~OpeningTurn() {
+  LeaveGate();
+  if (bLocked_) g_semaphores.ReleaseOpening();
+  if (g_pEnv != nullptr) return;
+  g_gate.Detach();
+  g_semaphores.Detach();
+  ForgetStore();
 }
 
-int Turn::TakeToOpen(const char *pHome) {
-  g_nLockFd = OpenLockFile(pHome);
-  return g_nLockFd < 0 ? errno : LockFile(LOCK_EX);
+int OpeningTurn::TakeToOpen(const char *pHome) {
+  g_store.nHomeFd = OpenAboveStandard(pHome, O_RDONLY | O_DIRECTORY);
+  if (g_store.nHomeFd < 0 || fstat(g_store.nHomeFd, &g_store.home) != 0) return errno;
+  if (const int nError = g_semaphores.TakeOpening(g_store.home); nError != 0) return nError;
+  bLocked_ = true;
+  return g_gate.Attach(g_store.home);
 }
 
-int Turn::TakeToClose() {
-  if (g_nLockFd >= 0) LockFile(LOCK_EX);
-  return g_bAttached ? EnterGate() : 0;
+int OpeningTurn::TakeToClose() {
+  if (g_gate.IsAttached()) bLocked_ = g_semaphores.TakeOpening(g_store.home) == 0;
+  return g_store.bAttached ? EnterGate() : 0;
 }
 
-int Turn::EnterGate() {
-  Patience patience;
-  const int nResult = g_gate.Enter(patience);
+int OpeningTurn::EnterGate() {
+  Deadline deadline;
+  const int nResult = g_gate.Enter(deadline);
   bInside_ = nResult == 0;
   return nResult;
 }
 
-bool OpenEnvironment(const char *pHome, Turn &turn) {
+void OpeningTurn::LeaveGate() {
+  if (bInside_) g_gate.Leave();
+  bInside_ = false;
+}
+
+bool OpenEnvironment(const char *pHome, const char *pFile, OpeningTurn &turn) {
   if (g_pEnv != nullptr) {
     g_pEnv->err(g_pEnv, EBUSY, "FAIL to open environment %s", pHome);
     return false;
   }
+  InstallLibraryHooks();
   if (const int nResult = db_env_create(&g_pEnv, 0); nResult != 0) {
     g_pEnv = nullptr;
     std::fprintf(stderr, "FAIL to create environment: (%d) %s\n", nResult, db_strerror(nResult));
     return false;
   }
   Configure(g_pEnv);
-  const int nResult = OpenInTurn(pHome, turn);
+  const int nResult = OpenInTurn(pHome, pFile, turn);
   if (nResult != 0) g_pEnv->err(g_pEnv, nResult, "FAIL to open environment %s", pHome);
   return nResult == 0;
 }
 
-int CloseEnvironment() {
-  const int nResult = g_pEnv->close(g_pEnv, 0);
-  Forget();
+bool OpenStoreTables(int &nCode) {
+  g_store.bComplete = OpenTables(g_pEnv, g_store.pFile, g_store.bCheckIndexes, nCode);
+  return g_store.bComplete;
+}
+
+void CloseEnvironment(OpeningTurn &turn) {
+  if (!g_gate.IsCurrent() && g_store.bAttached) {
+    // Somebody died inside meanwhile. What we wrote is in the log; the next one who comes recovers.
+    Retire();
+  } else if (!g_store.bRetired) {
+    const bool bLast = g_store.bAttached && !g_gate.HasLivingOthers();
+    const bool bComplete = CloseInOrder(bLast);
+    if (bComplete && WriteSeal(g_store.nHomeFd, g_store.pFile) != 0) RemoveSeal(g_store.nHomeFd, g_store.pFile);
+  }
+  if (g_gate.IsAttached()) g_gate.Quit();
+  turn.LeaveGate();
+  Publish(nullptr);
+}
+
+void AbandonEnvironment() {
+  Retire();
+  Publish(nullptr);
+}
+
+int FollowStore() {
+  if (g_store.bAttached) {
+    if (g_store.nFollows == kMaxFollows) return DB_RUNRECOVERY;
+    if (!Retire()) return ENOMEM;
+    ++g_store.nFollows;
+  }
+  if (!g_gate.Join()) return ENOMEM;
+  DB_ENV *pEnv = nullptr;
+  const int nResult = OpenAnew(pEnv);
+  if (nResult == 0 || pEnv == nullptr) return nResult;
+  if (!g_store.bAttached) {
+    pEnv->close(pEnv, 0);
+  } else {
+    g_gate.DemandRebuild();
+    Retire();
+  }
   return nResult;
 }
 
-void AbandonEnvironment(int nGate) {
-  if (nGate == DB_RUNRECOVERY) {
-    // Closing an environment that is marked as broken closes its files and touches nothing else; the library would
-    // report each of its steps.
-    g_pEnv->set_errcall(g_pEnv, StaySilent);
-    g_pEnv->set_flags(g_pEnv, DB_PANIC_ENVIRONMENT, 1);
-    g_pEnv->close(g_pEnv, 0);
+AfterFailure Judge(int nResult, bool bAgain) {
+  if (!g_gate.IsAttached()) return IsConflict(nResult) ? AfterFailure::kWait : AfterFailure::kAnswer;
+  const bool bConflict = IsConflict(nResult);
+  // A dead process may keep the lock that was met, or use up the lock table.
+  if ((bConflict || nResult == ENOMEM) && !bAgain && g_gate.HasDead()) {
+    g_gate.DemandRebuild();
+    return FollowStore() == 0 ? AfterFailure::kTryAgain : AfterFailure::kAnswer;
   }
-  DetachRegions();
-  Forget();
+  if (bConflict) return AfterFailure::kWait;
+  const bool bBroken = nResult == DB_RUNRECOVERY;
+  if (!bBroken && !IsMediumFull(nResult) && nResult != EIO) return AfterFailure::kAnswer;
+  // A change that was refused because there is no reserve has begun nothing.
+  if (IsMediumFull(nResult) && g_gate.Record().bNoReserve != 0) return AfterFailure::kAnswer;
+  // What could not be written may still be in the shared memory, where others would take it for stored.
+  MakeRoom(nResult);
+  g_gate.DemandRebuild();
+  return FollowStore() == 0 && bBroken && !bAgain ? AfterFailure::kTryAgain : AfterFailure::kAnswer;
+}
+
+bool HasRoomForChange() {
+  if (!g_gate.IsAttached() || g_gate.Record().bNoReserve == 0) return true;
+  if (MakeReserve(g_store.nHomeFd) != 0) return false;
+  g_gate.Record().bNoReserve = 0;
+  return true;
 }
 
 }  // namespace devsupport::store
 
 int _BerkDb_CreateEnvir(const char *pHome) {
-  devsupport::store::Turn turn;
-  return devsupport::store::OpenEnvironment(pHome, turn) ? 1 : 0;
+  devsupport::store::OpeningTurn turn;
+  return devsupport::store::OpenEnvironment(pHome, nullptr, turn) ? 1 : 0;
 }

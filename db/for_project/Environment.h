@@ -1,4 +1,4 @@
-// The environment of this process: opened, found healthy or not, closed, one process after the other.
+// The environment of this process: opened, closed, and made anew when a process has died inside.
 #pragma once
 
 #include <db.h>
@@ -7,39 +7,64 @@
 
 namespace devsupport::store {
 
-/// The environment; nullptr while the store is closed.
+/// The environment; nullptr while the store is closed. Other threads may read it while the store is rebuilt.
 extern DB_ENV *g_pEnv;
 
-/// The turn of this process to open or close: the home's lock, and the gate. Both are given up when it goes.
-class Turn {
+/// What this process does alone on the whole device: opening or closing. It takes the opening lock, then the gate, and
+/// gives both back at its end. With the store closed by then, it lets go of everything.
+class OpeningTurn {
  public:
-  Turn() = default;
-  ~Turn();
-  Turn(const Turn &) = delete;
-  Turn &operator=(const Turn &) = delete;
+  OpeningTurn() = default;
+  ~OpeningTurn();
+  OpeningTurn(const OpeningTurn &) = delete;
+  OpeningTurn &operator=(const OpeningTurn &) = delete;
 
-  /// Waits for the processes that open or close at the moment; the kernel ends the turn of one that dies.
-  /// Returns 0 or an error number.
+  /// Waits for the processes that open or close at the moment, and attaches the gate. Returns 0 or an error number.
   int TakeToOpen(const char *pHome);
-
-  /// Enters the gate. Returns as StoreGate::Enter.
-  int EnterGate();
 
   /// Waits likewise, and enters the gate when there is shared memory to go into. Returns as StoreGate::Enter.
   int TakeToClose();
 
+  /// Enters the gate. Returns as StoreGate::Enter.
+  int EnterGate();
+  void LeaveGate();
+
  private:
+  bool bLocked_ = false;
   bool bInside_ = false;
 };
 
-/// Steps 1 to the last of opening the environment. The turn stays with the caller, who opens the tables.
-bool OpenEnvironment(const char *pHome, Turn &turn);
+/// Steps 1 to the last of opening the environment. The turn stays with the caller, who opens the tables with
+/// OpenStoreTables. pFile may be nullptr when there are to be no tables.
+bool OpenEnvironment(const char *pHome, const char *pFile, OpeningTurn &turn);
 
-/// Closes the environment and forgets it. Returns the library's result.
-int CloseEnvironment();
+/// Opens the tables of the environment. Returns as OpenTables.
+bool OpenStoreTables(int &nCode);
 
-/// Lets go of an environment that cannot be closed, without touching what the processes share: nGate says why
-/// (StoreGate::Enter). Files and shared memory are let go of, the handles stay allocated.
-void AbandonEnvironment(int nGate);
+/// Closes tables and environment and reports what fails. The last process seals the file.
+void CloseEnvironment(OpeningTurn &turn);
+
+/// Lets go of an environment that cannot be closed, without touching what the processes share. Files and shared memory
+/// are let go of, the handles stay allocated.
+void AbandonEnvironment();
+
+/// Goes over to the regions of today, inside the gate: makes them anew when somebody died inside, joins them when
+/// another one has made them anew already. Returns 0 or the library's result.
+int FollowStore();
+
+/// What an operation does after it failed inside the gate.
+enum class AfterFailure : unsigned char {
+  kAnswer,    // it has its result
+  kWait,      // it met a lock: again after a moment
+  kTryAgain,  // the store was rebuilt: again at once
+};
+
+/// Judges a failed result inside the gate. Rebuilds the store when the result tells that it is broken, or when a dead
+/// process keeps what the operation needs.
+/// bAgain     in      the operation was tried again already
+AfterFailure Judge(int nResult, bool bAgain);
+
+/// Whether there is room for a change: false while the reserve is used up and cannot be made anew. Inside the gate.
+bool HasRoomForChange();
 
 }  // namespace devsupport::store

@@ -4,6 +4,7 @@
 
 #include <devsupport/db/BerkeleyDB.h>
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -45,6 +46,15 @@ void ReportOpenFailure(DB_ENV *pEnv, DB *pDb, int nCode, int nResult, const char
   } else {
     pEnv->err(pEnv, nResult, pFormat, pTable);
   }
+}
+
+void ReportSentence(const char *pFormat, ...) {
+  char szText[512];
+  std::va_list values;
+  va_start(values, pFormat);
+  std::vsnprintf(szText, sizeof szText, pFormat, values);
+  va_end(values);
+  BerkDb_ErrCall(nullptr, nullptr, szText);
 }
 
 }  // namespace devsupport::store

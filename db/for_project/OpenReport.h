@@ -9,4 +9,7 @@ namespace devsupport::store {
 /// has no handle. Any other code is a mistake of ours and says so.
 void ReportOpenFailure(DB_ENV *pEnv, DB *pDb, int nCode, int nResult, const char *pTable);
 
+/// Prints one sentence of ours through BerkDb_ErrCall; cut when it is longer than 511 characters.
+[[gnu::format(printf, 1, 2)]] void ReportSentence(const char *pFormat, ...);
+
 }  // namespace devsupport::store

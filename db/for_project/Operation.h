@@ -4,27 +4,53 @@
 
 #include <db.h>
 
+#include <cerrno>
+
 #include "db/for_project/DbLibrary.h"
+#include "db/for_project/Environment.h"
 #include "db/for_project/StoreGate.h"
+#include "db/for_project/TableHandles.h"
 
 namespace devsupport::store {
 
-/// Runs one operation inside the gate, until it meets no other one's lock or the patience is over. The operation
-/// returns the library's result and leaves nothing open. Returns the last result, or why there was no way in.
+/// Runs one operation inside the gate, until it meets no other one's lock or the deadline is over. When a process has
+/// died inside, the store is rebuilt before, and the operation does not notice.
+/// pDb        in      table that the caller named; the operation is given the handle that means it now
+/// operation  in      returns the library's result and leaves nothing open
+/// Returns    the last result, or why there was no way in.
 template <typename TOperation>
-int RunInside(TOperation operation) {
-  Patience patience;
+int RunInside(DB *pDb, TOperation operation) {
+  Deadline deadline;
+  bool bAgain = false;
   for (;;) {
+    AfterFailure next = AfterFailure::kAnswer;
     int nResult = 0;
     {
-      const Inside inside(patience);
-      if (inside.Result() != 0) return inside.Result();
-      nResult = operation();
+      const GateLock lock(deadline);
+      if (lock.Result() != 0) return lock.Result();
+      if (!g_gate.IsCurrent()) [[unlikely]]
+        nResult = FollowStore();
+      if (nResult == 0) {
+        nResult = operation(CurrentHandle(pDb));
+        if (IsFailure(nResult)) [[unlikely]]
+          next = Judge(nResult, bAgain);
+      }
     }
-    // Whoever holds the lock needs the gate to give it back: let him in, then try again.
-    if (!IsConflict(nResult) || !patience.Pause()) [[likely]]
+    if (next == AfterFailure::kAnswer) [[likely]]
       return nResult;
+    if (next == AfterFailure::kTryAgain) {
+      bAgain = true;
+    } else if (!deadline.Pause()) {
+      // Whoever holds the lock needs the gate to give it back: he had his time.
+      return nResult;
+    }
   }
+}
+
+/// Runs a change like RunInside. Without room for it nothing is begun.
+template <typename TOperation>
+int RunChange(DB *pDb, TOperation operation) {
+  return RunInside(pDb, [&](DB *pCurrent) { return HasRoomForChange() ? operation(pCurrent) : ENOSPC; });
 }
 
 /// Translates a library result into the store's; what has no code of its own is reported through the table.

@@ -33,7 +33,7 @@ bool GrownBytes::Assign(std::string_view bytes) {
 
 int ReadWhole(DB *pDb, std::string_view key, GrownBytes &value) {
   DBT record = InputRecord(key.data(), static_cast<std::uint32_t>(key.size()));
-  return RunInside([&] { return pDb->get(pDb, nullptr, &record, value.Record(), 0); });
+  return RunInside(pDb, [&](DB *p) { return p->get(p, nullptr, &record, value.Record(), 0); });
 }
 
 RecordWalk::RecordWalk(DB *pDb, const TableRule &rule, std::string_view from) : pDb_(pDb), rule_(rule) {
@@ -42,7 +42,7 @@ RecordWalk::RecordWalk(DB *pDb, const TableRule &rule, std::string_view from) : 
 
 int RecordWalk::Next(WholeRecord &record) {
   if (dwTaken_ == dwUsed_) {
-    const int nResult = bAtEnd_ ? kNotFound : RunInside([this] { return ReadBatch(pDb_); });
+    const int nResult = bAtEnd_ ? kNotFound : RunInside(pDb_, [this](DB *pDb) { return ReadBatch(pDb); });
     if (nResult != 0) return nResult;
     if (dwUsed_ == 0) return kNotFound;
   }

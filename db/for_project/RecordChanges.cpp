@@ -99,11 +99,16 @@ ChangeResult ApplyChanges(std::span<const Change> changes, bool (*pfnGoOn)()) {
     result.nResult = EINVAL;
     return result;
   }
-  const int nResult = RunInside([&] {
-    const int nDone = RunTransaction(changes, pfnGoOn, result);
+  const int nResult = RunChange(g_uDb.tb_parameter, [&](DB * /*pCurrent*/) {
+    // Without locks nothing would keep the pages of an open cursor as they are.
+    if (g_gate.Cursors() != 0) return static_cast<int>(DB_LOCK_NOTGRANTED);
+    int nDone = RunTransaction(changes, pfnGoOn, result);
+    if (nDone == 0) nDone = g_pEnv->log_flush(g_pEnv, nullptr);
+    if (nDone != 0) return nDone;
+    g_gate.CountChange(kCheckpointChanges, changes.size());
     // The many log files of a large transaction go as soon as they can.
-    if (nDone == 0) g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);
-    return nDone;
+    g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);
+    return 0;
   });
   result.nResult = nResult;
   return result;

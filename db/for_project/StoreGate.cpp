@@ -1,28 +1,31 @@
 // The lock around the store's shared memory: a robust mutex in a segment of its own, with a queue in front of it; or
-// a semaphore, where the system has no robust mutexes (user-mode emulators have none).
+// the queue's semaphore alone, where the system has no robust mutexes (user-mode emulators have none).
 
 #include "db/for_project/StoreGate.h"
 
 #include <db.h>
-#include <devsupport/ipc/Semaphore.h>
-#include <sys/sem.h>
+#include <sched.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
+#include <cstring>
 #include <new>
+
+#include "db/for_project/Processes.h"
+#include "db/for_project/StoreKeys.h"
+#include "db/for_project/StoreSemaphores.h"
 
 namespace devsupport::store {
 
 namespace {
 
-constexpr std::uint32_t kGateReady = 0x47415431;  // "GAT1"
-constexpr long kMsPerSecond = 1000;
-constexpr long kNsPerMs = 1000000;
-constexpr long kNsPerSecond = 1000000000;
+// An operation inside takes about a microsecond when it only reads. So a caller first lets the others run for a
+// moment: being put to sleep and woken by the kernel costs ten times as much.
+constexpr int kYields = 30;
 
-// The wait is cut into slices because its end is given in wall-clock time, and that jumps when the device learns
-// what time it is: after each slice the patience, which counts in steady time, decides.
-constexpr long kSliceMs = 500;
+// A change counts once more for each so many bytes, so that few large ones lead to a checkpoint, too.
+constexpr std::size_t kBytesPerChange = 256;
 
 bool InitialiseMutex(pthread_mutex_t *pMutex) {
   pthread_mutexattr_t attributes;
@@ -34,145 +37,198 @@ bool InitialiseMutex(pthread_mutex_t *pMutex) {
   return bDone;
 }
 
-// A new semaphore in the place of what an earlier gate left there. Returns its identifier or -1.
-std::int32_t MakeSemaphore() {
-  Semaphore_Close(Semaphore_Create(StoreGate::kKey));
-  return Semaphore_Create(StoreGate::kKey);
-}
-
-// Makes the gate's lock. All processes find in the record which one it is.
-bool InitialiseLock(GateRecord &record) {
-  record.nSemId = GateRecord::kNoSemaphore;
-  if (InitialiseMutex(&record.queue) && InitialiseMutex(&record.inside)) return true;
-  record.nSemId = MakeSemaphore();
-  return record.nSemId != GateRecord::kNoSemaphore;
-}
-
-timespec EndOfSlice(long nMs) {
+// Waits for the mutex as the head of the queue. Returns what pthread_mutex_lock would, or ETIMEDOUT.
+int LockWithin(pthread_mutex_t *pMutex, Deadline &deadline) {
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 30)
+  const long nLeft = deadline.LeftMs();
   timespec end;
-  clock_gettime(CLOCK_REALTIME, &end);
-  end.tv_sec += nMs / kMsPerSecond;
-  end.tv_nsec += nMs % kMsPerSecond * kNsPerMs;
-  if (end.tv_nsec >= kNsPerSecond) {
-    end.tv_nsec -= kNsPerSecond;
+  clock_gettime(CLOCK_MONOTONIC, &end);
+  end.tv_sec += nLeft / 1000;
+  end.tv_nsec += nLeft % 1000 * 1000000;
+  if (end.tv_nsec >= 1000000000) {
+    end.tv_nsec -= 1000000000;
     ++end.tv_sec;
   }
-  return end;
+  return pthread_mutex_clocklock(pMutex, CLOCK_MONOTONIC, &end);
+#else
+  // A timed lock counts in wall-clock time here, and that jumps when the device learns what time it is.
+  for (;;) {
+    const int nError = pthread_mutex_trylock(pMutex);
+    if (nError != EBUSY) return nError;
+    if (!deadline.Pause(1)) return ETIMEDOUT;
+  }
+#endif
 }
 
-// Waits for one of the two mutexes. Returns what pthread_mutex_lock would, or ETIMEDOUT.
-int LockWithin(pthread_mutex_t *pMutex, Patience &patience) {
-  for (;;) {
-    const long nLeft = patience.LeftMs();
-    if (nLeft <= 0) return ETIMEDOUT;
-    const timespec end = EndOfSlice(std::min(nLeft, kSliceMs));
-    const int nError = pthread_mutex_timedlock(pMutex, &end);
-    if (nError != ETIMEDOUT) return nError;
+// Attaches a segment that belongs to us. Returns nullptr with errno.
+void *AttachSegment(const struct stat &home) {
+  int nId = shmget(kGateKey, sizeof(GateRecord), IPC_CREAT | IPC_EXCL | kObjectMode);
+  const bool bCreated = nId >= 0;
+  if (!bCreated && errno == EEXIST) nId = shmget(kGateKey, 0, 0);
+  shmid_ds status = {};
+  if (nId < 0 || shmctl(nId, IPC_STAT, &status) != 0) return nullptr;
+  if (bCreated) {
+    status.shm_perm.gid = home.st_gid;
+    shmctl(nId, IPC_SET, &status);  // an owner outside the home's group: the segment stays his own group's
+  } else if (!IsOurs(status.shm_perm, home) || status.shm_segsz < sizeof(GateRecord)) {
+    ReportForeign("segment", status.shm_perm);
+    errno = EACCES;
+    return nullptr;
   }
-}
-
-// Waits for the semaphore, which the kernel hands out in the order of asking. False when it cannot be had in time.
-bool TakeWithin(std::int32_t nSemId, Patience &patience) {
-  for (;;) {
-    const long nLeft = patience.LeftMs();
-    if (nLeft <= 0) return false;
-    const timespec wait = {nLeft / kMsPerSecond, nLeft % kMsPerSecond * kNsPerMs};
-    sembuf take = {0, -1, SEM_UNDO};
-    if (semtimedop(nSemId, &take, 1, &wait) == 0) return true;
-    if (errno != EINTR && errno != EAGAIN) return false;
-  }
+  void *pShared = shmat(nId, nullptr, 0);
+  return reinterpret_cast<std::intptr_t>(pShared) == -1 ? nullptr : pShared;
 }
 
 }  // namespace
 
 StoreGate g_gate;
 
-long Patience::LeftMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  if (!started_) {
-    started_ = true;
-    start_ = now;
-  }
-  const auto nSeconds = static_cast<long>(now.tv_sec - start_.tv_sec);
-  if (nSeconds > kLimitMs / kMsPerSecond) return 0;
-  return kLimitMs - nSeconds * kMsPerSecond - (now.tv_nsec - start_.tv_nsec) / kNsPerMs;
-}
-
-bool Patience::Pause() {
-  if (LeftMs() <= kPauseMs) return false;
-  const timespec pause = {0, kPauseMs * kNsPerMs};
-  nanosleep(&pause, nullptr);
-  return true;
-}
-
-bool StoreGate::Attach(bool bFirst) {
-  int bCreated = 0;
-  void *pShared = ShareMem_Create(kKey, sizeof(GateRecord), &segment_, &bCreated);
-  if (pShared == nullptr) return false;
-  auto *pRecord = static_cast<GateRecord *>(pShared);
-  if (bFirst || pRecord->dwReady != kGateReady) {
-    pRecord = ::new (pShared) GateRecord{};
-    if (!InitialiseLock(*pRecord)) {
-      int bWasLast = 0;
-      ShareMem_Close(&segment_, 0, &bWasLast);
-      return false;
-    }
-    pRecord->dwReady = kGateReady;
-  }
-  pRecord_ = pRecord;
-  return true;
+int StoreGate::Attach(const struct stat &home) {
+  void *pShared = AttachSegment(home);
+  if (pShared == nullptr) return errno;
+  nPid_ = getpid();
+  dwGeneration_ = 0;
+  dwOwnCursors_ = 0;
+  pRecord_ = static_cast<GateRecord *>(pShared);
+  if (pRecord_->dwMagic == GateRecord::kMagic && pRecord_->dwBytes == sizeof(GateRecord)) return 0;
+  // New, or its maker died before it was complete: nobody can have used it.
+  pRecord_ = ::new (pShared) GateRecord{};
+  Reset();
+  return 0;
 }
 
 void StoreGate::Detach() {
-  int bWasLast = 0;
-  if (pRecord_ != nullptr) ShareMem_Close(&segment_, 0, &bWasLast);
+  if (pRecord_ != nullptr) shmdt(pRecord_);
   pRecord_ = nullptr;
 }
 
+void StoreGate::Reset() {
+  pRecord_->dwMagic = 0;
+  pRecord_->dwQueued.store(0);
+  pRecord_->nInside.store(0);
+  pRecord_->dwCursors = 0;
+  std::memset(pRecord_->aMembers, 0, sizeof pRecord_->aMembers);
+  pRecord_->bSemaphore = InitialiseMutex(&pRecord_->inside) ? 0 : 1;
+  pRecord_->dwBytes = sizeof(GateRecord);
+  pRecord_->dwMagic = GateRecord::kMagic;
+}
+
+bool StoreGate::IsOf(const struct stat &home) const {
+  return pRecord_->qwInode == home.st_ino && pRecord_->qwDevice == home.st_dev;
+}
+
+void StoreGate::BindTo(const struct stat &home, const char *pPath) {
+  pRecord_->qwDevice = home.st_dev;
+  pRecord_->qwInode = home.st_ino;
+  std::strncpy(pRecord_->szHome, pPath, GateRecord::kHomeBytes - 1);
+  pRecord_->szHome[GateRecord::kHomeBytes - 1] = '\0';
+}
+
+int StoreGate::EnterContended(Deadline &deadline) {
+  for (int i = 0; i < kYields; ++i) {
+    sched_yield();
+    if (pRecord_->dwQueued.load(std::memory_order_relaxed) != 0) continue;
+    const int nError = pthread_mutex_trylock(&pRecord_->inside);
+    if (nError != EBUSY) return Admit(nError);
+  }
+  return EnterQueued(deadline);
+}
+
 // The queue keeps the gate fair: without it, a process that writes in a loop closes the gate again before the one it
-// has just woken up gets there. Only the head of the queue waits at the gate itself, and as long as anybody waits,
-// nobody takes the gate past the queue.
-int StoreGate::EnterQueued(Patience &patience) {
-  pRecord_->dwQueued.fetch_add(1, std::memory_order_relaxed);
-  int nError = LockWithin(&pRecord_->queue, patience);
-  if (nError == EOWNERDEAD) {
-    // It died waiting, before it was inside: nothing is lost but its place.
-    pthread_mutex_consistent(&pRecord_->queue);
-    nError = 0;
-  }
-  if (nError == 0) {
-    nError = LockWithin(&pRecord_->inside, patience);
-    pthread_mutex_unlock(&pRecord_->queue);
-  }
-  pRecord_->dwQueued.fetch_sub(1, std::memory_order_relaxed);
+// has just woken up gets there. Only the head of the queue waits at the gate itself, and while it waits, nobody takes
+// the gate past the queue. Without a queue (somebody removed the semaphores) the gate is still a lock.
+int StoreGate::EnterQueued(Deadline &deadline) {
+  const bool bHead = g_semaphores.Take(StoreSemaphores::kQueue, deadline);
+  if (!bHead && deadline.LeftMs() <= 0) return DB_LOCK_NOTGRANTED;
+  pRecord_->dwQueued.store(1, std::memory_order_relaxed);
+  const int nError = LockWithin(&pRecord_->inside, deadline);
+  pRecord_->dwQueued.store(0, std::memory_order_relaxed);
+  if (bHead) g_semaphores.Release(StoreSemaphores::kQueue);
   return Admit(nError);
 }
 
 // The kernel gives the semaphore back for the dead, but tells nobody. So whoever is inside says so, and who finds it
 // said by another one knows that he died there.
-int StoreGate::EnterBySemaphore(Patience &patience) {
-  if (!TakeWithin(pRecord_->nSemId, patience)) return DB_LOCK_NOTGRANTED;
-  if (pRecord_->dwInside.exchange(1) == 0) return 0;
-  Semaphore_Unlock(pRecord_->nSemId);
-  return DB_RUNRECOVERY;
+int StoreGate::EnterBySemaphore(Deadline &deadline) {
+  if (!g_semaphores.Take(StoreSemaphores::kQueue, deadline)) return DB_LOCK_NOTGRANTED;
+  if (pRecord_->nInside.exchange(nPid_) != 0) DemandRebuild();
+  return 0;
 }
 
-void StoreGate::LeaveBySemaphore() {
-  pRecord_->dwInside.store(0);
-  Semaphore_Unlock(pRecord_->nSemId);
+void StoreGate::LeaveBySemaphore() { g_semaphores.Release(StoreSemaphores::kQueue); }
+
+int StoreGate::AdmitAfter(int nError) {
+  if (nError != EOWNERDEAD) return DB_LOCK_NOTGRANTED;
+  pthread_mutex_consistent(&pRecord_->inside);
+  DemandRebuild();
+  return Admit(0);
 }
 
-// The dead one may have left anything behind, so the gate lets nobody in any more, until the next first opener makes
-// a new one. (The mutex could stay shut by itself, but the C library's trylock forgets to unlock such a one.)
-int StoreGate::Refuse(int nError) {
-  if (nError != 0 && nError != EOWNERDEAD) return DB_LOCK_NOTGRANTED;
-  if (nError == EOWNERDEAD) {
-    ++pRecord_->dwDeaths;
-    pthread_mutex_consistent(&pRecord_->inside);
+void StoreGate::BeginGeneration() {
+  pRecord_->dwCursors = 0;
+  dwOwnCursors_ = 0;
+  ForgetDead();
+  if (++pRecord_->dwLastGeneration == 0) ++pRecord_->dwLastGeneration;
+  pRecord_->dwGeneration.store(pRecord_->dwLastGeneration, std::memory_order_relaxed);
+}
+
+bool StoreGate::Join() {
+  GateMember *pFree = nullptr;
+  for (GateMember &member : pRecord_->aMembers) {
+    if (member.nPid == nPid_) return true;  // while the store was rebuilt we were taken for dead, or not
+    if (member.nPid == 0 && pFree == nullptr) pFree = &member;
   }
-  pthread_mutex_unlock(&pRecord_->inside);
-  return DB_RUNRECOVERY;
+  if (pFree == nullptr) return false;
+  *pFree = {nPid_, 0, StartOf(nPid_)};
+  return true;
+}
+
+void StoreGate::Quit() {
+  for (GateMember &member : pRecord_->aMembers) {
+    if (member.nPid == nPid_) member = {};
+  }
+  pRecord_->dwCursors -= dwOwnCursors_ < pRecord_->dwCursors ? dwOwnCursors_ : pRecord_->dwCursors;
+  dwOwnCursors_ = 0;
+}
+
+bool StoreGate::HasLivingOthers() const {
+  for (const GateMember &member : pRecord_->aMembers) {
+    if (member.nPid != 0 && member.nPid != nPid_ && IsAlive(member.nPid, member.qwStart)) return true;
+  }
+  return false;
+}
+
+bool StoreGate::HasDead() const {
+  if (pRecord_ == nullptr) return false;
+  for (const GateMember &member : pRecord_->aMembers) {
+    if (member.nPid != 0 && !IsAlive(member.nPid, member.qwStart)) return true;
+  }
+  return false;
+}
+
+void StoreGate::ForgetDead() {
+  for (GateMember &member : pRecord_->aMembers) {
+    if (member.nPid != 0 && !IsAlive(member.nPid, member.qwStart)) member = {};
+  }
+}
+
+bool StoreGate::CountChange(std::uint32_t dwEvery, std::size_t dwBytes) {
+  if (pRecord_ == nullptr) return false;
+  const std::uint32_t dwBefore = pRecord_->dwChanges.load(std::memory_order_relaxed);
+  const auto dwAfter = dwBefore + 1 + static_cast<std::uint32_t>(dwBytes / kBytesPerChange);
+  pRecord_->dwChanges.store(dwAfter, std::memory_order_relaxed);
+  return dwBefore / dwEvery != dwAfter / dwEvery;
+}
+
+void StoreGate::CountCursor(bool bOpened) {
+  if (pRecord_ == nullptr) return;
+  if (bOpened) {
+    ++pRecord_->dwCursors;
+    ++dwOwnCursors_;
+  } else if (dwOwnCursors_ != 0) {
+    --pRecord_->dwCursors;
+    --dwOwnCursors_;
+  }
 }
 
 }  // namespace devsupport::store

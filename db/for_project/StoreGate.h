@@ -4,120 +4,151 @@
 // (docs/decisions/store-locking.md). A system without robust mutexes gets a semaphore instead.
 #pragma once
 
-#include <devsupport/detail/Layout.h>
-#include <devsupport/ipc/ShareMem.h>
 #include <pthread.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <ctime>
+
+#include "db/for_project/Deadline.h"
 
 namespace devsupport::store {
 
-/// How long one operation may wait, for whatever reason: the time runs from its first wait on.
-class Patience {
- public:
-  static constexpr long kLimitMs = 8000;
-  static constexpr long kPauseMs = 10;
-
-  /// Milliseconds that are left.
-  long LeftMs();
-
-  /// Sleeps for a moment; false when there is no time left for it.
-  bool Pause();
-
- private:
-  bool started_ = false;
-  timespec start_ = {};
+/// One process that has the store open.
+struct GateMember {
+  std::int32_t nPid;  // 0: the place is free
+  std::uint32_t dwUnused;
+  std::uint64_t
+      qwStart;  // start of the process in the kernel's clock ticks; tells it from a later one with its number
 };
 
 /// What lies in the gate's segment. All processes of a device run the same library, so that they agree on the layout.
+/// Whoever is inside may change it; the atomic fields are read from outside, too.
 struct GateRecord {
-  std::uint32_t dwReady;                // kGateReady once the rest is initialised
-  std::uint32_t dwDeaths;               // somebody died inside
-  std::uint32_t dwChanges;              // since the gate is new; these two belong to the one that is inside
-  std::atomic<std::uint32_t> dwQueued;  // processes that wait, or died waiting
-  std::int32_t nSemId;                  // the semaphore that stands in for the mutexes, or kNoSemaphore
-  std::atomic<std::uint32_t> dwInside;  // with the semaphore: 1 while somebody is inside, and for good when he died
-  pthread_mutex_t queue;                // held by the one that is next
-  pthread_mutex_t inside;               // held by the one that is inside
+  static constexpr std::uint32_t kMagic = 0x47415432;  // "GAT2"
+  static constexpr std::uint32_t kMembers = 23;        // as many as the environment's 600 locks are enough for
+  static constexpr std::size_t kHomeBytes = 256;
 
-  static constexpr std::int32_t kNoSemaphore = -1;
+  std::uint32_t dwMagic;     // kMagic once the rest is initialised
+  std::uint32_t dwBytes;     // of this record
+  std::uint32_t bSemaphore;  // 1: the queue's semaphore is the gate, because there are no robust mutexes
+  // Of the environment's regions: changes whenever they are made anew. 0: they must be made anew before anybody uses
+  // them, because somebody died inside, or while he made them.
+  std::atomic<std::uint32_t> dwGeneration;
+  std::uint32_t dwLastGeneration;        // the last one that was given
+  std::atomic<std::uint32_t> dwQueued;   // 1 while the head of the queue waits for the gate
+  std::atomic<std::int32_t> nInside;     // process number of the one that is inside; 0 nobody
+  std::atomic<std::uint32_t> dwChanges;  // changes of records; a large record counts for several
+  std::uint32_t dwCursors;               // open ones, of all processes
+  std::uint32_t bIndexDoubt;             // an index could not be bound to its table: it may lack entries
+  std::uint32_t bNoReserve;              // the reserve file is used up: no changes until there is room for a new one
+  std::uint32_t dwUnused;
+  std::uint64_t qwDevice;  // of the home
+  std::uint64_t qwInode;
+  char szHome[kHomeBytes];  // for messages; cut when it is longer
+  GateMember aMembers[kMembers];
+  pthread_mutex_t inside;  // held by the one that is inside
 };
-DEVSUPPORT_RECORD_BYTES(GateRecord, 24 + 2 * sizeof(pthread_mutex_t));
-DEVSUPPORT_FIELD_AT(GateRecord, dwReady, 0);
-DEVSUPPORT_FIELD_AT(GateRecord, dwDeaths, 4);
-DEVSUPPORT_FIELD_AT(GateRecord, dwChanges, 8);
-DEVSUPPORT_FIELD_AT(GateRecord, dwQueued, 12);
-DEVSUPPORT_FIELD_AT(GateRecord, nSemId, 16);
-DEVSUPPORT_FIELD_AT(GateRecord, dwInside, 20);
-DEVSUPPORT_FIELD_AT(GateRecord, queue, 24);
-DEVSUPPORT_FIELD_AT(GateRecord, inside, 24 + sizeof(pthread_mutex_t));
-static_assert(std::atomic<std::uint32_t>::is_always_lock_free, "shared between processes");
 static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t), "shared between processes");
+static_assert(std::atomic<std::uint32_t>::is_always_lock_free, "shared between processes");
 
 class StoreGate {
  public:
-  /// The key before the environment's first region.
-  static constexpr std::int32_t kKey = 0x12345677;
-
-  /// Attaches the gate's segment; initialises it when bFirst says that nobody uses the store, and when it is new.
-  /// Call it with the home locked.
-  bool Attach(bool bFirst);
+  /// Attaches the gate's segment; makes it when it is missing. Call it with the opening lock taken. Reports a foreign
+  /// segment. Returns 0 or an error number.
+  int Attach(const struct stat &home);
   void Detach();
   bool IsAttached() const { return pRecord_ != nullptr; }
 
-  /// Waits for the gate and closes it behind the caller. Returns 0, or the library's result that says why not:
-  /// DB_RUNRECOVERY when somebody died inside, DB_LOCK_NOTGRANTED when the patience is over.
-  int Enter(Patience &patience) {
+  /// Makes the lock anew and forgets all members. Only when no living process has the store open.
+  void Reset();
+
+  /// The home that the gate belongs to.
+  bool IsOf(const struct stat &home) const;
+  const char *Home() const { return pRecord_->szHome; }
+  void BindTo(const struct stat &home, const char *pPath);
+
+  /// Waits for the gate and closes it after the caller. Returns 0, or DB_LOCK_NOTGRANTED when the deadline is over.
+  /// When somebody died inside, NeedsRebuild says so.
+  int Enter(Deadline &deadline) {
     if (pRecord_ == nullptr) return 0;  // a table outside the environment
-    if (pRecord_->nSemId != GateRecord::kNoSemaphore) [[unlikely]]
-      return EnterBySemaphore(patience);
-    if (pRecord_->dwQueued.load(std::memory_order_relaxed) != 0) return EnterQueued(patience);
+    if (pRecord_->bSemaphore != 0) [[unlikely]]
+      return EnterBySemaphore(deadline);
+    if (pRecord_->dwQueued.load(std::memory_order_relaxed) != 0) return EnterContended(deadline);
     const int nError = pthread_mutex_trylock(&pRecord_->inside);
-    return nError == EBUSY ? EnterQueued(patience) : Admit(nError);
+    return nError == EBUSY ? EnterContended(deadline) : Admit(nError);
   }
-
-  /// Counts a change of the caller, who is inside; true at every dwEvery-th of all processes.
-  bool CountChange(std::uint32_t dwEvery) { return pRecord_ != nullptr && ++pRecord_->dwChanges % dwEvery == 0; }
-
   void Leave() {
     if (pRecord_ == nullptr) return;
-    if (pRecord_->nSemId != GateRecord::kNoSemaphore) [[unlikely]]
+    pRecord_->nInside.store(0, std::memory_order_relaxed);
+    if (pRecord_->bSemaphore != 0) [[unlikely]]
       return LeaveBySemaphore();
     pthread_mutex_unlock(&pRecord_->inside);
   }
 
+  // Everything below is for the one that is inside.
+
+  /// Whether the regions that this process uses are the ones of today.
+  bool IsCurrent() const {
+    return pRecord_ == nullptr || pRecord_->dwGeneration.load(std::memory_order_relaxed) == dwGeneration_;
+  }
+  bool NeedsRebuild() const { return pRecord_->dwGeneration.load(std::memory_order_relaxed) == 0; }
+  void DemandRebuild() { pRecord_->dwGeneration.store(0, std::memory_order_relaxed); }
+  /// The regions are new: gives them a generation, and forgets what belonged to the old ones, dead members included.
+  void BeginGeneration();
+  /// This process uses today's regions from here on.
+  void Adopt() { dwGeneration_ = pRecord_->dwGeneration.load(std::memory_order_relaxed); }
+
+  /// Gives this process a place among the members. False when all are taken.
+  bool Join();
+  void Quit();
+  /// Members other than this process.
+  bool HasLivingOthers() const;
+  bool HasDead() const;
+  void ForgetDead();
+
+  /// Counts a change; a large record counts for several. True at every dwEvery-th of all processes.
+  bool CountChange(std::uint32_t dwEvery, std::size_t dwBytes);
+  void CountCursor(bool bOpened);
+  /// Open cursors of all processes.
+  std::uint32_t Cursors() const { return pRecord_ != nullptr ? pRecord_->dwCursors : 0; }
+
+  GateRecord &Record() { return *pRecord_; }
+
  private:
-  int EnterQueued(Patience &patience);
-  int EnterBySemaphore(Patience &patience);
+  int EnterContended(Deadline &deadline);
+  int EnterQueued(Deadline &deadline);
+  int EnterBySemaphore(Deadline &deadline);
   void LeaveBySemaphore();
 
-  /// What becomes of a caller whose lock of the mutex inside ended like this.
+  /// What becomes of a caller whose lock of the mutex ended like this.
   int Admit(int nError) {
-    if (nError == 0 && pRecord_->dwDeaths == 0) [[likely]]
-      return 0;
-    return Refuse(nError);
+    if (nError != 0) [[unlikely]]
+      return AdmitAfter(nError);
+    pRecord_->nInside.store(nPid_, std::memory_order_relaxed);
+    return 0;
   }
-  int Refuse(int nError);
+  int AdmitAfter(int nError);
 
   GateRecord *pRecord_ = nullptr;
-  TShareMem segment_ = {};
+  std::uint32_t dwGeneration_ = 0;
+  std::uint32_t dwOwnCursors_ = 0;
+  std::int32_t nPid_ = 0;
 };
 
 /// The gate of the store that this process has open.
 extern StoreGate g_gate;
 
 /// Holds the gate while it lives.
-class Inside {
+class GateLock {
  public:
-  explicit Inside(Patience &patience) : nResult_(g_gate.Enter(patience)) {}
-  ~Inside() {
+  explicit GateLock(Deadline &deadline) : nResult_(g_gate.Enter(deadline)) {}
+  ~GateLock() {
     if (nResult_ == 0) g_gate.Leave();
   }
-  Inside(const Inside &) = delete;
-  Inside &operator=(const Inside &) = delete;
+  GateLock(const GateLock &) = delete;
+  GateLock &operator=(const GateLock &) = delete;
 
   /// 0 inside; otherwise as StoreGate::Enter.
   int Result() const { return nResult_; }

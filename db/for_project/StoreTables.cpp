@@ -35,13 +35,22 @@ const TableRule kTableRules[BERKDB_TABLES] = {
     {.pName = "tb_tone"},
 };
 
-int SetUpTable(DB *pDb, const TableRule &rule) {
-  int nResult = 0;
-  if (rule.pfnCompare != nullptr) nResult = pDb->set_bt_compare(pDb, rule.pfnCompare);
-  if (nResult == 0 && rule.dwFlags != 0) nResult = pDb->set_flags(pDb, rule.dwFlags);
-  if (nResult == 0 && rule.pfnCompareDuplicates != nullptr) {
-    nResult = pDb->set_dup_compare(pDb, rule.pfnCompareDuplicates);
+int SetUpTable(DB *pDb, const TableRule &rule, int &nCode) {
+  if (rule.pfnCompare != nullptr) {
+    if (const int nResult = pDb->set_bt_compare(pDb, rule.pfnCompare); nResult != 0) {
+      nCode = BERKDB_OPEN_COMPARE;
+      return nResult;
+    }
   }
+  if (rule.dwFlags != 0) {
+    if (const int nResult = pDb->set_flags(pDb, rule.dwFlags); nResult != 0) {
+      nCode = BERKDB_OPEN_FLAGS;
+      return nResult;
+    }
+  }
+  if (rule.pfnCompareDuplicates == nullptr) return 0;
+  const int nResult = pDb->set_dup_compare(pDb, rule.pfnCompareDuplicates);
+  if (nResult != 0) nCode = BERKDB_OPEN_COMPARE;
   return nResult;
 }
 

@@ -29,6 +29,7 @@ struct TableRule {
 extern const TableRule kTableRules[BERKDB_TABLES];
 
 /// What has to be set before a table is opened: flags and orders. Returns the library's result.
-int SetUpTable(DB *pDb, const TableRule &rule);
+/// nCode      out     of a step that failed, its code of BerkDb_Open; else unchanged
+int SetUpTable(DB *pDb, const TableRule &rule, int &nCode);
 
 }  // namespace devsupport::store

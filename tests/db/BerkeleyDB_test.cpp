@@ -7,6 +7,7 @@
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/sem.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,7 +20,7 @@
 #include "tests/support/Child.h"
 #include "tests/support/FaultInjection.h"
 
-DEVSUPPORT_FAULT_POINT(int, flock, (int fd, int operation), (fd, operation), -1, EINTR)
+DEVSUPPORT_FAULT_POINT(int, semop, (int id, sembuf *steps, std::size_t count), (id, steps, count), -1, EINTR)
 
 namespace {
 
@@ -72,7 +73,7 @@ TEST_F(Store, Open_InAnEmptyHome_OpensAllTablesAndPrintsNothing) {
 }
 
 TEST_F(Store, Open_WhoseWaitForItsTurnASignalInterrupts_GoesOnWaiting) {
-  const FailCall interrupted("flock", 1);
+  const FailCall interrupted("semop", 1);
   Open();
   EXPECT_TRUE(interrupted.Happened());
 }

@@ -3,6 +3,7 @@
 #include <db.h>
 #include <devsupport/db/BerkeleyDB.h>
 #include <sys/file.h>
+#include <sys/sem.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,7 +18,7 @@
 #include "tests/support/Child.h"
 #include "tests/support/FaultInjection.h"
 
-DEVSUPPORT_FAULT_POINT(int, flock, (int fd, int operation), (fd, operation), -1, ENOLCK)
+DEVSUPPORT_FAULT_POINT(int, semop, (int id, sembuf *steps, std::size_t count), (id, steps, count), -1, ENOLCK)
 DEVSUPPORT_FAULT_POINT(int, db_env_create, (DB_ENV * *ppEnv, u_int32_t flags), (ppEnv, flags), ENOMEM, 0)
 
 namespace {
@@ -61,8 +62,8 @@ TEST_F(FailedOpen, WithoutItsHome_IsCode1AndLeavesNothingBehind) {
   EXPECT_FALSE(std::filesystem::exists(missing));
 }
 
-TEST_F(FailedOpen, WhereNoFileCanBeLocked_IsCode1) {
-  const FailCall fail("flock", 1);
+TEST_F(FailedOpen, WhoseTurnCannotBeHad_IsCode1) {
+  const FailCall fail("semop", 1);
   CapturedOutput err(stderr);
   std::int32_t result = -4711;
   EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &result), 0);

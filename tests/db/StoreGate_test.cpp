@@ -1,10 +1,10 @@
 // The lock around the store's shared memory: who gets in, and what the others learn when somebody died inside.
 
 #include <db.h>
-#include <devsupport/ipc/ShareMem.h>
 #include <pthread.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "db/for_project/StoreGate.h"
+#include "db/for_project/StoreKeys.h"
+#include "db/for_project/StoreSemaphores.h"
 #include "tests/db/Store.h"
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/Child.h"
@@ -52,71 +54,77 @@ extern "C" int __wrap_semget(key_t key, int count, int flags) {
 namespace {
 
 using namespace devsupport::test;
+using devsupport::store::Deadline;
 using devsupport::store::g_gate;
+using devsupport::store::g_semaphores;
+using devsupport::store::GateLock;
 using devsupport::store::GateRecord;
-using devsupport::store::Inside;
-using devsupport::store::Patience;
-using devsupport::store::StoreGate;
+using devsupport::store::kGateKey;
+using devsupport::store::StoreSemaphores;
 
 enum class Lock { kMutex, kSemaphore };
 
 // The gate's segment, as another process sees it.
 class Record {
  public:
-  Record() {
-    int bCreated = 0;
-    pRecord_ =
-        static_cast<const GateRecord *>(ShareMem_Create(StoreGate::kKey, sizeof(GateRecord), &segment_, &bCreated));
-  }
-  ~Record() {
-    int bWasLast = 0;
-    ShareMem_Close(&segment_, 0, &bWasLast);
-  }
+  Record()
+      : pRecord_(static_cast<const GateRecord *>(::shmat(::shmget(kGateKey, 0, 0), nullptr, SHM_RDONLY))),
+        semaphores_(::semget(kGateKey, 0, 0)) {}
+  ~Record() { ::shmdt(pRecord_); }
   Record(const Record &) = delete;
   Record &operator=(const Record &) = delete;
 
-  bool HasSemaphore() const { return pRecord_->nSemId != GateRecord::kNoSemaphore; }
+  bool HasSemaphore() const { return pRecord_->bSemaphore != 0; }
   bool SomebodyWaits() const {
-    return HasSemaphore() ? ::semctl(pRecord_->nSemId, 0, GETNCNT) > 0 : pRecord_->dwQueued != 0;
+    return HasSemaphore() ? ::semctl(semaphores_, StoreSemaphores::kQueue, GETZCNT) > 0 : pRecord_->dwQueued != 0;
   }
 
  private:
-  TShareMem segment_{};
-  const GateRecord *pRecord_ = nullptr;
+  const GateRecord *pRecord_;
+  int semaphores_;
 };
-
-// Attaches the gate with or without robust mutexes in the system.
-bool Attach(Lock lock, bool bFirst) {
-  if (lock == Lock::kMutex) return g_gate.Attach(bFirst);
-  const FailCall noRobustMutexes("pthread_mutex_init", FailCall::kEvery);
-  return g_gate.Attach(bFirst);
-}
-bool AttachFirst(Lock lock) { return Attach(lock, true); }
 
 class Gate : public StoreTest, public ::testing::WithParamInterface<Lock> {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
     if (IsSkipped()) return;
-    ASSERT_TRUE(AttachFirst(GetParam()));
+    ASSERT_EQ(Attach(), 0);
     ASSERT_EQ(Record().HasSemaphore(), GetParam() == Lock::kSemaphore);
+    g_gate.BeginGeneration();
+    g_gate.Adopt();
   }
   void TearDown() override {
     g_gate.Detach();
+    g_semaphores.Detach();
     StoreTest::TearDown();
   }
 
+  // Attaches the gate with or without robust mutexes in the system.
+  int Attach() const {
+    struct stat home = {};
+    ::stat(home_.c_str(), &home);
+    if (const int error = g_semaphores.Attach(home); error != 0) return error;
+    if (GetParam() == Lock::kMutex) return g_gate.Attach(home);
+    const FailCall noRobustMutexes("pthread_mutex_init", FailCall::kEvery);
+    return g_gate.Attach(home);
+  }
+
+  // Enters and leaves. Returns what entering answered, or kBroken when the regions are to be made anew.
+  static constexpr int kBroken = 4711;
   static int Enter() {
-    Patience patience;
-    const int result = g_gate.Enter(patience);
-    if (result == 0) g_gate.Leave();
-    return result;
+    Deadline deadline;
+    const int result = g_gate.Enter(deadline);
+    if (result != 0) return result;
+    const bool broken = g_gate.IsAttached() && g_gate.NeedsRebuild();
+    g_gate.Leave();
+    return broken ? kBroken : 0;
   }
 
   static void DieInside() {
     Child victim([] {
-      Patience patience;
-      if (g_gate.Enter(patience) != 0) return 1;
+      Deadline deadline;
+      if (g_gate.Enter(deadline) != 0) return 1;
       ::raise(SIGKILL);
       return 1;
     });
@@ -134,55 +142,76 @@ TEST_P(Gate, WhenDetached_IsNoObstacle) {
   EXPECT_EQ(Enter(), 0);
 }
 
-TEST_P(Gate, WhenSomebodyDiedInside_StaysShutForAll) {
+TEST_P(Gate, WhenSomebodyDiedInside_LetsInAndAsksForNewRegions) {
   DieInside();
-  EXPECT_EQ(Enter(), DB_RUNRECOVERY);
-  EXPECT_EQ(Enter(), DB_RUNRECOVERY);
-  Child other([] { return Enter() == DB_RUNRECOVERY ? 0 : 1; });
+  EXPECT_EQ(Enter(), kBroken);
+  EXPECT_EQ(Enter(), kBroken);
+  Child other([] { return Enter() == kBroken ? 0 : 1; });
   EXPECT_EQ(other.Wait(), 0);
 }
 
 TEST_P(Gate, WhenSomebodyDiesInside_LetsTheWaitingKnow) {
   Event inside;
   Child victim([&] {
-    Patience patience;
-    g_gate.Enter(patience);
+    Deadline deadline;
+    g_gate.Enter(deadline);
     inside.Announce();
     ::pause();
     return 1;
   });
   inside.Wait();
   std::vector<Child> waiting;
-  for (int i = 0; i < 3; ++i) waiting.emplace_back([] { return Enter() == DB_RUNRECOVERY ? 0 : 1; });
+  for (int i = 0; i < 3; ++i) waiting.emplace_back([] { return Enter() == kBroken ? 0 : 1; });
   victim.Signal(SIGKILL);
   victim.Wait();
   for (Child &child : waiting) EXPECT_EQ(child.Wait(), 0);
 }
 
-TEST_P(Gate, AttachedAgainByALaterOne_StaysShut) {
+TEST_P(Gate, WithNewRegionsAfterADeath_AsksEveryOtherToFollow) {
   DieInside();
-  Child later([] { return g_gate.Attach(false) && Enter() == DB_RUNRECOVERY ? 0 : 1; });
+  Event made;
+  Child healer([&] {
+    Deadline deadline;
+    const GateLock lock(deadline);
+    g_gate.BeginGeneration();
+    g_gate.Adopt();
+    made.Announce();
+    return g_gate.IsCurrent() ? 0 : 1;
+  });
+  made.Wait();
+  EXPECT_EQ(healer.Wait(), 0);
+  Deadline deadline;
+  const GateLock lock(deadline);
+  EXPECT_FALSE(g_gate.NeedsRebuild());
+  EXPECT_FALSE(g_gate.IsCurrent()) << "these regions are not the ones that this process uses";
+}
+
+TEST_P(Gate, AttachedAgain_StillAsksForNewRegions) {
+  DieInside();
+  Child later([this] { return Attach() == 0 && Enter() == kBroken ? 0 : 1; });
   EXPECT_EQ(later.Wait(), 0);
 }
 
-TEST_P(Gate, AttachedByTheFirstOne_IsNew) {
+TEST_P(Gate, Reset_MakesTheLockAnewWhereSomebodyDied) {
   DieInside();
-  g_gate.Detach();
-  ASSERT_TRUE(AttachFirst(GetParam()));
+  {
+    const FailCall noRobustMutexes("pthread_mutex_init", GetParam() == Lock::kMutex ? 0 : FailCall::kEvery);
+    g_gate.Reset();
+  }
   EXPECT_EQ(Enter(), 0);
 }
 
-TEST_P(Gate, AttachedByALaterOneWhereThereIsNone_IsNew) {
+TEST_P(Gate, WhoseSegmentIsGone_IsMadeAnewAndHasNoRegionsYet) {
   g_gate.Detach();
-  ASSERT_EQ(::shmctl(::shmget(StoreGate::kKey, 0, 0), IPC_RMID, nullptr), 0);
-  ASSERT_TRUE(Attach(GetParam(), false));
+  ASSERT_EQ(::shmctl(::shmget(kGateKey, 0, 0), IPC_RMID, nullptr), 0);
+  ASSERT_EQ(Attach(), 0);
   EXPECT_EQ(Record().HasSemaphore(), GetParam() == Lock::kSemaphore);
-  EXPECT_EQ(Enter(), 0);
+  EXPECT_EQ(Enter(), kBroken);
 }
 
 TEST_P(Gate, WhenSomebodyDiesWaiting_StillLetsIn) {
-  Patience patience;
-  ASSERT_EQ(g_gate.Enter(patience), 0);
+  Deadline deadline;
+  ASSERT_EQ(g_gate.Enter(deadline), 0);
   const Record record;
   Child victim([] { return Enter(); });
   while (!record.SomebodyWaits()) std::this_thread::yield();
@@ -194,8 +223,8 @@ TEST_P(Gate, WhenSomebodyDiesWaiting_StillLetsIn) {
 }
 
 TEST_P(Gate, WhenTheWaitingHaveBeenIn_CountsNobodyAsWaiting) {
-  Patience patience;
-  ASSERT_EQ(g_gate.Enter(patience), 0);
+  Deadline deadline;
+  ASSERT_EQ(g_gate.Enter(deadline), 0);
   const Record record;
   Child waiting([] { return Enter(); });
   while (!record.SomebodyWaits()) std::this_thread::yield();
@@ -205,8 +234,8 @@ TEST_P(Gate, WhenTheWaitingHaveBeenIn_CountsNobodyAsWaiting) {
 }
 
 TEST_P(Gate, WaitThatASignalInterrupts_GoesOn) {
-  Patience patience;
-  ASSERT_EQ(g_gate.Enter(patience), 0);
+  Deadline deadline;
+  ASSERT_EQ(g_gate.Enter(deadline), 0);
   static const Event *s_pInterrupted;
   const Event interrupted;
   s_pInterrupted = &interrupted;
@@ -231,8 +260,8 @@ TEST_P(Gate, LetsOneInAtATime) {
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&] {
       for (int i = 0; i < 2000; ++i) {
-        Patience patience;
-        const Inside gate(patience);
+        Deadline deadline;
+        const GateLock gate(deadline);
         if (gate.Result() != 0) return;
         const int now = ++inside;
         if (now > most) most = now;
@@ -245,14 +274,14 @@ TEST_P(Gate, LetsOneInAtATime) {
   EXPECT_EQ(most, 1);
 }
 
-TEST_P(Gate, WhenSomebodyDoesNotLeave_LetsTheOthersGiveUpWhenTheirPatienceIsOver) {
-  Patience patience;
-  ASSERT_EQ(g_gate.Enter(patience), 0);
+TEST_P(Gate, WhenSomebodyDoesNotLeave_LetsTheOthersGiveUpAtTheirDeadline) {
+  Deadline deadline;
+  ASSERT_EQ(g_gate.Enter(deadline), 0);
   const auto begin = std::chrono::steady_clock::now();
   std::thread([] { EXPECT_EQ(Enter(), DB_LOCK_NOTGRANTED); }).join();
-  constexpr std::chrono::milliseconds kPatience(Patience::kLimitMs);
+  constexpr std::chrono::milliseconds kLimit(Deadline::kLimitMs);
   constexpr std::chrono::milliseconds kRounding(2);
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, kPatience - kRounding);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, kLimit - kRounding);
   g_gate.Leave();
   EXPECT_EQ(Enter(), 0);
 }
@@ -294,7 +323,7 @@ TEST_F(NoRobustMutexes, NorASemaphore_OpeningIsCode1AndTheNextOneIsTheFirst) {
     g_noSemaphores = false;
   }
   EXPECT_EQ(result, BERKDB_OPEN_ENVIRONMENT);
-  EXPECT_EQ(err.Take(), "FAIL to open environment " + home_ + ": Cannot allocate memory" + kSourceLine);
+  EXPECT_EQ(err.Take(), "FAIL to open environment " + home_ + ": No space left on device" + kSourceLine);
   BerkDb_Close();
   Open();
   EXPECT_FALSE(Record().HasSemaphore());

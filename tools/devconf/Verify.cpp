@@ -13,6 +13,7 @@
 #include "db/for_project/DbLibrary.h"
 #include "db/for_project/DbText.h"
 #include "db/for_project/Environment.h"
+#include "db/for_project/StoreKeys.h"
 #include "tools/devconf/Print.h"
 #include "tools/devconf/Status.h"
 #include "tools/devconf/Store.h"
@@ -210,7 +211,7 @@ int Verify(const Options &options) {
   const bool canOpen = OpenAndClose(options);
   if (!canOpen && !path.HasFile()) return status::kNoDatabase;
   // Whoever opens the store waits until the turn is over.
-  Turn turn;
+  OpeningTurn turn;
   if (const int error = turn.TakeToOpen(options.home); error != 0) {
     Complain(std::strerror(error), options.home);
     return status::kNoDatabase;

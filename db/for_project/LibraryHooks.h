@@ -1,0 +1,14 @@
+// How Berkeley DB opens and closes files in this process.
+#pragma once
+
+namespace devsupport::store {
+
+/// Opens a file as open() does, with a descriptor of at least 3 that does not survive exec. A program that closed its
+/// standard descriptors would otherwise write its messages into the store's files.
+int OpenAboveStandard(const char *pPath, int nFlags, ...);
+int OpenAboveStandardAt(int nFolder, const char *pPath, int nFlags, int nMode = 0);
+
+/// Lets Berkeley DB use our functions for files, for the whole process. May be called again.
+void InstallLibraryHooks();
+
+}  // namespace devsupport::store

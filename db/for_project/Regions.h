@@ -1,0 +1,19 @@
+// The environment's shared-memory segments: removed when they must be made anew, let go of when others made new ones.
+#pragma once
+
+#include <cstdint>
+
+namespace devsupport::store {
+
+/// Processes that are attached to the environment.
+int AttachedToRegions();
+
+/// Removes the segments of all regions and the library's note of them in the home. Processes that are attached keep
+/// what they have; new regions get the keys. nHomeFd: descriptor of the home.
+void RemoveRegions(int nHomeFd);
+
+/// Lets go of the segments that this process has attached. The first page stays as a private copy: there the library
+/// looks whether the environment is broken, and a caller's old cursor must find that it is.
+void ReleaseRegions();
+
+}  // namespace devsupport::store

@@ -1,0 +1,32 @@
+// The seal: a small file beside the tables' file, written by the last process that closes in order. It tells size and
+// checksum of the tables' file and of each log file, so that the next one who opens notices what has changed since.
+// It exists only while nobody has the store open for changes. docs/formats.md shows it.
+#pragma once
+
+namespace devsupport::store {
+
+enum class SealState : unsigned char {
+  kFits,     // all files are as they were when the store was closed
+  kMissing,  // the store was not closed in order, or the seal itself cannot be read
+  kStale,    // the log has grown since: somebody used the store without removing the seal
+  kChanged,  // the tables' file is not as it was, the log is
+  kDamaged   // what was sealed of the log is not there any more
+};
+
+struct SealFinding {
+  SealState state = SealState::kMissing;
+  char szFile[64] = "";  // the first one that is changed or damaged
+};
+
+/// Compares the files with the seal. Reads all of them; writes nothing.
+/// nHomeFd    in      descriptor of the home
+/// pFile      in      name of the tables' file, as for BerkDb_Open
+SealFinding CheckSeal(int nHomeFd, const char *pFile);
+
+/// Writes the seal for the files as they are, after flushing them. Returns 0 or an error number; then there is none.
+int WriteSeal(int nHomeFd, const char *pFile);
+
+/// Removes the seal, so that it is gone after a loss of power, too. Returns 0, also without one, or an error number.
+int RemoveSeal(int nHomeFd, const char *pFile);
+
+}  // namespace devsupport::store
