@@ -1,0 +1,228 @@
+// What processes leave without meaning to: forked children that never use the store, cursors and handles of the dead,
+// descriptors that were closed before the store was opened, and too many at once.
+
+#include <db.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/db/Deaths.h"
+#include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+
+namespace {
+
+using namespace devsupport::test;
+
+constexpr int kMostAtOnce = 23;
+
+class Leftovers : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    if (IsSkipped()) return;
+    Open();
+    ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "first"), BERKDB_OK);
+    BerkDb_Close();
+  }
+
+  /// Opens, changes, closes: 0 when all goes well.
+  int Use() {
+    if (BerkDb_Open(home_.c_str(), nullptr, nullptr) != 1) return 2;
+    const int stored = BerkDb_Set(g_uDb.tb_tone, "k", "used");
+    BerkDb_Close();
+    return stored;
+  }
+};
+
+TEST_F(Leftovers, AnIdleForkedChild_KeepsNobodyOutAfterItsParentClosed) {
+  Event closed;
+  Event checked;
+  Child parent([&] {
+    Open();
+    const Child idle([] { return ::pause(); });
+    BerkDb_Close();
+    closed.Announce();
+    checked.Wait();
+    Open();
+    EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "again"), BERKDB_OK);
+    BerkDb_Close();
+    return 0;
+  });
+  closed.Wait();
+  Child other([this] { return Use(); });
+  EXPECT_EQ(other.Wait(), 0);
+  checked.Announce();
+  EXPECT_EQ(parent.Wait(), 0);
+  EXPECT_TRUE(Verify());
+}
+
+TEST_F(Leftovers, AnIdleForkedChildOfADeadParent_KeepsNobodyOut) {
+  Event forked;
+  Event finish;
+  Child parent([&] {
+    Open();
+    const pid_t idle = ::fork();
+    if (idle == 0) {
+      finish.Wait();
+      ::_exit(0);
+    }
+    forked.Announce();
+    return ::pause();
+  });
+  forked.Wait();
+  parent.Signal(SIGKILL);
+  parent.Wait();
+  Child other([this] { return Use(); });
+  EXPECT_EQ(other.Wait(), 0);
+  finish.Announce();
+}
+
+TEST_F(Leftovers, AChildForkedDuringItsParentsWork_LeavesItUndisturbedWhenItEnds) {
+  Open();
+  for (int i = 0; i < 5; ++i) {
+    const std::string value = std::to_string(i);
+    Child child([] { return 0; });
+    EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", value.c_str()), BERKDB_OK);
+    EXPECT_EQ(child.Wait(), 0);
+    EXPECT_EQ(Get(g_uDb.tb_tone, "k"), value);
+  }
+}
+
+TEST_F(Leftovers, TheCursorOfADeadProcess_IsInNobodysWay) {
+  Event holds;
+  Child holder([&] {
+    Open();
+    char key[256] = "";
+    char data[64];
+    DBC *cursor = nullptr;
+    int step = -4711;
+    EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &cursor, key, 0, data, sizeof data, DB_FIRST, &step), BERKDB_OK);
+    EXPECT_EQ(step, 0);
+    holds.Announce();
+    return ::pause();
+  });
+  holds.Wait();
+  Open();
+  holder.Signal(SIGKILL);
+  holder.Wait();
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "changed"), BERKDB_OK);
+  EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "changed");
+}
+
+TEST_F(Leftovers, ProcessesThatExitWithoutClosing_UseNothingUp) {
+  Event leave;
+  Child daemon([&] {
+    Open();
+    leave.Wait();
+    EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "daemon", "works"), BERKDB_OK);
+    BerkDb_Close();
+    return 0;
+  });
+  for (int i = 0; i < 3 * kMostAtOnce; ++i) {
+    Child forgetful([this] {
+      if (BerkDb_Open(home_.c_str(), nullptr, nullptr) != 1) return 2;
+      return BerkDb_Set(g_uDb.tb_tone, "k", "forgetful");
+    });
+    ASSERT_EQ(forgetful.Wait(), 0) << "process " << i;
+  }
+  leave.Announce();
+  EXPECT_EQ(daemon.Wait(), 0);
+}
+
+TEST_F(Leftovers, TwentyThreeAtOnce_AllWorkAndTheNextIsToldSo) {
+  Event opened;
+  Event leave;
+  std::vector<Child> processes;
+  for (int i = 0; i < kMostAtOnce; ++i) {
+    processes.emplace_back([&, i] {
+      Open();
+      const std::string key = std::to_string(i);
+      EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, key.c_str(), "here"), BERKDB_OK);
+      opened.Announce();
+      leave.Wait();
+      EXPECT_EQ(Get(g_uDb.tb_tone, key.c_str()), "here");
+      BerkDb_Close();
+      return 0;
+    });
+  }
+  for (int i = 0; i < kMostAtOnce; ++i) opened.Wait();
+  {
+    CapturedOutput err(stderr);
+    std::int32_t code = -4711;
+    EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &code), 0);
+    EXPECT_EQ(code, BERKDB_OPEN_ENVIRONMENT);
+    BerkDb_Close();
+    EXPECT_EQ(err.Take(), "23 processes have the store open; its lock table has no room for another one" +
+                              kSourceLine + "FAIL to open environment " + home_ + ": Cannot allocate memory" +
+                              kSourceLine);
+  }
+  leave.Announce();
+  for (int i = 1; i < kMostAtOnce; ++i) leave.Announce();
+  for (Child &process : processes) EXPECT_EQ(process.Wait(), 0);
+  Open();
+}
+
+TEST_F(Leftovers, WhenOneOfTooManyDies_TheNextOpens) {
+  Event opened;
+  Event leave;
+  std::vector<Child> processes;
+  for (int i = 0; i < kMostAtOnce; ++i) {
+    processes.emplace_back([&] {
+      Open();
+      opened.Announce();
+      leave.Wait();
+      BerkDb_Close();
+      return 0;
+    });
+  }
+  for (int i = 0; i < kMostAtOnce; ++i) opened.Wait();
+  processes.front().Signal(SIGKILL);
+  EXPECT_EQ(processes.front().Wait(), 1000 + SIGKILL);
+  Open();
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "let in"), BERKDB_OK);
+  for (int i = 1; i < kMostAtOnce; ++i) leave.Announce();
+  for (int i = 1; i < kMostAtOnce; ++i) EXPECT_EQ(processes[static_cast<std::size_t>(i)].Wait(), 0);
+}
+
+// --- closed standard descriptors
+
+/// Descriptors of this process from 0 to 2 that lead to something below a folder.
+int StandardDescriptorsInto(const std::string &folder) {
+  int count = 0;
+  for (const char *fd : {"0", "1", "2"}) {
+    std::error_code error;
+    const std::string target = std::filesystem::read_symlink("/proc/self/fd/" + std::string(fd), error);
+    if (!error && target.starts_with(folder)) ++count;
+  }
+  return count;
+}
+
+TEST_F(Leftovers, ClosedStandardDescriptors_NeverBecomeTheStores) {
+  Child daemon([this] {
+    for (int fd = 0; fd < 3; ++fd) ::close(fd);
+    if (BerkDb_Open(home_.c_str(), nullptr, nullptr) != 1) return 2;
+    if (StandardDescriptorsInto(home_) != 0) return 3;
+    // So much that the log goes on in other files.
+    const std::string value(2000, 'x');
+    for (int i = 0; i < 200; ++i) {
+      if (BerkDb_Set(g_uDb.tb_tone, std::to_string(i % 9).c_str(), value.c_str()) != BERKDB_OK) return 4;
+      if (StandardDescriptorsInto(home_) != 0) return 5;
+    }
+    if (BerkDb_Set(g_uDb.tb_tone, nullptr, "says something") != BERKDB_ERROR) return 6;
+    if (Get(g_uDb.tb_tone, "k") != "first") return 7;
+    BerkDb_Close();
+    if (BerkDb_Open(home_.c_str(), nullptr, nullptr) != 1) return 8;
+    if (Get(g_uDb.tb_tone, "k") != "first") return 9;
+    BerkDb_Close();
+    return 0;
+  });
+  EXPECT_EQ(daemon.Wait(), 0);
+  EXPECT_TRUE(Verify());
+}
+
+}  // namespace
