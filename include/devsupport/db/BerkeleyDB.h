@@ -20,15 +20,41 @@ DEVSUPPORT_BEGIN_API
  *
  * - It opens the store once, before it reads or writes, and closes it once, after the last operation of its last
  *   thread. Between the two, every thread may call every record operation (db/DbRecord.h).
- * - The handles belong to the process that opened them. A child made with fork() must not use them, nor close them;
- *   it opens the store itself after exec(), or, when the parent has not opened it yet, after fork().
+ * - At most 23 processes can have the store open at once: the environment's 600 locks are enough for no more.
+ * - One home at a time: while a process has the store open, another home cannot be opened. A copy or a backup of a
+ *   home can be opened when nobody has the store open.
+ * - The handles belong to the process that opened them. A parent may fork at any time. A child made with fork() must
+ *   not use the handles, nor close them, and disturbs nobody; it opens the store itself after exec(), or, when the
+ *   parent has not opened it yet, after fork().
  * - A cursor (BerkDb_CursorGet) keeps what it stands on locked. Close it before the same thread writes; other
  *   processes that write there wait for it, and give up after 8 s with code 10.
  * - Whoever calls the library directly with these handles does so outside the store's own lock: a process that is
  *   killed inside such a call can leave the others waiting.
- * - A process that is killed inside an operation leaves the shared memory in a state that nobody can trust. From then
- *   on all operations of the other processes answer 10 at once, until all of them have closed the store; the next
- *   open recovers, and everything that was acknowledged is there.
+ *
+ * When a process is killed:
+ *
+ * - Inside an operation: the next operation or opening of any other process makes the environment anew and recovers.
+ *   All others follow at their next operation, which then answers as usual. What was acknowledged is there; what the
+ *   killed process had in hand is there as a whole, with its indexes, or not at all.
+ * - g_uDb then holds new handles. A handle that was copied before still means its table. Old handles stay allocated:
+ *   some 50 KB each time, at most 256 times; after that, operations answer 10 until the process closes the store and
+ *   opens it again.
+ * - A cursor from before is closed: BerkDb_CursorClose reports that and returns 0, and the library's own operations
+ *   on it answer DB_RUNRECOVERY.
+ * - What a process leaves that ends without closing (cursors, places in the lock table) is cleared away as soon as it
+ *   is in somebody's way.
+ *
+ * When the medium or the files fail:
+ *
+ * - A change is acknowledged when its log record is on the medium. On a full medium changes answer 10, reading goes
+ *   on, and changes are possible again when there is room. For that the home holds a reserve file of 128 KiB.
+ * - The last process that closes seals the file: "<file>.seal" holds sizes and checksums. The first one that opens
+ *   compares. A damaged log, or pages that are not whole, are refused with one sentence on standard error, and the
+ *   files are left as they are. A file with whole pages that was changed from outside is reported and opened: which
+ *   of its texts were changed cannot be told.
+ * - After the last process was killed there is no seal. Then the pages are checked after recovery, and the indexes
+ *   are compared with their tables. A log that ends early cannot be told from one that was damaged there, nor can
+ *   damage that happens while the store is open.
  */
 
 /* One handle of each table, in the order of the catalogue; NULL while closed. Names with an s are indexes. */
@@ -97,21 +123,26 @@ enum {
 /// pnResult   out     BERKDB_OPEN_OK or why not; may be NULL
 /// Returns    1 open, 0 not: then BerkDb_Close must come before the next try. Also 0, with BERKDB_OPEN_ENVIRONMENT, when
 ///            the store is open already.
-/// Prints     on failure one line through BerkDb_ErrCall, behind what the library itself says:
+/// Prints     on failure one line through BerkDb_ErrCall, after what the library itself says:
 ///            "FAIL to open environment %s", "FAIL to create database %s", "FAIL to open database %s",
 ///            "FAIL to set btree compare function of database %s", "FAIL to set flags for secondary database %s",
 ///            each with the home's or table's name, a colon and the library's text.
-/// Recovers   when nobody is attached to the environment (first open after a start, or after all have closed);
-///            otherwise it joins, and sees the others' data at once.
-/// Lock       "open.lock" in the home, for the whole call: processes open and close one after the other. The kernel
-///            frees it when a process dies. Besides, the store's lock, as every operation.
+///            Before "FAIL to open environment %s" one more sentence tells when another home is in use, when 23
+///            processes have the store open, when an object at the store's key is not the store's, and when the files
+///            are damaged.
+/// Recovers   when nobody is attached to the environment (first open after a start, or after all have closed), and
+///            after a process died inside; otherwise it joins, and sees the others' data at once.
+/// Files      the library's files never get a descriptor below 3.
+/// Lock       a System V semaphore with undo, for the whole call: the processes of the device open and close one after
+///            the other. The kernel frees it when a process dies. Besides, the store's lock, as every operation.
 /// Threads    one thread, once per process.                   Signal handler  no.
 int BerkDb_Open(const char *pHome, const char *pFile, int32_t *pnResult);
 
 /// Closes all tables and the environment and clears every slot, whatever the library answers.
 /// Does nothing when the store is closed. After a failed BerkDb_Open it closes what that left open.
-/// When a neighbour was killed inside an operation (see above), it lets go of the shared memory only, and leaves about
-/// 52 KB of handles allocated: freeing them would touch what the dead one may have left torn.
+/// The last process that closes writes the seal.
+/// When another process was killed inside an operation and nobody has made the environment anew yet, it lets go of the
+/// shared memory only, and leaves some 50 KB of handles allocated: freeing them would touch what may be torn.
 /// Prints     "FAIL to close database %s" with the table's name, or "(environment)", through BerkDb_ErrCall.
 /// Lock       as BerkDb_Open.
 /// Threads    one thread, when no other uses the store.       Signal handler  no.
@@ -125,7 +156,8 @@ const TDbTbl *BerkDb_FindTbl(struct __db *const *ppDb);
 
 /// Finds the catalogue row of an open table.
 /// pDb        in      table handle
-/// Returns    the row whose slot holds the handle; NULL when none does, and for NULL.        Prints  nothing.
+/// Returns    the row whose slot holds the handle, or held it before the store was made anew; NULL when none does, and
+///            for NULL.        Prints  nothing.
 /// Threads    safe between open and close.                    Signal handler  safe.
 const TDbTbl *BerkDb_FindTblByDb(const struct __db *pDb);
 

@@ -18,14 +18,16 @@ DEVSUPPORT_BEGIN_API
  * terminator; the caller's key is never written to. In "tb_pb" a key is the name followed by its keypad digits, each
  * with its terminator; operations that make this key from the name say so.
  *
- * Texts that were stored without a terminator end where their record ends: reads put a terminator behind such a value
+ * Texts that were stored without a terminator end where their record ends: reads put a terminator after such a value
  * when the buffer has room for it.
  *
  * Each change is a transaction of its own. When an operation returns success, the change is on the disk: it survives
  * the death of the process and of the device at any moment.
  *
- * An operation that meets another one's lock is tried again by itself; after 8 s it gives up with code 10. A failure
- * with code 10 prints the library's text through the table's error output (BerkDb_ErrCall).
+ * The death of another process inside an operation costs time, and no result (db/BerkeleyDB.h). An operation that
+ * meets another one's lock is tried again by itself; after 8 s it gives up with code 10. A change for which the
+ * medium has no room answers 10, too. A failure with code 10 prints the library's text through the table's error
+ * output (BerkDb_ErrCall).
  *
  * Threads     all operations are safe from any thread between open and close.
  * Signal handler  none of them.
@@ -98,7 +100,8 @@ int BerkDb_CursorGet(struct __db *pDb, struct __dbc **ppCursor, char *pKey, int3
 
 /// Closes a cursor.
 /// pCursor    in      from BerkDb_CursorGet; NULL is a success
-/// Returns    1 closed, 0 not.
+/// Returns    1 closed, 0 not; also 0 when the store was made anew after the cursor was opened (db/BerkeleyDB.h): the
+///            cursor is closed then, and nothing is touched.
 /// Prints     the library's text through the table's error output when that failed.
 int BerkDb_CursorClose(struct __dbc *pCursor);
 
