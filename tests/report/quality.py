@@ -21,6 +21,7 @@ COMMANDS = {
     "tsan": "script/test tsan",
     "mips": "script/test mips",
     "coverage": "script/coverage",
+    "moments": "script/moments",
     "fuzz": "script/fuzz",
     "device": "script/device test",
     "mutation": "script/mutate",
@@ -172,6 +173,19 @@ def survival(page):
     ])
 
 
+def moments(page):
+    figures = page.suites["moments"]
+    page.text("## Every moment", "", "After each single instruction of the ring's operations and of a log message a "
+              "process was killed, or met another one that used the same ring; after each one of the timers' "
+              "operations a signal arrived. Nothing was lost that should not be, and everything went on.")
+    page.table(("", "", "shown by"), [
+        ("moments taken, of the release build", figures.number("moments"), command("moments")),
+        ("of these, ended by a kill", figures.number("kills"), command("moments")),
+        ("failures", figures.number("failures"), command("moments")),
+        ("seconds", figures.number("seconds"), command("moments")),
+    ])
+
+
 def mutation(page):
     figures = page.suites["mutation"]
     page.text("## Planted bugs", "", "Small bugs, planted one at a time, that the tests have to catch.")
@@ -196,7 +210,7 @@ def main():
     old = ", ".join(command(suite) for suite, figures in suites.items() if figures.is_old())
     if old:
         page.text(f"The code has been changed since these were run: {old}.")
-    for part in (tests, coverage, fuzzing, survival, mutation):
+    for part in (tests, coverage, fuzzing, survival, moments, mutation):
         part(page)
     page.text("To repeat all of it: `rm -r build/figures; script/quality --run --write`.")
     print("\n".join(page.lines).rstrip())

@@ -1,0 +1,176 @@
+// A process is killed after any one instruction of an operation of the ring. The next one finds the semaphore free,
+// the operation done or not done, and a ring that works.
+
+#include <devsupport/ipc/MyShareMemory.h>
+
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "tests/ipc/RingFixture.h"
+#include "tests/support/Moments.h"
+
+namespace {
+
+using devsupport::test::AtEachMoment;
+using devsupport::test::SeedHint;
+using devsupport::test::TestSeed;
+using devsupport::test::Traced;
+
+constexpr std::uint32_t kCells = 3;
+using Seen = std::set<std::string>;
+
+class RingMoments : public devsupport::test::RingFixture {
+ protected:
+  void SetUp() override {
+    if (!Traced::MayTrace()) GTEST_SKIP() << "needs the right to trace a child";
+    ASSERT_EQ(Create(ring, kCells, 8), 1);
+  }
+  void TearDown() override {
+    if (ring.header != nullptr) TShmQueue_Close(&ring, 1);
+  }
+
+  // A ring of so many cells "a", "b", ...; its oldest one is in another slot each time.
+  void Fill(int cells) {
+    TShmQueue_Clear(&ring);
+    const int slot = turn_++ % static_cast<int>(kCells + 1);
+    for (int i = 0; i < slot; ++i) {
+      PushText(ring, "gone");
+      GetText(ring);
+    }
+    for (int i = 0; i < cells; ++i) PushText(ring, std::string(1, static_cast<char>('a' + i)));
+  }
+
+  // Empties the ring and sees that it works: all cells go in and come out.
+  static std::string TakeAll(TShmQueue &que) {
+    std::string contents;
+    for (std::string text; (text = GetText(que)) != "<empty>";) contents += "[" + text + "]";
+    for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(PushText(que, std::to_string(i)), 1);
+    EXPECT_EQ(PushText(que, "more"), 0);
+    EXPECT_EQ(TShmQueue_GetCount(&que), static_cast<int>(kCells));
+    for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(GetText(que), std::to_string(i));
+    return contents;
+  }
+
+  // The contents that are found after the deaths in an operation, which begins with so many cells.
+  Seen AfterADeathIn(int cells, const std::function<void()> &operation) {
+    const std::uint64_t seed = TestSeed();
+    SCOPED_TRACE(SeedHint(seed));
+    Seen seen;
+    const auto begin = [&] {
+      Fill(cells);
+      return std::make_unique<Traced>(operation);
+    };
+    const auto die = [&](Traced &process) {
+      process.Kill();
+      EXPECT_EQ(SemValue(), 1);
+      seen.insert(TakeAll(ring));
+    };
+    AtEachMoment(seed, begin, die);
+    return seen;
+  }
+  // Nothing is found but what is allowed, and, where every moment is taken, all of it.
+  void ExpectAfterADeathIn(int cells, const std::function<void()> &operation, const Seen &allowed) {
+    const Seen seen = AfterADeathIn(cells, operation);
+    if (devsupport::test::TakesEveryMoment()) {
+      EXPECT_EQ(seen, allowed);
+    }
+    for (const std::string &contents : seen) EXPECT_TRUE(allowed.count(contents)) << contents;
+  }
+
+  // The ring's life goes through the hands of processes that die in an operation. Preparation and operation have the
+  // ring to themselves. The next creator has a ring that works, with or without the cell that was in it.
+  void ExpectARingAfterADeathIn(const std::function<void(TShmQueue &)> &preparation,
+                                const std::function<void(TShmQueue &)> &operation) {
+    TShmQueue_Close(&ring, 1);
+    ring.header = nullptr;
+    const std::uint64_t seed = TestSeed();
+    SCOPED_TRACE(SeedHint(seed));
+    TShmQueue mine{};
+    const auto begin = [&] { return std::make_unique<Traced>([&] { preparation(mine); }, [&] { operation(mine); }); };
+    const auto die = [&](Traced &process) {
+      process.Kill();
+      TShmQueue next{};
+      ASSERT_EQ(Create(next, kCells, 8), 1);
+      EXPECT_EQ(SemValue(), 1);
+      const std::string contents = TakeAll(next);
+      EXPECT_TRUE(contents.empty() || contents == "[x]") << contents;
+      EXPECT_EQ(TShmQueue_Close(&next, 1), 1);
+      EXPECT_FALSE(SegmentExists());
+      EXPECT_FALSE(SemExists());
+    };
+    EXPECT_GT(AtEachMoment(seed, begin, die), 1);
+  }
+
+  int turn_ = 0;
+};
+
+TEST_F(RingMoments, Push_IsDoneOrNotDone) {
+  ExpectAfterADeathIn(0, [this] { PushText(ring, "new"); }, {"", "[new]"});
+  ExpectAfterADeathIn(2, [this] { PushText(ring, "new"); }, {"[a][b]", "[a][b][new]"});
+  ExpectAfterADeathIn(3, [this] { PushText(ring, "new"); }, {"[a][b][c]"});
+}
+
+TEST_F(RingMoments, PushOverwrite_LosesNoMoreThanTheOldestCell) {
+  ExpectAfterADeathIn(1, [this] { OverwriteText(ring, "new"); }, {"[a]", "[a][]", "[a][new]"});
+  ExpectAfterADeathIn(3, [this] { OverwriteText(ring, "new"); }, {"[a][b][c]", "[b][c]", "[b][c][]", "[b][c][new]"});
+}
+
+TEST_F(RingMoments, Get_IsDoneOrNotDone) {
+  ExpectAfterADeathIn(0, [this] { GetText(ring); }, {""});
+  ExpectAfterADeathIn(1, [this] { GetText(ring); }, {"[a]", ""});
+  ExpectAfterADeathIn(3, [this] { GetText(ring); }, {"[a][b][c]", "[b][c]"});
+}
+
+TEST_F(RingMoments, Clear_BringsNoOldCellBack) {
+  ExpectAfterADeathIn(0, [this] { TShmQueue_Clear(&ring); }, {""});
+  ExpectAfterADeathIn(2, [this] { TShmQueue_Clear(&ring); }, {"[a][b]", ""});
+}
+
+TEST_F(RingMoments, CountAndPeek_ChangeNothing) {
+  ExpectAfterADeathIn(2, [this] { TShmQueue_GetCount(&ring); }, {"[a][b]"});
+  const auto walk = [this] {
+    TShmQueue_Lock(&ring);
+    TShmQueue_PeekInit(&ring, 0);
+    PeekNextText(ring);
+    TShmQueue_PeekInit(&ring, -1);
+    PeekPrevText(ring);
+    TShmQueue_Unlock(&ring);
+  };
+  ExpectAfterADeathIn(2, walk, {"[a][b]"});
+}
+
+TEST_F(RingMoments, AttachAndLeave_ChangeNothing) {
+  const auto attachAndLeave = [this] {
+    TShmQueue mine{};
+    Create(mine, kCells, 8);
+    TShmQueue_Close(&mine, 1);
+  };
+  ExpectAfterADeathIn(2, attachAndLeave, {"[a][b]"});
+}
+
+TEST_F(RingMoments, Creation_IsFinishedByTheNextCreator) {
+  ExpectARingAfterADeathIn([](TShmQueue &) {}, [this](TShmQueue &mine) { Create(mine, kCells, 8); });
+}
+
+TEST_F(RingMoments, CreationThatKeepsTheLock_IsFinishedByTheNextCreator) {
+  const auto create = [this](TShmQueue &mine) {
+    TShmQueueOpt opt{0, 1, 0};
+    Create(mine, kCells, 8, &opt);
+    TShmQueue_Unlock(&mine);
+  };
+  ExpectARingAfterADeathIn([](TShmQueue &) {}, create);
+}
+
+TEST_F(RingMoments, CloseByTheLastOne_LeavesTheNextCreatorARing) {
+  const auto make = [this](TShmQueue &mine) {
+    Create(mine, kCells, 8);
+    PushText(mine, "x");
+  };
+  ExpectARingAfterADeathIn(make, [](TShmQueue &mine) { TShmQueue_Close(&mine, 1); });
+  ASSERT_EQ(Create(ring, kCells, 8), 1);
+  ExpectARingAfterADeathIn(make, [](TShmQueue &mine) { TShmQueue_Close(&mine, 0); });
+}
+
+}  // namespace

@@ -1,0 +1,203 @@
+// Two processes use the ring at the same time: the first one is stopped after any one of its instructions, the second
+// one runs to its end, or until it has to wait, and then the first one goes on. What comes out is what would have
+// come out one after the other.
+
+#include <devsupport/ipc/MyShareMemory.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "tests/ipc/RingFixture.h"
+#include "tests/support/Moments.h"
+#include "tests/support/SharedBlock.h"
+
+namespace {
+
+using devsupport::test::AtEachMoment;
+using devsupport::test::kNever;
+using devsupport::test::SeedHint;
+using devsupport::test::SharedBlock;
+using devsupport::test::TakesEveryMoment;
+using devsupport::test::TestSeed;
+using devsupport::test::Traced;
+
+constexpr std::uint32_t kCells = 3;
+using Operation = std::function<int()>;
+
+struct Results {
+  std::atomic<int> first;
+  std::atomic<int> second;
+};
+
+class RingPairs : public devsupport::test::RingFixture {
+ protected:
+  void SetUp() override {
+    if (!Traced::MayTrace()) GTEST_SKIP() << "needs the right to trace a child";
+    ASSERT_EQ(Create(ring, kCells, 8), 1);
+  }
+  void TearDown() override {
+    if (ring.header != nullptr) TShmQueue_Close(&ring, 1);
+  }
+
+  void Fill(int cells) {
+    TShmQueue_Clear(&ring);
+    for (int i = 0; i < cells; ++i) PushText(ring, std::string(1, static_cast<char>('a' + i)));
+  }
+  static std::string TakeAll(TShmQueue &que) {
+    std::string contents;
+    for (std::string text; (text = GetText(que)) != "<empty>";) contents += "[" + text + "]";
+    return contents;
+  }
+
+  // Both results, and what the ring holds after that.
+  std::string Outcome(int first, int second) {
+    return std::to_string(first) + " " + std::to_string(second) + " " + TakeAll(ring);
+  }
+
+  // Lets the operations meet at each moment of the first one, and calls judge after each meeting.
+  void Meet(const std::function<void()> &before, const Operation &first, const Operation &second,
+            const std::function<void()> &judge) {
+    const std::uint64_t seed = TestSeed();
+    SCOPED_TRACE(SeedHint(seed));
+    const auto begin = [&] {
+      before();
+      results->first = results->second = kNever;
+      return std::make_unique<Traced>([&] { results->first = first(); });
+    };
+    const auto meet = [&](Traced &one) {
+      Traced other([&] { results->second = second(); });
+      other.RunOn();
+      EXPECT_EQ(one.Finish(), 0);
+      EXPECT_EQ(other.Finish(), 0);
+      judge();
+    };
+    AtEachMoment(seed, begin, meet);
+  }
+
+  void ExpectOneAfterTheOther(int cells, const Operation &first, const Operation &second) {
+    std::set<std::string> allowed;
+    Fill(cells);
+    int firstResult = first();
+    int secondResult = second();
+    allowed.insert(Outcome(firstResult, secondResult));
+    Fill(cells);
+    secondResult = second();
+    firstResult = first();
+    allowed.insert(Outcome(firstResult, secondResult));
+    const auto judge = [&] {
+      EXPECT_EQ(SemValue(), 1);
+      const std::string outcome = Outcome(results->first, results->second);
+      EXPECT_TRUE(allowed.count(outcome)) << outcome;
+    };
+    Meet([&] { Fill(cells); }, first, second, judge);
+  }
+
+  // Each of the operations in the place of the second one, in an empty ring, with one cell, and full; in an ordinary
+  // run a third of that.
+  void ExpectInOrderWithEveryOther(const Operation &first) {
+    const Operation others[] = {
+        [this] { return PushText(ring, "X"); },
+        [this] { return OverwriteText(ring, "Y"); },
+        [this] { return Taken(); },
+        [this] { return TShmQueue_Clear(&ring); },
+        [this] { return TShmQueue_GetCount(&ring); },
+    };
+    std::uint64_t turn = TestSeed();
+    for (const int cells : {0, 1, 3}) {
+      for (const Operation &second : others) {
+        if (TakesEveryMoment() || ++turn % 3 == 0) ExpectOneAfterTheOther(cells, first, second);
+      }
+    }
+  }
+  // The oldest cell's first character, 0 when there is none.
+  int Taken() {
+    const std::string text = GetText(ring);
+    return text == "<empty>" ? 0 : text[0];
+  }
+
+  // A process makes or attaches the ring, sees that it works, and keeps it.
+  int Attach() {
+    TShmQueue mine{};
+    if (Create(mine, kCells, 8) != 1) return 0;
+    return OverwriteText(mine, "mine") >= 0 && TShmQueue_GetCount(&mine) > 0 ? 1 : 2;
+  }
+  void ExpectNextCreatorHasARing() {
+    TShmQueue next{};
+    ASSERT_EQ(Create(next, kCells, 8), 1);
+    EXPECT_EQ(SemValue(), 1);
+    TakeAll(next);
+    for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(PushText(next, "y"), 1);
+    EXPECT_EQ(PushText(next, "y"), 0);
+    EXPECT_EQ(TShmQueue_Close(&next, 1), 1);
+    EXPECT_FALSE(SegmentExists());
+    EXPECT_FALSE(SemExists());
+  }
+  void LeaveTheRing() {
+    TShmQueue_Close(&ring, 1);
+    ring.header = nullptr;
+  }
+
+  SharedBlock<Results> results;
+};
+
+TEST_F(RingPairs, Push_ComesBeforeOrAfterTheOther) {
+  ExpectInOrderWithEveryOther([this] { return PushText(ring, "new"); });
+}
+
+TEST_F(RingPairs, PushOverwrite_ComesBeforeOrAfterTheOther) {
+  ExpectInOrderWithEveryOther([this] { return OverwriteText(ring, "new"); });
+}
+
+TEST_F(RingPairs, Get_ComesBeforeOrAfterTheOther) {
+  ExpectInOrderWithEveryOther([this] { return Taken(); });
+}
+
+TEST_F(RingPairs, Clear_ComesBeforeOrAfterTheOther) {
+  ExpectInOrderWithEveryOther([this] { return TShmQueue_Clear(&ring); });
+}
+
+TEST_F(RingPairs, AttachAndLeave_DisturbNoPush) {
+  const Operation attachAndLeave = [this] {
+    TShmQueue mine{};
+    return Create(mine, kCells, 8) == 1 ? TShmQueue_Close(&mine, 1) : 0;
+  };
+  const Operation push = [this] { return PushText(ring, "new"); };
+  ExpectOneAfterTheOther(1, attachAndLeave, push);
+  ExpectOneAfterTheOther(1, push, attachAndLeave);
+}
+
+TEST_F(RingPairs, TwoCreators_ShareOneRing) {
+  LeaveTheRing();
+  const auto judge = [this] {
+    EXPECT_EQ(results->first, 1);
+    EXPECT_EQ(results->second, 1);
+    TShmQueue next{};
+    ASSERT_EQ(Create(next, kCells, 8), 1);
+    EXPECT_EQ(TakeAll(next), "[mine][mine]");
+    TShmQueue_Close(&next, 1);
+  };
+  Meet([] {}, [this] { return Attach(); }, [this] { return Attach(); }, judge);
+}
+
+TEST_F(RingPairs, CreatorAndTheLastOneWhoLeaves_BothWork) {
+  LeaveTheRing();
+  // The ring is made by the process that leaves it, before its first moment.
+  const Operation leave = [this] {
+    TShmQueue mine{};
+    Create(mine, kCells, 8);
+    return TShmQueue_Close(&mine, 1);
+  };
+  const auto judge = [this] {
+    EXPECT_EQ(results->first, 1);
+    EXPECT_EQ(results->second, 1);
+    ExpectNextCreatorHasARing();
+  };
+  Meet([] {}, leave, [this] { return Attach(); }, judge);
+  Meet([] {}, [this] { return Attach(); }, leave, judge);
+}
+
+}  // namespace
