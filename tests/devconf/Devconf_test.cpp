@@ -23,6 +23,7 @@ constexpr int kNothingFound = 1;
 constexpr int kMistake = 2;
 constexpr int kNoDatabase = 3;
 constexpr int kFailed = 4;
+constexpr int kRefused = 5;
 
 class Shell : public devconf_test::DevconfTest {
  protected:
@@ -47,7 +48,7 @@ TEST_F(Shell, Version_IsOneLine) { EXPECT_THAT(Print({"--version"}), ::testing::
 
 TEST_F(Shell, AMistakenCommandLine_Is2AndSaysSo) {
   Expect({"put"}, kMistake, "", "devconf: unknown command \"put\"\ndevconf --help lists the commands.\n");
-  Expect({"set", "a"}, kMistake, "", "devconf: too few words behind \"set\"\ndevconf --help lists the commands.\n");
+  Expect({"set", "a"}, kMistake, "", "devconf: too few words after \"set\"\ndevconf --help lists the commands.\n");
 }
 
 TEST_F(Shell, AnUnknownTable_Is2AndOpensNothing) {
@@ -123,7 +124,7 @@ TEST_F(Shell, Init_OfADatabaseThatIsThere_ChangesNothing) {
   Init();
   Print({"set", "a", "1"});
   Init();
-  EXPECT_EQ(Print({"get", "a"}), "1\n");
+  EXPECT_EQ(Print({"get", "a"}), "1");
 }
 
 TEST_F(Shell, Init_WhereNoFolderCanBeMade_Is3AndSaysSo) {
@@ -144,7 +145,7 @@ TEST_F(Shell, Set_StoresWhatTheLibraryReads) {
   Init();
   EXPECT_EQ(Print({"set", "dbl", "a,b;c"}), "");
   EXPECT_EQ(Print({"set", "vlan", "-1"}), "");
-  EXPECT_EQ(Print({"get", "vlan"}), "-1\n");
+  EXPECT_EQ(Print({"get", "vlan"}), "-1");
   EXPECT_EQ(Dump("tb_parameter"), (Records{{Text("dbl"), Text("a,b;c")}, {Text("vlan"), Text("-1")}}));
   Open();
   EXPECT_EQ(Get(g_uDb.tb_parameter, "dbl"), "a,b;c");
@@ -157,10 +158,101 @@ TEST_F(Shell, Get_AsJson_HasTheSchemaOfAnExport) {
             "{\"table\":\"tb_parameter\",\"key\":\"n\\\"\",\"value\":\"J\xc3\xbcrgen\\n\"}\n");
 }
 
-TEST_F(Shell, Get_ShowsWhatATerminalWouldObey) {
+TEST_F(Shell, Get_IntoAPipe_AreTheBytes) {
+  Init();
+  const std::string value = "a\x1b[2J\n\xff\xc2\x9b\\ \xc3\xbc\n";
+  Print({"set", "n", value});
+  EXPECT_EQ(Print({"get", "n"}), value);
+  EXPECT_EQ(Print({"get", "--raw", "n"}), value);
+}
+
+TEST_F(Shell, Get_OnATerminal_ShowsWhatATerminalWouldObey) {
   Init();
   Print({"set", "n", "a\x1b[2J\xff\xc2\x9b\\ \xc3\xbc"});
-  EXPECT_EQ(Print({"get", "n"}), "a\\x1b[2J\\xff\\xc2\\x9b\\ \xc3\xbc\n");
+  const std::string shown = "a\\x1b[2J\\xff\\xc2\\x9b\\\\ \xc3\xbc\n";
+  EXPECT_EQ(Print({"get", "n", "--escape"}), shown);
+  const CommandResult result =
+      Command({"script", "-qec", std::string(DEVCONF_PATH) + " --home " + home_ + " get n", "/dev/null"}).Run();
+  EXPECT_EQ(result.out, shown.substr(0, shown.size() - 1) + "\r\n");
+}
+
+TEST_F(Shell, AnyValue_ComesBackFromItsEscape) {
+  Init();
+  std::string all;
+  for (int byte = 0; byte < 256; ++byte) all += static_cast<char>(byte);
+  const std::string values[] = {Text(""), Text("\\x41"),   Text("a\\c"), Text("'\"\n\t\r"),
+                                all,      "no terminator", Raw("")};
+  for (const std::string &value : values) {
+    Plant("tb_parameter", Text("from"), value);
+    std::string shown = Print({"get", "from", "--escape"});
+    shown.pop_back();
+    Print({"set", "--escape", "to", shown});
+    EXPECT_EQ(Dump("tb_parameter"), (Records{{Text("from"), value}, {Text("to"), value}})) << shown;
+  }
+}
+
+TEST_F(Shell, AnEscapeThatIsMistaken_Is2) {
+  Init();
+  Expect({"set", "--escape", "a", "\\q"}, kMistake, "",
+         "devconf: unknown escape (a backslash is written \\\\) \"\\\\q\"\n");
+  for (const char *word : {"\\", "\\x4", "\\xg0", "\\cx"}) {
+    EXPECT_EQ(Run({"set", "--escape", "a", word}).status, kMistake) << word;
+    EXPECT_EQ(Run({"get", "--escape", word}).status, kMistake) << word;
+  }
+  EXPECT_EQ(Print({"list"}), "");
+}
+
+TEST_F(Shell, SetAndGet_ThroughAPipe_KeepEveryByte) {
+  Init();
+  const std::string value = "-----BEGIN\nline\\n\n\n-----END\n\n";
+  Print({"set", "cert", value});
+  const CommandResult result =
+      Command({"bash", "-c", "\"$0\" --home \"$1\" get cert | \"$0\" --home \"$1\" set copy -", DEVCONF_PATH, home_})
+          .Run();
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(Dump("tb_parameter"), (Records{{Text("cert"), value + '\0'}, {Text("copy"), value + '\0'}}));
+}
+
+TEST_F(Shell, Set_FromAFile_StoresItsBytes) {
+  Init();
+  Print({"set", "text", "--from", File("two\nlines\n")});
+  Print({"set", "bytes", "--from", File(Raw("a\0\xff"))});
+  Print({"pb", "set", "Bob", "--from", File("123;x")});
+  EXPECT_EQ(Dump("tb_parameter"), (Records{{Text("bytes"), Raw("a\0\xff")}, {Text("text"), Text("two\nlines\n")}}));
+  EXPECT_EQ(Print({"pb", "number", "123"}), "123\tBob\t123;x\n");
+  const CommandResult result = Run({"set", "a", "--from", "/no/such"});
+  EXPECT_EQ(result.status, kRefused);
+  EXPECT_EQ(result.err, "devconf: No such file or directory \"/no/such\"\n");
+}
+
+TEST_F(Shell, EveryTable_TakesGetSetAndDel) {
+  Init();
+  for (const TDbTbl &row : g_auDbTbl) {
+    const std::string table = row.pName;
+    if (table[0] == 's') continue;
+    EXPECT_EQ(Print({"set", "--table", table, "101 Bob", "1;" + table}), "");
+    EXPECT_EQ(Print({"get", "-t", table, "101 Bob"}), "1;" + table);
+    EXPECT_EQ(Print({"list", table}), "101 Bob\t1;" + table + "\n");
+    EXPECT_TRUE(IndexesAgree());
+    EXPECT_EQ(Print({"del", "--table=" + table, "101 Bob"}), "");
+    EXPECT_EQ(Print({"list", table}), "");
+  }
+  EXPECT_TRUE(IndexesAgree());
+  for (const char *command : {"get", "del"}) {
+    Expect({command, "--table", "stb_pb", "1"}, kMistake, "",
+           "devconf: an index has no records of its own; use its table, \"tb_pb\"\n");
+  }
+}
+
+TEST_F(Shell, AKeyThatTheLibraryDoesNotMake_IsReachedByItsEscape) {
+  Init();
+  Plant("tb_line", "raw", Text("1"));
+  EXPECT_EQ(Print({"list", "tb_line"}), "raw\\c\t1\n");
+  EXPECT_EQ(Print({"get", "--table", "tb_line", "--escape", "raw\\c"}), "1\n");
+  EXPECT_EQ(Run({"get", "--table", "tb_line", "raw"}).status, kNothingFound);
+  Print({"set", "--table", "tb_line", "--escape", "raw\\x00x\\c", "2"});
+  Print({"del", "--table", "tb_line", "--escape", "raw\\c"});
+  EXPECT_EQ(Dump("tb_line"), (Records{{Raw("raw\0x"), Text("2")}}));
 }
 
 TEST_F(Shell, AMissingRecord_Is1AndNamed) {
@@ -177,17 +269,30 @@ TEST_F(Shell, Del_DeletesIt) {
   EXPECT_EQ(Dump("tb_parameter"), Records{});
 }
 
-TEST_F(Shell, NamesAndValues_OfTheLargestSizeFit_OneMoreIsRefused) {
+TEST_F(Shell, NamesAndValues_OfAnySize_AreStored) {
   Init();
-  const std::string name(254, 'n');
-  const std::string value(65535, 'v');
-  Print({"set", name, value});
-  EXPECT_EQ(Print({"get", name}), value + "\n");
-  Expect({"set", name + "n", "v"}, kMistake, "", "devconf: tb_parameter \"" + name + "n\": the name is too long\n");
-  Expect({"set", "n", value + "v"}, kMistake, "", "devconf: tb_parameter \"n\": the value is too long\n");
-  Expect({"pb", "add", std::string(127, 'n'), "v"}, kMistake, "",
-         "devconf: tb_pb \"" + std::string(127, 'n') + "\": the name is too long\n");
-  EXPECT_EQ(Print({"pb", "add", std::string(126, 'n'), "v"}), "");
+  for (const std::size_t size : {253UL, 254UL, 255UL, 256UL, 600UL, 5000UL}) {
+    const std::string name(size, 'n');
+    const std::string value(size * 20, 'v');
+    Print({"set", name, value});
+    EXPECT_EQ(Print({"get", name}), value);
+    EXPECT_EQ(Print({"list"}), name + "\t" + value + "\n");
+    Print({"pb", "set", name, "1"});
+    EXPECT_EQ(Print({"pb", "find", std::string(size, '6')}), std::string(size, '6') + "\t" + name + "\t1\n");
+    Print({"pb", "del", name});
+    Print({"del", name});
+    EXPECT_EQ(Print({"list"}), "");
+  }
+}
+
+TEST_F(Shell, AValueThatIsFarTooLarge_IsRefused) {
+  Init();
+  const CommandResult result =
+      Command({"bash", "-c", "head -c 16777216 /dev/zero | tr '\\0' x | \"$0\" --home \"$1\" set n -", DEVCONF_PATH,
+               home_})
+          .Run();
+  EXPECT_EQ(result.status, kMistake);
+  EXPECT_EQ(result.err, "devconf: tb_parameter \"n\": the value is too long\n");
 }
 
 // Phone book.
@@ -225,6 +330,17 @@ TEST_F(Shell, PhoneBook_MoreEntriesThanOneSearchHolds_AreFound) {
   EXPECT_EQ(Lines(Print({"pb", "find", "262"})).size(), 200U);
 }
 
+TEST_F(Shell, PhoneBook_AnEntry_IsReplacedAndDeleted) {
+  Init();
+  Print({"pb", "set", "Bob 1", "123;x"});
+  Print({"pb", "set", "Bob 1", "456"});
+  EXPECT_EQ(Print({"list", "tb_pb"}), "Bob 1\t456\n");
+  EXPECT_EQ(Run({"pb", "number", "123"}).status, kNothingFound);
+  EXPECT_EQ(Print({"pb", "del", "Bob 1"}), "");
+  EXPECT_EQ(Print({"list", "stb_pb"}), "");
+  Expect({"pb", "del", "Bob 1"}, kNothingFound, "", "devconf: tb_pb \"Bob 1\": no such record\n");
+}
+
 TEST_F(Shell, PhoneBook_WhatIsNoDigits_Is2) {
   Init();
   for (const char *word : {"", "2a", "Bob"}) {
@@ -246,7 +362,7 @@ TEST_F(Shell, PhoneBook_ABareKeyWithoutDigits_IsFoundByNumber) {
   Open();
   ASSERT_EQ(BerkDb_Put(g_uDb.tb_pb, "raw", "99", 2), 0);
   BerkDb_Close();
-  EXPECT_EQ(Print({"pb", "number", "99"}), "99\traw\t99\n");
+  EXPECT_EQ(Print({"pb", "number", "99"}), "99\traw\\x00\\c\t99\\c\n");
   EXPECT_EQ(
       Print({"pb", "number", "99", "--json"}),
       "{\"table\":\"tb_pb\",\"key_bytes\":\"raw\\u0000\",\"value_bytes\":\"99\",\"index\":\"stb_pb\",\"index_key\":"
@@ -280,7 +396,7 @@ TEST_F(Shell, List_IsTheSettingsUnlessToldOtherwise) {
   EXPECT_EQ(Print({"list"}), "");
   Print({"set", "b", "2"});
   Print({"set", "a", "1\t"});
-  EXPECT_EQ(Print({"list"}), "a\t1\\x09\nb\t2\n");
+  EXPECT_EQ(Print({"list"}), "a\t1\\t\nb\t2\n");
   EXPECT_EQ(Print({"list", "tb_parameter", "b"}), "b\t2\n");
   EXPECT_EQ(Print({"list", "--json", "tb_parameter", "b"}),
             "{\"table\":\"tb_parameter\",\"key\":\"b\",\"value\":\"2\"}\n");
@@ -312,7 +428,7 @@ TEST_F(Shell, Find_SaysWhetherThereWereAny) {
 TEST_F(Shell, WhileAProcessHasTheStoreOpen_SharesItsData) {
   Open();
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "a", "1"), 0);
-  EXPECT_EQ(Print({"get", "a"}), "1\n");
+  EXPECT_EQ(Print({"get", "a"}), "1");
   EXPECT_EQ(Print({"set", "a", "2"}), "");
   EXPECT_EQ(Get(g_uDb.tb_parameter, "a"), "2");
 }
@@ -411,10 +527,10 @@ TEST_F(Shell, WhenAProcessDiedInsideTheStore_HealsIt) {
     return 1;
   });
   ASSERT_EQ(victim.Wait(), 1000 + SIGKILL);
-  EXPECT_EQ(Print({"get", "a"}), "1\n") << "opening heals the store";
+  EXPECT_EQ(Print({"get", "a"}), "1") << "opening heals the store";
   done.Announce();
   EXPECT_EQ(survivor.Wait(), 0);
-  EXPECT_EQ(Print({"get", "a"}), "1\n");
+  EXPECT_EQ(Print({"get", "a"}), "1");
 }
 
 }  // namespace

@@ -48,12 +48,19 @@ TEST(Options, KnowEveryCommand) {
       {{"list"}, Command::kList},
       {{"list", "a", "b"}, Command::kList},
       {{"find", "a", "b"}, Command::kFind},
-      {{"pb", "add", "a", "b"}, Command::kPhoneBookAdd},
+      {{"pb", "add", "a", "b"}, Command::kPhoneBookSet},
+      {{"pb", "set", "a", "b"}, Command::kPhoneBookSet},
+      {{"pb", "del", "a"}, Command::kPhoneBookDelete},
       {{"pb", "find", "1"}, Command::kPhoneBookFind},
       {{"pb", "number", "1"}, Command::kPhoneBookNumber},
       {{"export"}, Command::kExport},
       {{"export", "a"}, Command::kExport},
       {{"import", "a"}, Command::kImport},
+      {{"diff", "a"}, Command::kDiff},
+      {{"batch"}, Command::kBatch},
+      {{"batch", "a"}, Command::kBatch},
+      {{"del", "a"}, Command::kDelete},
+      {{"tables"}, Command::kTables},
       {{"verify"}, Command::kVerify},
   };
   for (const auto &[words, command] : commands) {
@@ -63,7 +70,7 @@ TEST(Options, KnowEveryCommand) {
   }
 }
 
-TEST(Options, GiveTheWordsBehindTheCommand) {
+TEST(Options, GiveTheWordsAfterTheCommand) {
   const Reading reading = Read({"pb", "add", "Bob", "1;x"});
   EXPECT_STREQ(reading.options.words[0], "Bob");
   EXPECT_STREQ(reading.options.words[1], "1;x");
@@ -82,10 +89,17 @@ TEST(Options, MayStandAnywhere) {
 
 TEST(Options, NumbersWithASign_AreNoOptions) {
   EXPECT_STREQ(Read({"set", "vlan", "-1"}).options.words[1], "-1");
+  EXPECT_STREQ(Read({"--json", "set", "-12", "-34x"}).options.words[0], "-12");
   EXPECT_STREQ(Read({"import", "-"}).options.words[0], "-");
 }
 
-TEST(Options, BehindTwoDashes_ThereAreNone) {
+TEST(Options, ARowOfDashes_IsNoOption) {
+  EXPECT_STREQ(Read({"set", "cert", "-----BEGIN CERTIFICATE-----\n"}).options.words[1],
+               "-----BEGIN CERTIFICATE-----\n");
+  EXPECT_STREQ(Read({"get", "---"}).options.words[0], "---");
+}
+
+TEST(Options, AfterTwoDashes_ThereAreNone) {
   const Reading reading = Read({"set", "--", "--json", "--home"});
   ASSERT_TRUE(reading.ok) << reading.mistake;
   EXPECT_FALSE(reading.options.json);
@@ -102,20 +116,42 @@ TEST(Options, HelpAndVersion_NeedNoCommand) {
 TEST(Options, ThatAreMistaken_AreNamed) {
   EXPECT_EQ(Read({}).mistake, "no command|");
   EXPECT_EQ(Read({"put"}).mistake, "unknown command|put");
-  EXPECT_EQ(Read({"pb"}).mistake, "pb needs add, find or number behind it|");
-  EXPECT_EQ(Read({"pb", "del", "x"}).mistake, "pb needs add, find or number behind it|");
-  EXPECT_EQ(Read({"get"}).mistake, "too few words behind|get");
-  EXPECT_EQ(Read({"pb", "add", "Bob"}).mistake, "too few words behind|add");
-  EXPECT_EQ(Read({"get", "a", "b"}).mistake, "too many words|b");
-  EXPECT_EQ(Read({"pb", "add", "a", "b", "c"}).mistake, "too many words|c");
+  EXPECT_EQ(Read({"pb"}).mistake, "pb needs one of the words set, del, find and number|");
+  EXPECT_EQ(Read({"pb", "put", "x"}).mistake, "pb needs one of the words set, del, find and number|");
+  EXPECT_EQ(Read({"get"}).mistake, "too few words after|get");
+  EXPECT_EQ(Read({"set", "a"}).mistake, "too few words after|set");
+  EXPECT_EQ(Read({"pb", "add", "Bob"}).mistake, "too few words after|add");
+  EXPECT_EQ(Read({"get", "a", "b"}).mistake, "too many words:|b");
+  EXPECT_EQ(Read({"pb", "add", "a", "b", "c"}).mistake, "too many words:|c");
   EXPECT_EQ(Read({"--jsn", "get"}).mistake, "unknown option|--jsn");
   EXPECT_EQ(Read({"-x"}).mistake, "unknown option|-x");
   EXPECT_EQ(Read({"--homes=x", "get", "a"}).mistake, "unknown option|--homes=x");
-  EXPECT_EQ(Read({"get", "a", "--home"}).mistake, "nothing behind|--home");
-  EXPECT_EQ(Read({"get", "a", "--home="}).mistake, "nothing behind|--home=");
+  EXPECT_EQ(Read({"--json=x", "get", "a"}).mistake, "unknown option|--json=x");
+  EXPECT_EQ(Read({"get", "a", "--home"}).mistake, "an argument is missing for|--home");
+  EXPECT_EQ(Read({"get", "a", "--home="}).mistake, "an argument is missing for|--home=");
   EXPECT_EQ(Read({"import", "a", "--merge", "--replace"}).mistake, "--merge and --replace exclude each other|");
-  EXPECT_EQ(Read({"get", "a", "--merge"}).mistake, "only import knows|--merge");
-  EXPECT_EQ(Read({"export", "--replace"}).mistake, "only import knows|--replace");
+  EXPECT_EQ(Read({"get", "a", "--raw", "--escape"}).mistake, "--raw and --escape exclude each other|");
+  EXPECT_EQ(Read({"set", "a", "b", "--from", "f"}).mistake, "--from and a value exclude each other|");
+}
+
+TEST(Options, OfOtherCommands_AreNamed) {
+  EXPECT_EQ(Read({"get", "a", "--merge"}).mistake, "only import and diff know|--merge");
+  EXPECT_EQ(Read({"export", "--replace"}).mistake, "only import and diff know|--replace");
+  EXPECT_EQ(Read({"list", "--table", "tb_pb"}).mistake, "only get, set and del know|--table");
+  EXPECT_EQ(Read({"get", "a", "--from", "f"}).mistake, "only set knows|--from");
+  EXPECT_EQ(Read({"set", "a", "b", "--raw"}).mistake, "only get knows|--raw");
+  EXPECT_EQ(Read({"list", "--escape"}).mistake, "only get, set and del know|--escape");
+  EXPECT_EQ(Read({"--offline", "f", "set", "a", "b"}).mistake, "only commands that read know|--offline");
+}
+
+TEST(Options, OfRecords_AreRead) {
+  const Reading reading = Read({"set", "-t", "tb_line", "--from", "f", "--escape", "a"});
+  ASSERT_TRUE(reading.ok) << reading.mistake;
+  EXPECT_STREQ(reading.options.table, "tb_line");
+  EXPECT_STREQ(reading.options.from, "f");
+  EXPECT_EQ(reading.options.writing, devconf::Writing::kEscaped);
+  EXPECT_EQ(Read({"get", "a", "--raw"}).options.writing, devconf::Writing::kRaw);
+  EXPECT_STREQ(Read({"--offline=f", "get", "a"}).options.offline, "f");
 }
 
 TEST(Options, TheHelp_FitsATerminal) {

@@ -62,29 +62,23 @@ struct Imported {
   std::string complaint;  ///< empty when the text was taken
 };
 
-std::string KeyOf(const devconf::Entry &entry) {
-  if (!entry.asName) return std::string(entry.name);
-  devconf::Bytes key;
-  devconf::MakeKey(*entry.table, devconf::TextOf(entry.name), key);
-  return std::string(key.View());
-}
-
 void TakeEntries(devconf::ImportFile &file, Imported &imported) {
   const devsupport::test::StreamText out(stdout);
-  for (const devconf::Entry &entry : file.Entries()) {
-    const std::string key = KeyOf(entry);
-    devconf::PrintRecord({entry.table, key, entry.value}, true);
-    imported.records.push_back({entry.table->name, key, std::string(entry.value)});
+  std::vector<devconf::Entry> entries(file.Entries().begin(), file.Entries().end());
+  std::sort(entries.begin(), entries.end(), [](const auto &a, const auto &b) { return a.line < b.line; });
+  for (const devconf::Entry &entry : entries) {
+    const std::string_view key = file.KeyOf(entry);
+    const std::string_view value = file.ValueOf(entry);
+    devconf::PrintRecord({entry.table, key, value}, true);
+    imported.records.push_back({entry.table->Name(), std::string(key), std::string(value)});
   }
   imported.exported = out.Text();
 }
 
 void ExpectFound(devconf::ImportFile &file, const std::vector<Stored> &records) {
-  for (const Stored &record : records) {
-    const devconf::Table &table = *devconf::FindTable(record.table);
-    EXPECT_TRUE(file.HasTable(table));
-    EXPECT_TRUE(file.HasKey(table, record.key));
-  }
+  for (const Stored &record : records) EXPECT_TRUE(file.HasTable(*devconf::FindTable(record.table)));
+  const auto isBefore = [](const devconf::Entry &a, const devconf::Entry &b) { return a.table < b.table; };
+  EXPECT_TRUE(std::is_sorted(file.Entries().begin(), file.Entries().end(), isBefore));
 }
 
 Imported Import(std::string_view text) {

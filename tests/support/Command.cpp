@@ -89,6 +89,11 @@ Command &Command::Environment(const std::string &name, const std::string &value)
   return *this;
 }
 
+Command &Command::InputFrom(const std::string &path) {
+  inputPath_ = path;
+  return *this;
+}
+
 Command &Command::OutputTo(const std::string &path) {
   outputPath_ = path;
   return *this;
@@ -103,7 +108,7 @@ CommandResult Command::Run() const {
   const Capture out;
   const Capture err;
   FileActions actions;
-  actions.Open(STDIN_FILENO, "/dev/null", O_RDONLY);
+  actions.Open(STDIN_FILENO, inputPath_.c_str(), O_RDONLY);
   actions.Duplicate(out.Descriptor(), STDOUT_FILENO);
   actions.Duplicate(err.Descriptor(), STDERR_FILENO);
   if (outputPath_) actions.Open(STDOUT_FILENO, outputPath_->c_str(), O_WRONLY);

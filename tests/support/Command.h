@@ -21,12 +21,14 @@ struct CommandResult {
 };
 
 /// One program with its arguments, found through PATH unless it is named with a slash.
-/// Standard input is empty. Environment and descriptors are the test's own but for what is changed here.
+/// Standard input is empty unless told otherwise. Environment and descriptors are the test's own but for what is changed here.
 class Command {
  public:
   explicit Command(std::vector<std::string> words);
 
   Command &Environment(const std::string &name, const std::string &value);
+  /// Standard input comes from the file.
+  Command &InputFrom(const std::string &path);
   /// Standard output goes to the file instead; CommandResult::out stays empty.
   Command &OutputTo(const std::string &path);
   /// Starts the program without a standard output.
@@ -38,6 +40,7 @@ class Command {
  private:
   std::vector<std::string> words_;
   std::vector<std::string> environment_;
+  std::string inputPath_ = "/dev/null";
   std::optional<std::string> outputPath_;
   bool closeOutput_ = false;
 };

@@ -1,15 +1,19 @@
-// Everything but import, export and verify.
+// The commands that read and change single records, and what each command needs of the store.
 
 #include "tools/devconf/Commands.h"
 
-#include <devsupport/db/DbRecord.h>
+#include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 
+#include "tools/common/Text.h"
+#include "tools/devconf/Batch.h"
+#include "tools/devconf/Changes.h"
+#include "tools/devconf/Input.h"
 #include "tools/devconf/Print.h"
 #include "tools/devconf/Records.h"
 #include "tools/devconf/Search.h"
+#include "tools/devconf/Shown.h"
 #include "tools/devconf/Status.h"
 #include "tools/devconf/Store.h"
 #include "tools/devconf/Transfer.h"
@@ -35,50 +39,98 @@ int StatusOf(Answer answer) {
   }
 }
 
-const Table *FindTableOrComplain(const char *name) {
-  const Table *table = FindTable(name);
-  if (table == nullptr) Complain("unknown table", name);
-  return table;
+bool IsPhoneBookCommand(Command command) {
+  return command == Command::kPhoneBookSet || command == Command::kPhoneBookDelete;
+}
+
+// The table of a command that is about one record.
+const Table &TableOf(const Options &options) {
+  if (IsPhoneBookCommand(options.command)) return *FindTable(kPhoneBook);
+  return *FindTable(options.table != nullptr ? options.table : kSettings);
+}
+
+// A word of the command line, escaped or as it is.
+bool ReadWord(const char *word, const Options &options, Unshown &unshown) {
+  if (options.writing != Writing::kEscaped) {
+    unshown.bytes.Assign(word);
+    return true;
+  }
+  const char *wrong = Unshow(word, unshown);
+  if (wrong != nullptr) Complain(wrong, word);
+  return wrong == nullptr;
+}
+
+bool ReadKey(const Table &table, const Options &options, Bytes &key) {
+  Unshown name;
+  if (!ReadWord(options.words[0], options, name)) return false;
+  KeyOf(table, name, key);
+  return true;
+}
+
+void PrintValue(std::string_view value, Writing writing) {
+  if (writing == Writing::kByOutput) writing = ::isatty(STDOUT_FILENO) == 1 ? Writing::kEscaped : Writing::kRaw;
+  if (writing == Writing::kRaw) return Put(Stream::kOut, IsTerminatedText(value) ? TextOf(value) : value);
+  Bytes shown;
+  AppendShownValue(shown, value);
+  shown.Append("\n");
+  Put(Stream::kOut, shown.View());
 }
 
 int Get(const Options &options) {
-  const Table &table = *FindTable(kSettings);
+  const Table &table = TableOf(options);
   Bytes key;
-  Bytes value;
-  MakeKey(table, options.words[0], key);
+  GrownBytes value;
+  if (!ReadKey(table, options, key)) return status::kMistake;
   const Answer answer = ReadValue(table, key.View(), value);
-  if (answer == Answer::kNo) Complain(table.name, options.words[0], "no such record");
+  if (answer == Answer::kNo) Complain(table, key.View(), "no such record");
   if (answer != Answer::kYes) return StatusOf(answer);
   if (options.json) {
     PrintRecord({&table, key.View(), value.View()}, true);
   } else {
-    PrintShown(stdout, IsTerminatedText(value.View()) ? TextOf(value.View()) : value.View());
-    std::putchar('\n');
+    PrintValue(value.View(), options.writing);
   }
   return status::kDone;
 }
 
-int Set(const char *tableName, const Options &options) {
-  const Table &table = *FindTable(tableName);
-  const char *name = options.words[0];
-  const char *value = options.words[1];
+// The value of set: a word, a file, or standard input.
+int ReadNewValue(const Options &options, Bytes &value) {
+  const bool isFile = options.from != nullptr || std::strcmp(options.words[1], "-") == 0;
+  Unshown text;
+  if (!isFile && !ReadWord(options.words[1], options, text)) return status::kMistake;
+  if (isFile && !ReadInput(options.from != nullptr ? options.from : "-", text.bytes)) return status::kRefused;
+  ValueOf(text, value);
+  return status::kDone;
+}
+
+int Apply(const Options &options, Changes &changes) {
+  Store store;
+  if (const int result = store.OpenToChange(options); result != status::kDone) return result;
+  const Changes::Result result = changes.Apply();
+  return result.nResult == 0 ? status::kDone : ExplainFailure(changes, result, nullptr);
+}
+
+int Set(const Options &options) {
+  const Table &table = TableOf(options);
   Bytes key;
-  MakeKey(table, name, key);
-  if (key.Size() > kMostKeyBytes || std::strlen(value) >= kMostValueBytes) {
-    Complain(table.name, name, key.Size() > kMostKeyBytes ? "the name is too long" : "the value is too long");
+  Bytes value;
+  if (!ReadKey(table, options, key)) return status::kMistake;
+  if (const int result = ReadNewValue(options, value); result != status::kDone) return result;
+  if (key.Size() > kMostBytes || value.Size() > kMostBytes) {
+    Complain(table, key.View(), key.Size() > kMostBytes ? "the name is too long" : "the value is too long");
     return status::kMistake;
   }
-  if (BerkDb_Set(table.Handle(), name, value) == BERKDB_OK) return status::kDone;
-  Complain(table.name, name, "cannot be stored");
-  return status::kFailed;
+  Changes changes;
+  changes.Add(Changes::Kind::kPut, table, key.View(), value.View());
+  return Apply(options, changes);
 }
 
 int Delete(const Options &options) {
-  const Table &table = *FindTable(kSettings);
-  const int code = BerkDb_Del(table.Handle(), options.words[0]);
-  if (code == BERKDB_OK) return status::kDone;
-  Complain(table.name, options.words[0], code == BERKDB_NOT_FOUND ? "no such record" : "cannot be deleted");
-  return code == BERKDB_NOT_FOUND ? status::kNothingFound : status::kFailed;
+  const Table &table = TableOf(options);
+  Bytes key;
+  if (!ReadKey(table, options, key)) return status::kMistake;
+  Changes changes;
+  changes.Add(Changes::Kind::kDelete, table, key.View(), {});
+  return Apply(options, changes);
 }
 
 Answer PrintMatches(const Table &table, const char *prefix, bool json) {
@@ -106,7 +158,7 @@ int ListRecords(const Options &options) {
 int Find(const Options &options) {
   const Table &table = NamedTable(options);
   const Answer answer = PrintMatches(table, options.words[1], options.json);
-  if (answer == Answer::kNo) Complain(table.name, options.words[1], "nothing begins like this");
+  if (answer == Answer::kNo) Complain(table, options.words[1], "nothing begins like this");
   return StatusOf(answer);
 }
 
@@ -116,8 +168,9 @@ int FindIndexed(const char *indexName, Match match, const Options &options) {
     Complain("no keypad digits", wanted);
     return status::kMistake;
   }
-  const Answer answer = PrintIndexed(*FindTable(indexName), wanted, match, options.json);
-  if (answer == Answer::kNo) Complain(indexName, wanted, "no such entry");
+  const Table &index = *FindTable(indexName);
+  const Answer answer = PrintIndexed(index, wanted, match, options.json);
+  if (answer == Answer::kNo) Complain(index, wanted, "no such entry");
   return StatusOf(answer);
 }
 
@@ -129,68 +182,99 @@ bool Count(const Table &table, unsigned long &count) {
 }
 
 void PrintTable(const Table &table, unsigned long count, bool json) {
-  if (json) {
-    std::printf("{\"table\":\"%s\",\"role\":\"%s\",\"records\":%lu,\"index_of\":", table.name, table.role, count);
-    std::printf(table.IsIndex() ? "\"%s\"}\n" : "null}\n", table.indexOf);
-  } else {
-    std::printf("%-13s %8lu  %-9s  %s\n", table.name, count, table.IsIndex() ? table.indexOf : "-", table.role);
+  const char *indexOf = table.IsIndex() ? table.IndexOf().Name() : nullptr;
+  if (!json) {
+    return Format(Stream::kOut, "%-13s %8lu  %-9s  %s\n", table.Name(), count, indexOf != nullptr ? indexOf : "-",
+                  table.role);
   }
+  Format(Stream::kOut, "{\"table\":\"%s\",\"role\":\"%s\",\"records\":%lu,\"index_of\":", table.Name(), table.role,
+         count);
+  Format(Stream::kOut, indexOf != nullptr ? "\"%s\"}\n" : "null}\n", indexOf);
 }
 
 int PrintTables(const Options &options) {
-  if (!options.json) std::puts("TABLE          RECORDS  INDEX OF   ROLE");
+  if (!options.json) Put(Stream::kOut, "TABLE          RECORDS  INDEX OF   ROLE\n");
   for (const Table &table : kCatalogue) {
-    // An index has one entry for each record of its table; verify looks whether it really has.
     unsigned long count = 0;
-    if (!Count(table.IsIndex() ? *FindTable(table.indexOf) : table, count)) return status::kFailed;
+    if (!Count(table, count)) return status::kFailed;
     PrintTable(table, count, options.json);
   }
   return status::kDone;
 }
 
-int RunInStore(const Options &options) {
+int RunInStore(const Options &options, ImportFile &file) {
   switch (options.command) {
     case Command::kGet:
       return Get(options);
-    case Command::kSet:
-      return Set(kSettings, options);
-    case Command::kDelete:
-      return Delete(options);
     case Command::kList:
       return ListRecords(options);
     case Command::kTables:
       return PrintTables(options);
     case Command::kFind:
       return Find(options);
-    case Command::kPhoneBookAdd:
-      return Set(kPhoneBook, options);
     case Command::kPhoneBookFind:
       return FindIndexed(kDigits, Match::kPrefix, options);
     case Command::kPhoneBookNumber:
       return FindIndexed(kNumbers, Match::kWhole, options);
-    case Command::kExport:
-      return Export(options.words[0]);
+    case Command::kDiff:
+      return Diff(file, options);
     default:
-      return status::kDone;  // init: the store is there
+      return Export(options.words[0]);
   }
 }
 
+int Read(const Options &options) {
+  ImportFile file;
+  if (options.command == Command::kDiff && (!file.Load(options.words[0]) || !file.Check())) return status::kRefused;
+  Store store;
+  const int result = options.offline != nullptr ? store.OpenOffline(options.offline) : store.OpenToChange(options);
+  return result == status::kDone ? RunInStore(options, file) : result;
+}
+
+int Init(const Options &options) {
+  Store store;
+  return store.OpenOrMake(options);
+}
+
 bool NamesTable(Command command) {
-  return command == Command::kList || command == Command::kFind || command == Command::kExport;
+  return command == Command::kList || command == Command::kFind || command == Command::kExport ||
+         command == Command::kWatch;
+}
+
+// Whether the tables that the command line names are there, and can be used like that.
+bool AreTablesRight(const Options &options) {
+  for (const char *name : {options.table, NamesTable(options.command) ? options.words[0] : nullptr}) {
+    if (name == nullptr || FindTable(name) != nullptr) continue;
+    Complain("unknown table", name);
+    return false;
+  }
+  if (options.table == nullptr || !FindTable(options.table)->IsIndex()) return true;
+  Complain("an index has no records of its own; use its table,", FindTable(options.table)->IndexOf().Name());
+  return false;
 }
 
 }  // namespace
 
 int RunCommand(const Options &options) {
-  if (NamesTable(options.command) && options.words[0] != nullptr &&
-      FindTableOrComplain(options.words[0]) == nullptr) {
-    return status::kMistake;
+  if (!AreTablesRight(options)) return status::kMistake;
+  switch (options.command) {
+    case Command::kInit:
+      return Init(options);
+    case Command::kSet:
+    case Command::kPhoneBookSet:
+      return Set(options);
+    case Command::kDelete:
+    case Command::kPhoneBookDelete:
+      return Delete(options);
+    case Command::kBatch:
+      return Batch(options);
+    case Command::kImport:
+      return Import(options);
+    case Command::kVerify:
+      return Verify(options);
+    default:
+      return Read(options);
   }
-  if (options.command == Command::kVerify) return Verify(options);
-  if (options.command == Command::kImport) return Import(options);
-  Store store;
-  const bool isOpen = options.command == Command::kInit ? store.OpenOrMake(options) : store.Open(options);
-  return isOpen ? RunInStore(options) : status::kNoDatabase;
 }
 
 }  // namespace devconf

@@ -4,19 +4,20 @@
 #include <cstdint>
 #include <string_view>
 
+#include "tools/common/Escape.h"
 #include "tools/devconf/Bytes.h"
 #include "tools/devconf/Json.h"
 #include "tools/devconf/Tables.h"
 
 namespace devconf {
 
-/// One record as the library can store it.
+/// One record of the file; where its key and value are in the file's memory.
 struct Entry {
   const Table *table;
-  std::string_view name;   ///< with its terminator; under key.data() the library finds a C string
-  std::string_view value;  ///< as stored
-  std::uint32_t line;      ///< counted from 1
-  bool asName;             ///< phone book: stored with keypad digits behind the name
+  std::uint32_t line;  ///< counted from 1
+  std::size_t at;
+  std::size_t keySize;
+  std::size_t valueSize;
 };
 
 class ImportFile {
@@ -27,24 +28,25 @@ class ImportFile {
   /// Checks every line. Complains about the first that is wrong, with its number.
   bool Check();
 
-  /// The records in the order of the file; valid after Check().
+  /// The records by table, in the order of each; valid after Check().
   List<Entry> &Entries() { return entries_; }
+  std::string_view KeyOf(const Entry &entry) const;
+  std::string_view ValueOf(const Entry &entry) const;
 
-  /// Whether the table stands in the file, with or without records.
-  bool HasTable(const Table &table) const { return hasTable_[&table - kCatalogue]; }
-
-  /// Whether the file has a record of this table with this stored key.
-  bool HasKey(const Table &table, std::string_view key);
+  /// Whether the file names the table, with or without records.
+  bool HasTable(const Table &table) const { return hasTable_[table.Row()]; }
 
  private:
   bool CheckLine(std::string_view line);
-  bool CheckRepeated();
+  const char *AppendBytes(std::string_view string, tools::Form form, bool isKey, const Table &table);
+  int Compare(const Entry &a, const Entry &b) const;
+  bool Sort();
   bool Refuse(const char *what) const;
 
   const char *path_ = nullptr;
-  Bytes text_;  // the strings are unescaped in it, each where it stands
+  Bytes text_;
+  Bytes memory_;  // keys and values as stored
   List<Entry> entries_;
-  List<Entry> sorted_;
   std::uint32_t line_ = 0;
   bool hasTable_[BERKDB_TABLES] = {};
 };

@@ -2,49 +2,24 @@
 
 #include "tools/devconf/Options.h"
 
+#include <getopt.h>
+
 #include <cstring>
 #include <string_view>
 
-#include "tools/devconf/Json.h"
-
 namespace devconf {
 
-const char kHelp[] =
-    "Usage: devconf [OPTIONS] COMMAND\n"
-    "Shows and changes the device's configuration store.\n"
-    "\n"
-    "Settings (tb_parameter):\n"
-    "  get NAME              print the value of a setting\n"
-    "  set NAME VALUE        store a setting\n"
-    "  del NAME              delete a setting\n"
-    "Phone book (tb_pb):\n"
-    "  pb add NAME DATA      store an entry\n"
-    "  pb find DIGITS        print the entries whose name begins with these keypad digits\n"
-    "  pb number NUMBER      print the entries with this number\n"
-    "Tables:\n"
-    "  tables                print the catalogue\n"
-    "  list [TABLE [PREFIX]] print the records, of tb_parameter unless told otherwise\n"
-    "  find TABLE PREFIX     the same, and say whether there were any\n"
-    "  export [TABLE]        write the records of one table, or of all, as JSON lines\n"
-    "  import FILE           store the records of such a file; - is standard input\n"
-    "  verify                check the indexes and the file; nobody else may use the store\n"
-    "  init                  make the database where there is none\n"
-    "\n"
-    "Options:\n"
-    "  --home DIR            folder of the store; /config_fs/DB/ unless given\n"
-    "  --file FILE           file in that folder; config.db unless given\n"
-    "  --merge               import: keep the records that the file does not have (the default)\n"
-    "  --replace             import: delete them, in the tables that the file has\n"
-    "  -j, --json            print JSON, one object a line\n"
-    "  -h, --help            print this text\n"
-    "  -V, --version         print the version\n"
-    "  --                    what follows is no option\n"
-    "\n"
-    "Exit status: 0 done; 1 nothing found; 2 mistaken command line; 3 no database, or it cannot be opened;\n"
-    "4 the store refused or failed; 5 mistaken file to import, nothing was changed; 6 verify found damage;\n"
-    "7 verify found others at work.\n";
-
 namespace {
+
+// Options that only some commands know, as bits.
+enum Known : unsigned {
+  kTable = 1,
+  kFrom = 2,
+  kRaw = 4,
+  kEscape = 8,
+  kImportMode = 16,
+  kOffline = 32,
+};
 
 struct CommandRow {
   std::string_view name;
@@ -52,68 +27,141 @@ struct CommandRow {
   Command command;
   int fewest;
   int most;
+  unsigned known = 0;
 };
 
 constexpr CommandRow kCommands[] = {
     {"init", "", Command::kInit, 0, 0},
-    {"get", "", Command::kGet, 1, 1},
-    {"set", "", Command::kSet, 2, 2},
-    {"del", "", Command::kDelete, 1, 1},
-    {"list", "", Command::kList, 0, 2},
-    {"tables", "", Command::kTables, 0, 0},
-    {"find", "", Command::kFind, 2, 2},
-    {"pb", "add", Command::kPhoneBookAdd, 2, 2},
-    {"pb", "find", Command::kPhoneBookFind, 1, 1},
-    {"pb", "number", Command::kPhoneBookNumber, 1, 1},
-    {"export", "", Command::kExport, 0, 1},
-    {"import", "", Command::kImport, 1, 1},
-    {"verify", "", Command::kVerify, 0, 0},
+    {"get", "", Command::kGet, 1, 1, kTable | kRaw | kEscape | kOffline},
+    {"set", "", Command::kSet, 1, 2, kTable | kFrom | kEscape},
+    {"del", "", Command::kDelete, 1, 1, kTable | kEscape},
+    {"list", "", Command::kList, 0, 2, kOffline},
+    {"tables", "", Command::kTables, 0, 0, kOffline},
+    {"find", "", Command::kFind, 2, 2, kOffline},
+    {"pb", "add", Command::kPhoneBookSet, 1, 2, kFrom | kEscape},
+    {"pb", "set", Command::kPhoneBookSet, 1, 2, kFrom | kEscape},
+    {"pb", "del", Command::kPhoneBookDelete, 1, 1, kEscape},
+    {"pb", "find", Command::kPhoneBookFind, 1, 1, kOffline},
+    {"pb", "number", Command::kPhoneBookNumber, 1, 1, kOffline},
+    {"export", "", Command::kExport, 0, 1, kOffline},
+    {"import", "", Command::kImport, 1, 1, kImportMode},
+    {"diff", "", Command::kDiff, 1, 1, kImportMode | kOffline},
+    {"batch", "", Command::kBatch, 0, 1},
+    {"verify", "", Command::kVerify, 0, 0, kOffline},
 };
 
+enum Long : int {
+  kHomeOption = 1000,
+  kFileOption,
+  kOfflineOption,
+  kFromOption,
+  kMerge,
+  kReplace,
+  kRawOption,
+  kEscaped
+};
+
+constexpr option kLongOptions[] = {
+    {"home", required_argument, nullptr, kHomeOption},
+    {"file", required_argument, nullptr, kFileOption},
+    {"offline", required_argument, nullptr, kOfflineOption},
+    {"table", required_argument, nullptr, 't'},
+    {"from", required_argument, nullptr, kFromOption},
+    {"merge", no_argument, nullptr, kMerge},
+    {"replace", no_argument, nullptr, kReplace},
+    {"raw", no_argument, nullptr, kRawOption},
+    {"escape", no_argument, nullptr, kEscaped},
+    {"json", no_argument, nullptr, 'j'},
+    {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'},
+    {nullptr, 0, nullptr, 0},
+};
+
+// "-": other words come in their order, as 1. ":": a missing argument is told apart from an unknown option.
+constexpr char kShortOptions[] = "-:t:jhV";
+
+constexpr int kPlainWord = 1;
 constexpr int kMostNameWords = 2;
 
-// Reads the words one after the other: options anywhere, everything else in the order it comes.
+// A number may have a sign, and a certificate begins with a row of dashes.
+bool IsNoOption(const char *word) {
+  return (word[0] == '-' && word[1] >= '0' && word[1] <= '9') || std::strncmp(word, "---", 3) == 0;
+}
+
 class Reader {
  public:
   Reader(std::span<const char *const> args, Options &options, Mistake &mistake)
       : args_(args), options_(options), mistake_(mistake) {}
 
   bool Read() {
-    while (next_ < args_.size()) {
-      if (!ReadWord(args_[next_++])) return false;
+    optind = 0;  // begins anew
+    opterr = 0;
+    int at = 1;
+    while (at < Count()) {
+      // Without this, getopt would take such a word for options.
+      if (optind != 0 && IsNoOption(args_[static_cast<std::size_t>(at)])) {
+        if (!TakePlain(args_[static_cast<std::size_t>(at)])) return false;
+        optind = ++at;
+        continue;
+      }
+      const int found = ::getopt_long(Count(), Arguments(), kShortOptions, kLongOptions, nullptr);
+      if (found == -1) break;
+      if (!Take(found, args_[static_cast<std::size_t>(at)])) return false;
+      if (stopped_) return true;
+      at = optind;
     }
-    return stopped_ || Finish();
+    for (at = optind > 0 ? optind : 1; at < Count(); ++at) {
+      if (!TakePlain(args_[static_cast<std::size_t>(at)])) return false;
+    }
+    return Finish();
   }
 
  private:
+  int Count() const { return static_cast<int>(args_.size()); }
+
+  // getopt's declaration lets it move the words; the "-" in the short options keeps it from doing so.
+  char *const *Arguments() const {
+    return const_cast<char *const *>(args_.data());  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+  }
+
   bool Fail(const char *what, const char *word = "") {
     mistake_ = {what, word};
     return false;
   }
 
-  bool ReadWord(const char *word) {
-    if (stopped_) return true;
-    if (optionsEnded_ || !LooksLikeOption(word)) return TakePlain(word);
-    if (std::strcmp(word, "--") == 0) {
-      optionsEnded_ = true;
-      return true;
+  bool Take(int found, const char *word) {
+    switch (found) {
+      case kPlainWord:
+        return TakePlain(optarg);
+      case 'h':
+        return Stop(Command::kHelp);
+      case 'V':
+        return Stop(Command::kVersion);
+      case 'j':
+        return options_.json = true;
+      case 't':
+        return TakeText(options_.table, word, kTable, "only get, set and del know", "--table");
+      case kHomeOption:
+        return TakeText(options_.home, word);
+      case kFileOption:
+        return TakeText(options_.file, word);
+      case kOfflineOption:
+        return TakeText(options_.offline, word, kOffline, "only commands that read know", "--offline");
+      case kFromOption:
+        return TakeText(options_.from, word, kFrom, "only set knows", "--from");
+      case kMerge:
+        return Use(kImportMode, "only import and diff know", "--merge") && (merge_ = true);
+      case kReplace:
+        return Use(kImportMode, "only import and diff know", "--replace") && (options_.replace = true);
+      case kRawOption:
+        return Use(kRaw, "only get knows", "--raw") && TakeWriting(Writing::kRaw);
+      case kEscaped:
+        return Use(kEscape, "only get, set and del know", "--escape") && TakeWriting(Writing::kEscaped);
+      case ':':
+        return Fail("an argument is missing for", word);
+      default:
+        return Fail("unknown option", word);
     }
-    return ReadSwitch(word) || TakeFolder(word, "--home", options_.home) ||
-           TakeFolder(word, "--file", options_.file) || (mistake_.what == nullptr && Fail("unknown option", word));
-  }
-
-  // A number may have a sign.
-  static bool LooksLikeOption(const char *word) {
-    return word[0] == '-' && word[1] != '\0' && (word[1] < '0' || word[1] > '9');
-  }
-
-  bool ReadSwitch(std::string_view word) {
-    if (word == "-h" || word == "--help") return Stop(Command::kHelp);
-    if (word == "-V" || word == "--version") return Stop(Command::kVersion);
-    if (word == "-j" || word == "--json") return options_.json = true;
-    if (word == "--merge") return merge_ = true;
-    if (word == "--replace") return options_.replace = true;
-    return false;
   }
 
   bool Stop(Command command) {
@@ -121,23 +169,33 @@ class Reader {
     return stopped_ = true;
   }
 
-  // "--home DIR" or "--home=DIR".
-  bool TakeFolder(const char *word, std::string_view name, const char *&value) {
-    if (!StartsWith(word, name)) return false;
-    const char *behind = word + name.size();
-    if (*behind != '\0' && *behind != '=') return false;
-    if (*behind == '=') {
-      value = behind + 1;
-    } else if (next_ < args_.size()) {
-      value = args_[next_++];
-    } else {
-      return Fail("nothing behind", word);
+  bool TakeText(const char *&value, const char *word) {
+    value = optarg;
+    return *value != '\0' || Fail("an argument is missing for", word);
+  }
+  bool TakeText(const char *&value, const char *word, Known bit, const char *complaint, const char *name) {
+    return Use(bit, complaint, name) && TakeText(value, word);
+  }
+
+  // Notes that an option was given that not every command knows.
+  bool Use(Known bit, const char *complaint, const char *name) {
+    used_ |= bit;
+    for (int i = 0; i < kKnownBits; ++i) {
+      if ((bit >> i & 1U) != 0) complaints_[i] = {complaint, name};
     }
-    return *value != '\0' || Fail("nothing behind", word);
+    return true;
+  }
+
+  bool TakeWriting(Writing writing) {
+    if (options_.writing != Writing::kByOutput && options_.writing != writing) {
+      return Fail("--raw and --escape exclude each other");
+    }
+    options_.writing = writing;
+    return true;
   }
 
   bool TakePlain(const char *word) {
-    if (plainCount_ == kMostNameWords + Options::kMostWords) return Fail("too many words", word);
+    if (plainCount_ == kMostNameWords + Options::kMostWords) return Fail("too many words:", word);
     plain_[plainCount_++] = word;
     return true;
   }
@@ -153,28 +211,46 @@ class Reader {
   bool Finish() {
     if (plainCount_ == 0) return Fail("no command");
     const CommandRow *row = FindCommand();
-    if (row == nullptr && std::strcmp(plain_[0], "pb") == 0) return Fail("pb needs add, find or number behind it");
+    if (row == nullptr && std::strcmp(plain_[0], "pb") == 0) {
+      return Fail("pb needs one of the words set, del, find and number");
+    }
     if (row == nullptr) return Fail("unknown command", plain_[0]);
     const int first = row->second.empty() ? 1 : 2;
     const int count = plainCount_ - first;
-    if (count < row->fewest) return Fail("too few words behind", plain_[first - 1]);
-    if (count > row->most) return Fail("too many words", plain_[first + row->most]);
+    if (count < FewestWords(*row)) return Fail("too few words after", plain_[first - 1]);
+    if (count > row->most) return Fail("too many words:", plain_[first + row->most]);
     options_.command = row->command;
     for (int i = 0; i < count; ++i) options_.words[i] = plain_[first + i];
-    if (merge_ && options_.replace) return Fail("--merge and --replace exclude each other");
-    if ((merge_ || options_.replace) && row->command != Command::kImport) {
-      return Fail("only import knows", merge_ ? "--merge" : "--replace");
+    return CheckOptions(*row);
+  }
+
+  // A value is a word, unless it comes from a file.
+  int FewestWords(const CommandRow &row) const {
+    return (row.known & kFrom) != 0 && options_.from == nullptr ? row.most : row.fewest;
+  }
+
+  bool CheckOptions(const CommandRow &row) {
+    for (int i = 0; i < kKnownBits; ++i) {
+      if ((used_ & ~row.known) >> i & 1U) {
+        mistake_ = complaints_[i];
+        return false;
+      }
     }
+    if (merge_ && options_.replace) return Fail("--merge and --replace exclude each other");
+    if (options_.from != nullptr && options_.words[1] != nullptr)
+      return Fail("--from and a value exclude each other");
     return true;
   }
+
+  static constexpr int kKnownBits = 6;
 
   std::span<const char *const> args_;
   Options &options_;
   Mistake &mistake_;
-  std::size_t next_ = 1;
-  bool optionsEnded_ = false;
   bool stopped_ = false;
   bool merge_ = false;
+  unsigned used_ = 0;
+  Mistake complaints_[kKnownBits];
   const char *plain_[kMostNameWords + Options::kMostWords] = {};
   int plainCount_ = 0;
 };

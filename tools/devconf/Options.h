@@ -16,12 +16,24 @@ enum class Command : std::uint8_t {
   kList,
   kTables,
   kFind,
-  kPhoneBookAdd,
+  kPhoneBookSet,
+  kPhoneBookDelete,
   kPhoneBookFind,
   kPhoneBookNumber,
   kExport,
   kImport,
-  kVerify
+  kDiff,
+  kBatch,
+  kWatch,
+  kVerify,
+  kSalvage
+};
+
+/// How bytes are written on the command line and on the output.
+enum class Writing : std::uint8_t {
+  kByOutput,  ///< escaped on a terminal, as they are anywhere else
+  kRaw,
+  kEscaped
 };
 
 struct Options {
@@ -30,9 +42,13 @@ struct Options {
   Command command = Command::kHelp;
   const char *home = "/config_fs/DB/";
   const char *file = "config.db";  ///< in the home
+  const char *offline = nullptr;   ///< a copied file to read instead
+  const char *table = nullptr;     ///< of get, set and del
+  const char *from = nullptr;      ///< where the value of set is; "-" is standard input
+  Writing writing = Writing::kByOutput;
   bool json = false;
-  bool replace = false;  ///< import
-  /// What stands behind the command. A word that was left out is nullptr.
+  bool replace = false;  ///< import, diff
+  /// What follows the command. A word that was left out is nullptr.
   const char *words[kMostWords] = {};
 };
 

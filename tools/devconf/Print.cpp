@@ -2,82 +2,117 @@
 
 #include "tools/devconf/Print.h"
 
-#include <cerrno>
-#include <cstring>
+#include "tools/common/Utf8.h"
+#include "tools/devconf/Shown.h"
 
 namespace devconf {
 
 namespace {
 
-void Put(std::FILE *stream, std::string_view text) { std::fwrite(text.data(), 1, text.size(), stream); }
+using tools::Form;
+using tools::IsText;
+
+void PrintOut(const Bytes &bytes) { Put(Stream::kOut, bytes.View()); }
 
 // A member whose name says which form its string has.
 void PrintBytes(const char *name, std::string_view bytes, bool asText) {
-  std::printf(",\"%s%s\":", name, asText ? "" : "_bytes");
+  Format(Stream::kOut, ",\"%s%s\":", name, asText ? "" : "_bytes");
   PrintJsonString(asText ? TextOf(bytes) : bytes, asText ? Form::kText : Form::kBytes);
 }
 
 void PrintJsonRecord(const Record &record) {
-  std::printf("{\"table\":\"%s\"", record.table->name);
-  const bool hasName = IsKeyOfName(*record.table, record.key) && IsText(TextOf(record.key));
-  PrintBytes("key", record.key, hasName);
-  PrintBytes("value", record.value, IsTerminatedText(record.value) && IsText(TextOf(record.value)));
+  Put(Stream::kOut, "{");
+  PrintMembers(*record.table, record.key);
+  PrintValueMember(record.value);
   if (record.index != nullptr) {
-    std::printf(",\"index\":\"%s\"", record.index->name);
+    Format(Stream::kOut, ",\"index\":\"%s\"", record.index->Name());
     PrintBytes("index_key", record.indexKey, IsText(TextOf(record.indexKey)));
   }
-  Put(stdout, "}\n");
+  Put(Stream::kOut, "}\n");
+}
+
+// What stands in quotes in a complaint.
+void AppendQuoted(Bytes &line, std::string_view text) {
+  line.Append("\"");
+  AppendShown(line, text);
+  line.Append("\"");
 }
 
 }  // namespace
 
-void PrintShown(std::FILE *stream, std::string_view bytes) {
-  while (!bytes.empty()) Put(stream, tools::ShowNext(bytes).View());
+void PrintJsonString(std::string_view bytes, Form form) {
+  Put(Stream::kOut, "\"");
+  while (!bytes.empty()) Put(Stream::kOut, tools::EscapeNext(bytes, form).View());
+  Put(Stream::kOut, "\"");
 }
 
-void PrintJsonString(std::string_view bytes, Form form) {
-  std::putchar('"');
-  while (!bytes.empty()) Put(stdout, EscapeNext(bytes, form).View());
-  std::putchar('"');
+void PrintMembers(const Table &table, std::string_view key) {
+  Format(Stream::kOut, "\"table\":\"%s\"", table.Name());
+  PrintBytes("key", key, IsKeyOfName(table, key) && IsText(TextOf(key)));
+}
+
+void PrintValueMember(std::string_view value) {
+  PrintBytes("value", value, IsTerminatedText(value) && IsText(TextOf(value)));
 }
 
 void PrintRecord(const Record &record, bool json) {
-  if (json) {
-    PrintJsonRecord(record);
-    return;
-  }
+  if (json) return PrintJsonRecord(record);
+  Bytes line;
   if (record.index != nullptr) {
-    PrintShown(stdout, TextOf(record.indexKey));
-    std::putchar('\t');
+    AppendShown(line, TextOf(record.indexKey));
+    line.Append("\t");
   }
-  PrintShown(stdout, TextOf(record.key));
-  std::putchar('\t');
-  PrintShown(stdout, IsTerminatedText(record.value) ? TextOf(record.value) : record.value);
-  std::putchar('\n');
+  AppendShownKey(line, *record.table, record.key);
+  line.Append("\t");
+  AppendShownValue(line, record.value);
+  line.Append("\n");
+  PrintOut(line);
 }
 
-void PrintTableLine(const Table &table) { std::printf("{\"table\":\"%s\"}\n", table.name); }
+void PrintTableLine(const Table &table) { Format(Stream::kOut, "{\"table\":\"%s\"}\n", table.Name()); }
 
-void Complain(const char *table, std::string_view key, const char *what) {
-  std::fprintf(stderr, "devconf: %s \"", table);
-  PrintShown(stderr, TextOf(key));
-  std::fprintf(stderr, "\": %s\n", what);
+void PrintChange(const Table &table, std::string_view key, const std::string_view *value) {
+  Bytes line;
+  line.Append(value != nullptr ? "set --table " : "del --table ");
+  line.Append(table.Name());
+  line.Append(" \"");
+  AppendShownKey(line, table, key, Quotes::kDouble);
+  line.Append("\"");
+  if (value != nullptr) {
+    line.Append(" \"");
+    AppendShownValue(line, *value, Quotes::kDouble);
+    line.Append("\"");
+  }
+  line.Append("\n");
+  PrintOut(line);
+}
+
+void Complain(const Table &table, std::string_view key, const char *what) {
+  Bytes line;
+  line.Append("devconf: ");
+  line.Append(table.Name());
+  line.Append(" ");
+  AppendQuoted(line, TextOf(key));
+  line.Append(": ");
+  line.Append(what);
+  line.Append("\n");
+  Put(Stream::kError, line.View());
 }
 
 void Complain(const char *what, std::string_view word) {
-  std::fprintf(stderr, "devconf: %s", what);
+  Bytes line;
+  line.Append("devconf: ");
+  line.Append(what);
   if (!word.empty()) {
-    std::fputs(" \"", stderr);
-    PrintShown(stderr, word);
-    std::fputc('"', stderr);
+    line.Append(" ");
+    AppendQuoted(line, word);
   }
-  std::fputc('\n', stderr);
+  line.Append("\n");
+  Put(Stream::kError, line.View());
 }
 
-bool FinishOutput() {
-  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;
-  std::fprintf(stderr, "devconf: standard output: %s\n", std::strerror(errno));
-  return false;
+void ComplainAboutLine(const char *file, unsigned line, const char *what) {
+  Format(Stream::kError, "devconf: %s:%u: %s\n", file, line, what);
 }
 
 }  // namespace devconf

@@ -1,10 +1,10 @@
 // What devconf prints: records and words for people, or JSON; complaints.
 #pragma once
 
-#include <cstdio>
 #include <string_view>
 
-#include "tools/devconf/Json.h"
+#include "tools/common/Escape.h"
+#include "tools/devconf/Output.h"
 #include "tools/devconf/Tables.h"
 
 namespace devconf {
@@ -18,25 +18,29 @@ struct Record {
   std::string_view indexKey = {};
 };
 
-/// Prints bytes for people: what is no character, or does something to a terminal, as \xNN.
-void PrintShown(std::FILE *stream, std::string_view bytes);
-
 /// Prints bytes as a JSON string with its quotes.
-void PrintJsonString(std::string_view bytes, Form form);
+void PrintJsonString(std::string_view bytes, tools::Form form);
 
 /// Prints one record on a line of standard output: key, tab, value; or its JSON object.
 void PrintRecord(const Record &record, bool json);
 
+/// Prints the members table, key and value of a record, without the braces.
+void PrintMembers(const Table &table, std::string_view key);
+void PrintValueMember(std::string_view value);
+
 /// Prints a table's JSON object without a record: it says that the table belongs to what follows.
 void PrintTableLine(const Table &table);
 
-/// Prints "devconf: TABLE "KEY": what" on standard error; the key as people call it.
-void Complain(const char *table, std::string_view key, const char *what);
+/// Prints a change as a line for devconf batch; the value of a deletion is nullptr.
+void PrintChange(const Table &table, std::string_view key, const std::string_view *value);
 
-/// Prints "devconf: what" with a word in quotes behind it, unless that is empty.
+/// Prints "devconf: TABLE "KEY": what" on standard error; the key as people call it.
+void Complain(const Table &table, std::string_view key, const char *what);
+
+/// Prints "devconf: what" and a word in quotes, unless that is empty.
 void Complain(const char *what, std::string_view word = {});
 
-/// Writes out standard output. Complains and returns false when something was lost.
-bool FinishOutput();
+/// Prints "devconf: FILE:LINE: what".
+void ComplainAboutLine(const char *file, unsigned line, const char *what);
 
 }  // namespace devconf

@@ -1,9 +1,10 @@
-// Reads records whole, with the library's own operations: any bytes, and as many as there are.
+// Reads records whole: any bytes, and as many as there are.
 #pragma once
 
 #include <cstdint>
 #include <string_view>
 
+#include "db/for_project/RecordAccess.h"
 #include "tools/devconf/Bytes.h"
 #include "tools/devconf/Tables.h"
 
@@ -11,38 +12,35 @@ namespace devconf {
 
 enum class Answer : std::uint8_t { kYes, kNo, kFailed };
 
+using devsupport::store::GrownBytes;
+using devsupport::store::WholeRecord;
+
 /// Reads the value of a key.
 /// key        in      the key as stored
 /// value      out     all bytes of the value
 /// Returns    kYes; kNo without such a record; kFailed, which has been complained about.
-Answer ReadValue(const Table &table, std::string_view key, Bytes &value);
+Answer ReadValue(const Table &table, std::string_view key, GrownBytes &value);
 
-/// Walks over the records of a primary table whose keys begin with a prefix, in the table's order. Others may change
-/// the table meanwhile: the walk goes on behind the last key it gave.
+/// Walks over the records of a table or of an index whose keys there begin with a prefix, in its order. Others may
+/// change the table meanwhile: the walk goes on after the last record that it gave.
 class TableWalk {
  public:
   TableWalk(const Table &table, std::string_view prefix);
 
-  /// Steps to the next record. Returns kNo behind the last one; kFailed has been complained about, unless a
-  /// signal waits.
+  /// Steps to the next record. Returns kNo after the last one; kFailed has been complained about, unless a signal has
+  /// come.
   Answer Next();
 
-  std::string_view Key() const { return key_.View(); }
-  std::string_view Value() const { return value_.View(); }
+  /// The record, until the next step.
+  const WholeRecord &Current() const { return record_; }
+  std::string_view Key() const { return record_.key; }
+  std::string_view Value() const { return record_.value; }
 
  private:
-  enum class Place : std::uint8_t { kFound, kEnd, kMoved, kFailed };
-
-  bool MoveStart();
-  Place Locate();
-  bool MakeBeginning(std::string_view found, Bytes &beginning) const;
-
   const Table &table_;
   Bytes prefix_;
-  Bytes start_;
-  Bytes key_;
-  Bytes value_;
-  bool begun_ = false;
+  devsupport::store::RecordWalk walk_;
+  WholeRecord record_;
 };
 
 }  // namespace devconf

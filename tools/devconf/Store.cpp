@@ -3,21 +3,24 @@
 #include "tools/devconf/Store.h"
 
 #include <devsupport/db/BerkeleyDB.h>
-#include <signal.h>
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
+#include "tools/devconf/Ending.h"
 #include "tools/devconf/Print.h"
+#include "tools/devconf/Status.h"
 
 namespace devconf {
 
 namespace {
 
 constexpr mode_t kHomeMode = 0755;
+
+// The tables that are read from a file by itself, if they are.
+const FileTables *g_file = nullptr;
 
 const char *ReasonOf(std::int32_t code) {
   switch (code) {
@@ -30,43 +33,55 @@ const char *ReasonOf(std::int32_t code) {
   }
 }
 
-// SIGPIPE, too: a reader of our output that goes away ends us as soon as the store is closed.
-constexpr int kHeldSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
-
 }  // namespace
 
-bool IsInterrupted() { return tools::IsAnyPending(kHeldSignals); }
-
-Store::Store() : signals_(kHeldSignals) {}
-
-bool Store::Open(const Options &options) {
-  const DatabasePath path(options);
-  if (!path.HasFile()) {
-    Complain("no database (devconf init makes one)", path.Text());
-    return false;
-  }
-  return OpenAnyway(options);
+Store::~Store() {
+  Close();
+  EndBySignal();
 }
 
-bool Store::OpenOrMake(const Options &options) {
+int Store::OpenToChange(const Options &options) {
+  return IsDatabaseThere(DatabasePath(options).Text()) ? OpenAnyway(options) : status::kNoDatabase;
+}
+
+int Store::OpenOrMake(const Options &options) {
   if (::mkdir(options.home, kHomeMode) != 0 && errno != EEXIST) {
     Complain(std::strerror(errno), options.home);
-    return false;
+    return status::kNoDatabase;
   }
   return OpenAnyway(options);
 }
 
-bool Store::OpenAnyway(const Options &options) {
+int Store::OpenAnyway(const Options &options) {
+  EndPolitely();
   std::int32_t code = BERKDB_OPEN_OK;
-  open_ = true;  // a failed opening must be closed, too
-  if (BerkDb_Open(options.home, options.file, &code) == 1) return true;
+  isOpen_ = true;  // a failed opening must be closed, too
+  if (BerkDb_Open(options.home, options.file, &code) == 1) return status::kDone;
   Complain(ReasonOf(code), DatabasePath(options).Text());
-  return false;
+  return status::kNoDatabase;
+}
+
+// Nothing guards a copied file against damage, and the store's own operations trust what they read.
+int Store::OpenOffline(const char *path) {
+  if (!IsDatabaseThere(path)) return status::kNoDatabase;
+  if (!IsFileWhole(path)) {
+    Complain("the file is damaged", path);
+    return status::kDamaged;
+  }
+  if (!file_.Open(path, Indexes::kBound)) return status::kNoDatabase;
+  g_file = &file_;
+  return status::kDone;
 }
 
 void Store::Close() {
-  if (open_) BerkDb_Close();
-  open_ = false;
+  if (isOpen_) BerkDb_Close();
+  isOpen_ = false;
+  file_.Close();
+  g_file = nullptr;
+}
+
+struct __db *HandleOf(const Table &table) {
+  return g_file != nullptr ? g_file->Handle(table.Row()) : *g_auDbTbl[table.Row()].ppDb;
 }
 
 DatabasePath::DatabasePath(const Options &options) {
@@ -79,9 +94,11 @@ DatabasePath::DatabasePath(const Options &options) {
   if (size < 0 || static_cast<std::size_t>(size) >= sizeof text_) text_[0] = '\0';
 }
 
-bool DatabasePath::HasFile() const {
+bool IsDatabaseThere(const char *path) {
   struct stat status = {};
-  return ::stat(text_, &status) == 0 && S_ISREG(status.st_mode);
+  if (::stat(path, &status) == 0 && S_ISREG(status.st_mode)) return true;
+  Complain("no database (devconf init makes one)", path);
+  return false;
 }
 
 }  // namespace devconf

@@ -2,35 +2,42 @@
 #pragma once
 
 #include <climits>
+#include <cstdint>
 
-#include "tools/common/Signals.h"
+#include "tools/devconf/FileTables.h"
 #include "tools/devconf/Options.h"
+#include "tools/devconf/Tables.h"
 
 namespace devconf {
 
-/// Whether a signal waits with which a person or a shell ends a program: time to come to an end.
-bool IsInterrupted();
-
 class Store {
  public:
-  Store();
-  ~Store() { Close(); }
+  Store() = default;
+  /// Closes it. A signal that came meanwhile ends the program now.
+  ~Store();
   Store(const Store &) = delete;
   Store &operator=(const Store &) = delete;
 
-  /// Opens the database that is there. Complains when there is none, or when it cannot be opened.
-  bool Open(const Options &options);
+  // Each opens the store in another way, complains when that fails, and returns the exit status.
+
+  /// Opens the database that is there, to be changed.
+  int OpenToChange(const Options &options);
   /// Makes the database, and its folder, when there is none, and opens it.
-  bool OpenOrMake(const Options &options);
+  int OpenOrMake(const Options &options);
+  /// Opens a copied file by itself.
+  int OpenOffline(const char *path);
+
   void Close();
 
  private:
-  bool OpenAnyway(const Options &options);
+  int OpenAnyway(const Options &options);
 
-  // A process that ends inside an operation would leave the store unusable for all others until they have closed it.
-  tools::HeldSignals signals_;
-  bool open_ = false;
+  bool isOpen_ = false;
+  FileTables file_;
 };
+
+/// The handle of a table of the store that is open.
+struct __db *HandleOf(const Table &table);
 
 /// Where the database file is.
 class DatabasePath {
@@ -38,11 +45,12 @@ class DatabasePath {
   explicit DatabasePath(const Options &options);
 
   const char *Text() const { return text_; }
-  /// Whether there is a file. Opening the store would make one, so this is asked before.
-  bool HasFile() const;
 
  private:
   char text_[PATH_MAX];
 };
+
+/// Whether the path leads to a file. Opening the store would make one, so this is asked before. Complains.
+bool IsDatabaseThere(const char *path);
 
 }  // namespace devconf

@@ -2,46 +2,64 @@
 
 #include "tools/devconf/Tables.h"
 
+#include <db.h>
 #include <devsupport/detail/db/DbRecord.h>
 
-#include <cstring>
-
-#include "tools/devconf/Json.h"
+#include "tools/common/Text.h"
 
 namespace devconf {
 
+namespace {
+
+constexpr int kPhoneBookRow = 2;
+
+DBT RecordOf(std::string_view bytes) {
+  DBT record = {};
+  // The orders read these bytes only.
+  record.data = const_cast<char *>(bytes.data());  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+  record.size = static_cast<u_int32_t>(bytes.size());
+  return record;
+}
+
+}  // namespace
+
 const Table kCatalogue[BERKDB_TABLES] = {
-    {"tb_parameter", "named settings", nullptr},
-    {"tb_dm", "table that runs downwards", nullptr},
-    {"tb_pb", "phone book, by name", nullptr},
-    {"stb_pb", "phone book, by number", "tb_pb"},
-    {"stb_1_pb", "phone book, by keypad digits", "tb_pb"},
-    {"tb_speedd", "speed dials", nullptr},
-    {"tb_dialp", "dial plans", nullptr},
-    {"tb_fkey", "function keys", nullptr},
-    {"tb_line", "lines", nullptr},
-    {"tb_siptk", "SIP trunks", nullptr},
-    {"tb_route", "routes", nullptr},
-    {"stb_route", "routes, by the first three bytes of the key", "tb_route"},
-    {"tb_tone", "tones", nullptr},
+    {"named settings"},
+    {"table that runs downwards"},
+    {"phone book, by name"},
+    {"phone book, by number"},
+    {"phone book, by keypad digits"},
+    {"speed dials"},
+    {"dial plans"},
+    {"function keys"},
+    {"lines"},
+    {"SIP trunks"},
+    {"routes"},
+    {"routes, by the first three bytes of the key"},
+    {"tones"},
 };
 
-bool Table::IsPhoneBook() const { return std::strcmp(name, "tb_pb") == 0; }
+std::uint8_t Table::Row() const { return static_cast<std::uint8_t>(this - kCatalogue); }
 
-bool Table::RunsDown() const { return std::strcmp(name, "tb_dm") == 0; }
+const Table &Table::IndexOf() const { return kCatalogue[Rule().nPrimary]; }
 
-struct __db *Table::Handle() const {
-  return *g_auDbTbl[this - kCatalogue].ppDb;
+bool Table::IsPhoneBook() const { return Row() == kPhoneBookRow; }
+
+int Table::Compare(std::string_view a, std::string_view b) const {
+  if (Rule().pfnCompare == nullptr) return a.compare(b);
+  const DBT recordA = RecordOf(a);
+  const DBT recordB = RecordOf(b);
+  return Rule().pfnCompare(nullptr, &recordA, &recordB);
 }
 
 const Table *FindTable(std::string_view name) {
   for (const Table &table : kCatalogue) {
-    if (name == table.name) return &table;
+    if (name == table.Name()) return &table;
   }
   return nullptr;
 }
 
-std::string_view TextOf(std::string_view bytes) { return First(bytes, bytes.find('\0')); }
+std::string_view TextOf(std::string_view bytes) { return tools::First(bytes, bytes.find('\0')); }
 
 bool IsTerminatedText(std::string_view bytes) { return !bytes.empty() && bytes.find('\0') == bytes.size() - 1; }
 
@@ -63,13 +81,6 @@ bool IsKeyOfName(const Table &table, std::string_view key) {
   Bytes expected;
   MakeKey(table, TextOf(key), expected);
   return expected.View() == key;
-}
-
-std::string_view IndexKeyOf(const Table &index, std::string_view key, std::string_view value) {
-  const std::string_view name = index.name;
-  if (name == "stb_pb") return First(TextOf(value), TextOf(value).find(';'));
-  if (name == "stb_1_pb") return TextOf(After(key, TextOf(key).size() + 1));
-  return TextOf(First(key, 3));
 }
 
 }  // namespace devconf

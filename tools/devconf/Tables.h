@@ -1,32 +1,30 @@
-// What devconf knows about the tables beyond the library's catalogue, and the keys that the library gives records.
+// The tables as devconf names them, and the keys that the library gives records.
 #pragma once
 
 #include <devsupport/db/BerkeleyDB.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
+#include "db/for_project/StoreTables.h"
 #include "tools/devconf/Bytes.h"
 
 namespace devconf {
 
-/// The longest key, in bytes as stored: the library reads keys into 256 bytes, and one is needed to step behind it.
-inline constexpr std::size_t kMostKeyBytes = 255;
-
-/// The longest value that is stored from here, in bytes.
-inline constexpr std::size_t kMostValueBytes = 65536;
-
 struct Table {
-  const char *name;
   const char *role;
-  const char *indexOf;  ///< nullptr for a primary table
 
-  bool IsIndex() const { return indexOf != nullptr; }
+  /// Its place in the catalogue.
+  std::uint8_t Row() const;
+  const devsupport::store::TableRule &Rule() const { return devsupport::store::kTableRules[Row()]; }
+  const char *Name() const { return Rule().pName; }
+  bool IsIndex() const { return Rule().IsIndex(); }
+  /// The table of an index.
+  const Table &IndexOf() const;
   bool IsPhoneBook() const;
-  /// Whether it runs downwards, in the order of the texts of its keys.
-  bool RunsDown() const;
-  /// The handle; nullptr while the store is closed.
-  struct __db *Handle() const;
+  /// Where two of its keys are: below 0 when a comes first, 0 when they are the same key for the table.
+  int Compare(std::string_view a, std::string_view b) const;
 };
 
 /// In the order of g_auDbTbl.
@@ -34,6 +32,9 @@ extern const Table kCatalogue[BERKDB_TABLES];
 
 /// nullptr when there is no such table.
 const Table *FindTable(std::string_view name);
+
+/// The longest key and the longest value that are stored from here, in bytes: far more than a setting needs.
+inline constexpr std::size_t kMostBytes = 16U << 20U;
 
 /// The text at the start of some bytes, up to its terminator or to their end.
 std::string_view TextOf(std::string_view bytes);
@@ -47,8 +48,5 @@ void MakeKey(const Table &table, std::string_view name, Bytes &key);
 
 /// Whether the library would store a record of some name under this key; the name is the key's text then.
 bool IsKeyOfName(const Table &table, std::string_view key);
-
-/// The text under which an index has a record of its table.
-std::string_view IndexKeyOf(const Table &index, std::string_view key, std::string_view value);
 
 }  // namespace devconf

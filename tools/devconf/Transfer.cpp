@@ -1,13 +1,8 @@
-// Export and import.
+// Export, import, and what an import would change.
 
 #include "tools/devconf/Transfer.h"
 
-#include <devsupport/db/DbRecord.h>
-
-#include <algorithm>
-#include <cstdio>
-
-#include "tools/devconf/ImportFile.h"
+#include "tools/devconf/Changes.h"
 #include "tools/devconf/Print.h"
 #include "tools/devconf/Records.h"
 #include "tools/devconf/Status.h"
@@ -25,124 +20,52 @@ bool ExportTable(const Table &table) {
   return answer == Answer::kNo;
 }
 
-// A record that is in the store and not in the file.
-struct Surplus {
-  const Table *table;
-  std::size_t nameAt;  // in the memory of all names
-};
-
-struct Counts {
-  unsigned long added = 0;
-  unsigned long changed = 0;
-  unsigned long unchanged = 0;
-  unsigned long deleted = 0;
-
-  void Print(bool json) const {
-    std::printf(json ? "{\"added\":%lu,\"changed\":%lu,\"unchanged\":%lu,\"deleted\":%lu}\n"
-                     : "%lu added, %lu changed, %lu unchanged, %lu deleted\n",
-                added, changed, unchanged, deleted);
-  }
-};
-
-class Importer {
- public:
-  explicit Importer(ImportFile &file) : file_(file) {}
-
-  /// Finds out what has to be deleted for the tables to hold what the file has. Changes nothing.
-  /// Returns the exit status.
-  int PlanDeletions();
-
-  /// Stores the records of the file, then deletes what was planned. Returns the exit status.
-  int Apply();
-
-  const Counts &Done() const { return counts_; }
-
- private:
-  int PlanDeletions(const Table &table);
-  bool StoreEntry(const Entry &entry);
-  bool DeleteSurplus(const Surplus &surplus);
-
-  ImportFile &file_;
-  List<Surplus> surplus_;
-  Bytes names_;
-  Counts counts_;
-};
-
-int Importer::PlanDeletions() {
-  for (const Table &table : kCatalogue) {
-    const int result = file_.HasTable(table) ? PlanDeletions(table) : status::kDone;
-    if (result != status::kDone) return result;
-  }
-  return status::kDone;
-}
-
-int Importer::PlanDeletions(const Table &table) {
+// Walks over a table and its entries in the file side by side. Calls
+//   visit(key, in the store or nullptr, in the file or nullptr)
+// for each key, the first pointer to the value in the store, the second to the entry. False when the table cannot be
+// read.
+template <typename TVisit>
+bool Compare(const Table &table, ImportFile &file, TVisit visit) {
+  Entry *entry = file.Entries().begin();
+  Entry *const end = file.Entries().end();
+  while (entry != end && entry->table < &table) ++entry;
+  const auto isLeft = [&] { return entry != end && entry->table == &table; };
   TableWalk walk(table, "");
-  for (;;) {
-    const Answer answer = walk.Next();
-    if (answer == Answer::kFailed) return status::kFailed;
-    if (answer == Answer::kNo) return status::kDone;
-    const std::string_view key = walk.Key();
-    if (file_.HasKey(table, key)) continue;
-    if (!IsKeyOfName(table, key)) {
-      Complain(table.name, key, "is not in the file, and the library cannot delete such a key; nothing was changed");
-      return status::kRefused;
-    }
-    surplus_.Add({&table, names_.Size()});
-    names_.Append(First(key, TextOf(key).size() + 1));
+  Answer answer = walk.Next();
+  while (answer == Answer::kYes || (answer == Answer::kNo && isLeft())) {
+    const int order = answer == Answer::kNo ? 1 : isLeft() ? table.Compare(walk.Key(), file.KeyOf(*entry)) : -1;
+    const std::string_view value = walk.Value();
+    visit(order <= 0 ? walk.Key() : file.KeyOf(*entry), order <= 0 ? &value : nullptr, order >= 0 ? entry : nullptr);
+    if (order >= 0) ++entry;
+    if (order <= 0) answer = walk.Next();
+  }
+  return answer == Answer::kNo;
+}
+
+void AddEntries(ImportFile &file, Changes &changes) {
+  for (const Entry &entry : file.Entries()) {
+    changes.Add(Changes::Kind::kPut, *entry.table, file.KeyOf(entry), file.ValueOf(entry));
   }
 }
 
-// A record that is there already is not written again: it costs the flash memory nothing.
-bool Importer::StoreEntry(const Entry &entry) {
-  const Table &table = *entry.table;
-  Bytes key;
-  Bytes value;
-  if (entry.asName) {
-    MakeKey(table, TextOf(entry.name), key);
-  } else {
-    key.Assign(entry.name);
+// What has to be deleted for the tables to hold nothing but what the file has.
+bool AddDeletions(ImportFile &file, Changes &changes) {
+  for (const Table &table : kCatalogue) {
+    if (!file.HasTable(table)) continue;
+    const auto visit = [&](std::string_view key, const std::string_view * /*stored*/, const Entry *entry) {
+      if (entry == nullptr) changes.Add(Changes::Kind::kDeleteIfThere, table, key, {});
+    };
+    if (!Compare(table, file, visit)) return false;
   }
-  const Answer isThere = ReadValue(table, key.View(), value);
-  if (isThere == Answer::kFailed) return false;
-  if (isThere == Answer::kYes && value.View() == entry.value) {
-    ++counts_.unchanged;
-    return true;
-  }
-  const char *name = entry.name.data();
-  const int code = entry.asName ? BerkDb_Set(table.Handle(), name, entry.value.data())
-                                : BerkDb_Put(table.Handle(), name, entry.value.data(),
-                                             static_cast<std::int32_t>(entry.value.size()));
-  if (code != BERKDB_OK) {
-    Complain(table.name, name, "cannot be stored");
-    return false;
-  }
-  ++(isThere == Answer::kYes ? counts_.changed : counts_.added);
   return true;
 }
 
-bool Importer::DeleteSurplus(const Surplus &surplus) {
-  const char *name = names_.Data() + surplus.nameAt;
-  const int code = BerkDb_Del(surplus.table->Handle(), name);
-  if (code == BERKDB_NOT_FOUND) return true;  // somebody else did it
-  if (code != BERKDB_OK) {
-    Complain(surplus.table->name, name, "cannot be deleted");
-    return false;
-  }
-  ++counts_.deleted;
-  return true;
-}
-
-int Importer::Apply() {
-  const auto store = [this](const Entry &entry) { return !IsInterrupted() && StoreEntry(entry); };
-  const auto remove = [this](const Surplus &surplus) { return !IsInterrupted() && DeleteSurplus(surplus); };
-  List<Entry> &entries = file_.Entries();
-  const bool isDone =
-      std::all_of(entries.begin(), entries.end(), store) && std::all_of(surplus_.begin(), surplus_.end(), remove);
-  if (isDone) return status::kDone;
-  std::fprintf(stderr, "devconf: stopped; until then: %lu added, %lu changed, %lu deleted\n", counts_.added,
-               counts_.changed, counts_.deleted);
-  return status::kFailed;
+void PrintDifference(const Table &table, std::string_view key, const std::string_view *value, bool json) {
+  if (!json) return PrintChange(table, key, value);
+  Format(Stream::kOut, "{\"change\":\"%s\",", value != nullptr ? "set" : "del");
+  PrintMembers(table, key);
+  if (value != nullptr) PrintValueMember(*value);
+  Put(Stream::kOut, "}\n");
 }
 
 }  // namespace
@@ -150,7 +73,7 @@ int Importer::Apply() {
 int Export(const char *tableName) {
   const Table *only = tableName != nullptr ? FindTable(tableName) : nullptr;
   if (only != nullptr && only->IsIndex()) {
-    Complain("an index has no records of its own; export its table,", only->indexOf);
+    Complain("an index has no records of its own; export its table,", only->IndexOf().Name());
     return status::kMistake;
   }
   for (const Table &table : kCatalogue) {
@@ -164,12 +87,30 @@ int Import(const Options &options) {
   ImportFile file;
   if (!file.Load(options.words[0]) || !file.Check()) return status::kRefused;
   Store store;
-  if (!store.Open(options)) return status::kNoDatabase;
-  Importer importer(file);
-  int result = options.replace ? importer.PlanDeletions() : status::kDone;
-  if (result == status::kDone) result = importer.Apply();
-  if (result == status::kDone) importer.Done().Print(options.json);
-  return result;
+  if (const int result = store.OpenToChange(options); result != status::kDone) return result;
+  Changes changes;
+  AddEntries(file, changes);
+  if (options.replace && !AddDeletions(file, changes)) return status::kFailed;
+  const Changes::Result result = changes.Apply();
+  if (result.nResult != 0) return ExplainFailure(changes, result, options.words[0]);
+  PrintCounts(result.counts, options.json);
+  return status::kDone;
+}
+
+int Diff(ImportFile &file, const Options &options) {
+  for (const Table &table : kCatalogue) {
+    if (!file.HasTable(table)) continue;
+    const auto visit = [&](std::string_view key, const std::string_view *stored, const Entry *entry) {
+      if (entry == nullptr) {
+        if (options.replace) PrintDifference(table, key, nullptr, options.json);
+        return;
+      }
+      const std::string_view value = file.ValueOf(*entry);
+      if (stored == nullptr || *stored != value) PrintDifference(table, key, &value, options.json);
+    };
+    if (!Compare(table, file, visit)) return status::kFailed;
+  }
+  return status::kDone;
 }
 
 }  // namespace devconf

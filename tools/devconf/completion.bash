@@ -8,18 +8,20 @@ _devconf() {
     tb_tone'
   case $prev in
     --home) _filedir -d; return ;;
-    --file) _filedir; return ;;
+    --file | --from | --offline) _filedir; return ;;
+    -t | --table) COMPREPLY=($(compgen -W "$tables" -- "$cur")); return ;;
   esac
   case $cur in
     -*)
-      COMPREPLY=($(compgen -W '--file --help --home --json --merge --replace --version' -- "$cur"))
+      COMPREPLY=($(compgen -W '--escape --file --from --help --home --json --merge --offline --raw --replace --table
+        --version' -- "$cur"))
       return ;;
   esac
 
   local plain=() index=1
   while [ "$index" -lt "$cword" ]; do
     case ${words[index]} in
-      --home | --file) index=$((index + 1)) ;;
+      --home | --file | --from | --offline | --table | -t) index=$((index + 1)) ;;
       -*) ;;
       *) plain+=("${words[index]}") ;;
     esac
@@ -27,10 +29,11 @@ _devconf() {
   done
 
   case "${#plain[@]} ${plain[0]}" in
-    '0 ') COMPREPLY=($(compgen -W 'del export find get import init list pb set tables verify' -- "$cur")) ;;
-    '1 list' | '1 find' | '1 export') COMPREPLY=($(compgen -W "$tables" -- "$cur")) ;;
-    '1 import') _filedir ;;
-    '1 pb') COMPREPLY=($(compgen -W 'add find number' -- "$cur")) ;;
+    '0 ') COMPREPLY=($(compgen -W 'batch del diff export find get import init list pb salvage set tables verify watch' \
+      -- "$cur")) ;;
+    '1 list' | '1 find' | '1 export' | '1 watch') COMPREPLY=($(compgen -W "$tables" -- "$cur")) ;;
+    '1 import' | '1 diff' | '1 batch') _filedir ;;
+    '1 pb') COMPREPLY=($(compgen -W 'add del find number set' -- "$cur")) ;;
   esac
 }
 

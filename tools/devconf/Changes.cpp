@@ -1,0 +1,74 @@
+// Changes of the store that are made together.
+
+#include "tools/devconf/Changes.h"
+
+#include <db.h>
+
+#include <cerrno>
+
+#include "tools/common/Text.h"
+#include "tools/devconf/Ending.h"
+#include "tools/devconf/Print.h"
+#include "tools/devconf/Status.h"
+
+namespace devconf {
+
+using devsupport::store::ApplyChanges;
+using devsupport::store::Change;
+using devsupport::store::ChangeCounts;
+using tools::After;
+using tools::First;
+
+void Changes::Add(Kind kind, const Table &table, std::string_view key, std::string_view value, unsigned tag) {
+  items_.Add({kind, table.Row(), tag, memory_.Size(), key.size(), value.size()});
+  memory_.Append(key);
+  memory_.Append(value);
+}
+
+std::string_view Changes::KeyOf(std::size_t i) {
+  return First(After(memory_.View(), items_[i].at), items_[i].keySize);
+}
+
+Changes::Result Changes::Apply() {
+  List<Change> changes;
+  for (const Item &item : items_) {
+    const std::string_view bytes = After(memory_.View(), item.at);
+    changes.Add({item.kind, item.row, First(bytes, item.keySize), First(After(bytes, item.keySize), item.valueSize)});
+  }
+  return ApplyChanges({changes.begin(), changes.Size()}, [] { return !IsInterrupted(); });
+}
+
+namespace {
+
+const char *ReasonOf(int result) {
+  if (result == ECANCELED) return "interrupted; nothing was changed";
+  return "the store cannot be changed; nothing was changed";
+}
+
+}  // namespace
+
+int ExplainFailure(Changes &changes, const Changes::Result &result, const char *file) {
+  const bool isMissing = result.nResult == DB_NOTFOUND;
+  if (!isMissing) {
+    Format(Stream::kError, "devconf: %s", ReasonOf(result.nResult));
+    if (result.nResult != ECANCELED) Format(Stream::kError, ": %s", db_strerror(result.nResult));
+    Put(Stream::kError, "\n");
+    return status::kFailed;
+  }
+  const unsigned line = changes.TagOf(result.dwDone);
+  if (line != 0) {
+    ComplainAboutLine(file, line, "no such record; nothing was changed");
+  } else {
+    Complain(changes.TableOf(result.dwDone), changes.KeyOf(result.dwDone), "no such record");
+  }
+  return status::kNothingFound;
+}
+
+void PrintCounts(const ChangeCounts &counts, bool json) {
+  Format(Stream::kOut,
+         json ? "{\"added\":%u,\"changed\":%u,\"unchanged\":%u,\"deleted\":%u}\n"
+              : "%u added, %u changed, %u unchanged, %u deleted\n",
+         counts.dwAdded, counts.dwChanged, counts.dwUnchanged, counts.dwDeleted);
+}
+
+}  // namespace devconf

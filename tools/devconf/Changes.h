@@ -1,0 +1,51 @@
+// Changes of the store that are made together.
+#pragma once
+
+#include <string_view>
+
+#include "db/for_project/RecordAccess.h"
+#include "tools/devconf/Bytes.h"
+#include "tools/devconf/Tables.h"
+
+namespace devconf {
+
+/// A list of changes with the memory that they need.
+class Changes {
+ public:
+  using Kind = devsupport::store::Change::Kind;
+  using Result = devsupport::store::ChangeResult;
+
+  /// Adds a change; key and value as stored. The tag is the caller's: a number of a line.
+  void Add(Kind kind, const Table &table, std::string_view key, std::string_view value, unsigned tag = 0);
+
+  bool IsEmpty() const { return items_.Size() == 0; }
+
+  /// Makes them all or none, in their order. The store must be open. A signal gives everything up.
+  Result Apply();
+
+  unsigned TagOf(std::size_t i) { return items_[i].tag; }
+  const Table &TableOf(std::size_t i) { return kCatalogue[items_[i].row]; }
+  std::string_view KeyOf(std::size_t i);
+
+ private:
+  struct Item {
+    Kind kind;
+    std::uint8_t row;
+    unsigned tag;
+    std::size_t at;  // of the key; the value follows it
+    std::size_t keySize;
+    std::size_t valueSize;
+  };
+
+  Bytes memory_;
+  List<Item> items_;
+};
+
+/// Says why changes were not made, and returns the exit status. A tag is the number of a line in the file, if there is
+/// one.
+int ExplainFailure(Changes &changes, const Changes::Result &result, const char *file);
+
+/// Prints how many records were added, changed and so on.
+void PrintCounts(const devsupport::store::ChangeCounts &counts, bool json);
+
+}  // namespace devconf

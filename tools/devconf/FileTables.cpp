@@ -1,0 +1,97 @@
+// Tables of a file that is only read.
+
+#include "tools/devconf/FileTables.h"
+
+#include <db.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "db/for_project/StoreTables.h"
+#include "tools/devconf/Bytes.h"
+#include "tools/devconf/Output.h"
+#include "tools/devconf/Print.h"
+
+namespace devconf {
+
+namespace {
+
+using devsupport::store::kTableRules;
+using devsupport::store::SetUpTable;
+using devsupport::store::TableRule;
+
+// Each handle has a cache of its own.
+constexpr std::uint32_t kCacheBytes = 0x10000;
+
+// A damaged file is good for thousands of messages, of which the first ones tell what there is to know.
+constexpr int kMostMessages = 8;
+
+void SayForStore(const DB_ENV * /*env*/, const char * /*prefix*/, const char *message) {
+  static int said = 0;
+  ++said;
+  if (said <= kMostMessages) Format(Stream::kError, "devconf: %s\n", message);
+  if (said == kMostMessages + 1) Complain("further messages of the store are left out");
+}
+
+DB *NewHandle() {
+  DB *db = nullptr;
+  if (db_create(&db, nullptr, 0) != 0) EndOutOfMemory();
+  db->set_errcall(db, SayForStore);
+  db->set_cachesize(db, 0, kCacheBytes, 0);
+  return db;
+}
+
+// Uses the handle up.
+bool Check(DB *db, const char *path, const char *table, std::uint32_t flags) {
+  return db->verify(db, path, table, nullptr, flags) == 0;
+}
+
+}  // namespace
+
+bool FileTables::Open(const char *path, Indexes indexes) {
+  for (unsigned row = 0; row < std::size(handles_); ++row) {
+    if (OpenOne(path, row)) continue;
+    Complain("a table cannot be opened:", kTableRules[row].pName);
+    Close();
+    return false;
+  }
+  if (indexes == Indexes::kByThemselves || Bind()) return true;
+  Complain("an index cannot be used", path);
+  Close();
+  return false;
+}
+
+bool FileTables::OpenOne(const char *path, unsigned row) {
+  DB *&db = handles_[row];
+  db = NewHandle();
+  int code = 0;
+  return SetUpTable(db, kTableRules[row], code) == 0 &&
+         db->open(db, nullptr, path, kTableRules[row].pName, DB_BTREE, DB_RDONLY, 0) == 0;
+}
+
+bool FileTables::Bind() {
+  return std::all_of(std::begin(kTableRules), std::end(kTableRules), [this](const TableRule &rule) {
+    if (!rule.IsIndex()) return true;
+    DB *table = handles_[rule.nPrimary];
+    return table->associate(table, nullptr, handles_[&rule - kTableRules], rule.pfnKey, 0) == 0;
+  });
+}
+
+void FileTables::Close() {
+  for (struct __db *&db : handles_) {
+    if (db != nullptr) db->close(db, 0);
+    db = nullptr;
+  }
+}
+
+// The pages first, without regard to the order of keys; then the order, for which each table needs its comparison.
+bool IsFileWhole(const char *path) { return Check(NewHandle(), path, nullptr, DB_NOORDERCHK); }
+
+bool IsTableInOrder(const char *path, unsigned row) {
+  DB *db = NewHandle();
+  int code = 0;
+  SetUpTable(db, kTableRules[row], code);
+  return Check(db, path, kTableRules[row].pName, DB_ORDERCHKONLY);
+}
+
+}  // namespace devconf

@@ -1,0 +1,52 @@
+// What devconf --help prints.
+
+#include "tools/devconf/Options.h"
+
+namespace devconf {
+
+const char kHelp[] =
+    "Usage: devconf [OPTIONS] COMMAND\n"
+    "Shows and changes the device's configuration store.\n"
+    "\n"
+    "Records:\n"
+    "  get NAME              print the value of a record, a setting unless told otherwise\n"
+    "  set NAME VALUE        store a value; - is standard input\n"
+    "  del NAME              delete a record\n"
+    "  list [TABLE [PREFIX]] print the records of a table, of the settings unless told otherwise\n"
+    "  find TABLE PREFIX     the same, and say whether there were any\n"
+    "  tables                print the catalogue\n"
+    "Phone book (tb_pb):\n"
+    "  pb set NAME DATA      store an entry (also: pb add)\n"
+    "  pb del NAME           delete an entry\n"
+    "  pb find DIGITS        print the entries whose name begins with these keypad digits\n"
+    "  pb number NUMBER      print the entries with this number\n"
+    "Several changes at once, all or none:\n"
+    "  batch [FILE]          make the changes of these lines; standard input unless given\n"
+    "  import FILE           store the records of an export; - is standard input\n"
+    "  diff FILE             print what an import would change, as lines for batch\n"
+    "  export [TABLE]        write the records of one table, or of all, as JSON lines\n"
+    "The whole store:\n"
+    "  verify                check the indexes and the file; nobody else may use the store\n"
+    "  init                  make the database where there is none\n"
+    "\n"
+    "Options:\n"
+    "  -t, --table TABLE     get, set, del: in this table; tb_parameter unless given\n"
+    "      --from FILE       set: the value is in this file; - is standard input\n"
+    "      --raw             get: print the bytes as they are, as into a pipe\n"
+    "      --escape          get: print them escaped, as on a terminal;\n"
+    "                        get, set, del, pb: NAME and VALUE are written like that\n"
+    "      --merge           import, diff: keep the records that the file does not have (the default)\n"
+    "      --replace         import, diff: delete them, in the tables that the file has\n"
+    "      --home DIR        folder of the store; /config_fs/DB/ unless given\n"
+    "      --file FILE       file in that folder; config.db unless given\n"
+    "      --offline FILE    read a copied config.db by itself\n"
+    "  -j, --json            print JSON, one object a line\n"
+    "  -h, --help            print this text\n"
+    "  -V, --version         print the version\n"
+    "  --                    what follows is no option\n"
+    "\n"
+    "Exit status: 0 done; 1 nothing found; 2 mistaken command line; 3 no database, or it cannot be opened;\n"
+    "4 the store refused or failed; 5 mistaken file or lines, nothing was changed; 6 damage was found;\n"
+    "7 verify found others at work.\n";
+
+}  // namespace devconf
