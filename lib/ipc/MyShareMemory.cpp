@@ -15,7 +15,6 @@
 
 using devsupport::BeginCell;
 using devsupport::RingCell;
-using devsupport::RingCursor;
 using devsupport::RingEnd;
 using devsupport::RingLock;
 
@@ -69,11 +68,11 @@ bool WaitForSemaphore(int32_t nSemId) {
 }
 
 void EmptyRing(const TShmQueue &que) {
-  // Between the two cursors' steps the ring would show cells that were taken long ago; with a write index that is no
+  // Between the two indexes' steps the ring would show cells that were taken long ago; with a write index that is no
   // slot it counts as empty, also for those who come after a process that died here.
-  StoreInOrder(SharedIndex(que, RingEnd::Write), kBeyondEverySlot);
-  StoreCursor(que, RingEnd::Read, {0, 0});
-  StoreCursor(que, RingEnd::Write, {0, 0});
+  StoreInOrder(SharedIndex(que, RingEnd::Write), kNoSlot);
+  StoreIndex(que, RingEnd::Read, 0);
+  StoreIndex(que, RingEnd::Write, 0);
 }
 
 }  // namespace devsupport
@@ -118,21 +117,21 @@ int TShmQueue_Get(TShmQueue *pQue, void *pBuf, uint32_t *pdwBytes, uint16_t wBuf
   __AssertRing(pQue, kGetLine, "TShmQueue_Get");
 
   const RingLock lock(pQue->semid);
-  RingCursor read{};
+  uint32_t dwReadIdx = 0;
   uint32_t dwWriteIdx = 0;
-  if (!LoadCursor(*pQue, RingEnd::Read, &read) || !LoadIndex(*pQue, RingEnd::Write, &dwWriteIdx) ||
-      read.dwIdx == dwWriteIdx) {
+  if (!LoadIndex(*pQue, RingEnd::Read, &dwReadIdx) || !LoadIndex(*pQue, RingEnd::Write, &dwWriteIdx) ||
+      dwReadIdx == dwWriteIdx) {
     if (pdwBytes != nullptr) *pdwBytes = 0;
     return 0;
   }
 
-  const uint8_t *pSlot = pQue->cells + read.dwOffset;
+  const uint8_t *pSlot = devsupport::SlotAt(*pQue, dwReadIdx);
   const uint32_t dwStored = devsupport::LoadSlotLength(pSlot);
   if (pdwBytes != nullptr) *pdwBytes = dwStored;
   const uint32_t dwRoom = wBufBytes != 0 ? wBufBytes : dwStored & kLow16Bits;
   const uint32_t dwCopied = std::min({dwStored, dwRoom, uint32_t{pQue->wCellSize}});
   std::memcpy(pBuf, pSlot + devsupport::kSlotLengthBytes, dwCopied);
-  StoreCursor(*pQue, RingEnd::Read, Successor(*pQue, read));
+  StoreIndex(*pQue, RingEnd::Read, devsupport::NextIndex(*pQue, dwReadIdx));
   return 1;
 }
 
@@ -149,9 +148,14 @@ int32_t _TShmQueue_CurrentCellCount(const TShmQueue *pQue) {
 }
 
 void _TShmQueue_GetNextIdx(int32_t *pnIdx, uint32_t *pdwOffset, const TShmQueue *pQue) {
-  const RingCursor next = devsupport::Successor(*pQue, {static_cast<uint32_t>(*pnIdx), *pdwOffset});
-  *pnIdx = static_cast<int32_t>(next.dwIdx);
-  *pdwOffset = next.dwOffset;
+  // Signed: a negative index steps upwards.
+  if (*pnIdx + 1 < pQue->nSlotCount) {
+    *pnIdx += 1;
+    *pdwOffset += pQue->dwStride;
+    return;
+  }
+  *pnIdx = 0;
+  *pdwOffset = 0;
 }
 
 void _TShmQueue_GetPrevIdx(int32_t *pnIdx, uint32_t *pdwOffset, const TShmQueue *pQue) {
@@ -162,5 +166,5 @@ void _TShmQueue_GetPrevIdx(int32_t *pnIdx, uint32_t *pdwOffset, const TShmQueue 
   }
   // The segment's header holds the last slot's offset too, but anybody can write there.
   *pnIdx = pQue->nSlotCount - 1;
-  *pdwOffset = pQue->dwLastOffset;
+  *pdwOffset = static_cast<uint32_t>(*pnIdx) * pQue->dwStride;
 }

@@ -69,7 +69,6 @@ void __FillGeometry(TShmQueue *pQue, const Geometry &geometry) {
   pQue->nSlotCount = static_cast<int32_t>(geometry.dwCellCount + 1);
   pQue->wCellSize = geometry.wCellSize;
   pQue->dwStride = geometry.wCellSize + devsupport::kSlotLengthBytes;
-  pQue->dwLastOffset = geometry.dwCellCount * pQue->dwStride;
 }
 
 void __FillPlaces(TShmQueue *pQue, void *pSegment, const Geometry &geometry) {
@@ -82,7 +81,7 @@ void __FillPlaces(TShmQueue *pQue, void *pSegment, const Geometry &geometry) {
 // The cell count comes last: while it is 0, whatever its creator has written before it died does not count.
 void __InitialiseHeader(const TShmQueue &que, const Geometry &geometry) {
   devsupport::EmptyRing(que);
-  que.header->dwLastSlotOffset = que.dwLastOffset;
+  que.header->dwLastSlotOffset = geometry.dwCellCount * que.dwStride;
   que.header->wCellSize = geometry.wCellSize;
   que.header->dwUserBytes = geometry.dwUserBytes;
   devsupport::StoreInOrder(que.header->dwCellCount, geometry.dwCellCount);

@@ -16,8 +16,8 @@ namespace devsupport {
 inline constexpr uint32_t kRingHeadBytes = 256;
 /// Bytes of a slot before its payload.
 inline constexpr uint32_t kSlotLengthBytes = 4;
-/// No slot has this number, and none begins at this offset.
-inline constexpr uint32_t kBeyondEverySlot = UINT32_MAX;
+/// No slot has this number.
+inline constexpr uint32_t kNoSlot = UINT32_MAX;
 
 /// Takes a semaphore that another process holds; a signal does not end the wait.
 bool WaitForSemaphore(int32_t nSemId);
@@ -75,13 +75,6 @@ inline void StoreSlotLength(uint8_t *pSlot, uint32_t dwBytes) {
   reinterpret_cast<volatile SlotLength *>(pSlot)->dwBytes = dwBytes;
 }
 
-/// A slot by number and by byte offset from the first one, so that stepping and addressing need no multiplication.
-/// The number says which slot it is; the offset is its shadow.
-struct RingCursor {
-  uint32_t dwIdx;
-  uint32_t dwOffset;
-};
-
 enum class RingEnd { Read, Write };
 
 inline uint32_t &SharedIndex(const TShmQueue &que, RingEnd end) {
@@ -97,40 +90,26 @@ inline uint32_t &SharedOffset(const TShmQueue &que, RingEnd end) {
   return *pdwIdx < static_cast<uint32_t>(que.nSlotCount);
 }
 
-/// Reads a cursor of the segment. Its slot lies in the segment, whatever the offset's word holds: two compares in the
-/// usual case, and a multiplication only where the offset is in nobody's range (see StoreCursor).
-[[nodiscard]] inline bool LoadCursor(const TShmQueue &que, RingEnd end, RingCursor *pCursor) {
-  if (!LoadIndex(que, end, &pCursor->dwIdx)) return false;
-  pCursor->dwOffset = LoadOnce(SharedOffset(que, end));
-  if (pCursor->dwOffset > que.dwLastOffset) [[unlikely]]
-    pCursor->dwOffset = pCursor->dwIdx * que.dwStride;
-  return true;
+/// A slot by its number; stepping and addressing never use an offset out of the segment.
+inline uint8_t *SlotAt(const TShmQueue &que, uint32_t dwIdx) { return que.cells + dwIdx * que.dwStride; }
+
+/// Publishes an index. The store of the index is the step; the offset after it is written because the format has it.
+/// No operation reads it, so it does not matter when the process is killed between the two stores.
+inline void StoreIndex(const TShmQueue &que, RingEnd end, uint32_t dwIdx) {
+  StoreInOrder(SharedIndex(que, end), dwIdx);
+  StoreInOrder(SharedOffset(que, end), dwIdx * que.dwStride);
 }
 
-/// Publishes a cursor. Index and offset are two words, and the process may be killed between any two stores:
-///
-///     offset = beyond every slot | index = new (this is the step) | offset = new
-///
-/// so who finds the offset beyond every slot knows that it does not belong to the index, and computes it afresh.
-inline void StoreCursor(const TShmQueue &que, RingEnd end, const RingCursor &cursor) {
-  StoreInOrder(SharedOffset(que, end), kBeyondEverySlot);
-  StoreInOrder(SharedIndex(que, end), cursor.dwIdx);
-  StoreInOrder(SharedOffset(que, end), cursor.dwOffset);
-}
-
-/// The slot behind a cursor's: behind the last one comes slot 0.
+/// The number of the next slot; after the last one comes slot 0.
 ///
 ///     slot   0      1      2    ...   N
 ///          +------+------+------+   +------+
 ///          |      |      |      |   |      | --.
 ///          +------+------+------+   +------+   |
 ///          ^                                   |
-///          `----------- index, offset = 0 -----'
-inline RingCursor Successor(const TShmQueue &que, const RingCursor &cursor) {
-  const uint32_t dwNextIdx = cursor.dwIdx + 1;
-  // Signed, as callers' own indices are: a negative one steps upwards.
-  if (static_cast<int32_t>(dwNextIdx) < que.nSlotCount) return {dwNextIdx, cursor.dwOffset + que.dwStride};
-  return {0, 0};
+///          `-----------------------------------'
+inline uint32_t NextIndex(const TShmQueue &que, uint32_t dwIdx) {
+  return dwIdx + 1 < static_cast<uint32_t>(que.nSlotCount) ? dwIdx + 1 : 0;
 }
 
 /// The stored cells between two slot numbers.
@@ -139,7 +118,7 @@ inline int32_t CellsBetween(const TShmQueue &que, uint32_t dwReadIdx, uint32_t d
   return nCells >= 0 ? nCells : que.nSlotCount + nCells;
 }
 
-/// Empties the ring: both cursors go to slot 0. The caller holds the lock.
+/// Empties the ring: both indexes go to slot 0. The caller holds the lock.
 void EmptyRing(const TShmQueue &que);
 
 /// The cell that the next push fills; one mechanism for every writer. The caller holds the lock from begin to publish.
@@ -149,37 +128,37 @@ void EmptyRing(const TShmQueue &que);
 ///     ... fill cell.pSlot: the length word (StoreSlotLength), then at most the cell size of payload ...
 ///     PublishOverwriting(que, cell);
 ///
-/// Until it is published, the cell is in nobody's sight, and a writer that dies leaves the ring as it was.
+/// Nobody sees the cell until it is published, and a writer that dies before leaves the ring as it was.
 struct RingCell {
   uint8_t *pSlot;     ///< the slot to fill, valid whatever the segment holds
-  RingCursor behind;  ///< where the write cursor goes
+  uint32_t dwNext;    ///< where the write index goes
   bool bFull;         ///< publishing must drop the oldest cell first
   bool bLostAll;      ///< the ring was unusable and has been emptied
-  RingCursor oldest;  ///< where the read cursor stands
+  uint32_t dwOldest;  ///< the read index
 };
 
-/// An unusable ring is emptied first: nobody can tell any more which of its slots held cells.
+/// An unusable ring is emptied first: nothing tells any more which of its slots held cells.
 inline RingCell BeginCell(const TShmQueue &que) {
-  RingCursor write{0, 0};
-  RingCursor read{0, 0};
-  const bool bUsable = LoadCursor(que, RingEnd::Write, &write) && LoadCursor(que, RingEnd::Read, &read);
+  uint32_t dwWrite = 0;
+  uint32_t dwRead = 0;
+  const bool bUsable = LoadIndex(que, RingEnd::Write, &dwWrite) && LoadIndex(que, RingEnd::Read, &dwRead);
   if (!bUsable) [[unlikely]] {
     EmptyRing(que);
-    write = read = {0, 0};
+    dwWrite = dwRead = 0;
   }
-  const RingCursor behind = Successor(que, write);
-  return {que.cells + write.dwOffset, behind, behind.dwIdx == read.dwIdx, !bUsable, read};
+  const uint32_t dwNext = NextIndex(que, dwWrite);
+  return {SlotAt(que, dwWrite), dwNext, dwNext == dwRead, !bUsable, dwRead};
 }
 
 /// Publishes a filled cell of a ring that has room.
-inline void Publish(const TShmQueue &que, const RingCell &cell) { StoreCursor(que, RingEnd::Write, cell.behind); }
+inline void Publish(const TShmQueue &que, const RingCell &cell) { StoreIndex(que, RingEnd::Write, cell.dwNext); }
 
 /// Publishes a filled cell; a full ring loses its oldest one for it.
 /// Returns 1 when nothing was lost, 0 when the oldest cell was dropped or the ring had to be emptied.
 inline int PublishOverwriting(const TShmQueue &que, const RingCell &cell) {
-  // The oldest cell goes before the newest comes: with the write cursor ahead, a writer killed between the two steps
+  // The oldest cell goes before the newest comes: with the write index ahead, a writer killed between the two steps
   // would leave a full ring looking empty.
-  if (cell.bFull) StoreCursor(que, RingEnd::Read, Successor(que, cell.oldest));
+  if (cell.bFull) StoreIndex(que, RingEnd::Read, NextIndex(que, cell.dwOldest));
   Publish(que, cell);
   return cell.bFull || cell.bLostAll ? 0 : 1;
 }

@@ -29,7 +29,6 @@ TShmQueue RingIn(std::uint8_t *segment) {
   que.header = static_cast<_U_ShmQueue_SHM_VARI *>(static_cast<void *>(segment));
   que.cells = segment + RawRing::kFirstSlot;
   que.pUserArea = segment + RawRing::kUserArea;
-  que.dwLastOffset = kCells * RawRing::kStride;
   return que;
 }
 

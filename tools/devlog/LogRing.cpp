@@ -37,7 +37,6 @@ TShmQueue RecordOf(std::size_t cells) {
   que.nSlotCount = static_cast<std::int32_t>(cells + 1);
   que.wCellSize = LOGCELL_BYTES;
   que.dwStride = sizeof(Cell);
-  que.dwLastOffset = static_cast<std::uint32_t>(cells * sizeof(Cell));
   que.semid = -1;
   return que;
 }
@@ -194,7 +193,7 @@ bool LogRing::CopyNew(std::span<const Cell> &cells) {
   }
   std::uint16_t counter = 0;
   std::memcpy(&counter, que_.pUserArea, sizeof counter);
-  if (access_ == Access::Take && isUsable) StoreCursor(que_, RingEnd::Read, {writeIndex, writeIndex * que_.dwStride});
+  if (access_ == Access::Take && isUsable) StoreIndex(que_, RingEnd::Read, writeIndex);
   lock.Release();
 
   sequence_ = LOGCELL_GET(counter, SEQUENCE);

@@ -20,9 +20,9 @@ DEVSUPPORT_BEGIN_API
 ///            done or not done; a PushOverwrite may also have dropped the oldest cell and come no further, or have
 ///            left the newest with length 0. A ring that was half made is finished by the next creator.
 /// Trust      Everybody may write the segment, so nothing in it is believed. The geometry is the record's own. A read
-///            or write index that is no slot number makes the ring count as empty; the next push starts it afresh. An
-///            offset beyond the last slot is replaced by the one that the index stands for. No operation touches
-///            memory outside the segment and the caller's buffer, whatever the segment holds.
+///            or write index that is no slot number makes the ring count as empty; the next push starts it afresh.
+///            The offsets beside the indexes are written and never read. No operation touches memory outside the
+///            segment and the caller's buffer, whatever the segment holds.
 /// Threads    The semaphore keeps threads apart as it keeps processes apart; the peek cursor in the record is the one
 ///            thing that it does not protect: peek in one thread for each record.
 /// Signals    No operation may be called in a signal handler: what was interrupted may hold the semaphore.
@@ -43,9 +43,8 @@ typedef struct TShmQueue {
   uint32_t dwPeekOffset;               /* ... and its byte offset from the first slot */
   uint8_t *cells;                      /* the first slot */
   uint8_t *pUserArea;                  /* the user area; its contents belong to the ring's user */
-  uint32_t dwLastOffset;               /* private: byte offset of the last slot, from this process's own geometry */
 } TShmQueue;
-DEVSUPPORT_DEVICE_RECORD_BYTES(TShmQueue, 48);
+DEVSUPPORT_DEVICE_RECORD_BYTES(TShmQueue, 44);
 DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, nSlotCount, 0);
 DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, wCellSize, 4);
 DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, dwStride, 8);
@@ -56,7 +55,6 @@ DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, nPeekIdx, 28);
 DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, dwPeekOffset, 32);
 DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, cells, 36);
 DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, pUserArea, 40);
-DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, dwLastOffset, 44);
 
 /// Wishes and news of TShmQueue_Create.
 typedef struct TShmQueueOpt {

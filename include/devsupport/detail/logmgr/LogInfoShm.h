@@ -18,13 +18,13 @@ typedef struct TLogInfoShmData {
   char szName[32];       /* the process's name, NUL-terminated */
   int32_t nNameLen;      /* its length; 0 without one */
 } TLogInfoShmData;
-DEVSUPPORT_DEVICE_RECORD_BYTES(TLogInfoShmData, 140);
+DEVSUPPORT_DEVICE_RECORD_BYTES(TLogInfoShmData, 132);
 DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, nFilterLevel, 0);
 DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, dwFilterMask, 4);
 DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, uLogQue, 8);
-DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, uEvtQue, 56);
-DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, szName, 104);
-DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, nNameLen, 136);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, uEvtQue, 52);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, szName, 96);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, nNameLen, 128);
 
 /// The one record of the process. Changed by TLogInfoShm_Open, _Close and _ChangeFilter only.
 extern TLogInfoShmData _g_uLogInfoShmData;
