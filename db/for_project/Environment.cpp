@@ -165,9 +165,10 @@ int CheckFiles(SealState &state) {
   return RemoveSeal(g_store.nHomeFd, g_store.pFile);
 }
 
-// A medium that is full gives the reserve up for what must be written now. True when that made room.
+// A medium that is full gives the reserve up for what must be written now. True when that made room. The library may
+// answer that the environment is broken, and not that the medium is full.
 bool MakeRoom(int nResult) {
-  if (!IsMediumFull(nResult)) return false;
+  if (!IsMediumFull(nResult) && HasRoomForOpening(g_store.nHomeFd)) return false;
   g_gate.Record().bNoReserve = 1;
   return ReleaseReserve(g_store.nHomeFd);
 }

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <new>
 
+#include "db/for_project/OpenReport.h"
 #include "db/for_project/Processes.h"
 #include "db/for_project/StoreKeys.h"
 #include "db/for_project/StoreSemaphores.h"
@@ -91,10 +92,16 @@ int StoreGate::Attach(const struct stat &home) {
   dwOwnCursors_ = 0;
   pRecord_ = static_cast<GateRecord *>(pShared);
   if (pRecord_->dwMagic == GateRecord::kMagic && pRecord_->dwBytes == sizeof(GateRecord)) return 0;
-  // New, or its maker died before it was complete: nobody can have used it.
-  pRecord_ = ::new (pShared) GateRecord{};
-  Reset();
-  return 0;
+  if (pRecord_->dwMagic == 0) {
+    // New, or its maker died before it was complete: nobody can have used it.
+    pRecord_ = ::new (pShared) GateRecord{};
+    Reset();
+    return 0;
+  }
+  ReportSentence("the segment at key 0x%x does not hold this library's gate; remove it with ipcrm",
+                 static_cast<unsigned>(kGateKey));
+  Detach();
+  return EACCES;
 }
 
 void StoreGate::Detach() {

@@ -22,6 +22,9 @@ constexpr int kMode = 0660;
 // Recovery writes the pages of the cache (128 KiB at most) and some log records.
 constexpr std::size_t kReserveBytes = 128UL * 1024;
 
+// Opening with recovery may write this much: the cache, a new log file, and what is in the log.
+constexpr std::size_t kOpeningBytes = 256UL * 1024;
+
 // What must be free besides, so that the next change does not need the reserve again.
 constexpr std::size_t kMarginBytes = 32UL * 1024;
 
@@ -75,6 +78,8 @@ int MakeReserve(int nHomeFd) {
 }
 
 bool HasRoomBesidesReserve(int nHomeFd) { return HasRoom(nHomeFd, kMarginBytes); }
+
+bool HasRoomForOpening(int nHomeFd) { return HasRoom(nHomeFd, kOpeningBytes); }
 
 bool ReleaseReserve(int nHomeFd) { return unlinkat(nHomeFd, kReserveFile, 0) == 0; }
 

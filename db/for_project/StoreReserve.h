@@ -14,6 +14,9 @@ int MakeReserve(int nHomeFd);
 /// Whether some changes have room without the reserve.
 bool HasRoomBesidesReserve(int nHomeFd);
 
+/// Whether opening with recovery has room without the reserve, whatever it has to write.
+bool HasRoomForOpening(int nHomeFd);
+
 /// Gives the reserve up. False when there was none.
 bool ReleaseReserve(int nHomeFd);
 
