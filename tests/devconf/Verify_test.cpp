@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 
 #include "tests/devconf/Shell.h"
 #include "tests/support/Child.h"
@@ -12,9 +13,11 @@
 namespace {
 
 using namespace devsupport::test;
+using devconf_test::Words;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
+constexpr int kNoDatabase = 3;
 constexpr int kDamaged = 6;
 constexpr int kInUse = 7;
 
@@ -100,6 +103,52 @@ TEST_F(VerifyOf, ADamagedPage_IsFound) {
   EXPECT_EQ(result.status, kDamaged);
   EXPECT_EQ(result.out, "");
   EXPECT_THAT(result.err, EndsWith("devconf: (file): the store's checker found damage\n"));
+}
+
+TEST_F(VerifyOf, AValueThatWasChangedInTheFile_IsNeverClean) {
+  Fill();
+  std::string bytes = FileText(FilePath());
+  const std::size_t at = bytes.find("123;x");
+  ASSERT_NE(at, std::string::npos);
+  bytes[at + 4] = 'y';
+  WriteFile(FilePath(), bytes);
+  const CommandResult result = Run({"verify"});
+  EXPECT_EQ(result.status, kDamaged);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "devconf: config.db: the file is not as it was when the store was closed\n");
+  EXPECT_EQ(Run({"verify", "--json"}).out,
+            "{\"table\":\"config.db\",\"error\":\"the file is not as it was when the store was closed\"}\n"
+            "{\"errors\":1}\n");
+}
+
+TEST_F(VerifyOf, ALogFileThatWasChanged_IsNeverClean) {
+  Fill();
+  std::string log;
+  for (const auto &entry : std::filesystem::directory_iterator(home_)) {
+    if (entry.path().filename().string().starts_with("log.")) log = entry.path();
+  }
+  std::string bytes = FileText(log);
+  bytes[bytes.size() / 2] ^= 1;
+  WriteFile(log, bytes);
+  const CommandResult result = Run({"verify"});
+  EXPECT_EQ(result.status, kDamaged);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err,
+            "devconf: " + log.substr(home_.size() + 1) + ": the file is not as it was when the store was closed\n");
+}
+
+TEST_F(VerifyOf, AStoreThatCannotBeOpened_IsNeverClean) {
+  Fill();
+  std::filesystem::remove(FilePath() + ".seal");
+  const std::string script =
+      "mount --bind \"$1\" \"$1\" && mount -o remount,ro,bind \"$1\" && \"$0\" --home \"$1\" verify $2";
+  for (const char *json : {"", "--json"}) {
+    const CommandResult result = Command({"unshare", "-m", "sh", "-c", script, DEVCONF_PATH, home_, json}).Run();
+    if (result.err.find("mount:") != std::string::npos) GTEST_SKIP() << "the machine does not let us mount";
+    EXPECT_EQ(result.status, kNoDatabase);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, EndsWith("devconf: the store cannot be opened, so that not all of it can be verified\n"));
+  }
 }
 
 TEST_F(VerifyOf, AFileThatIsNoDatabase_IsDamagedAndStaysAsItIs) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <optional>
 
 #include "tools/common/Text.h"
 #include "tools/devconf/Batch.h"
@@ -223,12 +224,25 @@ int RunInStore(const Options &options, ImportFile &file) {
   }
 }
 
+// Returns nothing when the store was opened by somebody while it was read.
+std::optional<int> ReadOnce(const Options &options, ImportFile &file) {
+  Store store;
+  HoldOutput();
+  int result = store.OpenToRead(options);
+  if (!store.IsClosed()) ReleaseOutput();
+  if (result == status::kDone) result = RunInStore(options, file);
+  if (!store.IsCertain()) return std::nullopt;
+  ReleaseOutput();
+  return result;
+}
+
 int Read(const Options &options) {
   ImportFile file;
   if (options.command == Command::kDiff && (!file.Load(options.words[0]) || !file.Check())) return status::kRefused;
-  Store store;
-  const int result = options.offline != nullptr ? store.OpenOffline(options.offline) : store.OpenToChange(options);
-  return result == status::kDone ? RunInStore(options, file) : result;
+  for (;;) {
+    if (const std::optional<int> result = ReadOnce(options, file); result.has_value()) return *result;
+    DropOutput();
+  }
 }
 
 int Init(const Options &options) {

@@ -44,6 +44,22 @@ int Store::OpenToChange(const Options &options) {
   return IsDatabaseThere(DatabasePath(options).Text()) ? OpenAnyway(options) : status::kNoDatabase;
 }
 
+int Store::OpenToRead(const Options &options) {
+  if (options.offline != nullptr) return OpenOffline(options.offline);
+  return OpenClosed(options) ? status::kDone : OpenToChange(options);
+}
+
+// A store that nobody has open is read from its file: opening it would make recovery write, and needs the right to.
+bool Store::OpenClosed(const Options &options) {
+  seal_.emplace(options);
+  if (seal_->Found() == Seal::State::kFits && file_.Open(DatabasePath(options).Text(), Indexes::kBound)) {
+    g_file = &file_;
+    return true;
+  }
+  seal_.reset();
+  return false;
+}
+
 int Store::OpenOrMake(const Options &options) {
   if (::mkdir(options.home, kHomeMode) != 0 && errno != EEXIST) {
     Complain(std::strerror(errno), options.home);

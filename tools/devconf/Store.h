@@ -3,9 +3,11 @@
 
 #include <climits>
 #include <cstdint>
+#include <optional>
 
 #include "tools/devconf/FileTables.h"
 #include "tools/devconf/Options.h"
+#include "tools/devconf/Seal.h"
 #include "tools/devconf/Tables.h"
 
 namespace devconf {
@@ -24,14 +26,22 @@ class Store {
   int OpenToChange(const Options &options);
   /// Makes the database, and its folder, when there is none, and opens it.
   int OpenOrMake(const Options &options);
-  /// Opens a copied file by itself.
-  int OpenOffline(const char *path);
+  /// Opens it to be read: a copied file, a closed store without a trace of that, or the database that is there.
+  int OpenToRead(const Options &options);
+
+  /// Whether a closed store is read.
+  bool IsClosed() const { return seal_.has_value(); }
+  /// False when somebody opened the closed store meanwhile: what was read is of no use.
+  bool IsCertain() const { return !seal_.has_value() || seal_->IsStillThere(); }
 
   void Close();
 
  private:
   int OpenAnyway(const Options &options);
+  int OpenOffline(const char *path);
+  bool OpenClosed(const Options &options);
 
+  std::optional<Seal> seal_;
   bool isOpen_ = false;
   FileTables file_;
 };

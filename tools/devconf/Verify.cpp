@@ -6,22 +6,18 @@
 #include <db.h>
 #include <devsupport/ipc/ShareMem.h>
 
-#include <cstring>
-
 #include "db/for_project/DbText.h"
-#include "db/for_project/Environment.h"
 #include "db/for_project/StoreKeys.h"
 #include "tools/devconf/Ending.h"
 #include "tools/devconf/FileTables.h"
 #include "tools/devconf/Print.h"
+#include "tools/devconf/Seal.h"
 #include "tools/devconf/Status.h"
 #include "tools/devconf/Store.h"
 
 namespace devconf {
 
 namespace {
-
-using devsupport::store::OpeningTurn;
 
 // What was found so far. Each finding is printed at once.
 class Findings {
@@ -132,10 +128,7 @@ void CheckFile(const char *path, Findings &findings) {
   CheckIndexes(path, findings);
 }
 
-int Look(const char *path, bool json) {
-  EndPolitely();
-  Findings findings(json);
-  CheckFile(path, findings);
+int Conclude(const Findings &findings, bool json) {
   if (IsInterrupted()) return status::kFailed;
   if (json) {
     Format(Stream::kOut, "{\"errors\":%lu}\n", findings.Count());
@@ -145,17 +138,32 @@ int Look(const char *path, bool json) {
   return findings.Count() == 0 ? status::kDone : status::kDamaged;
 }
 
+int Look(const char *path, bool json) {
+  Findings findings(json);
+  CheckFile(path, findings);
+  return Conclude(findings, json);
+}
+
 int SayInUse() {
   Complain("others are using the store; verify needs it alone");
   return status::kInUse;
 }
 
-bool IsInUse() { return ShareMem_FindKeyAttchCount(devsupport::store::kShmKey) != 0; }
-
-// Lets the store recover, if it must, and write everything to the file.
-bool OpenAndClose(const Options &options) {
-  Store store;
-  return store.OpenToChange(options) == status::kDone;
+// A store that was closed in order: its files say everything. Nothing keeps others from opening it meanwhile.
+int LookAtClosed(const char *path, const Seal &seal, bool json) {
+  HoldOutput();
+  Findings findings(json);
+  if (seal.Found() == Seal::State::kDamaged) {
+    findings.Add(seal.DamagedFile(), "the file is not as it was when the store was closed");
+  }
+  CheckFile(path, findings);
+  const int result = Conclude(findings, json);
+  if (seal.IsStillThere()) {
+    ReleaseOutput();
+    return result;
+  }
+  DropOutput();
+  return SayInUse();
 }
 
 // What was not closed in order and cannot be opened either is not in the file alone, so that the file says little.
@@ -166,24 +174,26 @@ int LookAtUnopened(const char *path, bool json) {
   return findings.Count() == 0 ? status::kNoDatabase : status::kDamaged;
 }
 
+bool IsInUse() { return ShareMem_FindKeyAttchCount(devsupport::store::kShmKey) != 0; }
+
+// Lets the store recover, write everything to the file, and seal it.
+bool OpenAndClose(const Options &options) {
+  Store store;
+  return store.OpenToChange(options) == status::kDone;
+}
+
 }  // namespace
 
 int Verify(const Options &options) {
-  if (options.offline != nullptr) {
-    return IsDatabaseThere(options.offline) ? Look(options.offline, options.json) : status::kNoDatabase;
-  }
+  const DatabasePath database(options);
+  const char *path = options.offline != nullptr ? options.offline : database.Text();
+  if (!IsDatabaseThere(path)) return status::kNoDatabase;
+  if (options.offline != nullptr) return Look(path, options.json);
+  if (const Seal seal(options); seal.Found() != Seal::State::kNone) return LookAtClosed(path, seal, options.json);
   if (IsInUse()) return SayInUse();
-  const DatabasePath path(options);
-  if (!IsDatabaseThere(path.Text())) return status::kNoDatabase;
   const bool canOpen = OpenAndClose(options);
-  // Whoever opens the store waits until the turn is over.
-  OpeningTurn turn;
-  if (const int error = turn.TakeToOpen(options.home); error != 0) {
-    Complain(std::strerror(error), options.home);
-    return status::kNoDatabase;
-  }
-  if (IsInUse()) return SayInUse();
-  return canOpen ? Look(path.Text(), options.json) : LookAtUnopened(path.Text(), options.json);
+  if (const Seal seal(options); seal.Found() != Seal::State::kNone) return LookAtClosed(path, seal, options.json);
+  return canOpen || IsInUse() ? SayInUse() : LookAtUnopened(path, options.json);
 }
 
 }  // namespace devconf

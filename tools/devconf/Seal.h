@@ -1,0 +1,37 @@
+// The seal of a store that nobody has open, while its files are read.
+#pragma once
+
+#include <cstdint>
+
+#include "tools/devconf/Options.h"
+
+namespace devconf {
+
+class Seal {
+ public:
+  enum class State : std::uint8_t {
+    kFits,    ///< the files are as they were when the store was closed in order
+    kNone,    ///< the store is open, or was not closed in order
+    kDamaged  ///< a file is not as it was
+  };
+
+  explicit Seal(const Options &options);
+  ~Seal();
+  Seal(const Seal &) = delete;
+  Seal &operator=(const Seal &) = delete;
+
+  State Found() const { return state_; }
+  /// The file that is not as it was.
+  const char *DamagedFile() const { return damaged_; }
+
+  /// Whether nobody has opened the store since: whoever does removes the seal before anything else.
+  bool IsStillThere() const;
+
+ private:
+  int home_ = -1;
+  int seal_ = -1;
+  State state_ = State::kNone;
+  char damaged_[64] = "";
+};
+
+}  // namespace devconf
