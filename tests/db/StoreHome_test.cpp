@@ -229,6 +229,7 @@ const Foreign kForeign[] = {
     {"SegmentForEverybody", [] { return MakeSegment(8192, 0666, ::geteuid(), 0); }},
     {"SegmentOfAnotherUser", [] { return MakeSegment(8192, 0660, 4713, 0); }},
     {"SegmentThatIsTooSmall", [] { return MakeSegment(8, 0660, ::geteuid(), 0); }},
+    {"SegmentWithOtherContent", [] { return MakeSegment(8192, 0660, ::geteuid(), 0x5A); }},
     {"SemaphoreForEverybody", [] { return MakeSemaphore(1, 0666, ::geteuid()); }},
     {"SemaphoreOfAnotherUser", [] { return MakeSemaphore(1, 0660, 4713); }},
     {"ManySemaphores", [] { return MakeSemaphore(200, 0660, ::geteuid()); }},

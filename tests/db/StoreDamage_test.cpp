@@ -1,0 +1,255 @@
+// Damaged files: each page of the tables' file and each part of each log file in turn. Damage is noticed or harmless,
+// and a store that is refused stays as it is.
+
+#include <db.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+using namespace devsupport::test;
+namespace fs = std::filesystem;
+
+constexpr std::size_t kPageBytes = 2048;
+
+using Tables = std::map<std::string, Records>;
+
+// What a process that opens the store finds.
+enum Outcome : int {
+  kAsBefore = 0,  // everything is there and nothing was said
+  kSaid = 1,      // opened with a word about it
+  kRefused = 2,   // not opened, with a word about it
+  kChangedInSilence = 3,
+  kRefusedInSilence = 4,
+  kWorked = 5,  // changed files although it refused
+};
+
+Records ReadAll(DB *pDb) {
+  Records records;
+  DBC *cursor = nullptr;
+  if (pDb->cursor(pDb, nullptr, &cursor, 0) != 0) return records;
+  DBT key = {};
+  DBT data = {};
+  while (cursor->get(cursor, &key, &data, DB_NEXT) == 0) {
+    records.emplace_back(std::string(static_cast<char *>(key.data), key.size),
+                         std::string(static_cast<char *>(data.data), data.size));
+  }
+  cursor->close(cursor);
+  return records;
+}
+
+Tables ReadAllTables() {
+  Tables tables;
+  for (const TDbTbl &row : g_auDbTbl) tables[row.pName] = ReadAll(*row.ppDb);
+  return tables;
+}
+
+std::map<std::string, std::string> Files(const std::string &home) {
+  std::map<std::string, std::string> files;
+  for (const auto &entry : fs::directory_iterator(home)) {
+    const std::string name = entry.path().filename();
+    if (name == "config.db" || name.starts_with("log.")) files[name] = FileText(entry.path());
+  }
+  return files;
+}
+
+class Damage : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    if (IsSkipped()) return;
+    original_ = home_ + "/original";
+    damaged_ = home_ + "/damaged";
+    ASSERT_EQ(::mkdir(original_.c_str(), 0700), 0);
+  }
+
+  /// Makes the store whose copies are damaged. sealed: closed in order, or left by a process that was killed.
+  void Make(bool sealed) {
+    Child maker([&] {
+      if (BerkDb_Open(original_.c_str(), nullptr, nullptr) != 1) return 2;
+      Write(1);
+      BerkDb_Close();
+      if (BerkDb_Open(original_.c_str(), nullptr, nullptr) != 1) return 3;
+      Write(2);
+      if (sealed) BerkDb_Close();
+      return sealed ? 0 : ::raise(SIGKILL);
+    });
+    ASSERT_EQ(maker.Wait(), sealed ? 0 : 1000 + SIGKILL);
+    // What the store holds, from a copy: the original is not opened any more.
+    Copy();
+    ASSERT_EQ(BerkDb_Open(damaged_.c_str(), nullptr, nullptr), 1);
+    expected_ = ReadAllTables();
+    BerkDb_Close();
+    ASSERT_GT(fs::file_size(original_ + "/config.db") / kPageBytes, 40U);
+  }
+
+  /// Opens a copy with some damage in a process that may use 20 s of the processor and 16 MiB of a file.
+  Outcome OpenWith(const std::function<void(const std::string &home)> &damage) {
+    Copy();
+    damage(damaged_);
+    const auto before = Files(damaged_);
+    Child opener([&] {
+      const rlimit processor = {20, 20};
+      const rlimit file = {16 << 20, 16 << 20};
+      ::setrlimit(RLIMIT_CPU, &processor);
+      ::setrlimit(RLIMIT_FSIZE, &file);
+      return Judge();
+    });
+    const int status = opener.Wait();
+    EXPECT_LE(status, kRefusedInSilence) << "did not end by itself";
+    if (status == kRefused && Files(damaged_) != before) return kWorked;
+    return static_cast<Outcome>(status);
+  }
+
+  std::vector<std::string> Logs() const {
+    std::vector<std::string> logs;
+    for (const auto &[name, text] : Files(original_)) {
+      if (name.starts_with("log.")) logs.push_back(name);
+    }
+    return logs;
+  }
+
+  std::string original_;
+  std::string damaged_;
+
+ private:
+  static void Write(int round) {
+    for (int i = 0; i < 120; ++i) {
+      const std::string number = std::to_string(i);
+      const std::string value = std::to_string(i * round) + ";" + std::string(200, 'v');
+      BerkDb_Set(g_uDb.tb_parameter, ("name " + number).c_str(), value.c_str());
+      if (i % 3 == 0) BerkDb_Set(g_uDb.tb_pb, ("Bob " + number).c_str(), value.c_str());
+      if (i % 4 == 0) BerkDb_Put(g_uDb.tb_route, (number + "0 route").c_str(), value.c_str(), 20);
+      if (i % 5 == 0) BerkDb_Put(g_uDb.tb_dm, number.c_str(), value.c_str(), 100);
+    }
+    BerkDb_Del(g_uDb.tb_parameter, "name 7");
+  }
+
+  void Copy() const {
+    fs::remove_all(damaged_);
+    fs::copy(original_, damaged_, fs::copy_options::recursive);
+  }
+
+  int Judge() const {
+    CapturedOutput err(stderr);
+    const bool opened = BerkDb_Open(damaged_.c_str(), nullptr, nullptr) == 1;
+    const bool silent = err.Take().empty();
+    if (!opened) return silent ? kRefusedInSilence : kRefused;
+    const bool same = ReadAllTables() == expected_;
+    BerkDb_Close();
+    if (!silent) return kSaid;
+    return same ? kAsBefore : kChangedInSilence;
+  }
+
+  Tables expected_;
+};
+
+void Overwrite(const std::string &path, std::size_t at, const std::string &bytes) {
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(static_cast<std::streamoff>(at));
+  file << bytes;
+}
+
+void FlipAt(const std::string &path, std::size_t at) {
+  const std::string text = FileText(path);
+  Overwrite(path, at, std::string(1, static_cast<char>(text[at] ^ 0x10)));
+}
+
+std::size_t Pages(const std::string &home) { return fs::file_size(home + "/config.db") / kPageBytes; }
+
+void ZeroPage(const std::string &home, std::size_t page) {
+  Overwrite(home + "/config.db", page * kPageBytes, std::string(kPageBytes, '\0'));
+}
+
+bool IsNoticed(Outcome outcome) { return outcome == kSaid || outcome == kRefused; }
+
+TEST_F(Damage, AnyPageOfASealedStore_IsNoticed) {
+  ASSERT_NO_FATAL_FAILURE(Make(true));
+  for (std::size_t page = 0; page < Pages(original_); ++page) {
+    const Outcome zeroed = OpenWith([page](const std::string &home) { ZeroPage(home, page); });
+    const bool wasZero =
+        FileText(original_ + "/config.db").substr(page * kPageBytes, kPageBytes) == std::string(kPageBytes, '\0');
+    EXPECT_TRUE(IsNoticed(zeroed) || wasZero) << "page " << page << ": " << zeroed;
+    const Outcome flipped = OpenWith(
+        [page](const std::string &home) { FlipAt(home + "/config.db", page * kPageBytes + page * 37 % kPageBytes); });
+    EXPECT_TRUE(IsNoticed(flipped)) << "a byte of page " << page << ": " << flipped;
+  }
+}
+
+TEST_F(Damage, AnyPartOfASealedLog_IsRefused) {
+  ASSERT_NO_FATAL_FAILURE(Make(true));
+  const std::vector<std::string> logs = Logs();
+  ASSERT_GE(logs.size(), 1U);
+  for (const std::string &log : logs) {
+    const std::size_t bytes = fs::file_size(original_ + "/" + log);
+    for (std::size_t at = 0; at < bytes; at += bytes / 16 + 1) {
+      EXPECT_EQ(OpenWith([&](const std::string &home) { FlipAt(home + "/" + log, at); }), kRefused)
+          << log << ", " << at;
+      EXPECT_EQ(OpenWith([&](const std::string &home) { fs::resize_file(home + "/" + log, at); }), kRefused)
+          << log << " cut at " << at;
+    }
+    EXPECT_EQ(OpenWith([&](const std::string &home) { fs::remove(home + "/" + log); }), kRefused)
+        << log << " is gone";
+  }
+}
+
+TEST_F(Damage, AnyZeroedPageOfAStoreThatNobodyClosed_IsNoticedOrHarmless) {
+  ASSERT_NO_FATAL_FAILURE(Make(false));
+  int harmless = 0;
+  const std::size_t pages = Pages(original_);
+  for (std::size_t page = 0; page < pages; ++page) {
+    const Outcome outcome = OpenWith([page](const std::string &home) { ZeroPage(home, page); });
+    EXPECT_TRUE(IsNoticed(outcome) || outcome == kAsBefore) << "page " << page << ": " << outcome;
+    if (outcome == kAsBefore) ++harmless;
+  }
+  std::cout << harmless << " of " << pages << " pages came back from the log\n";
+}
+
+TEST_F(Damage, OfTheSealAlone_IsHarmless) {
+  ASSERT_NO_FATAL_FAILURE(Make(true));
+  const std::string seal = "/config.db.seal";
+  ASSERT_TRUE(fs::exists(original_ + seal));
+  const std::size_t bytes = fs::file_size(original_ + seal);
+  for (std::size_t at = 0; at < bytes; at += 5) {
+    const Outcome outcome = OpenWith([&](const std::string &home) { FlipAt(home + seal, at); });
+    EXPECT_TRUE(outcome == kAsBefore || outcome == kRefused || outcome == kSaid) << at << ": " << outcome;
+  }
+  EXPECT_EQ(OpenWith([&](const std::string &home) { fs::remove(home + seal); }), kAsBefore);
+  EXPECT_EQ(OpenWith([&](const std::string &home) { fs::resize_file(home + seal, 0); }), kAsBefore);
+}
+
+TEST_F(Damage, AnUndamagedCopy_OpensInSilence) {
+  ASSERT_NO_FATAL_FAILURE(Make(true));
+  EXPECT_EQ(OpenWith([](const std::string &) {}), kAsBefore);
+  fs::remove_all(original_);
+  ASSERT_EQ(::mkdir(original_.c_str(), 0700), 0);
+  ASSERT_NO_FATAL_FAILURE(Make(false));
+  EXPECT_EQ(OpenWith([](const std::string &) {}), kAsBefore);
+}
+
+TEST_F(Damage, ASeal_IsThereWhileNobodyHasTheStoreOpen) {
+  ASSERT_EQ(BerkDb_Open(original_.c_str(), nullptr, nullptr), 1);
+  const std::string seal = original_ + "/config.db.seal";
+  EXPECT_FALSE(fs::exists(seal));
+  BerkDb_Close();
+  EXPECT_TRUE(fs::exists(seal));
+  ASSERT_EQ(BerkDb_Open(original_.c_str(), nullptr, nullptr), 1);
+  EXPECT_FALSE(fs::exists(seal));
+}
+
+}  // namespace

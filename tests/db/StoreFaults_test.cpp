@@ -1,0 +1,219 @@
+// Calls below the store that fail: closing files, memory, the clock, the binding of an index.
+
+#include <db.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include "tests/db/Deaths.h"
+#include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/FaultInjection.h"
+
+// The descriptor is closed all the same, as on Linux.
+DEVSUPPORT_FAULT_POINT(int, close, (int fd), (fd), (__real_close(fd), errno = EIO, -1), EIO)
+
+namespace {
+
+bool g_associateFails = false;
+std::atomic<int> g_wallClockReads{0};
+std::atomic<int> g_allocationsLeft{0};  // the one that fails; 0: none
+
+}  // namespace
+
+extern "C" int __real_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
+extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
+extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags) {
+  const int result = __real_db_create(ppDb, pEnv, flags);
+  if (result == 0 && g_associateFails) {
+    (*ppDb)->associate = [](DB *, DB_TXN *, DB *, int (*)(DB *, const DBT *, const DBT *, DBT *), u_int32_t) {
+      return ENOMEM;
+    };
+  }
+  return result;
+}
+
+extern "C" int __real_clock_gettime(clockid_t clock, timespec *pTime);
+extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *pTime);
+extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *pTime) {
+  if (clock == CLOCK_REALTIME) ++g_wallClockReads;
+  return __real_clock_gettime(clock, pTime);
+}
+
+namespace {
+
+using namespace devsupport::test;
+
+class Faults : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    if (IsSkipped()) return;
+    Open();
+    ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "123;x"), BERKDB_OK);
+    BerkDb_Close();
+  }
+
+  static std::string NameOf(const std::string &number) {
+    char primary[64] = "";
+    char data[64] = "";
+    const int code = BerkDb_PGet(g_uDb.stb_pb, number.c_str(), static_cast<std::int32_t>(number.size()), primary,
+                                 sizeof primary, data, sizeof data);
+    return code == BERKDB_OK ? primary : "<" + std::to_string(code) + ">";
+  }
+};
+
+TEST_F(Faults, AnIndexThatCouldNotBeBound_IsCompleteAtTheNextOpening) {
+  {
+    CapturedOutput err(stderr);
+    g_associateFails = true;
+    Open();
+    EXPECT_EQ(BerkDb_Set(g_uDb.tb_pb, "Ann", "7;y"), BERKDB_OK);
+    BerkDb_Close();
+    g_associateFails = false;
+  }
+  CapturedOutput err(stderr);
+  Open();
+  EXPECT_EQ(NameOf("7"), "Ann") << err.Take();
+  EXPECT_EQ(NameOf("123"), "Bob 1");
+  BerkDb_Close();
+  EXPECT_TRUE(Verify());
+  EXPECT_TRUE(IndexesAgree());
+}
+
+TEST_F(Faults, AnIndexThatCouldNotBeBoundByADeadProcess_IsCompleteAtTheNextOpening) {
+  Child process([this] {
+    const CapturedOutput err(stderr);
+    g_associateFails = true;
+    Open();
+    BerkDb_Set(g_uDb.tb_pb, "Ann", "7;y");
+    return ::raise(SIGKILL);
+  });
+  ASSERT_EQ(process.Wait(), 1000 + SIGKILL);
+  CapturedOutput err(stderr);
+  Open();
+  EXPECT_EQ(NameOf("7"), "Ann") << err.Take();
+  BerkDb_Close();
+  EXPECT_TRUE(IndexesAgree());
+}
+
+TEST_F(Faults, FilesThatFailToClose_LoseNothing) {
+  for (int nth = 1; nth <= 40; ++nth) {
+    const std::string value = std::to_string(nth);
+    bool happened = false;
+    {
+      const CapturedOutput err(stderr);
+      Open();
+      ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", value.c_str()), BERKDB_OK);
+      const FailCall fail("close", nth);
+      BerkDb_Close();
+      happened = fail.Happened();
+    }
+    CapturedOutput err(stderr);
+    Open();
+    ASSERT_EQ(Get(g_uDb.tb_tone, "k"), value) << "close " << nth << ": " << err.Take();
+    BerkDb_Close();
+    if (!happened) {
+      EXPECT_GT(nth, 2);
+      return;
+    }
+  }
+}
+
+void *FailingMalloc(std::size_t bytes) {
+  if (g_allocationsLeft != 0 && --g_allocationsLeft == 0) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  return std::malloc(bytes);
+}
+void *FailingRealloc(void *old, std::size_t bytes) {
+  if (g_allocationsLeft != 0 && --g_allocationsLeft == 0) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  return std::realloc(old, bytes);
+}
+
+// Every allocation of the library in one operation fails in turn, in a process of its own. Returns how many there
+// are.
+template <typename TOperation>
+int FailEachAllocation(const std::string &home, TOperation operation) {
+  for (int nth = 1; nth < 400; ++nth) {
+    Child process([&] {
+      const CapturedOutput err(stderr);
+      if (BerkDb_Open(home.c_str(), nullptr, nullptr) != 1) return 2;
+      db_env_set_func_malloc(FailingMalloc);
+      db_env_set_func_realloc(FailingRealloc);
+      g_allocationsLeft = nth;
+      const int code = operation();
+      const bool failed = g_allocationsLeft == 0;
+      g_allocationsLeft = 0;
+      if (code != BERKDB_OK && code != BERKDB_ERROR && code != BERKDB_NO_CURSOR) return 3;
+      if (!failed && code != BERKDB_OK) return 4;
+      if (Get(g_uDb.tb_pb, "Bob 1") != "123;x") return 5;
+      if (BerkDb_Set(g_uDb.tb_tone, "after", "ward") != BERKDB_OK) return 6;
+      BerkDb_Close();
+      return failed ? 0 : 10;
+    });
+    const int status = process.Wait();
+    if (status == 10) return nth - 1;
+    EXPECT_EQ(status, 0) << "allocation " << nth;
+    if (status != 0) return nth;
+  }
+  return 400;
+}
+
+TEST_F(Faults, AllocationsThatFailInAStore_AreAnErrorAndNoMore) {
+  const int count = FailEachAllocation(home_, [] { return BerkDb_Set(g_uDb.tb_pb, "Ann", "7;y"); });
+  EXPECT_GT(count, 0);
+  EXPECT_TRUE(Verify());
+  EXPECT_TRUE(IndexesAgree());
+}
+
+TEST_F(Faults, AllocationsThatFailInASearch_AreAnErrorAndNoMore) {
+  FailEachAllocation(home_, [] {
+    TDbFindRec records[4];
+    std::int32_t count = 4;
+    return BerkDb_FindPrefix(g_uDb.stb_pb, "1", records, &count);
+  });
+  EXPECT_TRUE(Verify());
+}
+
+TEST_F(Faults, AllocationsThatFailInADeletion_AreAnErrorAndNoMore) {
+  FailEachAllocation(home_, [] {
+    const int stored = BerkDb_Set(g_uDb.tb_pb, "Ann", "7;y");
+    return stored == BERKDB_OK ? BerkDb_Del(g_uDb.tb_pb, "Ann") : stored;
+  });
+  EXPECT_TRUE(Verify());
+  EXPECT_TRUE(IndexesAgree());
+}
+
+TEST_F(Faults, WaitingForAnother_NeverLooksAtTheWallClock) {
+  Event inside;
+  Child holder([&] {
+    static const Event *s_inside = nullptr;
+    s_inside = &inside;
+    Open();
+    db_env_set_func_fsync([](int) {
+      s_inside->Announce();
+      return ::pause();
+    });
+    return BerkDb_Set(g_uDb.tb_tone, "k", "v");
+  });
+  Open();
+  inside.Wait();
+  const CapturedOutput err(stderr);
+  const int before = g_wallClockReads;
+  char value[16];
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_pb, "Bob 1", value, sizeof value), BERKDB_ERROR) << "after 8 s";
+  EXPECT_EQ(g_wallClockReads, before);
+}
+
+}  // namespace
