@@ -198,6 +198,9 @@ int OpenInside(bool bAlone) {
     if (const int nResult = CheckFiles(seal); nResult != 0) return nResult;
   }
   PrepareReserve();
+  // What is in the shared memory does not belong to files that were changed meanwhile. Idle children of processes that
+  // have closed the store can keep it there.
+  if (seal == SealState::kChanged || seal == SealState::kStale) g_gate.DemandRebuild();
   const bool bCreate = g_gate.NeedsRebuild() || AttachedToRegions() == 0;
   const int nResult = OpenRegionsOnFullMedium(g_pEnv, bCreate);
   if (nResult != 0 || !bAlone || !bCreate || seal == SealState::kFits) return nResult;

@@ -17,6 +17,12 @@
 #include "db/for_project/StoreKeys.h"
 #include "db/for_project/StoreSemaphores.h"
 
+#if defined(__GLIBC__) && defined(__GLIBC_PREREQ)
+#if __GLIBC_PREREQ(2, 30)
+#define HAS_CLOCKLOCK  // pthread_mutex_clocklock
+#endif
+#endif
+
 namespace devsupport::store {
 
 namespace {
@@ -40,7 +46,7 @@ bool InitialiseMutex(pthread_mutex_t *pMutex) {
 
 // Waits for the mutex as the head of the queue. Returns what pthread_mutex_lock would, or ETIMEDOUT.
 int LockWithin(pthread_mutex_t *pMutex, Deadline &deadline) {
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 30)
+#if defined(HAS_CLOCKLOCK)
   const long nLeft = deadline.LeftMs();
   timespec end;
   clock_gettime(CLOCK_MONOTONIC, &end);
