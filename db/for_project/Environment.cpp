@@ -173,15 +173,23 @@ bool MakeRoom(int nResult) {
   return ReleaseReserve(g_store.nHomeFd);
 }
 
-// A new handle for another try: a failed open leaves one that can only be closed.
-int OpenRegionsOnFullMedium(DB_ENV *&pEnv, bool bCreate) {
+// Opens the environment. Once more, when that can help: with more room, or with new regions instead of broken ones. A
+// failed open leaves a handle that can only be closed.
+int OpenRegionsOrTryAgain(DB_ENV *&pEnv, bool bCreate) {
   const int nResult = OpenRegions(pEnv, bCreate);
-  if (nResult == 0 || !MakeRoom(nResult)) return nResult;
+  const bool bBroken = nResult == DB_RUNRECOVERY && !bCreate;
+  if (nResult == 0 || (!MakeRoom(nResult) && !bBroken)) return nResult;
   pEnv->close(pEnv, 0);
   pEnv = nullptr;
   if (const int nError = db_env_create(&pEnv, 0); nError != 0) return nError;
   Configure(pEnv);
-  return OpenRegions(pEnv, bCreate);
+  return OpenRegions(pEnv, bCreate || bBroken);
+}
+
+// Whether the library has given the environment up.
+bool IsBroken() {
+  u_int32_t dwFlags = 0;
+  return g_pEnv->get_flags(g_pEnv, &dwFlags) == 0 && (dwFlags & DB_PANIC_ENVIRONMENT) != 0;
 }
 
 // Gives the reserve up beforehand when the medium is nearly full: opening writes to the log.
@@ -198,11 +206,11 @@ int OpenInside(bool bAlone) {
     if (const int nResult = CheckFiles(seal); nResult != 0) return nResult;
   }
   PrepareReserve();
-  // What is in the shared memory does not belong to files that were changed meanwhile. Idle children of processes that
-  // have closed the store can keep it there.
+  // What is in the shared memory does not belong to files that were changed meanwhile. Idle children of processes
+  // that have closed the store can keep it there.
   if (seal == SealState::kChanged || seal == SealState::kStale) g_gate.DemandRebuild();
   const bool bCreate = g_gate.NeedsRebuild() || AttachedToRegions() == 0;
-  const int nResult = OpenRegionsOnFullMedium(g_pEnv, bCreate);
+  const int nResult = OpenRegionsOrTryAgain(g_pEnv, bCreate);
   if (nResult != 0 || !bAlone || !bCreate || seal == SealState::kFits) return nResult;
   // Recovery has made of the files what it could. What the seal could not vouch for is looked at.
   const int nPages = seal == SealState::kChanged ? 0 : CheckPages();
@@ -248,7 +256,7 @@ int OpenAnew(DB_ENV *&pEnv) {
   if (const int nResult = db_env_create(&pEnv, 0); nResult != 0) return nResult;
   Configure(pEnv);
   const bool bCreate = g_gate.NeedsRebuild() || AttachedToRegions() == 0;
-  if (const int nResult = OpenRegionsOnFullMedium(pEnv, bCreate); nResult != 0) return nResult;
+  if (const int nResult = OpenRegionsOrTryAgain(pEnv, bCreate); nResult != 0) return nResult;
   Publish(pEnv);
   g_store.bRetired = false;
   int nCode = BERKDB_OPEN_OK;
@@ -267,6 +275,10 @@ bool CloseInOrder(bool bLast) {
   bComplete = CloseTables(g_pEnv) && bComplete;
   const int nResult = g_pEnv->close(g_pEnv, 0);
   ReportEnvironment(nResult);
+  if (nResult == DB_RUNRECOVERY) {
+    g_gate.DemandRebuild();
+    ReleaseRegions();
+  }
   return bComplete && nResult == 0;
 }
 
@@ -319,8 +331,13 @@ bool OpenEnvironment(const char *pHome, const char *pFile, OpeningTurn &turn) {
   }
   Configure(g_pEnv);
   const int nResult = OpenInTurn(pHome, pFile, turn);
-  if (nResult != 0) g_pEnv->err(g_pEnv, nResult, "FAIL to open environment %s", pHome);
-  return nResult == 0;
+  if (nResult == 0) return true;
+  if (g_pEnv != nullptr) {
+    g_pEnv->err(g_pEnv, nResult, "FAIL to open environment %s", pHome);
+  } else {
+    ReportSentence("FAIL to open environment %s: %s", pHome, db_strerror(nResult));
+  }
+  return false;
 }
 
 bool OpenStoreTables(int &nCode) {
@@ -329,8 +346,10 @@ bool OpenStoreTables(int &nCode) {
 }
 
 void CloseEnvironment(OpeningTurn &turn) {
-  if (!g_gate.IsCurrent() && g_store.bAttached) {
-    // Somebody died inside meanwhile. What we wrote is in the log; the next one who comes recovers.
+  if (g_store.bAttached && IsBroken()) g_gate.DemandRebuild();
+  if (g_store.bAttached && !g_gate.IsCurrent()) {
+    // Somebody died inside meanwhile, or the library gave up. What was acknowledged is in the log; the next one who
+    // comes recovers.
     Retire();
   } else if (!g_store.bRetired) {
     const bool bLast = g_store.bAttached && !g_gate.HasLivingOthers();
