@@ -19,6 +19,7 @@
 #include "tools/devconf/Store.h"
 #include "tools/devconf/Transfer.h"
 #include "tools/devconf/Verify.h"
+#include "tools/devconf/Watch.h"
 
 namespace devconf {
 
@@ -284,6 +285,8 @@ int RunCommand(const Options &options) {
       return Batch(options);
     case Command::kImport:
       return Import(options);
+    case Command::kWatch:
+      return Watch(options);
     case Command::kVerify:
       return Verify(options);
     default:

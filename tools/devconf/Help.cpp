@@ -25,6 +25,7 @@ const char kHelp[] =
     "  import FILE           store the records of an export; - is standard input\n"
     "  diff FILE             print what an import would change, as lines for batch\n"
     "  export [TABLE]        write the records of one table, or of all, as JSON lines\n"
+    "  watch [TABLE [PREFIX]]  print changes as they happen, of all tables unless told otherwise\n"
     "The whole store:\n"
     "  verify                check the indexes and the file; nobody else may use the store\n"
     "  init                  make the database where there is none\n"

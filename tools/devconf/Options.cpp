@@ -47,6 +47,7 @@ constexpr CommandRow kCommands[] = {
     {"import", "", Command::kImport, 1, 1, kImportMode},
     {"diff", "", Command::kDiff, 1, 1, kImportMode | kOffline},
     {"batch", "", Command::kBatch, 0, 1},
+    {"watch", "", Command::kWatch, 0, 2},
     {"verify", "", Command::kVerify, 0, 0, kOffline},
 };
 

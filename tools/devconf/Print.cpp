@@ -20,6 +20,15 @@ void PrintBytes(const char *name, std::string_view bytes, bool asText) {
   PrintJsonString(asText ? TextOf(bytes) : bytes, asText ? Form::kText : Form::kBytes);
 }
 
+void PrintMembers(const Table &table, std::string_view key) {
+  Format(Stream::kOut, "\"table\":\"%s\"", table.Name());
+  PrintBytes("key", key, IsKeyOfName(table, key) && IsText(TextOf(key)));
+}
+
+void PrintValueMember(std::string_view value) {
+  PrintBytes("value", value, IsTerminatedText(value) && IsText(TextOf(value)));
+}
+
 void PrintJsonRecord(const Record &record) {
   Put(Stream::kOut, "{");
   PrintMembers(*record.table, record.key);
@@ -31,7 +40,23 @@ void PrintJsonRecord(const Record &record) {
   Put(Stream::kOut, "}\n");
 }
 
-// What stands in quotes in a complaint.
+void PrintBatchLine(const Table &table, std::string_view key, const std::string_view *value) {
+  Bytes line;
+  line.Append(value != nullptr ? "set --table " : "del --table ");
+  line.Append(table.Name());
+  line.Append(" \"");
+  AppendShownKey(line, table, key, Quotes::kDouble);
+  line.Append("\"");
+  if (value != nullptr) {
+    line.Append(" \"");
+    AppendShownValue(line, *value, Quotes::kDouble);
+    line.Append("\"");
+  }
+  line.Append("\n");
+  PrintOut(line);
+}
+
+// What is in quotes in a complaint.
 void AppendQuoted(Bytes &line, std::string_view text) {
   line.Append("\"");
   AppendShown(line, text);
@@ -44,15 +69,6 @@ void PrintJsonString(std::string_view bytes, Form form) {
   Put(Stream::kOut, "\"");
   while (!bytes.empty()) Put(Stream::kOut, tools::EscapeNext(bytes, form).View());
   Put(Stream::kOut, "\"");
-}
-
-void PrintMembers(const Table &table, std::string_view key) {
-  Format(Stream::kOut, "\"table\":\"%s\"", table.Name());
-  PrintBytes("key", key, IsKeyOfName(table, key) && IsText(TextOf(key)));
-}
-
-void PrintValueMember(std::string_view value) {
-  PrintBytes("value", value, IsTerminatedText(value) && IsText(TextOf(value)));
 }
 
 void PrintRecord(const Record &record, bool json) {
@@ -71,20 +87,12 @@ void PrintRecord(const Record &record, bool json) {
 
 void PrintTableLine(const Table &table) { Format(Stream::kOut, "{\"table\":\"%s\"}\n", table.Name()); }
 
-void PrintChange(const Table &table, std::string_view key, const std::string_view *value) {
-  Bytes line;
-  line.Append(value != nullptr ? "set --table " : "del --table ");
-  line.Append(table.Name());
-  line.Append(" \"");
-  AppendShownKey(line, table, key, Quotes::kDouble);
-  line.Append("\"");
-  if (value != nullptr) {
-    line.Append(" \"");
-    AppendShownValue(line, *value, Quotes::kDouble);
-    line.Append("\"");
-  }
-  line.Append("\n");
-  PrintOut(line);
+void PrintDifference(const Table &table, std::string_view key, const std::string_view *value, bool json) {
+  if (!json) return PrintBatchLine(table, key, value);
+  Format(Stream::kOut, "{\"change\":\"%s\",", value != nullptr ? "set" : "del");
+  PrintMembers(table, key);
+  if (value != nullptr) PrintValueMember(*value);
+  Put(Stream::kOut, "}\n");
 }
 
 void Complain(const Table &table, std::string_view key, const char *what) {

@@ -24,15 +24,11 @@ void PrintJsonString(std::string_view bytes, tools::Form form);
 /// Prints one record on a line of standard output: key, tab, value; or its JSON object.
 void PrintRecord(const Record &record, bool json);
 
-/// Prints the members table, key and value of a record, without the braces.
-void PrintMembers(const Table &table, std::string_view key);
-void PrintValueMember(std::string_view value);
-
 /// Prints a table's JSON object without a record: it says that the table belongs to what follows.
 void PrintTableLine(const Table &table);
 
-/// Prints a change as a line for devconf batch; the value of a deletion is nullptr.
-void PrintChange(const Table &table, std::string_view key, const std::string_view *value);
+/// Prints a change as a line for devconf batch, or as a JSON object; the value of a deletion is nullptr.
+void PrintDifference(const Table &table, std::string_view key, const std::string_view *value, bool json);
 
 /// Prints "devconf: TABLE "KEY": what" on standard error; the key as people call it.
 void Complain(const Table &table, std::string_view key, const char *what);

@@ -60,14 +60,6 @@ bool AddDeletions(ImportFile &file, Changes &changes) {
   return true;
 }
 
-void PrintDifference(const Table &table, std::string_view key, const std::string_view *value, bool json) {
-  if (!json) return PrintChange(table, key, value);
-  Format(Stream::kOut, "{\"change\":\"%s\",", value != nullptr ? "set" : "del");
-  PrintMembers(table, key);
-  if (value != nullptr) PrintValueMember(*value);
-  Put(Stream::kOut, "}\n");
-}
-
 }  // namespace
 
 int Export(const char *tableName) {
