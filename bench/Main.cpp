@@ -42,6 +42,7 @@ int main(int argc, char **argv) {
   RegisterLogChannel();
   RegisterStore();
   RegisterStoreGrowth();
+  RegisterStoreHealing();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();

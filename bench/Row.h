@@ -60,5 +60,6 @@ void RegisterSharedRing();
 void RegisterLogChannel();
 void RegisterStore();
 void RegisterStoreGrowth();
+void RegisterStoreHealing();
 
 }  // namespace devsupport::bench

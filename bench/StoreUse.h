@@ -67,6 +67,32 @@ std::vector<std::string> Names(int count, Name name) {
   return names;
 }
 
+inline DBT Bytes(const void *data, std::size_t bytes) {
+  DBT dbt{};
+  dbt.data = const_cast<void *>(data);
+  dbt.size = static_cast<std::uint32_t>(bytes);
+  return dbt;
+}
+
+// Puts values under the names, many in one transaction: the store would flush its log for each. No more at once than
+// the lock table has room for.
+inline void Fill(DB *table, const std::vector<std::string> &keys) {
+  constexpr std::size_t kAtOnce = 100;
+  DB_ENV *env = BerkDb_GetEnv();
+  for (std::size_t i = 0; i < keys.size();) {
+    DB_TXN *change = nullptr;
+    Must(env->txn_begin(env, nullptr, &change, 0) == 0, "txn_begin");
+    for (const std::size_t end = std::min(keys.size(), i + kAtOnce); i < end; ++i) {
+      const std::string value = Value(static_cast<int>(i));
+      DBT key = Bytes(keys[i].c_str(), keys[i].size() + 1);
+      DBT data = Bytes(value.c_str(), value.size() + 1);
+      Must(table->put(table, change, &key, &data, 0) == 0, "put");
+    }
+    Must(change->commit(change, 0) == 0, "commit");
+    Must(env->txn_checkpoint(env, 0, 0, 0) == 0, "checkpoint");
+  }
+}
+
 // The process opens the store once; all rows but that of opening share it. Each table is filled when first used.
 class Store {
  public:
@@ -91,14 +117,7 @@ class Store {
 
   DB *Filled(DB *table, const std::vector<std::string> &keys) {
     if (std::find(filled_.begin(), filled_.end(), table) != filled_.end()) return table;
-    DB_ENV *env = BerkDb_GetEnv();
-    env->set_flags(env, DB_TXN_NOSYNC, 1);
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-      const std::string value = Value(static_cast<int>(i));
-      const auto bytes = static_cast<std::int32_t>(value.size() + 1);
-      Must(BerkDb_Put(table, keys[i].c_str(), value.c_str(), bytes) == BERKDB_OK, "BerkDb_Put");
-    }
-    env->set_flags(env, DB_TXN_NOSYNC, 0);
+    Fill(table, keys);
     filled_.push_back(table);
     return table;
   }
@@ -107,13 +126,6 @@ class Store {
   Folder home_;
   std::vector<DB *> filled_;
 };
-
-inline DBT Bytes(const void *data, std::size_t bytes) {
-  DBT dbt{};
-  dbt.data = const_cast<void *>(data);
-  dbt.size = static_cast<std::uint32_t>(bytes);
-  return dbt;
-}
 
 inline DBT Room(void *data, std::size_t bytes) {
   DBT dbt{};

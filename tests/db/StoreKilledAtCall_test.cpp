@@ -32,6 +32,9 @@ constexpr char kName[] = "Bob 1";
 constexpr char kBefore[] = "123;before";
 constexpr char kAfter[] = "456;after";
 
+// A process follows 256 times; here up to three times for each death.
+constexpr int kDeathsOfASurvivor = 80;
+
 /// What the record holds, with what its index says of it.
 ::testing::AssertionResult IsWhole() {
   const std::string value = Get(g_uDb.tb_pb, kName);
@@ -123,6 +126,7 @@ class KilledAtEachCall : public StoreTest {
          KillAt(PTRACE_SYSCALL, stop, preparation, operation); stop += every) {
       ++killed;
       ASSERT_NO_FATAL_FAILURE(ExpectUsableStore(stop));
+      if (killed % kDeathsOfASurvivor == 0) RenewSurvivor();
     }
     std::cout << "killed at " << killed << " stops\n";
     EXPECT_GT(killed, 0);
@@ -179,6 +183,11 @@ class KilledAtEachCall : public StoreTest {
       return result;
     });
     ASSERT_EQ(newcomer.Wait(), 0) << "killed at stop " << stop;
+  }
+
+  void RenewSurvivor() {
+    EXPECT_EQ(survivor_->Close(), 0);
+    survivor_.emplace(home_);
   }
 
   void Finish() {
