@@ -1,6 +1,7 @@
 # Language level, warnings, hardening and sanitizers, for every target of the tree.
 #
-#   devsupport_settings   what every target uses: include path, warnings as errors, hardening, sanitizers
+#   devsupport_warnings   what every target uses: include path, warnings (the presets make errors of them), sanitizers
+#   devsupport_settings   what we ship uses: hardening besides
 #   devsupport_runtime    what runs on the device uses besides: C++ without a C++ runtime
 
 set(CMAKE_C_STANDARD 99)
@@ -35,25 +36,29 @@ set(CMAKE_SHARED_LINKER_FLAGS_MINSIZEREL "${CMAKE_EXE_LINKER_FLAGS_MINSIZEREL}")
 include(CheckPIESupported)
 check_pie_supported()
 
-add_library(devsupport_settings INTERFACE)
+add_library(devsupport_warnings INTERFACE)
 # "..." in an include is the file's path from here; the public headers alone are <devsupport/...>.
-target_include_directories(devsupport_settings INTERFACE "${PROJECT_SOURCE_DIR}")
-target_compile_options(devsupport_settings INTERFACE
-  -Wall -Wextra -Wpedantic -Werror
-  -Wconversion -Wsign-conversion -Wshadow -Wcast-qual -Wcast-align -Wundef -Wvla
+target_include_directories(devsupport_warnings INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_options(devsupport_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wcast-qual -Wcast-align -Wundef -Wvla
   -Wformat=2 -Wpointer-arith -Wwrite-strings
   $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi>
   $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op>
+  -fno-common)
+
+add_library(devsupport_settings INTERFACE)
+target_link_libraries(devsupport_settings INTERFACE devsupport_warnings)
+target_compile_options(devsupport_settings INTERFACE
   # On the device the functions with character buffers are guarded; guarding all that have a local in memory would make
   # a tenth more of text.
-  $<IF:$<CONFIG:MinSizeRel>,-fstack-protector,-fstack-protector-strong> -fno-common)
+  $<IF:$<CONFIG:MinSizeRel>,-fstack-protector,-fstack-protector-strong>)
 target_link_options(devsupport_settings INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
 
 if(DEVSUPPORT_SANITIZE)
-  target_compile_options(devsupport_settings INTERFACE
+  target_compile_options(devsupport_warnings INTERFACE
     -fsanitize=${DEVSUPPORT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  target_link_options(devsupport_settings INTERFACE -fsanitize=${DEVSUPPORT_SANITIZE})
+  target_link_options(devsupport_warnings INTERFACE -fsanitize=${DEVSUPPORT_SANITIZE})
 else()
   # The sanitizers check more than the fortified C library does, and the two get in each other's way.
   # The device's C library is not fortified.
@@ -64,9 +69,9 @@ endif()
 # Counters of executed lines, for script/coverage. Tests run side by side and some have threads: the counters of a
 # process are updated atomically, and the files are locked while a process adds its own.
 if(DEVSUPPORT_COVERAGE)
-  target_compile_options(devsupport_settings INTERFACE --coverage -fprofile-update=atomic)
-  target_compile_definitions(devsupport_settings INTERFACE DEVSUPPORT_COVERAGE)
-  target_link_options(devsupport_settings INTERFACE --coverage)
+  target_compile_options(devsupport_warnings INTERFACE --coverage -fprofile-update=atomic)
+  target_compile_definitions(devsupport_warnings INTERFACE DEVSUPPORT_COVERAGE)
+  target_link_options(devsupport_warnings INTERFACE --coverage)
 endif()
 
 # The device has no C++ runtime library: whatever would need one must not compile or not link.
