@@ -1,5 +1,5 @@
 # The toolchain for the device: 32-bit little-endian MIPS, Debian's cross compiler and the packages of
-# build/mipsel/root, which device/fetch gets. Programs run under user emulation where CMake or ctest starts them.
+# build/mipsel/root, which script/parts/fetch gets. Programs run under user emulation where CMake or ctest starts them.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR mipsel)
 

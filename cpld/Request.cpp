@@ -3,10 +3,18 @@
 #include "cpld/Request.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <iterator>
 
 namespace cpld {
+
+static_assert(sizeof(TAnalogRegRequest) == 24);
+static_assert(offsetof(TAnalogRegRequest, dwRequest) == 0);
+static_assert(offsetof(TAnalogRegRequest, nChannel) == 4);
+static_assert(offsetof(TAnalogRegRequest, nRegister) == 8);
+static_assert(offsetof(TAnalogRegRequest, nValue) == 12);
+static_assert(offsetof(TAnalogRegRequest, adwReserved) == 16);
 
 namespace {
 

@@ -1,7 +1,6 @@
 // The command line of cpld turned into one request record for the analog driver. No I/O.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 namespace cpld {
@@ -25,12 +24,6 @@ struct TAnalogRegRequest {
   std::int32_t nValue;  ///< in: value to write, 0 when reading; out: the register's content
   std::uint32_t adwReserved[2];
 };
-static_assert(sizeof(TAnalogRegRequest) == 24);
-static_assert(offsetof(TAnalogRegRequest, dwRequest) == 0);
-static_assert(offsetof(TAnalogRegRequest, nChannel) == 4);
-static_assert(offsetof(TAnalogRegRequest, nRegister) == 8);
-static_assert(offsetof(TAnalogRegRequest, nValue) == 12);
-static_assert(offsetof(TAnalogRegRequest, adwReserved) == 16);
 
 /// What a command line asks for.
 enum class Action {
@@ -44,7 +37,8 @@ enum class Action {
 /// apArgs     in      the words; apArgs[nArgCount] is null, as main() has it
 /// pRequest   out     the record to send; all zero for Action::Usage
 /// Returns    what to do with it.
-/// Signal handler and threads  safe: touches its arguments only.
+/// Threads    safe: touches its arguments only.
+/// Signals    yes.
 Action ParseRequest(int nArgCount, const char *const *apArgs, TAnalogRegRequest *pRequest);
 
 }  // namespace cpld

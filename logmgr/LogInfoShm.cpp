@@ -3,6 +3,7 @@
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 #include <devsupport/logmgr/LogInfoShm.h>
 #include <devsupport/text/StringEdit.h>
+#include "lib/Layout.h"
 #include "lib/container/SmallCopy.h"
 #include "lib/diag/StandardAssert.h"
 #include "lib/ipc/RingAccess.h"
@@ -12,6 +13,27 @@
 #include <atomic>
 #include <bit>
 #include <cstring>
+
+// The records' layout, in bytes.
+DEVSUPPORT_RECORD_BYTES(TLogCell, LOGCELL_BYTES);
+DEVSUPPORT_FIELD_AT(TLogCell, dwTime, 0);
+DEVSUPPORT_FIELD_AT(TLogCell, wSequence, 4);
+DEVSUPPORT_FIELD_AT(TLogCell, wNotWritten, 6);
+DEVSUPPORT_FIELD_AT(TLogCell, szText, LOGCELL_HEAD_BYTES);
+DEVSUPPORT_RECORD_BYTES(TLogRingUser, LOGRING_USER_BYTES);
+DEVSUPPORT_FIELD_AT(TLogRingUser, wSequence, 0);
+DEVSUPPORT_FIELD_AT(TLogRingUser, wSecond, 2);
+DEVSUPPORT_FIELD_AT(TLogRingUser, abyReader, 4);
+static_assert(LOGCELL_LENGTH(LOGCELL_TEXT_CHARS) == LOGCELL_BYTES);
+static_assert(LOGCELL_MAX(FRAGMENT) + 1 == LOGCELL_FRAGMENTS);
+
+DEVSUPPORT_DEVICE_RECORD_BYTES(TLogInfoShmData, 132);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, nFilterLevel, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, dwFilterMask, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, uLogQue, 8);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, uEvtQue, 52);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, szName, 96);
+DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, nNameLen, 128);
 
 using devsupport::LocalTime;
 using devsupport::RingCell;

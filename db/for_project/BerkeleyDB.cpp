@@ -6,6 +6,27 @@
 
 #include "db/for_project/Environment.h"
 #include "db/for_project/TableHandles.h"
+#include "lib/Layout.h"
+
+// The records' layout, in bytes.
+DEVSUPPORT_DEVICE_RECORD_BYTES(TDbHandles, 52);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_parameter, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_dm, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_pb, 8);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, stb_pb, 12);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, stb_1_pb, 16);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_speedd, 20);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_dialp, 24);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_fkey, 28);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_line, 32);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_siptk, 36);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_route, 40);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, stb_route, 44);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_tone, 48);
+DEVSUPPORT_DEVICE_RECORD_BYTES(TDbTbl, 12);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbTbl, pName, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbTbl, ppDb, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TDbTbl, generic, 8);
 
 using namespace devsupport::store;  // NOLINT(google-build-using-namespace): the store's own
 

@@ -12,6 +12,13 @@
 #include "db/for_project/Environment.h"
 #include "db/for_project/Operation.h"
 #include "db/for_project/RecordKey.h"
+#include "lib/Layout.h"
+
+// The records' layout, in bytes.
+DEVSUPPORT_RECORD_BYTES(TDbFindRec, 192);
+DEVSUPPORT_FIELD_AT(TDbFindRec, szSecondKey, 0);
+DEVSUPPORT_FIELD_AT(TDbFindRec, szKey, 32);
+DEVSUPPORT_FIELD_AT(TDbFindRec, szData, 64);
 
 namespace devsupport::store {
 

@@ -3,8 +3,20 @@
 
 #include <devsupport/container/AllotArray.h>
 #include <devsupport/diag/Diagnostics.h>
+#include "lib/Layout.h"
 #include "lib/container/HeapBlock.h"
 #include "lib/container/Slots.h"
+
+// The records' layout, in bytes.
+DEVSUPPORT_DEVICE_RECORD_BYTES(TAllotArray, 52);
+DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, pnFreeRoom, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, pnInuseRoom, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, pnInuseIdx, 8);
+DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, nFreePut, 12);
+DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, nFreeGet, 16);
+DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, MaxArrayCount, 20);
+DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, nInuseCnt, 24);
+DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, DebugName, 28);
 
 using namespace devsupport;
 

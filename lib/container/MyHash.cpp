@@ -2,6 +2,7 @@
 // after creation and an entry's address stays the same while it is in the table.
 
 #include <devsupport/container/MyHash.h>
+#include "lib/Layout.h"
 #include "lib/container/HeapBlock.h"
 #include "lib/container/Lookup3.h"
 #include "lib/container/Slots.h"
@@ -9,6 +10,20 @@
 
 #include <algorithm>
 #include <cstddef>
+
+// The records' layout, in bytes.
+DEVSUPPORT_DEVICE_RECORD_BYTES(TMyHash, 92);
+DEVSUPPORT_FIELD_AT(TMyHash, uAllot, 0); /* an owner may take the one for the other */
+DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, pnBucket, 52);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, pnNext, 56);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, pnPrev, 60);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, nBucketCnt, 64);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, nDataSize, 68);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, pData, 72);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, fnIsMatch, 76);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, fnDataKey, 80);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, fnArgKey, 84);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, fnHash, 88);
 
 using namespace devsupport;
 
@@ -28,26 +43,6 @@ Key KeyOf(TMyHashKeyFunc fnKey, const void *pFrom) {
   return uKey;
 }
 
-// Sets the number of buckets, and with it what Modulo knows of it.
-void SetBucketCnt(TMyHash &uHash, std::uint32_t nBucketCnt) {
-  uHash.nBucketCnt = nBucketCnt;
-#ifdef __SIZEOF_INT128__
-  uHash.qwBucketFraction = nBucketCnt != 0 ? UINT64_MAX / nBucketCnt + 1 : 0;
-#endif
-}
-
-// The remainder without a division, where 64-bit products are cheap: the low half of dwHash * (2^64 / nBucketCnt) is
-// the fraction of the quotient, and nBucketCnt times that fraction is the remainder. Exact for all 32-bit numbers.
-std::uint32_t Modulo(const TMyHash &uHash, std::uint32_t dwHash) {
-#ifdef __SIZEOF_INT128__
-  __extension__ using Product = unsigned __int128;
-  const std::uint64_t qwFraction = uHash.qwBucketFraction * dwHash;
-  return static_cast<std::uint32_t>(static_cast<Product>(qwFraction) * uHash.nBucketCnt >> 64);
-#else
-  return uHash.nBucketCnt != 0 ? dwHash % uHash.nBucketCnt : 0;
-#endif
-}
-
 // This one and the next two are hot, short and used several times: too often for the compiler to inline them by
 // itself.
 [[gnu::always_inline]] inline std::uint32_t BucketOf(const TMyHash &uHash, Key uKey) {
@@ -56,7 +51,8 @@ std::uint32_t Modulo(const TMyHash &uHash, std::uint32_t dwHash) {
     return uHash.fnHash(uHash.nBucketCnt, uKey.pBytes, uKey.nLength);
   }
   const std::size_t nLength = uKey.nLength > 0 ? static_cast<std::size_t>(uKey.nLength) : 0;
-  return Modulo(uHash, hashlittle(uKey.pBytes, nLength, kInitialHash));
+  const std::uint32_t dwHash = hashlittle(uKey.pBytes, nLength, kInitialHash);
+  return uHash.nBucketCnt != 0 ? dwHash % uHash.nBucketCnt : 0;
 }
 
 // The bucket of a key, or kNoBucket when there is no key or the owner's function names no bucket of this table.
@@ -163,7 +159,7 @@ int TMyHash_Create(TMyHash *puHash, const char *pDebugName, int nBucketCnt, int 
   puHash->pnNext = nullptr;
   puHash->pnPrev = nullptr;
   // Kept: never fewer buckets than entries, whatever was asked for.
-  SetBucketCnt(*puHash, static_cast<std::uint32_t>(std::max({nBucketCnt, nMaxCount, 0})));
+  puHash->nBucketCnt = static_cast<std::uint32_t>(std::max({nBucketCnt, nMaxCount, 0}));
   puHash->nDataSize = nDataSize;
   puHash->pData = nullptr;
   puHash->fnIsMatch = fnIsMatch;
@@ -265,7 +261,7 @@ void TMyHash_Free(TMyHash *puHash) {
   ReleaseBlock(puHash->pnNext);
   ReleaseBlock(puHash->pnPrev);
   ReleaseBlock(puHash->pData);
-  SetBucketCnt(*puHash, 0);
+  puHash->nBucketCnt = 0;
   puHash->fnHash = nullptr;  // an owner's function may divide by the number of buckets
   AllotAry_Destroy(&puHash->uAllot);
 }

@@ -3,6 +3,7 @@
 #include <devsupport/container/MyQueue.h>
 #include <devsupport/detail/container/MyQueue.h>
 #include <devsupport/ipc/ThreadMutex.h>
+#include "lib/Layout.h"
 #include "lib/container/HeapBlock.h"
 #include "lib/container/SmallCopy.h"
 #include "lib/diag/StandardAssert.h"
@@ -10,6 +11,20 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+
+// The records' layout, in bytes.
+DEVSUPPORT_DEVICE_RECORD_BYTES(TMyQueue, 40 + sizeof(pthread_mutex_t));
+DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, nCellCount, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, nUserSize, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, nCellSize, 8);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, nGetIdx, 12);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, nPutIdx, 16);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, pBuf, 20);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, pLastCell, 24);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, pPut, 28);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, pGet, 32);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, bUseMutex, 36);
+DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, uMutex, 40);
 
 using namespace devsupport;
 

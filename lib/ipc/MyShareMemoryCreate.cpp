@@ -10,11 +10,40 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include "lib/Layout.h"
 #include "lib/ipc/RingAccess.h"
 
 #include <cstddef>
 #include <cstdio>
 #include <ctime>
+
+// The records' layout, in bytes.
+DEVSUPPORT_RECORD_BYTES(_U_ShmQueue_SHM_VARI, 32);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwCellCount, 0);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, wCellSize, 4);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, wReserved, 6);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwUserBytes, 8);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwReadIdx, 12);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwWriteIdx, 16);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwReadOffset, 20);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwWriteOffset, 24);
+DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwLastSlotOffset, 28);
+
+DEVSUPPORT_DEVICE_RECORD_BYTES(TShmQueue, 44);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, nSlotCount, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, wCellSize, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, dwStride, 8);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, shm, 12);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, semid, 20);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, header, 24);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, nPeekIdx, 28);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, dwPeekOffset, 32);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, cells, 36);
+DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, pUserArea, 40);
+DEVSUPPORT_RECORD_BYTES(TShmQueueOpt, 12);
+DEVSUPPORT_FIELD_AT(TShmQueueOpt, dwUserBytes, 0);
+DEVSUPPORT_FIELD_AT(TShmQueueOpt, bLockIfNew, 4);
+DEVSUPPORT_FIELD_AT(TShmQueueOpt, bNewCreated, 8);
 
 using devsupport::RingLock;
 

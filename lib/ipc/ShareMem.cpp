@@ -3,6 +3,7 @@
 #include <devsupport/ipc/ShareMem.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
+#include "lib/Layout.h"
 
 #include <cerrno>
 #include <climits>
@@ -10,6 +11,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+
+// The records' layout, in bytes.
+DEVSUPPORT_DEVICE_RECORD_BYTES(TShareMem, 8);
+DEVSUPPORT_DEVICE_FIELD_AT(TShareMem, shmid, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TShareMem, address, 4);
 
 namespace {
 

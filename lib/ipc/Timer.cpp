@@ -18,8 +18,8 @@
 // that comes with every step its barrier costs nothing. That they are lock-free is what makes them usable in a
 // handler, and what keeps the compiler from moving them across each other.
 
-#include <devsupport/detail/Layout.h>
 #include <devsupport/ipc/Timer.h>
+#include "lib/Layout.h"
 #include "lib/ipc/PreservedErrno.h"
 
 #include <atomic>

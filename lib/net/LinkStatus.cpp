@@ -1,11 +1,11 @@
 // Link states: the Ethernet port's out of its driver's file, the switch's through its driver's private request.
 
-#include <devsupport/detail/Layout.h>
 #include <devsupport/net/LinkStatus.h>
 #include <devsupport/text/StrTok.h>
 #include <devsupport/text/StrTokConvert.h>
 #include <devsupport/text/StrTokScan.h>
 #include <linux/sockios.h>
+#include "lib/Layout.h"
 #include "lib/net/InterfaceSocket.h"
 #include "lib/net/TextFile.h"
 #include "logmgr/LocalTime.h"

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <devsupport/net/LocalAddress.h>
 #include <netinet/in.h>
+#include "lib/Layout.h"
 #include "lib/net/InterfaceSocket.h"
 #include "lib/net/TextFile.h"
 
@@ -10,6 +11,12 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+
+// The records' layout, in bytes.
+DEVSUPPORT_RECORD_BYTES(TIfAddrInfo, 50);
+DEVSUPPORT_FIELD_AT(TIfAddrInfo, szName, 0);
+DEVSUPPORT_FIELD_AT(TIfAddrInfo, szAddress, 16);
+DEVSUPPORT_FIELD_AT(TIfAddrInfo, szHwAddress, 32);
 
 namespace {
 
@@ -73,7 +80,9 @@ void WriteHardwareAddress(const ifreq &answer, char *pHwAddress) {
 bool FillRecord(const InterfaceSocket &socket, ifreq &request, TIfAddrInfo &record) {
   StrNcpy(record.szName, request.ifr_name, sizeof record.szName);
   if (!socket.Ask(SIOCGIFADDR, request)) return false;
-  WriteInetAddress(request, record.szAddress);
+  char szAddress[INET_ADDRSTRLEN];
+  WriteInetAddress(request, szAddress);
+  StrNcpy(record.szAddress, szAddress, sizeof record.szAddress);  // fills the whole field
   if (!socket.Ask(SIOCGIFHWADDR, request)) return false;
   WriteHardwareAddress(request, record.szHwAddress);
   return std::strcmp(record.szAddress, kLoopbackText) != 0 && std::strcmp(record.szHwAddress, kNoHardwareText) != 0;

@@ -2,11 +2,23 @@
 
 #include <devsupport/detail/text/StrTok.h>
 #include <devsupport/text/StrTok.h>
+#include "lib/Layout.h"
 #include "lib/text/StrTokCore.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+// The records' layout, in bytes.
+DEVSUPPORT_DEVICE_RECORD_BYTES(TStrTok, 32);
+DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, bTrim, 0);
+DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, pSrc, 4);
+DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, pSrcEnd, 8);
+DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, pTok, 12);
+DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, pTokEnd, 16);
+DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, pCur, 20);
+DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, nPrevDelimLen, 24);
+DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, nDelimLen, 28);
 
 namespace devsupport {
 

@@ -93,6 +93,17 @@ TEST_F(LocalIfList, LongestTexts_AreWhole) {
   });
 }
 
+TEST_F(LocalIfList, BytesAfterNameAndAddress_AreNul) {
+  InPrivateNetwork([] {
+    AddInterface("eth0", {"10.1.2.3/24"});
+    TIfAddrInfo record;
+    std::memset(&record, '#', sizeof record);
+    ASSERT_EQ(GetLocalIfList(&record, 1), 1);
+    EXPECT_EQ(std::string(record.szName, sizeof record.szName), "eth0" + std::string(12, '\0'));
+    EXPECT_EQ(std::string(record.szAddress, sizeof record.szAddress), "10.1.2.3" + std::string(8, '\0'));
+  });
+}
+
 TEST_F(LocalIfList, WithoutInterfaces_IsEmpty) {
   InPrivateNetwork([] { EXPECT_THAT(AskList(4), IsEmpty()); });
 }

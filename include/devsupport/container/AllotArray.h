@@ -3,7 +3,6 @@
 #define DEVSUPPORT_CONTAINER_ALLOTARRAY_H
 
 #include <devsupport/Api.h>
-#include <devsupport/detail/Layout.h>
 #include <stdint.h>
 
 DEVSUPPORT_BEGIN_API
@@ -28,15 +27,6 @@ typedef struct TAllotArray {
   int32_t nInuseCnt;
   char DebugName[ALLOTARY_DEBUG_NAME_BYTES]; /* shown in the messages; the owner's to fill */
 } TAllotArray;
-DEVSUPPORT_DEVICE_RECORD_BYTES(TAllotArray, 52);
-DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, pnFreeRoom, 0);
-DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, pnInuseRoom, 4);
-DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, pnInuseIdx, 8);
-DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, nFreePut, 12);
-DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, nFreeGet, 16);
-DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, MaxArrayCount, 20);
-DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, nInuseCnt, 24);
-DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, DebugName, 28);
 
 /* No operation locks: owners that share a record between threads lock around every call. None is for signal
    handlers. All but the first four are constant in time and allocate nothing. Where nothing is said, nothing is

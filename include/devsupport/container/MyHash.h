@@ -4,7 +4,6 @@
 
 #include <devsupport/Api.h>
 #include <devsupport/container/AllotArray.h>
-#include <devsupport/detail/Layout.h>
 #include <stdint.h>
 
 DEVSUPPORT_BEGIN_API
@@ -45,23 +44,8 @@ typedef struct TMyHash {
   TMyHashMatchFunc fnIsMatch;
   TMyHashKeyFunc fnDataKey;
   TMyHashKeyFunc fnArgKey;
-  TMyHashBucketFunc fnHash;  /* NULL: the built-in hash */
-#ifdef __SIZEOF_INT128__     /* where a wide product is cheaper than a division; not on the device */
-  uint64_t qwBucketFraction; /* private: 2^64 / nBucketCnt, rounded up */
-#endif
+  TMyHashBucketFunc fnHash; /* NULL: the built-in hash */
 } TMyHash;
-DEVSUPPORT_DEVICE_RECORD_BYTES(TMyHash, 92);
-DEVSUPPORT_FIELD_AT(TMyHash, uAllot, 0); /* an owner may take the one for the other */
-DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, pnBucket, 52);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, pnNext, 56);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, pnPrev, 60);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, nBucketCnt, 64);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, nDataSize, 68);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, pData, 72);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, fnIsMatch, 76);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, fnDataKey, 80);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, fnArgKey, 84);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyHash, fnHash, 88);
 
 /* No operation locks: owners that share a table between threads lock around every call. None is for signal handlers.
    After creation nothing is allocated. Where nothing else is said, nothing is printed. */

@@ -3,7 +3,6 @@
 #define DEVSUPPORT_CONTAINER_MYQUEUE_H
 
 #include <devsupport/Api.h>
-#include <devsupport/detail/Layout.h>
 #include <pthread.h>
 #include <stdint.h>
 
@@ -31,18 +30,6 @@ typedef struct TMyQueue {
   int32_t bUseMutex;      /* not 0: every public operation takes uMutex, once a call */
   pthread_mutex_t uMutex; /* ThreadMutex */
 } TMyQueue;
-DEVSUPPORT_DEVICE_RECORD_BYTES(TMyQueue, 40 + sizeof(pthread_mutex_t));
-DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, nCellCount, 0);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, nUserSize, 4);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, nCellSize, 8);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, nGetIdx, 12);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, nPutIdx, 16);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, pBuf, 20);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, pLastCell, 24);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, pPut, 28);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, pGet, 32);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, bUseMutex, 36);
-DEVSUPPORT_DEVICE_FIELD_AT(TMyQueue, uMutex, 40);
 
 /* Threads: safe on a queue that was created with a mutex, except that creating and destroying it is for one thread
    alone; without a mutex the owner locks. None is for signal handlers. After creation nothing is allocated. Nothing

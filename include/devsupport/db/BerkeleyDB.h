@@ -3,7 +3,6 @@
 #define DEVSUPPORT_DB_BERKELEYDB_H
 
 #include <devsupport/Api.h>
-#include <devsupport/detail/Layout.h>
 #include <stdint.h>
 
 /*
@@ -73,20 +72,6 @@ typedef struct TDbHandles {
   struct __db *stb_route; /* of tb_route: first three bytes of the key */
   struct __db *tb_tone;
 } TDbHandles;
-DEVSUPPORT_DEVICE_RECORD_BYTES(TDbHandles, 52);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_parameter, 0);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_dm, 4);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_pb, 8);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, stb_pb, 12);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, stb_1_pb, 16);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_speedd, 20);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_dialp, 24);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_fkey, 28);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_line, 32);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_siptk, 36);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_route, 40);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, stb_route, 44);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbHandles, tb_tone, 48);
 
 /// The open tables of this process. Written by BerkDb_Open and BerkDb_Close only, without synchronisation.
 extern TDbHandles g_uDb;
@@ -97,10 +82,6 @@ typedef struct TDbTbl {
   struct __db **ppDb; /* its slot in g_uDb */
   uint32_t generic;   /* 1 opened with default settings, 0 by a step of its own */
 } TDbTbl;
-DEVSUPPORT_DEVICE_RECORD_BYTES(TDbTbl, 12);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbTbl, pName, 0);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbTbl, ppDb, 4);
-DEVSUPPORT_DEVICE_FIELD_AT(TDbTbl, generic, 8);
 
 enum { BERKDB_TABLES = 13 };
 
@@ -117,7 +98,8 @@ enum {
   BERKDB_OPEN_FLAGS = 5        /* the flags of an index could not be set */
 };
 
-/// Opens the environment and all tables; makes what is missing, except for the home itself.
+/// Opens the environment and all tables; makes what is missing, except for the home itself. No file of the store gets
+/// a descriptor below 3.
 /// pHome      in      folder of the environment; NULL = "/config_fs/DB/"
 /// pFile      in      file of the tables, in the home; NULL = "config.db"
 /// pnResult   out     BERKDB_OPEN_OK or why not; may be NULL
@@ -130,12 +112,12 @@ enum {
 ///            Before "FAIL to open environment %s" one more sentence tells when another home is in use, when 23
 ///            processes have the store open, when an object at the store's key is not the store's, and when the files
 ///            are damaged.
-/// Recovers   when nobody is attached to the environment (first open after a start, or after all have closed), and
-///            after a process died inside; otherwise it joins, and sees the others' data at once.
-/// Files      the library's files never get a descriptor below 3.
+/// Death      It recovers the store when nobody is attached to the environment (first open after a start, or after all
+///            have closed), and after a process died inside; otherwise it joins, and sees the others' data at once.
 /// Lock       a System V semaphore with undo, for the whole call: the processes of the device open and close one after
 ///            the other. The kernel frees it when a process dies. Besides, the store's lock, as every operation.
-/// Threads    one thread, once per process.                   Signal handler  no.
+/// Threads    one thread, once per process.
+/// Signals    no.
 int BerkDb_Open(const char *pHome, const char *pFile, int32_t *pnResult);
 
 /// Closes all tables and the environment and clears every slot, whatever the library answers.
@@ -145,25 +127,32 @@ int BerkDb_Open(const char *pHome, const char *pFile, int32_t *pnResult);
 /// shared memory only, and leaves some 50 KB of handles allocated: freeing them would touch what may be torn.
 /// Prints     "FAIL to close database %s" with the table's name, or "(environment)", through BerkDb_ErrCall.
 /// Lock       as BerkDb_Open.
-/// Threads    one thread, when no other uses the store.       Signal handler  no.
+/// Threads    one thread, when no other uses the store.
+/// Signals    no.
 void BerkDb_Close(void);
 
 /// Finds the catalogue row of a slot.
 /// ppDb       in      address of a member of g_uDb; any other address is allowed
-/// Returns    the row, NULL when no row has the slot.         Prints  nothing.
-/// Threads    safe.                                           Signal handler  safe.
+/// Returns    the row, NULL when no row has the slot.
+/// Prints     nothing.
+/// Threads    safe.
+/// Signals    yes.
 const TDbTbl *BerkDb_FindTbl(struct __db *const *ppDb);
 
 /// Finds the catalogue row of an open table.
 /// pDb        in      table handle
 /// Returns    the row whose slot holds the handle, or held it before the store was made anew; NULL when none does, and
-///            for NULL.        Prints  nothing.
-/// Threads    safe between open and close.                    Signal handler  safe.
+///            for NULL.
+/// Prints     nothing.
+/// Threads    safe between open and close.
+/// Signals    yes.
 const TDbTbl *BerkDb_FindTblByDb(const struct __db *pDb);
 
 /// The environment of this process.
-/// Returns    the library's handle; NULL while the store is closed.    Prints  nothing.
-/// Threads    safe between open and close.                    Signal handler  safe.
+/// Returns    the library's handle; NULL while the store is closed.
+/// Prints     nothing.
+/// Threads    safe between open and close.
+/// Signals    yes.
 struct __db_env *BerkDb_GetEnv(void);
 
 /// Writes one message of the library on standard error. Installed on the environment and on every table.
@@ -172,7 +161,8 @@ struct __db_env *BerkDb_GetEnv(void);
 /// pMessage   in      written as a format without values: "%%" becomes "%", everything else stands as it is.
 ///                    NULL is no message.
 /// Prints     the message, then "  \%s %d\n" (with the backslash): the name of the source and 149.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 void BerkDb_ErrCall(const struct __db_env *pEnv, const char *pPrefix, const char *pMessage);
 
 /// Opens a file with one table, outside the environment, for tools; makes it when it is missing.
@@ -181,7 +171,8 @@ void BerkDb_ErrCall(const struct __db_env *pEnv, const char *pPrefix, const char
 /// Returns    the handle, to be closed with BerkDb_CloseFile; NULL on failure.
 /// Prints     on standard error "Fail: %s\n" with the library's text when there is no handle; otherwise through the
 ///            library "Database '%s' set_flags() failed" or "Database '%s' open failed" with the path and the text.
-/// Threads    one thread for each handle.                     Signal handler  no.
+/// Threads    one thread for each handle.
+/// Signals    no.
 struct __db *BerkDb_OpenFile(const char *pFile, uint32_t dwFlags);
 
 /// Closes what BerkDb_OpenFile opened.
@@ -189,7 +180,8 @@ struct __db *BerkDb_OpenFile(const char *pFile, uint32_t dwFlags);
 ///                    On failure the pointer stays, but what it points to is gone: do not use or close it again.
 /// Returns    1 closed, 0 not.
 /// Prints     on standard error "database close failed: %s\n" with the library's text.
-/// Threads    one thread for each handle.                     Signal handler  no.
+/// Threads    one thread for each handle.
+/// Signals    no.
 int BerkDb_CloseFile(struct __db **ppDb);
 
 DEVSUPPORT_END_API

@@ -13,7 +13,8 @@ DEVSUPPORT_BEGIN_API
 ///                    when it is no number (Str2Int, text/NumberParsing.h), and when the store is closed
 /// Returns    the number or the default.
 /// Prints     nothing, unless the store itself fails (BerkDb_Read).
-/// Threads    safe between open and close.                    Signal handler  no.
+/// Threads    safe between open and close.
+/// Signals    no.
 int32_t GetDbParamToInt(const char *pName, int32_t nDefault);
 
 /// Reads a setting as a text.
@@ -24,7 +25,8 @@ int32_t GetDbParamToInt(const char *pName, int32_t nDefault);
 /// nBufBytes  in      room in pBuf, in bytes; below 1 nothing is written
 /// pDefault   in      NUL-terminated; NULL = ""
 /// Prints     nothing, unless the store itself fails (BerkDb_Read).
-/// Threads    safe between open and close.                    Signal handler  no.
+/// Threads    safe between open and close.
+/// Signals    no.
 void GetDbParamToStr(const char *pName, char *pBuf, int32_t nBufBytes, const char *pDefault);
 
 DEVSUPPORT_END_API

@@ -3,7 +3,6 @@
 #define DEVSUPPORT_DB_DBRECORD_H
 
 #include <devsupport/Api.h>
-#include <devsupport/detail/Layout.h>
 #include <stdint.h>
 
 struct __db;
@@ -30,7 +29,7 @@ DEVSUPPORT_BEGIN_API
  * output (BerkDb_ErrCall).
  *
  * Threads     all operations are safe from any thread between open and close.
- * Signal handler  none of them.
+ * Signals     no.
  * Cost        reads make no system call when the record is in the cache; changes wait for the disk.
  */
 enum {
@@ -74,7 +73,8 @@ int BerkDb_Put(struct __db *pDb, const char *pKey, const void *pData, int32_t nB
 int BerkDb_Set(struct __db *pDb, const char *pKey, const char *pValue);
 
 /// As BerkDb_Set with the key as it stands, and with a plain answer.
-/// Returns    1 stored, 0 not.                                Prints  the report of a failure only.
+/// Returns    1 stored, 0 not.
+/// Prints     the report of a failure only.
 int BerkDb_PutStr(struct __db *pDb, const char *pKey, const char *pValue);
 
 /// Deletes the record of a key, in "tb_pb" of a name, and writes the table to its file.
@@ -125,10 +125,6 @@ typedef struct TDbFindRec {
   char szKey[32];       /* the record's key */
   char szData[128];     /* its value */
 } TDbFindRec;
-DEVSUPPORT_RECORD_BYTES(TDbFindRec, 192);
-DEVSUPPORT_FIELD_AT(TDbFindRec, szSecondKey, 0);
-DEVSUPPORT_FIELD_AT(TDbFindRec, szKey, 32);
-DEVSUPPORT_FIELD_AT(TDbFindRec, szData, 64);
 
 /// Finds the records whose key begins with a text; on the phone-book indexes, the index's key.
 /// pDb        in      table
@@ -138,9 +134,9 @@ DEVSUPPORT_FIELD_AT(TDbFindRec, szData, 64);
 /// Returns    BERKDB_OK, also when nothing matches; _NO_TABLE; _REFUSED (a pointer NULL, or no room);
 ///            _BUFFER_SMALL when there are more matches than room; _ERROR when there is no cursor, or no end of
 ///            conflicts.
-/// Ends       at the first key without the prefix, and at a record larger than the fields: keys of up to 32 bytes and
+/// Order      The walk ends at the first key without the prefix, and at a record larger than the fields: keys of up to 32 bytes and
 ///            values of up to 128 can be passed over. A prefix of more than 31 characters matches nothing.
-/// Order      the walk starts at the prefix as a key of its own. So on "tb_dm", which runs downwards, a prefix finds
+///            It starts at the prefix as a key of its own. So on "tb_dm", which runs downwards, a prefix finds
 ///            the key that equals it only; and a key that ends where the prefix ends, without a terminator, is missed.
 int BerkDb_FindPrefix(struct __db *pDb, const char *pPrefix, TDbFindRec *pRecs, int32_t *pnCount);
 

@@ -14,7 +14,8 @@ DEVSUPPORT_BEGIN_API
 /// pPath      in      file to append to; made when it is not there, opened and closed by this call
 /// pFormat    in      printf format with at most one conversion, followed by any values
 /// Prints     nothing; a file that cannot be opened is passed over in silence. Text beyond 255 characters is cut.
-/// Threads    safe; lines of several writers do not mix.      Signal handler  no.
+/// Threads    safe; lines of several writers do not mix.
+/// Signals    no.
 /// Cost       opens, writes and closes the file.
 void WriteLogFmt(const char *pPath, const char *pFormat, ...);
 

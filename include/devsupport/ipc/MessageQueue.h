@@ -23,7 +23,8 @@ DEVSUPPORT_BEGIN_API
 /// bFlush     in      not 0: the messages that wait in the queue are thrown away, see KMsgQue_Flush
 /// Returns    the queue's identifier; -1 on failure.
 /// Prints     on failure "KMsgQue_Open: msgget(Key:<key>)(2) failed(<error>)" on standard error.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 int KMsgQue_Open(int32_t nKey, int bFlush);
 
 /// Removes the queue of a key, with all that waits in it; who is blocked in it fails.
@@ -31,7 +32,8 @@ int KMsgQue_Open(int32_t nKey, int bFlush);
 /// Returns    nothing.
 /// Prints     on failure "KMsgQue_Close: msgget(Key:<key>) failed(<error>)" or
 ///            "KMsgQue_Close: msgctl(IPC_RMID) failed(<error>)" on standard error.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 void KMsgQue_Close(int32_t nKey);
 
 /// Sends one message.
@@ -41,7 +43,8 @@ void KMsgQue_Close(int32_t nKey);
 /// bWait      in      not 0: waits while the queue is full; 0: a full queue is a failure
 /// Returns    1 sent, 0 on failure (an interrupted wait included; nothing is retried).
 /// Prints     on failure "KMsgQue_Send: msgsnd(MsgQ ID:<id>, Flag:<0|2048>) failed(<error>)" on standard error.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 int KMsgQue_Send(int nMsgQueId, const void *pMsg, int32_t nBytes, int bWait);
 
 /// Receives one message.
@@ -56,13 +59,16 @@ int KMsgQue_Send(int nMsgQueId, const void *pMsg, int32_t nBytes, int bWait);
 ///            KMSGQUE_INTERRUPTED, KMSGQUE_FAILED.
 /// Prints     with KMSGQUE_FAILED "KMsgQue_Get: msgrcv(MsgQ ID: <id>, Flag:<flags>) failed(<error>)" on standard
 ///            error; otherwise nothing.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 int KMsgQue_Get(int nMsgQueId, void *pBuf, int32_t nBytes, int32_t nType, int32_t *pnReceived, int nFlags);
 
 /// Throws away what waits in a queue, of every type and length. Does not end while senders are faster.
 /// nMsgQueId  in      identifier from KMsgQue_Open
-/// Returns    nothing; a queue that is gone counts as empty.  Prints  nothing.
-/// Threads    safe.                                           Signal handler  no.
+/// Returns    nothing; a queue that is gone counts as empty.
+/// Prints     nothing.
+/// Threads    safe.
+/// Signals    no.
 void KMsgQue_Flush(int nMsgQueId);
 
 DEVSUPPORT_END_API

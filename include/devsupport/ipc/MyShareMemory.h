@@ -3,7 +3,6 @@
 #define DEVSUPPORT_IPC_MYSHAREMEMORY_H
 
 #include <devsupport/Api.h>
-#include <devsupport/detail/Layout.h>
 #include <devsupport/ipc/ShareMem.h>
 #include <stdint.h>
 
@@ -25,7 +24,7 @@ DEVSUPPORT_BEGIN_API
 ///            segment and the caller's buffer, whatever the segment holds.
 /// Threads    The semaphore keeps threads apart as it keeps processes apart; the peek cursor in the record is the one
 ///            thing that it does not protect: peek in one thread for each record.
-/// Signals    No operation may be called in a signal handler: what was interrupted may hold the semaphore.
+/// Signals    no: what was interrupted may hold the semaphore.
 
 /// Start of the segment; its fields stand in detail/ipc/MyShareMemory.h and docs/formats.md.
 struct _U_ShmQueue_SHM_VARI;
@@ -44,17 +43,6 @@ typedef struct TShmQueue {
   uint8_t *cells;                      /* the first slot */
   uint8_t *pUserArea;                  /* the user area; its contents belong to the ring's user */
 } TShmQueue;
-DEVSUPPORT_DEVICE_RECORD_BYTES(TShmQueue, 44);
-DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, nSlotCount, 0);
-DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, wCellSize, 4);
-DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, dwStride, 8);
-DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, shm, 12);
-DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, semid, 20);
-DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, header, 24);
-DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, nPeekIdx, 28);
-DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, dwPeekOffset, 32);
-DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, cells, 36);
-DEVSUPPORT_DEVICE_FIELD_AT(TShmQueue, pUserArea, 40);
 
 /// Wishes and news of TShmQueue_Create.
 typedef struct TShmQueueOpt {
@@ -62,10 +50,6 @@ typedef struct TShmQueueOpt {
   int32_t bLockIfNew;  /* in: not 0: come back with the semaphore held when this call made the ring */
   int32_t bNewCreated; /* out: 1 this call made the ring, else 0 */
 } TShmQueueOpt;
-DEVSUPPORT_RECORD_BYTES(TShmQueueOpt, 12);
-DEVSUPPORT_FIELD_AT(TShmQueueOpt, dwUserBytes, 0);
-DEVSUPPORT_FIELD_AT(TShmQueueOpt, bLockIfNew, 4);
-DEVSUPPORT_FIELD_AT(TShmQueueOpt, bNewCreated, 8);
 
 /// Attaches the ring of two keys, or makes it first; the first process to ask makes it, the others wait until it is
 /// initialised. A ring that a creator left half made when it died is finished by the next one, as its creator.
@@ -92,23 +76,27 @@ int TShmQueue_Create(int32_t nShareKey, int32_t nSemKey, uint32_t dwCellCount, u
 /// that stays keeps its cells for the next TShmQueue_Create, which makes a new semaphore.
 /// pQue           in      the ring; not to be used any more
 /// bRemoveIfLast  in      not 0: remove the segment when nobody is attached any more
-/// Returns    1, always.                                      Prints  nothing.
+/// Returns    1, always.
+/// Prints     nothing.
 /// Lock       none: do not let the last process leave while another one arrives.
 int TShmQueue_Close(TShmQueue *pQue, int bRemoveIfLast);
 
 /// Takes the ring's semaphore, to peek or to use the user area. Do not call other operations that lock meanwhile.
 /// pQue       in      the ring
-/// Returns    the result of Semaphore_Lock: one attempt, 0 when a signal interrupted it.     Prints  nothing.
+/// Returns    the result of Semaphore_Lock: one attempt, 0 when a signal interrupted it.
+/// Prints     nothing.
 int TShmQueue_Lock(TShmQueue *pQue);
 
 /// Gives the ring's semaphore back.
 /// pQue       in      the ring, locked by TShmQueue_Lock or TShmQueue_Create
-/// Returns    the result of Semaphore_Unlock.                 Prints  nothing.
+/// Returns    the result of Semaphore_Unlock.
+/// Prints     nothing.
 int TShmQueue_Unlock(TShmQueue *pQue);
 
 /// Empties the ring: both cursors go to slot 0. The cells' bytes stay.
 /// pQue       in,out  the ring
-/// Returns    the result of giving the semaphore back: 1, or 0 when the ring runs unlocked.   Prints  nothing.
+/// Returns    the result of giving the semaphore back: 1, or 0 when the ring runs unlocked.
+/// Prints     nothing.
 /// Lock       the semaphore.
 int TShmQueue_Clear(TShmQueue *pQue);
 
@@ -116,7 +104,8 @@ int TShmQueue_Clear(TShmQueue *pQue);
 /// pQue       in,out  the ring; NULL stops the program (standard assertion)
 /// pData      in      the payload
 /// wBytes     in      its length in bytes; what is beyond the cell size is cut off without notice
-/// Returns    1 stored; 0 the ring is full (nothing stored), or wBytes is 0.                  Prints  nothing.
+/// Returns    1 stored; 0 the ring is full (nothing stored), or wBytes is 0.
+/// Prints     nothing.
 /// Lock       the semaphore, for one copy; not taken for a length of 0.
 /// Cost       constant plus the copy, no allocation.
 int TShmQueue_Push(TShmQueue *pQue, const void *pData, uint16_t wBytes);
@@ -126,7 +115,8 @@ int TShmQueue_Push(TShmQueue *pQue, const void *pData, uint16_t wBytes);
 /// pData      in      the payload
 /// wBytes     in      its length in bytes; what is beyond the cell size is cut off without notice
 /// Returns    1 stored and nothing lost; 0 stored and older cells lost (the oldest one, or all when the ring was
-///            unusable), or nothing stored because wBytes is 0.                               Prints  nothing.
+///            unusable), or nothing stored because wBytes is 0.
+/// Prints     nothing.
 /// Lock       the semaphore, for one copy; not taken for a length of 0. Who peeks without it can see the new cell
 ///            before its payload is there: its length is 0 until then.
 /// Cost       constant plus the copy, no allocation.
@@ -138,14 +128,16 @@ int TShmQueue_PushOverwrite(TShmQueue *pQue, const void *pData, uint16_t wBytes)
 /// pdwBytes   out     the stored length in bytes as the slot has it, even when less was copied; 0 when empty; may be
 ///                    NULL. A slot that somebody scribbled over can name more than the cell size.
 /// wBufBytes  in      room in pBuf in bytes; 0: no limit, the buffer holds a whole cell
-/// Returns    1 a cell was taken, 0 the ring was empty.       Prints  nothing.
+/// Returns    1 a cell was taken, 0 the ring was empty.
+/// Prints     nothing.
 /// Lock       the semaphore, for one copy.
 /// Cost       constant plus the copy, no allocation.
 int TShmQueue_Get(TShmQueue *pQue, void *pBuf, uint32_t *pdwBytes, uint16_t wBufBytes);
 
 /// Counts the stored cells.
 /// pQue       in      the ring
-/// Returns    0 to the cell count asked for at creation.      Prints  nothing.
+/// Returns    0 to the cell count asked for at creation.
+/// Prints     nothing.
 /// Lock       the semaphore.
 int32_t TShmQueue_GetCount(TShmQueue *pQue);
 
@@ -156,7 +148,8 @@ int32_t TShmQueue_GetCount(TShmQueue *pQue);
 /// pQue       in,out  the ring
 /// nPosition  in      0 the oldest cell, 1 the next one ...; -1 the newest, -2 the one before ...; not below minus
 ///                    the number of cells
-/// Returns    1 there is such a cell; 0 there is none and the cursor stands at the oldest.    Prints  nothing.
+/// Returns    1 there is such a cell; 0 there is none and the cursor stands at the oldest.
+/// Prints     nothing.
 int TShmQueue_PeekInit(TShmQueue *pQue, int32_t nPosition);
 
 /// Steps from older to newer cells.
@@ -164,7 +157,8 @@ int TShmQueue_PeekInit(TShmQueue *pQue, int32_t nPosition);
 /// ppSlot     out     the slot under the cursor: a 32-bit length, then the payload; untouched at the end. Neither
 ///                    needs to be aligned, and the length is what stands in shared memory: do not trust it beyond
 ///                    the cell size.
-/// Returns    the slot's payload; NULL when the cursor stands behind the newest cell.         Prints  nothing.
+/// Returns    the slot's payload; NULL when the cursor stands behind the newest cell.
+/// Prints     nothing.
 void *TShmQueue_PeekNext(TShmQueue *pQue, void **ppSlot);
 
 /// Steps from newer to older cells.

@@ -12,15 +12,18 @@ DEVSUPPORT_BEGIN_API
 /// Returns    the identifier; -1 when the set can neither be made nor found, or not be set to 1 (it is removed then).
 ///            The value of a set that was there already is left alone: who holds it goes on holding it.
 /// Prints     nothing; errno tells why.
-/// Races      the first of several starters makes the set; the others wait in their first lock until it is free.
+/// Order      the first of several starters makes the set; the others wait in their first lock until it is free.
 ///            A set that only the second, plain request could make has value 0: its first lock waits.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 int32_t Semaphore_Create(int32_t nKey);
 
 /// Removes the set for every process, held or not; whoever waits for it gets a failed lock.
 /// nSemId     in      identifier from Semaphore_Create
-/// Returns    1 the set was removed, 0 it was not.            Prints  nothing.
-/// Threads    safe.                                           Signal handler  no.
+/// Returns    1 the set was removed, 0 it was not.
+/// Prints     nothing.
+/// Threads    safe.
+/// Signals    no.
 int Semaphore_Close(int32_t nSemId);
 
 /// Takes the semaphore, waiting until it is free. The kernel gives it back when the process ends while it holds it.
@@ -29,7 +32,8 @@ int Semaphore_Close(int32_t nSemId);
 ///            never was one.
 /// Prints     nothing.
 /// Threads    safe; the semaphore belongs to the process, so that any of its threads may give it back.
-/// Cost       one system call.                                Signal handler  no.
+/// Cost       one system call.
+/// Signals    no.
 int Semaphore_Lock(int32_t nSemId);
 
 /// Gives the semaphore back. Nothing checks that it was taken: without a lock before it the value becomes 2,
@@ -37,7 +41,8 @@ int Semaphore_Lock(int32_t nSemId);
 /// nSemId     in      identifier from Semaphore_Create
 /// Returns    1 given back, 0 not: the set is gone or never was one.
 /// Prints     nothing.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 /// Cost       one system call.
 int Semaphore_Unlock(int32_t nSemId);
 

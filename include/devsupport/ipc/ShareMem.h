@@ -3,7 +3,6 @@
 #define DEVSUPPORT_IPC_SHAREMEM_H
 
 #include <devsupport/Api.h>
-#include <devsupport/detail/Layout.h>
 #include <stdint.h>
 
 DEVSUPPORT_BEGIN_API
@@ -13,9 +12,6 @@ typedef struct TShareMem {
   int32_t shmid; /* segment identifier; -1 when the last lookup failed */
   void *address; /* where it is attached in this process; (void *)-1 when attaching failed */
 } TShareMem;
-DEVSUPPORT_DEVICE_RECORD_BYTES(TShareMem, 8);
-DEVSUPPORT_DEVICE_FIELD_AT(TShareMem, shmid, 0);
-DEVSUPPORT_DEVICE_FIELD_AT(TShareMem, address, 4);
 
 /// Attaches the segment of a key, read and write; makes it first when there is none: mode 0666, zero-filled.
 /// nKey       in      System V key
@@ -27,9 +23,10 @@ DEVSUPPORT_DEVICE_FIELD_AT(TShareMem, address, 4);
 ///            "\n *** share memory create fail(a), key=0x%X (%s) ***\n:%s\n"  neither made nor found
 ///            "\n *** share memory create fail(b), key=0x%X (%s) ***\n:%s\n"  not attached; the segment is then
 ///            removed if nobody uses it, even if this call did not make it
-/// Races      exactly one of several starters sees *pbCreated 1; the others can see the segment before that one has
+/// Order      exactly one of several starters sees *pbCreated 1; the others can see the segment before that one has
 ///            initialised it. Take a lock before this call to close the gap (TShmQueue_Create does).
-/// Threads    safe with separate records.                     Signal handler  no.
+/// Threads    safe with separate records.
+/// Signals    no.
 void *ShareMem_Create(int32_t nKey, uint32_t dwBytes, TShareMem *pShm, int *pbCreated);
 
 /// Detaches the segment; the last user can have it removed.
@@ -39,7 +36,8 @@ void *ShareMem_Create(int32_t nKey, uint32_t dwBytes, TShareMem *pShm, int *pbCr
 /// Returns    1 done; 0 when detaching, looking up the users or removing failed (a failed detach does not stop
 ///            the rest).
 /// Prints     nothing.
-/// Threads    safe with separate records.                     Signal handler  no.
+/// Threads    safe with separate records.
+/// Signals    no.
 int ShareMem_Close(TShareMem *pShm, int bRemoveIfLast, int *pbWasLast);
 
 /// Counts the attachments of the segment with a key, without attaching it.
@@ -48,7 +46,8 @@ int ShareMem_Close(TShareMem *pShm, int bRemoveIfLast, int *pbWasLast);
 ///            cannot be read.
 /// Prints     nothing.
 /// Cost       one system call for each place in use in the system's table of segments.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 int ShareMem_FindKeyAttchCount(int32_t nKey);
 
 DEVSUPPORT_END_API

@@ -13,31 +13,36 @@ DEVSUPPORT_BEGIN_API
 /// Makes a mutex with the default attributes, not held.
 /// puMutex    out     not a living mutex
 /// Returns    0, or the error number of pthread_mutex_init.
-/// Threads    one thread per mutex.                           Signal handler  no.
+/// Threads    one thread per mutex.
+/// Signals    no.
 int ThreadMutex_Create(pthread_mutex_t *puMutex);
 
 /// Ends a mutex, which must not be held. Its memory stays the caller's.
 /// puMutex    in,out  made by ThreadMutex_Create
 /// Returns    0, or the error number of pthread_mutex_destroy.
-/// Threads    no other thread may use the mutex any more.     Signal handler  no.
+/// Threads    no other thread may use the mutex any more.
+/// Signals    no.
 int ThreadMutex_Close(pthread_mutex_t *puMutex);
 
 /// Waits until the mutex is free and takes it.
 /// puMutex    in,out  made by ThreadMutex_Create; a thread that holds it already waits for ever
 /// Returns    0, or the error number of pthread_mutex_lock.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 int ThreadMutex_Lock(pthread_mutex_t *puMutex);
 
 /// Gives the mutex back.
 /// puMutex    in,out  held by the calling thread
 /// Returns    0, or the error number of pthread_mutex_unlock.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 int ThreadMutex_UnLock(pthread_mutex_t *puMutex);
 
 /// Takes the mutex if it is free; never waits.
 /// puMutex    in,out  made by ThreadMutex_Create
 /// Returns    0 taken, EBUSY held by somebody, or another error number of pthread_mutex_trylock.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 int ThreadMutex_TryLock(pthread_mutex_t *puMutex);
 
 DEVSUPPORT_END_API

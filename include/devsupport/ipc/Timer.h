@@ -34,7 +34,8 @@ typedef void (*TTimerFunc)(uint32_t nAryIdx);
 /// pwAryNo    out     the array's number, 0 to 63; 0xFFFF on failure
 /// Returns    1 made; 0 without a free number or memory, or for a negative count or a signal that cannot be caught.
 /// Prints     "sigaction: <error>" on standard error when the handler cannot be installed; otherwise nothing.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 /// Owner      the library; freed by Timer_DestroyAry. The handler stays installed for good, on failure too.
 int Timer_CreateAry(int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int nSignal, uint16_t *pwAryNo);
 
@@ -47,7 +48,8 @@ int Timer_CreateAry(int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int nSi
 /// Returns    1 armed, 0 on failure.
 /// Prints     on failure, on standard error: "Timer_Set: nAryIdx=<n> out range, MaxAryCnt=<n>",
 ///            "Timer_Set: timer_create() failed! [<error>]" or "Timer_Set: timer_settime() failed! [<error>]".
-/// Threads    one per array.                                  Signal handler  no.
+/// Threads    one per array.
+/// Signals    no.
 /// Cost       two to three system calls, no allocation of ours.
 int Timer_Set(const uint16_t *pwAryNo, uint32_t nAryIdx, uint32_t dwPeriodMs, TTimerFunc pfn);
 
@@ -57,28 +59,34 @@ int Timer_Set(const uint16_t *pwAryNo, uint32_t nAryIdx, uint32_t dwPeriodMs, TT
 /// Returns    1 the cell is disarmed, or was; 0 on failure: an armed cell stays armed.
 /// Prints     on failure, on standard error: "Timer_Del: nAryIdx=<n> out range, MaxAryCnt=<n>" or
 ///            "Timer_Del: timer_delete() failed! [<error>]".
-/// Threads    one per array.                                  Signal handler  in callbacks, with a valid index.
+/// Threads    one per array.
+/// Signals    no; yes in callbacks, with a valid index.
 int Timer_Del(const uint16_t *pwAryNo, uint32_t nAryIdx);
 
 /// Tells whether a cell is armed.
 /// pwAryNo    in      number of an array that exists (without one: 0)
 /// nAryIdx    in      cell
-/// Returns    1 armed, 0 not, or index out of range.          Prints  nothing.
-/// Threads    safe while the array exists.                    Signal handler  yes.
+/// Returns    1 armed, 0 not, or index out of range.
+/// Prints     nothing.
+/// Threads    safe while the array exists.
+/// Signals    yes.
 int Timer_IsActive(const uint16_t *pwAryNo, uint32_t nAryIdx);
 
 /// Disarms all cells of an array. The array stays.
 /// pwAryNo    in      number of an array; without one nothing happens
-/// Returns    nothing; failures are ignored.                  Prints  nothing.
-/// Threads    one per array.                                  Signal handler  no.
+/// Returns    nothing; failures are ignored.
+/// Prints     nothing.
+/// Threads    one per array.
+/// Signals    no.
 void Timer_DelAll(const uint16_t *pwAryNo);
 
 /// Disarms all cells of an array and frees it; its number is free for the next array.
 /// pwAryNo    in      number of an array; without one nothing happens. The caller's number is not changed.
-/// Returns    nothing.                                        Prints  nothing.
+/// Returns    nothing.
+/// Prints     nothing.
 /// Threads    one per array, and only while no other thread can be inside Timer_OnSignal for this array: block the
 ///            array's signal in the other threads, so that its callbacks run in the thread that destroys it.
-/// Signal handler  no: not in a callback.
+/// Signals    no; not in callbacks either.
 void Timer_DestroyAry(const uint16_t *pwAryNo);
 
 #ifdef SI_QUEUE /* strict C shows siginfo_t only with a feature macro such as _GNU_SOURCE */
@@ -89,8 +97,10 @@ void Timer_DestroyAry(const uint16_t *pwAryNo);
 /// nSignal    in      not used
 /// pInfo      in      its si_value holds the cell in bits 0-17, the array in 18-23, the generation in 24-31
 /// pContext   in      not used
-/// Returns    nothing, errno unchanged.                       Prints  nothing.
-/// Threads    safe.                                           Signal handler  it is one.
+/// Returns    nothing, errno unchanged.
+/// Prints     nothing.
+/// Threads    safe.
+/// Signals    yes; it is a signal handler.
 void Timer_OnSignal(int nSignal, siginfo_t *pInfo, void *pContext);
 #endif
 

@@ -15,7 +15,8 @@ DEVSUPPORT_BEGIN_API
 /// nDefault   in      the answer without an entry, without the setting, and while the store is closed
 /// Returns    the entry's number; 0 when it has something else than a number, or nothing.
 /// Prints     what GetDbParamToStr prints.
-/// Threads    as GetDbParamToStr.                             Signal handler  no.
+/// Threads    as GetDbParamToStr.
+/// Signals    no.
 int GetDbLogParam(const char *pName, const char *pKey, int nDefault);
 
 /// Sets this process's filter (TLogInfoShm_ChangeFilter) to its entries in the settings "dbl" (level, 4 without one) and
@@ -24,7 +25,8 @@ int GetDbLogParam(const char *pName, const char *pKey, int nDefault);
 /// pnLevel    out     the level now in force; may be NULL
 /// pdwMask    out     the mask now in force; may be NULL
 /// Prints     as GetDbLogParam.
-/// Threads    one thread, with the store open.                Signal handler  no.
+/// Threads    one thread, with the store open.
+/// Signals    no.
 void LogInfo_LoadFilter(const char *pName, int *pnLevel, uint32_t *pdwMask);
 
 DEVSUPPORT_END_API

@@ -13,7 +13,8 @@ DEVSUPPORT_BEGIN_API
  *                    at each of them
  * Returns    pBuf, so that it can stand where a text is wanted.
  * Prints     nothing.
- * Threads    safe with separate buffers.                     Signal handler  no.
+ * Threads    safe with separate buffers.
+ * Signals    no.
  */
 
 /// "%d": at most 12 bytes.

@@ -8,20 +8,23 @@
 
 DEVSUPPORT_BEGIN_API
 
-/* What holds for the four writing functions:
- *
- * Before    the channel is open, and after it was closed, a message is dropped: no memory but the text is touched,
- * and no semaphore. The same goes for the one ring that could not be opened. Room      A full ring loses its oldest
- * record for each new one. Length    A message is cut into records of 127 characters, the process's name in front
- * counted, at most 32 of them; the rest is lost. The length is taken modulo 65536: of 65536 characters nothing is
- * written, of 65537 one. Time      the writer's local time, one for all records of a message, taken before the lock.
- * It follows a change of the zone with the next minute, and a step of the clock at once. Order     The records of one
- * message stand together, with consecutive sequence numbers. Death     A process that dies while it writes blocks
- * nobody. Its message ends behind the last whole record. Prints    nothing, and nothing is told about what was lost.
- * Lock      the ring's semaphore, once for the whole message. A wait that a signal interrupts is taken up again.
- * Threads   safe, but for TLogInfoShm_Open and TLogInfoShm_Close.      Signal handler  no.
- * Cost      the clock, one lock and unlock, one copy; no allocation.
- */
+/// What holds for the four writing functions
+///
+/// Before     The channel must be open. Before that, and after it was closed, a message is dropped: no memory but the
+///            text is touched, and no semaphore. The same goes for the one ring that could not be opened.
+/// Room       A full ring loses its oldest record for each new one.
+/// Length     A message is cut into records of 127 characters, the process's name in front counted, at most 32 of
+///            them; the rest is lost. The length is taken modulo 65536: of 65536 characters nothing is written, of
+///            65537 one.
+/// Time       The writer's local time, one for all records of a message, taken before the lock. It follows a change
+///            of the zone with the next minute, and a step of the clock at once.
+/// Order      The records of one message are next to each other, with consecutive sequence numbers.
+/// Death      A process that dies while it writes blocks nobody. Its message ends after the last whole record.
+/// Prints     nothing; what was lost is not reported.
+/// Lock       the ring's semaphore, once for the whole message. A wait that a signal interrupts is taken up again.
+/// Threads    safe, but for TLogInfoShm_Open and TLogInfoShm_Close.
+/// Signals    no.
+/// Cost       the clock, one lock and unlock, one copy; no allocation.
 
 /// Opens both rings; the first process after a start of the system makes them. They are never removed.
 /// nFilterLevel in    this process's filter, see TLogInfoShm_IsEnabled
@@ -32,13 +35,15 @@ DEVSUPPORT_BEGIN_API
 ///            ring stays open when the event ring fails. Filter and name are set in any case.
 /// Prints     what TShmQueue_Create prints (ipc/MyShareMemory.h).
 /// Again      opens the rings anew, as after the system lost them, and leaves the old ones.
-/// Threads    at start-up, before other threads write.        Signal handler  no.
+/// Threads    at start-up, before other threads write.
+/// Signals    no.
 int TLogInfoShm_Open(int nFilterLevel, uint32_t dwFilterMask, const char *pName);
 
 /// Leaves both rings; they stay in the system with their records. Filter and name stay, too.
 /// Returns    1, the result of leaving the second one; also when the channel was not open.
 /// Prints     nothing.
-/// Threads    when no other thread writes any more.           Signal handler  no.
+/// Threads    when no other thread writes any more.
+/// Signals    no.
 int TLogInfoShm_Close(void);
 
 /// Sets this process's filter, at any time. The writing functions do not look at it: callers do, see below.
@@ -51,7 +56,8 @@ void TLogInfoShm_ChangeFilter(int nFilterLevel, uint32_t dwFilterMask);
 /// nLevel       in    the record's level; higher ones than the filter's do not pass
 /// dwModuleMask in    the record's modules; at least one bit must be in the filter's mask
 /// Returns    1 it passes, 0 it does not.
-/// Threads    safe.                                           Signal handler  yes.
+/// Threads    safe.
+/// Signals    yes.
 /// Cost       two loads and two comparisons.
 int TLogInfoShm_IsEnabled(int nLevel, uint32_t dwModuleMask);
 

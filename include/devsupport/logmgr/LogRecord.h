@@ -11,7 +11,8 @@ DEVSUPPORT_BEGIN_API
  * A message has at most 511 characters; what is beyond them is cut off without notice.
  * None of them looks at the filter: ask TLogInfoShm_IsEnabled (logmgr/LogInfoShm.h) before you build.
  * Prints    nothing, and returns nothing.
- * Threads   safe.                                            Signal handler  no.
+ * Threads   safe.
+ * Signals   no.
  * Cost      the message on the stack and what writing it costs; no allocation.
  */
 
@@ -27,7 +28,8 @@ void LogInfo_PrintfEvt(int nType, const char *pFormat, ...) DEVSUPPORT_PRINTF(2,
 /// have that same format of their own.
 /// pFormat    in      kept, not copied
 /// Returns    pFormat.
-/// Threads    not synchronised: set it at start-up.           Signal handler  no.
+/// Threads    not synchronised: set it at start-up.
+/// Signals    no.
 const char *LogInfo_SetLocFmt(const char *pFormat);
 
 /// Write 1 to 12 pieces and the location to the log ring: the pieces one behind the other, a blank, a backslash, the

@@ -3,7 +3,6 @@
 #define DEVSUPPORT_NET_LOCALADDRESS_H
 
 #include <devsupport/Api.h>
-#include <devsupport/detail/Layout.h>
 
 DEVSUPPORT_BEGIN_API
 
@@ -13,17 +12,14 @@ typedef struct TIfAddrInfo {
   char szAddress[16];    ///< dotted decimal, NUL-terminated
   char szHwAddress[18];  ///< six bytes as upper-case hexadecimal with colons, NUL-terminated
 } TIfAddrInfo;
-DEVSUPPORT_RECORD_BYTES(TIfAddrInfo, 50);
-DEVSUPPORT_FIELD_AT(TIfAddrInfo, szName, 0);
-DEVSUPPORT_FIELD_AT(TIfAddrInfo, szAddress, 16);
-DEVSUPPORT_FIELD_AT(TIfAddrInfo, szHwAddress, 32);
 
 /// Reads the IPv4 address of one interface.
 /// pAddress   out     dotted decimal, room for 16 characters; "127.0.0.1" when the query failed
 /// pInterface in      the interface's name, of which 15 characters count; not NULL
 /// Returns    1 pAddress holds the interface's address, 0 the interface is unknown or has none.
 /// Prints     "socket: " or "ioctl:" with the system's error text, on standard error, when the query failed.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 /// Cost       one socket, one request; the socket is closed on every path.
 int GetLocalIp(char *pAddress, const char *pInterface);
 
@@ -33,7 +29,8 @@ int GetLocalIp(char *pAddress, const char *pInterface);
 /// pInterface in      the interface's name; not NULL
 /// Returns    1 pAddress holds a global address, 0 the interface has none or there is no such file.
 /// Prints     nothing.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 /// Cost       one pass over the file; it is closed on every path.
 int GetLocalIPv6(char *pAddress, const char *pInterface);
 
@@ -45,7 +42,8 @@ int GetLocalIPv6(char *pAddress, const char *pInterface);
 /// Returns    the number of records filled, 0 also when the kernel could not be asked.
 /// Prints     "cpm: socket: " or "cpm: ioctl: " with the system's error text, on standard error, when the kernel
 ///            could not be asked; an interface that does not answer is left out without a word.
-/// Threads    safe.                                           Signal handler  no.
+/// Threads    safe.
+/// Signals    no.
 /// Cost       one socket, one request and two more for each interface; the socket is closed on every path.
 int GetLocalIfList(TIfAddrInfo *pRecords, int nMax);
 
@@ -53,14 +51,16 @@ int GetLocalIfList(TIfAddrInfo *pRecords, int nMax);
 /// pText      in      NUL-terminated text; NULL is no host name
 /// Returns    1 a host name, 0 only such characters (an empty text too) or NULL.
 /// Prints     nothing.
-/// Threads    safe.                                           Signal handler  safe.
+/// Threads    safe.
+/// Signals    yes.
 int IsHostNameStr(const char *pText);
 
 /// Tells an IPv6 address by its colons: two or more in the whole text.
 /// pText      in      NUL-terminated text; not NULL
 /// Returns    1 two colons or more, 0 fewer.
 /// Prints     nothing.
-/// Threads    safe.                                           Signal handler  safe.
+/// Threads    safe.
+/// Signals    yes.
 int IsIPv6Str(const char *pText);
 
 DEVSUPPORT_END_API

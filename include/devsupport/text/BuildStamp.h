@@ -13,7 +13,8 @@ DEVSUPPORT_BEGIN_API
 ///                    writes gives 00; not NULL, not shorter
 /// pTime      in      "09:32:30"; not NULL, not shorter
 /// Prints     nothing.
-/// Threads    safe.                                           Signal handler  safe.
+/// Threads    safe.
+/// Signals    yes.
 /// Cost       constant, no allocation.
 void GetBuildTimeStr(char *pBuf, char cSeparator, const char *pDate, const char *pTime);
 

@@ -3,7 +3,6 @@
 #define DEVSUPPORT_TEXT_STRTOK_H
 
 #include <devsupport/Api.h>
-#include <devsupport/detail/Layout.h>
 #include <stdint.h>
 
 DEVSUPPORT_BEGIN_API
@@ -19,8 +18,10 @@ DEVSUPPORT_BEGIN_API
  *
  * All operations
  *   puTok    in,out  a record that TStrTok_SetSource has filled; not NULL
- *   Returns  1 for success and 0 for failure, unless said otherwise.              Prints  nothing.
- *   Threads  safe on different records, the source may be shared.                 Signal handler  safe.
+ *   Returns  1 for success and 0 for failure, unless said otherwise.
+ *   Prints   nothing.
+ *   Threads  safe on different records, the source may be shared.
+ *   Signals  yes.
  *   Cost     one pass forward over what is consumed, no allocation.
  *
  * Lengths are in characters (bytes). A string is given as
@@ -43,15 +44,6 @@ typedef struct TStrTok {
   int32_t nPrevDelimLen;  ///< nDelimLen as it was before the last successful find or match
   int32_t nDelimLen;      ///< length of the delimiter behind the token, or of the text that was matched
 } TStrTok;
-DEVSUPPORT_DEVICE_RECORD_BYTES(TStrTok, 32);
-DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, bTrim, 0);
-DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, pSrc, 4);
-DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, pSrcEnd, 8);
-DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, pTok, 12);
-DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, pTokEnd, 16);
-DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, pCur, 20);
-DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, nPrevDelimLen, 24);
-DEVSUPPORT_DEVICE_FIELD_AT(TStrTok, nDelimLen, 28);
 
 /* ---- Source -------------------------------------------------------------------------------------------------- */
 

@@ -10,7 +10,8 @@ DEVSUPPORT_BEGIN_API
 /// c          in      any character
 /// Returns    '2' to '9' for a letter, the digit itself for a digit, '0' for a blank, 0 (no key) for anything else.
 /// Prints     nothing.
-/// Threads    safe.                                           Signal handler  safe.
+/// Threads    safe.
+/// Signals    yes.
 char _Letter2Num(char c);
 
 DEVSUPPORT_END_API

@@ -15,14 +15,16 @@ DEVSUPPORT_BEGIN_API
 /// Returns    the fclose result: 0, or EOF when the record did not reach the file; also 0 when the file could not be
 ///            opened.
 /// Prints     nothing.
-/// Threads    safe; records of several writers do not mix up to the size of a stdio buffer.  Signal handler  no.
+/// Threads    safe; records of several writers do not mix up to the size of a stdio buffer.
+/// Signals    no.
 int _WriteLogAt(const char *pPath, const char *pText, const char *pFile, int nLine);
 
 /// Appends one line: a blank (in front of it the empty place of the time stamp), the text, a newline.
 /// pPath      in      file to append to; made when it is not there, opened and closed by this call
 /// pText      in      NUL-terminated text
 /// Prints     nothing; a file that cannot be opened is passed over in silence.
-/// Threads    safe; lines of several writers do not mix up to the size of a stdio buffer.    Signal handler  no.
+/// Threads    safe; lines of several writers do not mix up to the size of a stdio buffer.
+/// Signals    no.
 void _WriteLog(const char *pPath, const char *pText);
 
 DEVSUPPORT_END_API

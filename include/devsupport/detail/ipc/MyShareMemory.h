@@ -2,7 +2,6 @@
 #ifndef DEVSUPPORT_DETAIL_IPC_MYSHAREMEMORY_H
 #define DEVSUPPORT_DETAIL_IPC_MYSHAREMEMORY_H
 
-#include <devsupport/detail/Layout.h>
 #include <devsupport/ipc/MyShareMemory.h>
 
 DEVSUPPORT_BEGIN_API
@@ -20,20 +19,11 @@ typedef struct _U_ShmQueue_SHM_VARI {
   uint32_t dwWriteOffset;    /* byte offset of the slot that the next push fills */
   uint32_t dwLastSlotOffset; /* byte offset of the last slot */
 } _U_ShmQueue_SHM_VARI;
-DEVSUPPORT_RECORD_BYTES(_U_ShmQueue_SHM_VARI, 32);
-DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwCellCount, 0);
-DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, wCellSize, 4);
-DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, wReserved, 6);
-DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwUserBytes, 8);
-DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwReadIdx, 12);
-DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwWriteIdx, 16);
-DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwReadOffset, 20);
-DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwWriteOffset, 24);
-DEVSUPPORT_FIELD_AT(_U_ShmQueue_SHM_VARI, dwLastSlotOffset, 28);
 
 /// Counts the stored cells without a lock.
 /// pQue       in      the ring
-/// Returns    the number of cells; 0 when an index in the segment is no slot number.          Prints  nothing.
+/// Returns    the number of cells; 0 when an index in the segment is no slot number.
+/// Prints     nothing.
 int32_t _TShmQueue_CurrentCellCount(const TShmQueue *pQue);
 
 /// Steps a slot number and its byte offset to the next slot; behind the last one comes slot 0.

@@ -4,7 +4,6 @@
 #define DEVSUPPORT_DETAIL_LOGMGR_LOGCELL_H
 
 #include <devsupport/Api.h>
-#include <devsupport/detail/Layout.h>
 #include <stdint.h>
 
 DEVSUPPORT_BEGIN_API
@@ -38,11 +37,6 @@ typedef struct TLogCell {
   uint16_t wNotWritten;                /* what the slot held before, 0 in a new ring */
   char szText[LOGCELL_TEXT_CHARS + 1]; /* text and NUL; what stands behind them is left over */
 } TLogCell;
-DEVSUPPORT_RECORD_BYTES(TLogCell, LOGCELL_BYTES);
-DEVSUPPORT_FIELD_AT(TLogCell, dwTime, 0);
-DEVSUPPORT_FIELD_AT(TLogCell, wSequence, 4);
-DEVSUPPORT_FIELD_AT(TLogCell, wNotWritten, 6);
-DEVSUPPORT_FIELD_AT(TLogCell, szText, LOGCELL_HEAD_BYTES);
 
 /// The user area of each ring.
 typedef struct TLogRingUser {
@@ -50,10 +44,6 @@ typedef struct TLogRingUser {
   uint16_t wSecond;      /* SEQUENCE: 0 in a new ring; not used by writers */
   uint8_t abyReader[32]; /* not used by writers */
 } TLogRingUser;
-DEVSUPPORT_RECORD_BYTES(TLogRingUser, LOGRING_USER_BYTES);
-DEVSUPPORT_FIELD_AT(TLogRingUser, wSequence, 0);
-DEVSUPPORT_FIELD_AT(TLogRingUser, wSecond, 2);
-DEVSUPPORT_FIELD_AT(TLogRingUser, abyReader, 4);
 
 /// Value of the length word of a cell whose text has that many characters.
 #define LOGCELL_LENGTH(nTextChars) (LOGCELL_HEAD_BYTES + (nTextChars) + 1)
@@ -91,11 +81,5 @@ static inline uint32_t LogCell_Put(uint32_t dwValue, int nShift, uint32_t dwMax)
 }
 
 DEVSUPPORT_END_API
-
-#ifdef __cplusplus
-#include <stddef.h>
-static_assert(LOGCELL_LENGTH(LOGCELL_TEXT_CHARS) == LOGCELL_BYTES, "record");
-static_assert(LOGCELL_MAX(FRAGMENT) + 1 == LOGCELL_FRAGMENTS, "record");
-#endif
 
 #endif

@@ -2,7 +2,6 @@
 #ifndef DEVSUPPORT_DETAIL_LOGMGR_LOGINFOSHM_H
 #define DEVSUPPORT_DETAIL_LOGMGR_LOGINFOSHM_H
 
-#include <devsupport/detail/Layout.h>
 #include <devsupport/detail/logmgr/LogCell.h>
 #include <devsupport/ipc/MyShareMemory.h>
 #include <devsupport/logmgr/LogInfoShm.h>
@@ -18,13 +17,6 @@ typedef struct TLogInfoShmData {
   char szName[32];       /* the process's name, NUL-terminated */
   int32_t nNameLen;      /* its length; 0 without one */
 } TLogInfoShmData;
-DEVSUPPORT_DEVICE_RECORD_BYTES(TLogInfoShmData, 132);
-DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, nFilterLevel, 0);
-DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, dwFilterMask, 4);
-DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, uLogQue, 8);
-DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, uEvtQue, 52);
-DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, szName, 96);
-DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, nNameLen, 128);
 
 /// The one record of the process. Changed by TLogInfoShm_Open, _Close and _ChangeFilter only.
 extern TLogInfoShmData _g_uLogInfoShmData;

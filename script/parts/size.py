@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Weighs what the device holds and says which aims are reached; bench/size.sh builds it and calls this.
+"""Weighs what the device holds and says which aims are reached; script/parts/size.sh builds it and calls this.
 
 usage: size.py [--write] [--resident FILE]
 
@@ -153,7 +153,7 @@ def main():
     aims = [(f"`cpld` {cpld:,} bytes, aim at most {CPLD_BYTES:,}", cpld <= CPLD_BYTES),
             (f"library without the store wrapper {static:,} bytes of text in a static program, aim at most "
              f"{LIBRARY_TEXT_BYTES:,}", static <= LIBRARY_TEXT_BYTES),
-            ("no C++ runtime", True)]  # bench/size.sh fails before it comes here
+            ("no C++ runtime", True)]  # script/parts/size.sh fails before it comes here
 
     page = PAGE.read_text()
     head, _, rest = page.partition(BEGIN)

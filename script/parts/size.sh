@@ -4,7 +4,7 @@
 #   script/bench size            prints the tables, each number with its change since it was last recorded
 #   script/bench size --write    also records them in docs/benchmarks.md
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 
 case $#,${1-} in
   0, | 1,--write) ;;
@@ -12,7 +12,7 @@ case $#,${1-} in
 esac
 
 script/bootstrap g++-mipsel-linux-gnu python3
-device/fetch libdb5.3 libdb5.3-dev libgtest-dev libgmock-dev
+script/parts/fetch libdb5.3 libdb5.3-dev libgtest-dev libgmock-dev
 
 out=build/figures/size
 mkdir -p "$out"
@@ -38,4 +38,4 @@ if [ -x script/device ]; then
   script/device run resident >"$out/resident.txt"
   resident=(--resident "$out/resident.txt")
 fi
-python3 bench/size.py "$@" "${resident[@]}"
+python3 script/parts/size.py "$@" "${resident[@]}"
