@@ -195,6 +195,33 @@ TEST_F(Faults, AllocationsThatFailInADeletion_AreAnErrorAndNoMore) {
   EXPECT_TRUE(IndexesAgree());
 }
 
+TEST_F(Faults, AllocationsThatFailInOpening_AreACodeAndNoMore) {
+  int nth = 1;
+  for (bool failed = true; failed && nth < 3000; nth += 7) {
+    Child process([&] {
+      const CapturedOutput err(stderr);
+      db_env_set_func_malloc(FailingMalloc);
+      db_env_set_func_realloc(FailingRealloc);
+      g_allocationsLeft = nth;
+      std::int32_t code = -4711;
+      const int opened = BerkDb_Open(home_.c_str(), nullptr, &code);
+      const bool happened = g_allocationsLeft == 0;
+      g_allocationsLeft = 0;
+      if ((opened == 1) != (code == 0)) return 3;
+      BerkDb_Close();
+      if (BerkDb_Open(home_.c_str(), nullptr, nullptr) != 1) return 4;
+      if (Get(g_uDb.tb_pb, "Bob 1") != "123;x") return 5;
+      BerkDb_Close();
+      return happened ? 0 : 10;
+    });
+    const int status = process.Wait();
+    failed = status != 10;
+    ASSERT_TRUE(status == 0 || status == 10) << "allocation " << nth << ": " << status;
+  }
+  EXPECT_TRUE(Verify());
+  EXPECT_TRUE(IndexesAgree());
+}
+
 TEST_F(Faults, WaitingForAnother_NeverLooksAtTheWallClock) {
   Event inside;
   Child holder([&] {

@@ -1,38 +1,26 @@
-// A process dies inside the store: the others lose time and nothing else.
-// DEVSUPPORT_STORE_ROUNDS=<n> runs n per cent of the usual rounds; TMPDIR=<folder> puts the homes there.
+// A process dies inside the store: the others lose time and nothing else. One situation after the other;
+// StoreStorm_test.cpp is about all of them at once.
 
 #include <db.h>
 #include <devsupport/db/DbParam.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <iostream>
 #include <optional>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/db/Deaths.h"
 #include "tests/db/Store.h"
-#include "tests/db/Work.h"
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/Child.h"
-#include "tests/support/SharedBlock.h"
-#include "tests/support/TestSeed.h"
 
 namespace {
 
 using namespace devsupport::test;
-using Clock = std::chrono::steady_clock;
-
-std::int64_t Now() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch()).count();
-}
 
 class Healing : public StoreTest {
  protected:
@@ -316,101 +304,6 @@ TEST_F(Healing, AHealerThatIsKilled_IsHealedByTheNext) {
   }
   BerkDb_Close();
   ExpectSoundFile();
-}
-
-// --- a process killed at random, again and again, beside four that mix everything
-
-constexpr int kSurvivors = 4;
-
-struct Scene {
-  std::array<Journal, kSurvivors> survivors;
-  Journal victims;
-  std::atomic<bool> over;
-  std::atomic<int> death;                                        // number of the latest one
-  std::atomic<std::int64_t> diedAt;                              // us
-  std::array<std::atomic<int>, kSurvivors> answered;             // for which death the survivor has gone on
-  std::array<std::atomic<std::int64_t>, kSurvivors> afterwards;  // and how long after it, us
-};
-
-int Survive(Scene &scene, int number, std::uint64_t seed) {
-  CapturedOutput err(stderr);
-  const auto self = static_cast<std::size_t>(number);
-  Worker worker(scene.survivors[self], "s" + std::to_string(number), seed);
-  while (!scene.over) {
-    const int death = scene.death;
-    const ::testing::AssertionResult result = worker.Step();
-    if (!result) {
-      ADD_FAILURE() << result.message() << " after death " << death << "\n" << err.Take();
-      return 1;
-    }
-    if (scene.answered[self] == death) continue;
-    scene.afterwards[self] = Now() - scene.diedAt;
-    scene.answered[self] = death;
-  }
-  BerkDb_Close();
-  return 0;
-}
-
-void Print(const char *what, std::vector<std::int64_t> &times) {
-  if (times.empty()) return;
-  std::sort(times.begin(), times.end());
-  std::cout << what << ": median " << times[times.size() / 2] << " us, maximum " << times.back() << " us\n";
-}
-
-TEST_F(Healing, FourSurvivors_AllGoOnWhenAFifthIsKilledAnywhere) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
-  std::mt19937_64 random(seed);
-  const SharedBlock<Scene> scene;
-  std::vector<Child> survivors;
-  for (int i = 0; i < kSurvivors; ++i) {
-    survivors.emplace_back([&, i] {
-      Open();
-      return Survive(*scene, i, seed + static_cast<std::uint64_t>(i));
-    });
-  }
-  int insideChanges = 0;
-  std::vector<std::int64_t> times;
-  const int rounds = std::max(1, 20 * Count("DEVSUPPORT_STORE_ROUNDS", 100) / 100);
-  for (int round = 1; round <= rounds; ++round) {
-    Child victim([&]() -> int {
-      CapturedOutput err(stderr);
-      Open();
-      Worker worker(scene->victims, "victim", seed + static_cast<std::uint64_t>(100 + round));
-      worker.DecideWhatWasUnderWay();
-      worker.ChangeForEver();
-    });
-    const int until = scene->victims.steps + 1 + static_cast<int>(random() % 20);
-    while (scene->victims.steps < until && !HasEnded(victim))
-      std::this_thread::sleep_for(std::chrono::microseconds(100));
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 400));
-    const std::int64_t killed = Now();
-    victim.Signal(SIGKILL);
-    ASSERT_EQ(victim.Wait(), 1000 + SIGKILL);
-    for (std::size_t key = 0; key < Journal::kKeys; ++key) {
-      insideChanges += scene->victims.begun[key] != scene->victims.acknowledged[key] ? 1 : 0;
-    }
-    scene->diedAt = killed;
-    scene->death = round;
-    for (std::size_t i = 0; i < kSurvivors; ++i) {
-      while (scene->answered[i] != round) {
-        ASSERT_FALSE(HasEnded(survivors[i]));
-        std::this_thread::sleep_for(std::chrono::microseconds(100));
-      }
-      times.push_back(scene->afterwards[i]);
-    }
-  }
-  scene->over = true;
-  for (Child &survivor : survivors) EXPECT_EQ(survivor.Wait(), 0);
-  Open();
-  for (int i = 0; i < kSurvivors; ++i) {
-    EXPECT_TRUE(Worker(scene->survivors[static_cast<std::size_t>(i)], "s" + std::to_string(i), 0).HoldsAll());
-  }
-  EXPECT_TRUE(Worker(scene->victims, "victim", 0).HoldsAll());
-  BerkDb_Close();
-  ExpectSoundFile();
-  std::cout << "killed " << rounds << " times, " << insideChanges << " of them in the middle of a change\n";
-  Print("time to each survivor's next success", times);
 }
 
 }  // namespace
