@@ -13,6 +13,7 @@
 #include "tools/devconf/Input.h"
 #include "tools/devconf/Print.h"
 #include "tools/devconf/Records.h"
+#include "tools/devconf/Salvage.h"
 #include "tools/devconf/Search.h"
 #include "tools/devconf/Shown.h"
 #include "tools/devconf/Status.h"
@@ -289,6 +290,8 @@ int RunCommand(const Options &options) {
       return Watch(options);
     case Command::kVerify:
       return Verify(options);
+    case Command::kSalvage:
+      return Salvage(options);
     default:
       return Read(options);
   }

@@ -28,6 +28,7 @@ const char kHelp[] =
     "  watch [TABLE [PREFIX]]  print changes as they happen, of all tables unless told otherwise\n"
     "The whole store:\n"
     "  verify                check the indexes and the file; nobody else may use the store\n"
+    "  salvage               print what can be read of a damaged file, for import\n"
     "  init                  make the database where there is none\n"
     "\n"
     "Options:\n"

@@ -49,6 +49,7 @@ constexpr CommandRow kCommands[] = {
     {"batch", "", Command::kBatch, 0, 1},
     {"watch", "", Command::kWatch, 0, 2},
     {"verify", "", Command::kVerify, 0, 0, kOffline},
+    {"salvage", "", Command::kSalvage, 0, 0, kOffline},
 };
 
 enum Long : int {

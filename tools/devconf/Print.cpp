@@ -85,6 +85,14 @@ void PrintRecord(const Record &record, bool json) {
   PrintOut(line);
 }
 
+// The form of the key fits every table but the phone book, which would have been recognised.
+void PrintWithoutTable(std::string_view key, std::string_view value) {
+  Put(Stream::kOut, "{\"table\":\"?\"");
+  PrintBytes("key", key, IsTerminatedText(key) && IsText(TextOf(key)));
+  PrintValueMember(value);
+  Put(Stream::kOut, "}\n");
+}
+
 void PrintTableLine(const Table &table) { Format(Stream::kOut, "{\"table\":\"%s\"}\n", table.Name()); }
 
 void PrintDifference(const Table &table, std::string_view key, const std::string_view *value, bool json) {

@@ -24,6 +24,9 @@ void PrintJsonString(std::string_view bytes, tools::Form form);
 /// Prints one record on a line of standard output: key, tab, value; or its JSON object.
 void PrintRecord(const Record &record, bool json);
 
+/// Prints a record of which the table is lost as a JSON object with the table "?".
+void PrintWithoutTable(std::string_view key, std::string_view value);
+
 /// Prints a table's JSON object without a record: it says that the table belongs to what follows.
 void PrintTableLine(const Table &table);
 

@@ -81,7 +81,7 @@ int Store::OpenAnyway(const Options &options) {
 int Store::OpenOffline(const char *path) {
   if (!IsDatabaseThere(path)) return status::kNoDatabase;
   if (!IsFileWhole(path)) {
-    Complain("the file is damaged", path);
+    Complain("the file is damaged (devconf salvage prints what can be read)", path);
     return status::kDamaged;
   }
   if (!file_.Open(path, Indexes::kBound)) return status::kNoDatabase;
