@@ -26,6 +26,12 @@ if readelf -d "$work/build/c_devsupport_static" | grep -q 'NEEDED.*libdb'; then
   exit 1
 fi
 
+echo "the installed examples"
+"$cmake" -S "$(dirname "$(find "$work/usr" -name log_daemon.c)")" -B "$work/examples" -G Ninja \
+  "-DCMAKE_PREFIX_PATH=$work/usr" -DCMAKE_C_FLAGS="-Wall -Wextra -Wpedantic -Werror" >"$work/examples.log"
+"$cmake" --build "$work/examples"
+[ "$("$work/examples/cache" 7)" = "7: 49, new" ]
+
 echo "through pkg-config"
 libdir=$(dirname "$(find "$work/usr" -name devsupport.pc)")
 export PKG_CONFIG_PATH="$libdir"
