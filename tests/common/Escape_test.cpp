@@ -24,6 +24,24 @@ TEST(ShowNext, OfControlCharacters_IsTheirBytesAsNumbers) {
   EXPECT_EQ(Shown("\xc2\x80\xc2\x9b\xc2\x9f"), "\\xc2\\x80\\xc2\\x9b\\xc2\\x9f");
 }
 
+// A text that is turned around would not say what it seems to say.
+TEST(ShowNext, OfCharactersThatTurnTheDirection_IsTheirBytesAsNumbers) {
+  EXPECT_EQ(Shown("\xe2\x80\xae"
+                  "abc"),
+            "\\xe2\\x80\\xae"
+            "abc");
+  for (const char *character :
+       {"\xd8\x9c", "\xe2\x80\x8e", "\xe2\x80\x8f", "\xe2\x80\xaa", "\xe2\x81\xa6", "\xe2\x81\xa9"}) {
+    EXPECT_EQ(Shown(character).substr(0, 2), "\\x") << character;
+  }
+  EXPECT_EQ(Shown("\xe2\x80\x8d\xe2\x81\xaa"), "\xe2\x80\x8d\xe2\x81\xaa");
+}
+
+TEST(EscapeNext, OfCharactersThatTurnTheDirection_IsTheirNumber) {
+  std::string_view bytes = "\xe2\x80\xae";
+  EXPECT_EQ(tools::EscapeNext(bytes, tools::Form::kText).View(), "\\u202e");
+}
+
 TEST(ShowNext, OfBytesThatAreNoCharacter_IsTheirNumbers) {
   EXPECT_EQ(Shown("\xff\xc3"), "\\xff\\xc3");
   EXPECT_EQ(Shown("\xed\xa0\x80"), "\\xed\\xa0\\x80");

@@ -56,7 +56,8 @@ Piece EscapeNext(std::string_view &bytes, Form form) {
     Append(piece, "\\");
     Append(piece, {&escape, 1});
   } else if (IsControl(point) || (form == Form::kBytes && point >= 0x80)) {
-    Append(piece, "\\u00");
+    Append(piece, "\\u");
+    AppendHex(piece, point >> 8);
     AppendHex(piece, point);
   } else {
     Append(piece, character);

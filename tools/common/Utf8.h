@@ -15,7 +15,15 @@ std::size_t FirstCharacter(std::string_view bytes, std::uint32_t &point);
 /// Whether the bytes are UTF-8 without a NUL.
 bool IsText(std::string_view bytes);
 
+/// Whether a character turns the direction of the text around it: what is shown would not be what is written.
+constexpr bool IsDirection(std::uint32_t point) {
+  return point == 0x61c || point == 0x200e || point == 0x200f || (point >= 0x202a && point <= 0x202e) ||
+         (point >= 0x2066 && point <= 0x2069);
+}
+
 /// Whether a character does something to a terminal instead of being shown.
-constexpr bool IsControl(std::uint32_t point) { return point < 0x20 || (point >= 0x7f && point < 0xa0); }
+constexpr bool IsControl(std::uint32_t point) {
+  return point < 0x20 || (point >= 0x7f && point < 0xa0) || IsDirection(point);
+}
 
 }  // namespace tools

@@ -1,0 +1,19 @@
+// Small files, read and written whole.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+
+namespace tools {
+
+/// Reads a whole file.
+/// size     out  bytes read
+/// Returns  false, with errno set, when it cannot be read; EFBIG when it has more than there is room for.
+bool ReadFile(const char *path, std::span<char> room, std::size_t &size);
+
+/// Writes a file beside the old one and puts it in its place: who reads it finds the old text or the new one, whole.
+/// Returns  false, with errno set, when that cannot be done; then the old file is as it was.
+bool ReplaceFile(const char *path, std::string_view text);
+
+}  // namespace tools
