@@ -13,7 +13,7 @@ constexpr DayTime At(int hour, int minute, int second = 0) { return ((hour * 60 
 bool Passes(const Wanted &wanted, const Message &message, std::string_view text = "text") {
   const Filter filter(wanted);
   EXPECT_TRUE(filter.IsUsable());
-  return filter.Passes(message, text);
+  return filter.Passes(message, text, {});
 }
 
 TEST(Filter, OfNothing_LetsEverythingPass) {
@@ -50,31 +50,65 @@ TEST(Filter, SinceLaterThanUntil_GoesOverMidnight) {
 }
 
 TEST(Filter, OfAPattern_IsAnExtendedRegularExpression) {
-  const Wanted wanted{.pattern = "line (1|2)$"};
+  const Wanted wanted{.patterns = {"line (1|2)$"}, .patternCount = 1};
   EXPECT_TRUE(Passes(wanted, {}, "off hook: line 2"));
   EXPECT_FALSE(Passes(wanted, {}, "off hook: line 12"));
 }
 
 TEST(Filter, OfAPattern_LooksBehindNulsToo) {
   const char text[] = "a\0needle";
-  EXPECT_TRUE(Passes({.pattern = "needle"}, {}, std::string_view(text, sizeof text - 1)));
+  EXPECT_TRUE(Passes({.patterns = {"needle"}, .patternCount = 1}, {}, std::string_view(text, sizeof text - 1)));
 }
 
 TEST(Filter, OfAPattern_EndsWithTheText) {
-  EXPECT_FALSE(Passes({.pattern = "needle"}, {}, std::string_view("a needle", 5)));
+  EXPECT_FALSE(Passes({.patterns = {"needle"}, .patternCount = 1}, {}, std::string_view("a needle", 5)));
 }
 
 TEST(Filter, OfSomethingElse_SaysWhatIsWrongWithIt) {
-  const Filter filter({.pattern = "("});
+  const Filter filter({.patterns = {"("}, .patternCount = 1});
   EXPECT_FALSE(filter.IsUsable());
   EXPECT_STRNE(filter.Complaint(), "");
 }
 
 TEST(Filter, LetsNotesAndDamagedCellsPass) {
-  const Wanted wanted{.types = 0, .since = At(10, 0), .until = At(10, 0), .pattern = "x"};
+  const Wanted wanted{.types = 0, .since = At(10, 0), .until = At(10, 0), .patterns = {"x"}, .patternCount = 1};
   EXPECT_TRUE(Passes(wanted, {.status = Status::Lost}));
   EXPECT_TRUE(Passes(wanted, {.status = Status::Damaged}));
   EXPECT_FALSE(Passes(wanted, {.status = Status::Partial}));
+}
+
+TEST(Filter, OfSeveralExpressions_TakesWhatMatchesAny) {
+  const Wanted wanted{.patterns = {"^one", "two$"}, .patternCount = 2};
+  EXPECT_TRUE(Passes(wanted, {}, "one or"));
+  EXPECT_TRUE(Passes(wanted, {}, "or two"));
+  EXPECT_FALSE(Passes(wanted, {}, "or one or"));
+}
+
+TEST(Filter, Inverted_TakesWhatMatchesNone) {
+  const Wanted wanted{.patterns = {"^one", "two$"}, .patternCount = 2, .invert = true};
+  EXPECT_FALSE(Passes(wanted, {}, "one or"));
+  EXPECT_FALSE(Passes(wanted, {}, "or two"));
+  EXPECT_TRUE(Passes(wanted, {}, "or one or"));
+}
+
+TEST(Filter, IgnoringCase_MatchesCapitalsToo) {
+  EXPECT_TRUE(Passes({.patterns = {"oNe"}, .patternCount = 1, .ignoreCase = true}, {}, "ONe"));
+  EXPECT_FALSE(Passes({.patterns = {"oNe"}, .patternCount = 1}, {}, "ONe"));
+}
+
+TEST(Filter, OfASecondMistakenExpression_NamesIt) {
+  const Filter filter({.patterns = {"a", "("}, .patternCount = 2});
+  EXPECT_FALSE(filter.IsUsable());
+  EXPECT_STREQ(filter.Mistaken(), "(");
+}
+
+TEST(Filter, OfProcesses_TakesTheirMessagesOnly) {
+  const Filter filter({.processes = "sipd,cfgd"});
+  EXPECT_TRUE(filter.Passes({}, "sipdx", "sipd"));
+  EXPECT_TRUE(filter.Passes({}, "cfgdx", "cfgd"));
+  EXPECT_FALSE(filter.Passes({}, "sipx", "sip"));
+  EXPECT_FALSE(filter.Passes({}, "x", ""));
+  EXPECT_TRUE(filter.Passes({.status = Status::Lost}, "", ""));
 }
 
 }  // namespace

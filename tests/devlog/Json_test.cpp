@@ -17,7 +17,7 @@ using namespace devlog;
 
 std::string JsonOf(std::string_view text) {
   const auto line = std::make_unique<Line>();
-  AddMessage(*line, {.time = 0}, text, Look::Json);
+  AddMessage(*line, {.time = 0}, {.text = text}, Look::Json);
   return std::string(line->Text());
 }
 

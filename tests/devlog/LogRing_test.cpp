@@ -5,6 +5,7 @@
 #include <sys/sem.h>
 #include <sys/shm.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "tests/devlog/Devlog.h"
@@ -37,9 +38,12 @@ class AttachedRing : public RecordedRings {
   /// Copies what is new and tells what was said.
   std::string Copy(bool expected, std::size_t cells) {
     CapturedOutput err(stderr);
-    std::span<const Cell> copied;
-    EXPECT_EQ(ring_.CopyNew(copied), expected);
-    EXPECT_EQ(copied.size(), cells);
+    News news;
+    EXPECT_EQ(ring_.CopyNew(news), expected);
+    EXPECT_EQ(news.cells.size(), cells);
+    if (expected) {
+      EXPECT_TRUE(ring_.Pass(cells));
+    }
     return err.Take();
   }
 
@@ -83,6 +87,57 @@ TEST_F(AttachedRing, WhoseLockIsInterruptedByASignal_TriesAgain) {
   const FailCall fail("semtimedop", 1);
   EXPECT_EQ(Copy(true, 1), "");
   EXPECT_TRUE(fail.Happened());
+}
+
+TEST_F(AttachedRing, WhoseRecordsAreNotPassed_ShowsThemAgain) {
+  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}, {.text = "three", .sequence = 2}});
+  EXPECT_EQ(Attach(Found::Attached), "");
+  News news;
+  EXPECT_TRUE(ring_.CopyNew(news));
+  EXPECT_EQ(news.cells.size(), 3U);
+  EXPECT_TRUE(ring_.Pass(1));
+  EXPECT_TRUE(ring_.HasNews());
+  EXPECT_EQ(Copy(true, 2), "");
+  EXPECT_FALSE(ring_.HasNews());
+}
+
+TEST_F(AttachedRing, WhoseRecordsAreTaken_LosesOnlyThoseThatWerePassed) {
+  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}, {.text = "three", .sequence = 2}});
+  EXPECT_EQ(Attach(Found::Attached, Access::Take), "");
+  News news;
+  EXPECT_TRUE(ring_.CopyNew(news));
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 3);
+  EXPECT_TRUE(ring_.Pass(2));
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
+}
+
+// What came meanwhile has overwritten what was to be taken.
+TEST_F(AttachedRing, ThatIsOverrunBeforeItsRecordsAreTaken_KeepsItsNewOnes) {
+  Log().Write({.text = "old"});
+  EXPECT_EQ(Attach(Found::Attached, Access::Take), "");
+  News news;
+  EXPECT_TRUE(ring_.CopyNew(news));
+  for (unsigned number = 1; number < 1500; ++number) Log().Write({.text = "new", .sequence = number});
+  EXPECT_TRUE(ring_.Pass(1));
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1024);
+  EXPECT_TRUE(ring_.CopyNew(news));
+  EXPECT_EQ(news.overrun, 1025U);
+  EXPECT_EQ(news.cells.size(), 1024U);
+}
+
+TEST_F(AttachedRing, FromAPosition_GoesOnThere) {
+  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}});
+  EXPECT_EQ(Attach(Found::Attached), "");
+  News news;
+  EXPECT_TRUE(ring_.CopyNew(news));
+  EXPECT_TRUE(ring_.Pass(1));
+  Position position{};
+  ASSERT_TRUE(ring_.GetPosition(position));
+  ring_.Detach();
+  EXPECT_FALSE(ring_.GetPosition(position));
+  EXPECT_EQ(Attach(Found::Attached), "");
+  ring_.GoOnFrom(position);
+  EXPECT_EQ(Copy(true, 1), "");
 }
 
 TEST_F(AttachedRing, HasNewsOnceForEachRecord) {

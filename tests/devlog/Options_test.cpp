@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/support/CapturedOutput.h"
+#include "tests/support/TempDir.h"
 #include "tools/devlog/Numbers.h"
 
 namespace {
@@ -60,7 +61,7 @@ TEST(Options, WithoutAny_ShowBothRings) {
   EXPECT_EQ(options.wanted.types, 0xFFFF);
   EXPECT_EQ(options.wanted.since, kUnknownTime);
   EXPECT_EQ(options.wanted.until, kUnknownTime);
-  EXPECT_EQ(options.wanted.pattern, nullptr);
+  EXPECT_EQ(options.wanted.patternCount, 0U);
 }
 
 TEST(Options, SetWhatTheyName) {
@@ -71,7 +72,7 @@ TEST(Options, SetWhatTheyName) {
   EXPECT_TRUE(options.follow);
   EXPECT_TRUE(options.isLimited);
   EXPECT_EQ(options.lines, 16U);
-  EXPECT_STREQ(options.wanted.pattern, "a b");
+  EXPECT_STREQ(options.wanted.patterns[0], "a b");
   EXPECT_EQ(options.wanted.types, 1U << 3 | 1U << 15);
   EXPECT_FALSE(options.log);
   EXPECT_TRUE(options.event);
@@ -86,7 +87,7 @@ TEST(Options, HaveLongNames) {
   const Options options = arguments.Read();
   EXPECT_TRUE(options.follow);
   EXPECT_EQ(options.lines, 7U);
-  EXPECT_STREQ(options.wanted.pattern, "x");
+  EXPECT_STREQ(options.wanted.patterns[0], "x");
   EXPECT_EQ(options.wanted.types, 2);
   EXPECT_TRUE(options.syslog);
 }
@@ -101,13 +102,11 @@ TEST(OptionsRing, NamesOneOrBoth) {
 TEST(OptionsMistake, IsToldAndEndsWith2) {
   EXPECT_EQ(Complaint({"--bogus"}), std::string("devlog: unrecognized option '--bogus'\n") + kHint);
   EXPECT_EQ(Complaint({"-n"}), std::string("devlog: option requires an argument -- 'n'\n") + kHint);
-  EXPECT_EQ(Complaint({"bogus"}), std::string("devlog: \"bogus\" is no option\n") + kHint);
-  EXPECT_EQ(Complaint({"-n", "x"}), std::string("devlog: \"x\" is no number of lines\n") + kHint);
-  EXPECT_EQ(Complaint({"-t", "16"}), std::string("devlog: \"16\" is no list of types from 0 to 15\n") + kHint);
-  EXPECT_EQ(Complaint({"--ring", "x"}),
-            std::string("devlog: \"x\" is none of the rings: log, event or both\n") + kHint);
-  EXPECT_EQ(Complaint({"--since", "24:00"}),
-            std::string("devlog: \"24:00\" is no time of day: HH:MM or HH:MM:SS\n") + kHint);
+  EXPECT_EQ(Complaint({"bogus"}), std::string("devlog: unexpected argument 'bogus'\n") + kHint);
+  EXPECT_EQ(Complaint({"-n", "x"}), std::string("devlog: invalid number of lines 'x'\n") + kHint);
+  EXPECT_EQ(Complaint({"-t", "16"}), std::string("devlog: invalid types '16'\n") + kHint);
+  EXPECT_EQ(Complaint({"--ring", "x"}), std::string("devlog: unknown ring 'x'\n") + kHint);
+  EXPECT_EQ(Complaint({"--since", "24:00"}), std::string("devlog: invalid time '24:00'\n") + kHint);
   EXPECT_EQ(Complaint({"--stats", "-f"}), std::string("devlog: --stats goes with --ring and --json only\n") + kHint);
   EXPECT_EQ(Complaint({"--syslog", "--json"}),
             std::string("devlog: --syslog and --json exclude each other\n") + kHint);
@@ -157,22 +156,63 @@ TEST(OptionsWrite, WithoutOptions_MeansTheLogRingAndType0) {
 }
 
 TEST(OptionsWrite, RefusesTypesThatThereAreNot) {
-  EXPECT_EQ(Complaint({"write", "-t", "16", "x"}), std::string("devlog: \"16\" is no type from 0 to 15\n") + kHint);
+  EXPECT_EQ(Complaint({"write", "-t", "16", "x"}), std::string("devlog: invalid type '16'\n") + kHint);
   EXPECT_EQ(Complaint({"write", "--ring", "log", "x"}),
             std::string("devlog: unrecognized option '--ring'\n") + kHint);
 }
 
-TEST(ToTypes, TakesAListOfNumbers) {
+TEST(OptionsView, SeveralExpressions_AreAllKept) {
+  Arguments arguments({"-i", "-v", "-e", "a", "--regex", "b"});
+  const Options options = arguments.Read();
+  EXPECT_EQ(options.action, Action::Show);
+  ASSERT_EQ(options.wanted.patternCount, 2U);
+  EXPECT_STREQ(options.wanted.patterns[0], "a");
+  EXPECT_STREQ(options.wanted.patterns[1], "b");
+  EXPECT_TRUE(options.wanted.ignoreCase);
+  EXPECT_TRUE(options.wanted.invert);
+}
+
+TEST(OptionsView, RefusesWhatHasNoMeaningAlone) {
+  EXPECT_EQ(Complaint({"-v"}), std::string("devlog: option '-v' needs an option '-e'\n") + kHint);
+  EXPECT_EQ(Complaint({"-i"}), std::string("devlog: option '-i' needs an option '-e'\n") + kHint);
+  EXPECT_EQ(Complaint({"--color", "red"}), std::string("devlog: invalid argument of '--color' 'red'\n") + kHint);
+  EXPECT_EQ(Complaint({"-p", "a,,b"}), std::string("devlog: invalid processes 'a,,b'\n") + kHint);
+  EXPECT_EQ(Complaint({"--stats", "--cursor", "x"}),
+            std::string("devlog: --stats goes with --ring and --json only\n") + kHint);
+}
+
+TEST(ToTypes, TakesRangesAndNames) {
+  const devsupport::test::TempDir dir;
+  const std::string path = (dir / "names").string();
+  devsupport::test::WriteFile(path, "type 3 call\ntype 9 alarm-call\n");
+  Names names{};
+  ASSERT_TRUE(names.Load(path.c_str(), false));
   std::uint16_t types = 4711;
-  EXPECT_TRUE(ToTypes("0", types));
+  EXPECT_TRUE(ToTypes("call,alarm-call", names, types));
+  EXPECT_EQ(types, 1 << 3 | 1 << 9);
+  EXPECT_TRUE(ToTypes("0-2,15-15", names, types));
+  EXPECT_EQ(types, 0x8007);
+  EXPECT_TRUE(ToTypes("0-15", names, types));
+  EXPECT_EQ(types, 0xFFFF);
+  for (const char *text : {"2-1", "-1", "1-", "1-16", "cal", "call-5", "1-2-3"}) {
+    EXPECT_FALSE(ToTypes(text, names, types)) << text;
+  }
+}
+
+TEST(ToTypes, TakesAListOfNumbers) {
+  const Names names{};
+  std::uint16_t types = 4711;
+  EXPECT_TRUE(ToTypes("0", names, types));
   EXPECT_EQ(types, 1U);
-  EXPECT_TRUE(ToTypes("15,0x1,1", types));
+  EXPECT_TRUE(ToTypes("15,0x1,1", names, types));
   EXPECT_EQ(types, 1U << 15 | 1U << 1);
 }
 
 TEST(ToTypes, RefusesListsWithGapsAndWrongTypes) {
+  const Names names{};
   std::uint16_t types = 4711;
-  for (const char *text : {"", ",", "1,", ",1", "1,,2", "16", "1;2", "a"}) EXPECT_FALSE(ToTypes(text, types)) << text;
+  for (const char *text : {"", ",", "1,", ",1", "1,,2", "16", "1;2", "a"})
+    EXPECT_FALSE(ToTypes(text, names, types)) << text;
   EXPECT_EQ(types, 4711U);
 }
 

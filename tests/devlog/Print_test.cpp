@@ -18,7 +18,7 @@ constexpr DayTime kTime = ((12 * 60 + 34) * 60 + 56) * 1000 + 789;
 
 std::string Shown(const Message &message, std::string_view text, Look look = Look::Plain) {
   const auto line = std::make_unique<Line>();
-  AddMessage(*line, message, text, look);
+  AddMessage(*line, message, {.text = text}, look);
   return std::string(line->Text());
 }
 
@@ -61,30 +61,60 @@ TEST(Print, OfADamagedCell_TellsWhatIsDamaged) {
   EXPECT_EQ(Shown(message, "hello"), "12:34:56.789 log    3  (damaged: fragment 5 follows no other) hello");
   message.damage = Damage::Time;
   message.time = kUnknownTime;
-  EXPECT_EQ(Shown(message, "hello"), "--:--:--.--- log    3  (damaged: the time is none) hello");
+  EXPECT_EQ(Shown(message, "hello"), "--:--:--.--- log    3  (damaged: invalid time) hello");
   message.damage = Damage::Length;
   cell.length = 0xFFFFFFFF;
   EXPECT_EQ(Shown(message, ""), "--:--:--.--- log    -  (damaged: the length is 4294967295)");
 }
 
 TEST(Print, Coloured_ColoursWhatIsNotTheText) {
-  EXPECT_EQ(Shown({.time = kTime, .type = 3}, "hello", Look::Coloured), "\033[2m12:34:56.789\033[0m log    3  hello");
+  EXPECT_EQ(Shown({.time = kTime, .type = 3}, "hello", Look::Coloured),
+            "\033[2m12:34:56.789\033[0m log    \033[36m3\033[0m  hello");
+  EXPECT_EQ(Shown({.time = kTime}, "hello", Look::Coloured), "\033[2m12:34:56.789\033[0m log    0  hello");
   EXPECT_EQ(Shown({.ring = Ring::Event, .status = Status::Lost, .time = kTime, .records = 2}, "", Look::Coloured),
             "\033[2m12:34:56.789\033[0m \033[36mevent\033[0m  -  \033[33m(2 records lost)\033[0m");
 }
 
+std::string ShownAs(const Message &message, const Known &known, Look look) {
+  const auto line = std::make_unique<Line>();
+  AddMessage(*line, message, known, look);
+  return std::string(line->Text());
+}
+
+TEST(Print, WithNames_ShowsTypeAndProcessByName) {
+  const Known known{.text = "sipdregistered", .process = "sipd", .typeName = "call", .typePlaces = 5};
+  EXPECT_EQ(ShownAs({.time = kTime, .type = 3}, known, Look::Plain), "12:34:56.789 log   call   sipd: registered");
+  EXPECT_EQ(ShownAs({.time = kTime, .type = 4}, {.text = "other", .typePlaces = 5}, Look::Plain),
+            "12:34:56.789 log       4  other");
+  EXPECT_EQ(ShownAs({.status = Status::Lost, .time = kTime, .records = 2}, {.typeName = "none", .typePlaces = 5},
+                    Look::Plain),
+            "12:34:56.789 log       -  (2 records lost)");
+  EXPECT_EQ(ShownAs({.time = kTime, .type = 3}, known, Look::Coloured),
+            "\033[2m12:34:56.789\033[0m log   \033[36mcall\033[0m   \033[1msipd\033[0m: registered");
+  EXPECT_EQ(ShownAs({.time = kTime, .type = 3, .sequence = 7, .records = 1}, known, Look::Json),
+            R"({"time":"12:34:56.789","ring":"log","type":3,"type_name":"call","sequence":7,"records":1,)"
+            R"("status":"ok","detail":"","process":"sipd","text":"registered"})");
+}
+
+TEST(Print, OfACountThatMayBeHigher_SaysSo) {
+  EXPECT_EQ(Shown({.status = Status::Lost, .time = kTime, .records = 1, .isAtLeast = true}, ""),
+            "12:34:56.789 log    -  (1 or more records lost)");
+}
+
 TEST(PrintJson, HasAlwaysTheSameMembers) {
   EXPECT_EQ(Shown({.time = kTime, .type = 3, .sequence = 17, .records = 2}, "hello", Look::Json),
-            R"({"time":"12:34:56.789","ring":"log","type":3,"sequence":17,"records":2,"status":"ok","detail":"",)"
+            R"({"time":"12:34:56.789","ring":"log","type":3,"type_name":"","sequence":17,"records":2,"status":"ok",)"
+            R"("detail":"","process":"",)"
             R"("text":"hello"})");
   EXPECT_EQ(
       Shown({.status = Status::Partial, .time = kTime, .type = 3, .sequence = 17, .records = 2}, "llo", Look::Json),
-      R"({"time":"12:34:56.789","ring":"log","type":3,"sequence":17,"records":2,"status":"partial",)"
-      R"("detail":"its beginning is lost","text":"llo"})");
-  EXPECT_EQ(Shown({.ring = Ring::Event, .status = Status::Lost, .time = kTime, .sequence = 17, .records = 12}, "",
-                  Look::Json),
-            R"({"time":"12:34:56.789","ring":"event","type":null,"sequence":17,"records":12,"status":"lost",)"
-            R"("detail":"12 records lost","text":""})");
+      R"({"time":"12:34:56.789","ring":"log","type":3,"type_name":"","sequence":17,"records":2,"status":"partial",)"
+      R"("detail":"its beginning is lost","process":"","text":"llo"})");
+  EXPECT_EQ(
+      Shown({.ring = Ring::Event, .status = Status::Lost, .time = kTime, .sequence = 17, .records = 12}, "",
+            Look::Json),
+      R"({"time":"12:34:56.789","ring":"event","type":null,"type_name":"","sequence":17,"records":12,"status":"lost",)"
+      R"("detail":"12 records lost","process":"","text":""})");
 }
 
 TEST(PrintJson, OfADamagedCellWithoutATime_HasTheTimeOfItsPlace) {
@@ -96,8 +126,9 @@ TEST(PrintJson, OfADamagedCellWithoutATime_HasTheTimeOfItsPlace) {
                         .first = &cell,
                         .when = kTime - 2 * std::int64_t{kDay}};
   EXPECT_EQ(Shown(message, "", Look::Json),
-            R"({"time":"12:34:56.789","ring":"log","type":null,"sequence":null,"records":1,"status":"damaged",)"
-            R"("detail":"damaged: the length is 4711","text":""})");
+            R"({"time":"12:34:56.789","ring":"log","type":null,"type_name":"","sequence":null,"records":1,)"
+            R"("status":"damaged",)"
+            R"("detail":"damaged: the length is 4711","process":"","text":""})");
 }
 
 TEST(ForPeople, KeepsWhatIsPrintable) {

@@ -9,6 +9,7 @@
 
 #include "tests/devlog/Devlog.h"
 #include "tests/support/IpcKey.h"
+#include "tests/support/TempDir.h"
 #include "tests/support/TestSeed.h"
 
 namespace {
@@ -36,7 +37,7 @@ std::string Shown(const Words &words) {
 // Rings that are not there.
 
 TEST_F(DevlogTest, WithoutRings_SaysSoEndsWith1AndCreatesNothing) {
-  for (const Words &words : {Words{}, Words{"-f"}, Words{"--json"}, Words{"--stats"}, Words{"--consume"}}) {
+  for (const Words &words : {Words{}, Words{"--json"}, Words{"--stats"}, Words{"--consume"}}) {
     const CommandResult result = Devlog(words).Run();
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
@@ -65,6 +66,22 @@ TEST_F(DevlogTest, WithoutTheOneRingAskedFor_EndsWith1) {
 TEST_F(DevlogTest, OfASegmentThatNobodyHasFinishedMaking_SaysThatThereIsNone) {
   ASSERT_NE(::shmget(kLogRing.shareKey, 292 + 1025 * 140, IPC_CREAT | 0666), -1);
   EXPECT_EQ(Devlog({}).Run().status, 1);
+}
+
+TEST_F(DevlogTest, OfASegmentThatIsTooSmall_SaysSoAndEndsWith5) {
+  for (const std::size_t bytes : {16U, 4096U, 292U + 1025U * 140U - 1U}) {
+    const int id = ::shmget(kLogRing.shareKey, bytes, IPC_CREAT | 0666);
+    ASSERT_NE(id, -1);
+    for (const Words &words : {Words{}, Words{"-f", "--ring", "log"}}) {
+      const CommandResult result = Devlog(words).Run();
+      EXPECT_EQ(result.status, 5);
+      EXPECT_EQ(result.out, "");
+      EXPECT_TRUE(result.err.starts_with("devlog: the log ring has " + std::to_string(bytes) +
+                                         " bytes; this devlog knows rings of 143792\n"))
+          << result.err;
+    }
+    ::shmctl(id, IPC_RMID, nullptr);
+  }
 }
 
 TEST_F(DevlogTest, OfARingOfOtherMeasures_SaysSoAndEndsWith5) {
@@ -116,16 +133,19 @@ TEST_F(RecordedRings, LaterThanNow_AreThoseOfYesterday) {
 
 TEST_F(RecordedRings, AsJson_AreOneObjectALine) {
   Log().Write({{.text = "say \"hi\" \\a.c 7", .sequence = 4095, .type = 3}, {.text = "\033\xff", .sequence = 2}});
-  EXPECT_EQ(Shown({"--json"}),
-            R"({"time":"12:34:56.789","ring":"log","type":3,"sequence":4095,"records":1,"status":"ok","detail":"",)"
-            R"("text":"say \"hi\" \\a.c 7"})"
-            "\n"
-            R"({"time":"12:34:56.789","ring":"log","type":null,"sequence":0,"records":2,"status":"lost",)"
-            R"("detail":"2 records lost","text":""})"
-            "\n"
-            R"({"time":"12:34:56.789","ring":"log","type":0,"sequence":2,"records":1,"status":"ok","detail":"",)"
-            R"("text_bytes":"\u001b\u00ff"})"
-            "\n");
+  EXPECT_EQ(
+      Shown({"--json"}),
+      R"({"time":"12:34:56.789","ring":"log","type":3,"type_name":"","sequence":4095,"records":1,"status":"ok",)"
+      R"("detail":"","process":"",)"
+      R"("text":"say \"hi\" \\a.c 7"})"
+      "\n"
+      R"({"time":"12:34:56.789","ring":"log","type":null,"type_name":"","sequence":0,"records":2,"status":"lost",)"
+      R"("detail":"2 records lost","process":"","text":""})"
+      "\n"
+      R"({"time":"12:34:56.789","ring":"log","type":0,"type_name":"","sequence":2,"records":1,"status":"ok",)"
+      R"("detail":"","process":"",)"
+      R"("text_bytes":"\u001b\u00ff"})"
+      "\n");
 }
 
 TEST_F(RecordedRings, WhoseBeginningIsOverwritten_ShowWhatIsLeft) {
@@ -155,7 +175,7 @@ TEST_F(RecordedRings, WithDamagedCells_ShowThemAsDamaged) {
             "12:34:56.789 log    0  before\n"
             "--:--:--.--- log    -  (damaged: the length is 4711)\n"
             "12:34:56.789 log    0  (damaged: the text has no end) no \n"
-            "--:--:--.--- log    0  (damaged: the time is none) no time\n"
+            "--:--:--.--- log    0  (damaged: invalid time) no time\n"
             "12:34:56.789 log    0  behind\n"
             "12:34:56.789 log    0  (damaged: fragment 7 follows no other) order\n");
 }
@@ -238,6 +258,16 @@ TEST_F(ChosenMessages, ByNumber_AreTheLastOnes) {
   EXPECT_EQ(Texts({"-n", "99"}), "one two three four (2 records lost) five ");
   EXPECT_EQ(Texts({"-n", "1", "-t", "2"}), "two (2 records lost) ");
 }
+TEST_F(ChosenMessages, ByProcess_AreThoseOfTheseProcesses) {
+  EXPECT_EQ(Texts({"-p", "th,f"}), "th: ree f: our (2 records lost) f: ive ");
+  EXPECT_EQ(Texts({"-p", "fi", "--ring", "event"}), "");
+}
+TEST_F(ChosenMessages, ByNameOfTheirType_AreThoseOfThatType) {
+  const devsupport::test::TempDir dir;
+  const std::string path = (dir / "names").string();
+  devsupport::test::WriteFile(path, "type 4 call\nprocess fo\n");
+  EXPECT_EQ(Shown({"--names", path, "-t", "call", "--ring", "event"}), "04:34:56.789 event call  fo: ur\n");
+}
 TEST_F(ChosenMessages, ByTime_AreThoseInBetween) {
   EXPECT_EQ(Texts({"--since", "02:00", "--until", "04:34:56"}), "two three four (2 records lost) ");
   EXPECT_EQ(Texts({"--since", "05:00", "--until", "01:59:59"}), "one (2 records lost) five ");
@@ -308,6 +338,12 @@ TEST_F(RecordedRings, WithConsume_LoseAlsoWhatIsNotShown) {
   EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 0);
 }
 
+TEST_F(RecordedRings, WithConsume_KeepWhatCouldNotBeWritten) {
+  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}});
+  EXPECT_EQ(Devlog({"--consume"}).OutputTo("/dev/full").Run().status, 4);
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 2);
+}
+
 TEST_F(RecordedRings, WithConsumeOfOneRing_KeepTheOther) {
   Log().Write({.text = "one"});
   Event().Write({.text = "two"});
@@ -353,10 +389,39 @@ TEST_F(RecordedRings, WithStats_TellHowFullTheyAre) {
             "ring   capacity  used  sequence  lost  damaged  attached\n"
             "log        1024     3         7     4        1         2\n"
             "event       256     0         0     0        0         3\n");
-  EXPECT_EQ(
-      Shown({"--stats", "--json", "--ring", "log"}),
-      "{\"ring\":\"log\",\"capacity\":1024,\"used\":3,\"sequence\":7,\"lost\":4,\"damaged\":1,\"attached\":2}\n");
+  EXPECT_EQ(Shown({"--stats", "--json", "--ring", "log"}),
+            "{\"ring\":\"log\",\"capacity\":1024,\"used\":3,\"sequence\":7,\"lost\":4,\"lost_is_exact\":true,"
+            "\"damaged\":1,\"attached\":2}\n");
   isDone.Announce();
+}
+
+TEST_F(DevlogTest, WithStats_CountWhatALapOverwrote) {
+  const auto lostAfter = [](unsigned records) {
+    TLogInfoShm_Open(0, 0, nullptr);
+    const int ring = ::shmget(kLogRing.shareKey, 0, 0);
+    for (unsigned number = 0; number < records; ++number) TLogInfoShm_Write("x", 0, 0);
+    const std::string json = Shown({"--stats", "--json", "--ring", "log"});
+    TLogInfoShm_Close();
+    ::shmctl(ring, IPC_RMID, nullptr);
+    const std::size_t first = json.find("\"lost\":");
+    return json.substr(first, json.find(",\"damaged\"") - first);
+  };
+  EXPECT_EQ(lostAfter(1024), "\"lost\":0,\"lost_is_exact\":true");
+  EXPECT_EQ(lostAfter(1025), "\"lost\":1,\"lost_is_exact\":false");
+  EXPECT_EQ(lostAfter(5120), "\"lost\":4096,\"lost_is_exact\":false");
+  EXPECT_EQ(lostAfter(9000), "\"lost\":3880,\"lost_is_exact\":false");
+}
+
+TEST_F(DevlogTest, WithStats_MarkACountThatMayBeHigher) {
+  TLogInfoShm_Open(0, 0, nullptr);
+  for (unsigned number = 0; number < 1030; ++number) TLogInfoShm_Write("x", 0, 0);
+  EXPECT_EQ(Shown({"--stats", "--ring", "log"}),
+            "ring   capacity  used  sequence  lost  damaged  attached\n"
+            "log        1024  1024      1030    6+        0         1\n");
+  EXPECT_EQ(Lines(Shown({"--consume", "--ring", "log"})).size(), 1024U);
+  EXPECT_EQ(Shown({"--stats", "--ring", "log"}),
+            "ring   capacity  used  sequence  lost  damaged  attached\n"
+            "log        1024     0      1030 1030+        0         1\n");
 }
 
 // Where it goes.
@@ -407,6 +472,14 @@ TEST_F(RecordedRings, OnATerminal_HaveColoursUnlessTheUserWantsNone) {
   EXPECT_EQ(terminal.Line(), "12:34:56.789 log    0  hello\r\n");
   Devlog({}).OutputTo(terminal.Path()).Environment("TERM", "dumb").Run();
   EXPECT_EQ(terminal.Line(), "12:34:56.789 log    0  hello\r\n");
+  Devlog({"--color=never"}).OutputTo(terminal.Path()).Run();
+  EXPECT_EQ(terminal.Line(), "12:34:56.789 log    0  hello\r\n");
+}
+
+TEST_F(RecordedRings, WithColours_HaveThemInAPipeToo) {
+  Log().Write({.text = "hello"});
+  EXPECT_EQ(Shown({"--color=always"}), "\033[2m12:34:56.789\033[0m log    0  hello\n");
+  EXPECT_EQ(Shown({"--color=auto"}), "12:34:56.789 log    0  hello\n");
 }
 
 // The mistakes that only a run finds.
@@ -414,7 +487,7 @@ TEST_F(RecordedRings, OnATerminal_HaveColoursUnlessTheUserWantsNone) {
 TEST_F(DevlogTest, OfAMistakenExpression_SaysWhatIsWrongAndEndsWith2) {
   const CommandResult result = Devlog({"-e", "("}).Run();
   EXPECT_EQ(result.status, 2);
-  EXPECT_TRUE(result.err.starts_with("devlog: \"(\" is no regular expression: ")) << result.err;
+  EXPECT_TRUE(result.err.starts_with("devlog: invalid regular expression '(': ")) << result.err;
 }
 
 TEST_F(DevlogTest, OfMistakenOptions_EndsWith2) {

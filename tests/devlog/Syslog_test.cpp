@@ -1,10 +1,14 @@
 // devlog --syslog beside a system log of the test's own: /dev/log in a mount namespace.
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "tests/devlog/Devlog.h"
 
@@ -16,19 +20,32 @@ using devsupport::test::CommandResult;
 /// A /dev with nothing in it but null and log.
 class SystemLog : public RecordedRings {
  protected:
+  int socket_ = -1;
+
   void SetUp() override {
     RecordedRings::SetUp();
     if (IsSkipped()) return;
     if (!EnterPrivateDev()) GTEST_SKIP() << "the machine does not let us make a private /dev";
+    Listen();
+  }
+  void TearDown() override {
+    ::close(socket_);
+    RecordedRings::TearDown();
+  }
+
+  void Listen() {
     socket_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strcpy(address.sun_path, "/dev/log");
     ASSERT_EQ(::bind(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
   }
-  void TearDown() override {
-    ::close(socket_);
-    RecordedRings::TearDown();
+
+  /// The next message; waits for it.
+  std::string NextToCome() const {
+    pollfd message{socket_, POLLIN, 0};
+    ::poll(&message, 1, -1);
+    return Next();
   }
 
   /// The next message, without the time that syslog puts in front of the program's name.
@@ -52,8 +69,6 @@ class SystemLog : public RecordedRings {
     ::close(null);
     return isDone;
   }
-
-  int socket_ = -1;
 };
 
 TEST_F(SystemLog, GetsEachMessageWithItsRingTypeAndTime) {
@@ -68,6 +83,71 @@ TEST_F(SystemLog, GetsEachMessageWithItsRingTypeAndTime) {
   EXPECT_EQ(Next(), "<12>devlog: 03:34:56.789 log    -  (1 record lost)");
   EXPECT_EQ(Next(), "<14>devlog: 03:34:56.789 log    0  %s\\x0a");
   EXPECT_EQ(Next(), "<none>");
+}
+
+TEST_F(SystemLog, ThatIsNotThere_IsToldAndNothingIsTaken) {
+  ::unlink("/dev/log");
+  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}});
+  for (const Words &words : {Words{"--syslog"}, Words{"--syslog", "--consume"}}) {
+    const CommandResult result = Devlog(words).Run();
+    EXPECT_EQ(result.status, 4);
+    EXPECT_EQ(result.err, "devlog: the system log takes no message: No such file or directory\n");
+    EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 2);
+  }
+}
+
+TEST_F(SystemLog, WhoseDaemonHasGone_IsToldAndNothingIsTaken) {
+  Log().Write({.text = "one"});
+  ::close(socket_);
+  const CommandResult result = Devlog({"--syslog", "--consume"}).Run();
+  EXPECT_EQ(result.status, 4);
+  EXPECT_EQ(result.err, "devlog: the system log takes no message: Connection refused\n");
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
+}
+
+// What was delivered before the daemon stopped to read is taken, and no more.
+TEST_F(SystemLog, ThatIsFull_GetsTheRestNextTime) {
+  constexpr unsigned kMessages = 600;  // more than the socket's queue holds
+  for (unsigned number = 0; number < kMessages; ++number) {
+    Log().Write({.text = std::to_string(number), .sequence = number});
+  }
+  EXPECT_EQ(Devlog({"--syslog", "--consume"}).Run().status, 4);
+  unsigned got = 0;
+  const auto takeAll = [&] {
+    for (std::string text = Next(); text != "<none>"; text = Next()) {
+      EXPECT_EQ(text, "<14>devlog: 12:34:56.789 log    0  " + std::to_string(got++));
+    }
+  };
+  takeAll();
+  EXPECT_GT(got, 0U);
+  EXPECT_EQ(static_cast<unsigned>(TShmQueue_GetCount(&Log().Queue())), kMessages - got);
+  while (got < kMessages) {
+    Devlog({"--syslog", "--consume"}).Run();
+    takeAll();
+  }
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 0);
+}
+
+TEST_F(SystemLog, ThatIsStartedLater_GetsWhatWasFollowedMeanwhile) {
+  ::close(socket_);
+  ::unlink("/dev/log");
+  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}});
+  RunningDevlog devlog({"-f", "--syslog", "--consume", "--ring", "log"});
+  while (devlog.Said().empty()) ::sched_yield();
+  EXPECT_EQ(devlog.Said(), "devlog: the system log takes no message: No such file or directory; waiting\n");
+  Listen();
+  EXPECT_EQ(NextToCome(), "<14>devlog: 12:34:56.789 log    0  one");
+  EXPECT_EQ(NextToCome(), "<14>devlog: 12:34:56.789 log    0  two");
+}
+
+TEST_F(SystemLog, ThatIsAwaited_DoesNotKeepDevlogFromEnding) {
+  ::close(socket_);
+  Log().Write({.text = "one"});
+  RunningDevlog devlog({"-f", "--syslog", "--consume"});
+  while (devlog.Said().empty()) ::sched_yield();
+  devlog.Process().Signal(SIGTERM);
+  EXPECT_EQ(devlog.Wait(), 1000 + SIGTERM);
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
 }
 
 TEST_F(SystemLog, GetsWhatIsChosenOnly) {

@@ -2,6 +2,7 @@
 
 #include "tests/devlog/Devlog.h"
 #include "tests/support/IpcKey.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 
@@ -63,6 +64,38 @@ TEST_F(DevlogTest, WriteToARingOfOtherMeasures_EndsWith5) {
   ASSERT_EQ(TShmQueue_Create(kLogRing.shareKey, kLogRing.semKey, 5, 136, nullptr, &other), 1);
   EXPECT_EQ(Write({"hello"}).status, 5);
   TShmQueue_Close(&other, 0);
+}
+
+// From standard input.
+
+class WriteFromInput : public DevlogTest {
+ protected:
+  CommandResult WriteLines(const std::string &input, Words words = {"-"}) {
+    devsupport::test::WriteFile(path_, input);
+    words.insert(words.begin(), {"/bin/sh", "-c", "exec \"$0\" write \"$@\" <" + path_.string(), DEVLOG_PATH});
+    return devsupport::test::Command(words).Run();
+  }
+
+  devsupport::test::TempDir dir_;
+  std::filesystem::path path_ = dir_ / "input";
+};
+
+TEST_F(WriteFromInput, EachLineIsARecord) {
+  EXPECT_EQ(WriteLines("one\ntwo words\n\n\\n three", {"-t", "3", "-"}).status, 0);
+  EXPECT_EQ(RawRing(kLogRing).Texts(), (Words{"one", "two words", "\\n three"}));
+  EXPECT_EQ(RawRing(kLogRing).Records()[2].type, 3U);
+}
+
+TEST_F(WriteFromInput, ALineThatIsTooLongIsRefused) {
+  const CommandResult result = WriteLines("one\n" + std::string(4065, 'x') + "\ntwo\n", {"--event", "-"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err, "devlog: the text has more than 4064 bytes\n");
+  EXPECT_EQ(RawRing(kEventRing).Texts(), Words{"one"});
+}
+
+TEST_F(WriteFromInput, ADashAmongOtherWordsIsAWord) {
+  EXPECT_EQ(WriteLines("one\n", {"-", "-"}).status, 0);
+  EXPECT_EQ(RawRing(kLogRing).Texts(), Words{"- -"});
 }
 
 }  // namespace

@@ -154,7 +154,7 @@ std::string TextOf(const Message &message) {
 std::string Printed(const Message &message, const std::string &text, Look look) {
   static devlog::Line line;
   line.Clear();
-  devlog::AddMessage(line, message, text, look);
+  devlog::AddMessage(line, message, {.text = text}, look);
   return std::string(line.Text());
 }
 
@@ -182,7 +182,7 @@ void ExpectPrintedAsJson(const Message &message, const std::string &text) {
   const std::string printed = Printed(message, text, Look::Json);
   const json object = json::parse(printed, nullptr, false);
   ASSERT_TRUE(object.is_object()) << printed;
-  EXPECT_EQ(object.size(), 8U);
+  EXPECT_EQ(object.size(), 10U);
   EXPECT_EQ(object.at("records"), message.records);
   EXPECT_EQ(object.at("time").get<std::string>().size(), 12U);
   const bool isText = IsUtf8(text) && text.find('\0') == std::string::npos;

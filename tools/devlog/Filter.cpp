@@ -2,21 +2,47 @@
 
 #include "tools/devlog/Filter.h"
 
+#include <algorithm>
+
+#include "tools/common/Text.h"
+
 namespace devlog {
 
+namespace {
+
+bool Matches(const regex_t &regex, std::string_view text) {
+#ifdef REG_STARTEND
+  // The length is given because a text may hold NULs.
+  regmatch_t range{};
+  range.rm_eo = static_cast<regoff_t>(text.size());
+  return ::regexec(&regex, text.data(), 1, &range, REG_STARTEND) == 0;
+#else
+  // Not every C library takes a length: there, what follows a NUL is not searched.
+  return ::regexec(&regex, text.empty() ? "" : text.data(), 0, nullptr, 0) == 0;
+#endif
+}
+
+}  // namespace
+
 Filter::Filter(const Wanted &wanted) : wanted_(wanted) {
-  if (wanted_.pattern == nullptr) return;
-  error_ = ::regcomp(&regex_, wanted_.pattern, REG_EXTENDED | REG_NOSUB);
-  if (error_ != 0) ::regerror(error_, &regex_, complaint_, sizeof complaint_);
+  const int flags = REG_EXTENDED | (wanted_.ignoreCase ? REG_ICASE : 0);
+  for (; usable_ < wanted_.patternCount; ++usable_) {
+    regex_t &regex = regexes_[usable_];
+    const int error = ::regcomp(&regex, wanted_.patterns[usable_], flags);
+    if (error == 0) continue;
+    ::regerror(error, &regex, complaint_, sizeof complaint_);
+    return;
+  }
 }
 
 Filter::~Filter() {
-  if (wanted_.pattern != nullptr && error_ == 0) ::regfree(&regex_);
+  for (std::size_t index = 0; index < usable_; ++index) ::regfree(&regexes_[index]);
 }
 
-bool Filter::Passes(const Message &message, std::string_view text) const {
+bool Filter::Passes(const Message &message, std::string_view text, std::string_view process) const {
   if (message.status == Status::Damaged || message.status == Status::Lost) return true;
-  return (wanted_.types >> message.type & 1) != 0 && IsInTime(message.time) && Matches(text);
+  return (wanted_.types >> message.type & 1) != 0 && IsInTime(message.time) && IsWantedProcess(process) &&
+         (wanted_.patternCount == 0 || MatchesAny(text) != wanted_.invert);
 }
 
 bool Filter::IsInTime(DayTime time) const {
@@ -27,17 +53,16 @@ bool Filter::IsInTime(DayTime time) const {
   return isOverMidnight ? isSince || isUntil : isSince && isUntil;
 }
 
-bool Filter::Matches(std::string_view text) const {
-  if (wanted_.pattern == nullptr) return true;
-#ifdef REG_STARTEND
-  // The length is given because a text may hold NULs.
-  regmatch_t range{};
-  range.rm_eo = static_cast<regoff_t>(text.size());
-  return ::regexec(&regex_, text.data(), 1, &range, REG_STARTEND) == 0;
-#else
-  // Not every C library takes a length: there, what stands behind a NUL is not searched.
-  return ::regexec(&regex_, text.empty() ? "" : text.data(), 0, nullptr, 0) == 0;
-#endif
+bool Filter::IsWantedProcess(std::string_view process) const {
+  if (wanted_.processes == nullptr) return true;
+  for (std::string_view rest = wanted_.processes; rest.data() != nullptr;) {
+    if (tools::TakePart(rest, ',') == process) return true;
+  }
+  return false;
+}
+
+bool Filter::MatchesAny(std::string_view text) const {
+  return std::any_of(regexes_, regexes_ + usable_, [text](const regex_t &regex) { return Matches(regex, text); });
 }
 
 }  // namespace devlog

@@ -3,6 +3,7 @@
 
 #include <regex.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -12,10 +13,15 @@ namespace devlog {
 
 /// What the options ask for.
 struct Wanted {
-  std::uint16_t types = 0xFFFF;   ///< one bit a record type
-  DayTime since = kUnknownTime;   ///< first moment that is shown
-  DayTime until = kUnknownTime;   ///< last moment that is shown; before `since`: on the next day
-  const char *pattern = nullptr;  ///< extended regular expression that the text must match
+  std::uint16_t types = 0xFFFF;  ///< one bit a record type
+  DayTime since = kUnknownTime;  ///< first moment that is shown
+  DayTime until = kUnknownTime;  ///< last moment that is shown; before `since`: on the next day
+  static constexpr std::size_t kMaxPatterns = 16;
+  const char *patterns[kMaxPatterns] = {};  ///< extended regular expressions, one of which the text must match
+  std::size_t patternCount = 0;
+  bool ignoreCase = false;
+  const char *processes = nullptr;  ///< names with commas between them, all known to Names
+  bool invert = false;              ///< none of the expressions may match
 };
 
 class Filter {
@@ -25,21 +31,24 @@ class Filter {
   Filter(const Filter &) = delete;
   Filter &operator=(const Filter &) = delete;
 
-  /// False when the pattern is no regular expression; Complaint() says why.
-  bool IsUsable() const { return error_ == 0; }
+  /// False when a pattern is no regular expression: Mistaken() is it, and Complaint() says why.
+  bool IsUsable() const { return usable_ == wanted_.patternCount; }
+  const char *Mistaken() const { return wanted_.patterns[usable_]; }
   const char *Complaint() const { return complaint_; }
 
-  /// text  the message's text; NUL-terminated
+  /// text     the message's text; NUL-terminated
+  /// process  the name in front of it; empty when there is none
   /// Damaged cells and notes about lost records always pass: nobody knows what they held.
-  bool Passes(const Message &message, std::string_view text) const;
+  bool Passes(const Message &message, std::string_view text, std::string_view process) const;
 
  private:
   bool IsInTime(DayTime time) const;
-  bool Matches(std::string_view text) const;
+  bool IsWantedProcess(std::string_view process) const;
+  bool MatchesAny(std::string_view text) const;
 
   Wanted wanted_;
-  regex_t regex_{};
-  int error_ = 0;
+  regex_t regexes_[Wanted::kMaxPatterns] = {};
+  std::size_t usable_ = 0;  // of the expressions, from the first on
   char complaint_[128] = "";
 };
 

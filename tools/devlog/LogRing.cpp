@@ -60,9 +60,12 @@ bool LockInTime(int semId) {
 
 LogRing::LogRing(Ring ring, std::span<Cell> room) : ring_(ring), room_(room), que_(RecordOf(room.size())) {}
 
-LogRing::~LogRing() {
-  // Detached, not closed: the last to close takes the semaphore along, and we are only visiting.
+// Detached, not closed: the last to close takes the semaphore along, and we are only visiting.
+void LogRing::Detach() {
   if (IsAttached()) ::shmdt(que_.shm.address);
+  que_ = RecordOf(room_.size());
+  hasPosition_ = false;
+  copied_ = {};
 }
 
 Found LogRing::Attach(Access access) {
@@ -84,16 +87,17 @@ Found LogRing::Attach(Access access) {
   que_.pUserArea = static_cast<std::uint8_t *>(address) + devsupport::kRingHeadBytes;
   que_.cells = que_.pUserArea + LOGRING_USER_BYTES;
 
+  // Who makes a ring makes it as large as it has to be, and writes the cell count last.
   const bool isFinished =
-      status.shm_segsz < sizeof *que_.header || devsupport::LoadOnce(que_.header->dwCellCount) != 0;
+      status.shm_segsz < SegmentBytes(que_) || devsupport::LoadOnce(que_.header->dwCellCount) != 0;
   if (isFinished && CheckShape(status.shm_segsz)) {
     // A first copy without the lock: it brings both memories in, so that the copy under the lock takes no page
     // faults.
     CopyRange(static_cast<std::uint32_t>(room_.size()), static_cast<std::uint32_t>(room_.size()));
+    identity_ = {id, static_cast<std::uint32_t>(status.shm_ctime)};
     return Found::Attached;
   }
-  ::shmdt(address);
-  que_ = RecordOf(room_.size());
+  Detach();
   return isFinished ? Found::Unusable : Found::Missing;
 }
 
@@ -114,24 +118,33 @@ bool LogRing::CheckShape(std::size_t segmentBytes) {
   return false;
 }
 
+void LogRing::GoOnFrom(const Position &position) {
+  hasPosition_ = true;
+  position_ = position;
+}
+
+bool LogRing::GetPosition(Position &position) const {
+  if (hasPosition_) position = position_;
+  return hasPosition_;
+}
+
 bool LogRing::HasNews() const {
   std::uint32_t writeIndex = 0;
   if (!LoadIndex(que_, RingEnd::Write, &writeIndex)) return !saidDamaged_;
-  return !hasSeen_ || writeIndex != seenIndex_ || MarkBefore(writeIndex) != seenMark_;
+  return !hasPosition_ || writeIndex != position_.index || MarkOf(SlotBefore(writeIndex)) != position_.before;
 }
 
-LogRing::Mark LogRing::MarkBefore(std::uint32_t writeIndex) const {
-  const std::uint32_t last = static_cast<std::uint32_t>(que_.nSlotCount) - 1;
+Mark LogRing::MarkOf(std::uint32_t slot) const {
   Mark mark{};
-  std::memcpy(&mark, SlotAt(writeIndex == 0 ? last : writeIndex - 1), sizeof mark);
+  std::memcpy(&mark, SlotAt(slot), sizeof mark);
   return mark;
 }
 
-// While the slot that was the newest still holds what it held, fewer records came than the ring has slots, and the
-// write index tells how many. Once it is another one, everything in the ring is new.
-std::uint32_t LogRing::NewAt(std::uint32_t writeIndex) const {
-  if (!hasSeen_ || access_ == Access::Take || MarkBefore(seenIndex_) != seenMark_) return UINT32_MAX;
-  return static_cast<std::uint32_t>(devsupport::CellsBetween(que_, seenIndex_, writeIndex));
+// While the slot before the position holds what it held, fewer records came than the ring has slots, and the write
+// index tells how many. Once it is another one, everything in the ring is new. Then the ring was written once round,
+// or somebody emptied it, and it began again at its first slot: then the last slot, too, is as it was.
+bool LogRing::IsOverrun() const {
+  return MarkOf(SlotBefore(position_.index)) != position_.before && MarkOf(Last()) != position_.last;
 }
 
 bool LogRing::TakeLock() {
@@ -174,8 +187,9 @@ void LogRing::CopyRange(std::uint32_t writeIndex, std::uint32_t count) {
   std::memcpy(room_.data() + firstRun, SlotAt(0), (count - firstRun) * sizeof(Cell));
 }
 
-bool LogRing::CopyNew(std::span<const Cell> &cells) {
-  cells = {};
+bool LogRing::CopyNew(News &news) {
+  news = {};
+  copied_ = {};
   const bool isHeld = TakeLock();
   RingLock lock(que_.semid, isHeld);
   if (!isHeld && access_ == Access::Take) return false;
@@ -183,26 +197,63 @@ bool LogRing::CopyNew(std::span<const Cell> &cells) {
   std::uint32_t readIndex = 0;
   std::uint32_t writeIndex = 0;
   used_ = 0;
-  const bool isUsable = LoadIndex(que_, RingEnd::Read, &readIndex) && LoadIndex(que_, RingEnd::Write, &writeIndex);
-  if (isUsable) {
+  isUsable_ = LoadIndex(que_, RingEnd::Read, &readIndex) && LoadIndex(que_, RingEnd::Write, &writeIndex);
+  if (isUsable_) {
     used_ = static_cast<std::uint32_t>(devsupport::CellsBetween(que_, readIndex, writeIndex));
-    const std::uint32_t count = std::min(used_, NewAt(writeIndex));
+    std::uint32_t count = used_;
+    if (hasPosition_ && MarkOf(SlotBefore(position_.index)) == position_.before) {
+      count =
+          std::min(used_, static_cast<std::uint32_t>(devsupport::CellsBetween(que_, position_.index, writeIndex)));
+    } else if (hasPosition_ && IsOverrun()) {
+      news.overrun = static_cast<std::uint32_t>(que_.nSlotCount);
+    }
     CopyRange(writeIndex, count);
-    seenMark_ = MarkBefore(writeIndex);
-    cells = room_.first(count);
+    end_ = {writeIndex, MarkOf(SlotBefore(writeIndex)), MarkOf(Last())};
+    copied_ = news.cells = room_.first(count);
   }
   std::uint16_t counter = 0;
   std::memcpy(&counter, que_.pUserArea, sizeof counter);
-  if (access_ == Access::Take && isUsable) StoreIndex(que_, RingEnd::Read, writeIndex);
   lock.Release();
 
   sequence_ = LOGCELL_GET(counter, SEQUENCE);
-  seenIndex_ = writeIndex;
-  hasSeen_ = isUsable;
-  const bool isNews = !isUsable && !saidDamaged_;
-  saidDamaged_ = !isUsable;
+  const bool isNews = !isUsable_ && !saidDamaged_;
+  saidDamaged_ = !isUsable_;
   if (isNews) {
     Say("the %s ring is damaged: where it begins or ends is no slot; the next record begins it anew", WordFor(ring_));
+  }
+  return true;
+}
+
+bool LogRing::Pass(std::size_t count) {
+  if (!isUsable_) {
+    hasPosition_ = false;
+    return true;
+  }
+  const std::size_t left = copied_.size() - count;
+  if (left == 0) {
+    GoOnFrom(end_);
+  } else if (count != 0) {
+    const auto index = static_cast<std::uint32_t>((end_.index + room_.size() + 1 - left) % (room_.size() + 1));
+    Position position{index, {}, end_.last};
+    std::memcpy(&position.before, &copied_[count - 1], sizeof position.before);
+    GoOnFrom(position);
+  }
+  copied_ = copied_.last(left);
+  return access_ != Access::Take || !hasPosition_ || TakeUpToPosition();
+}
+
+// What was overwritten meanwhile, or taken by somebody else, is not ours to take.
+bool LogRing::TakeUpToPosition() {
+  const bool isHeld = TakeLock();
+  const RingLock lock(que_.semid, isHeld);
+  std::uint32_t readIndex = 0;
+  std::uint32_t writeIndex = 0;
+  if (!isHeld) return false;
+  if (!LoadIndex(que_, RingEnd::Read, &readIndex) || !LoadIndex(que_, RingEnd::Write, &writeIndex)) return true;
+  const bool isStored = devsupport::CellsBetween(que_, readIndex, position_.index) <=
+                        devsupport::CellsBetween(que_, readIndex, writeIndex);
+  if (isStored && MarkOf(SlotBefore(position_.index)) == position_.before) {
+    StoreIndex(que_, RingEnd::Read, position_.index);
   }
   return true;
 }

@@ -33,11 +33,40 @@ struct Figures {
   std::uint32_t attached;  ///< attachments of other processes
 };
 
+/// What came into a ring.
+struct News {
+  std::span<const Cell> cells{};  ///< oldest first; valid until the next look
+  /// The ring was written once round, or more often, since the last look: how often is not known. At least so many
+  /// records came; 0 when nothing was overrun.
+  std::uint32_t overrun = 0;
+};
+
+/// The first words of a slot. When the ring was written once round, they are others.
+struct Mark {
+  std::uint32_t words[3];
+  bool operator==(const Mark &) const = default;
+};
+
+/// A place between two records of a ring, and what tells later how far the ring has moved on from it. All zeros: the
+/// beginning of a new ring.
+struct Position {
+  std::uint32_t index;  ///< slot of the next record
+  Mark before;          ///< the slot before it: overwritten last, after all others
+  Mark last;            ///< the ring's last slot: a ring that was emptied is written from its first slot on
+};
+
+/// Tells a ring from one that was made later under the same key.
+struct Identity {
+  std::int32_t id;
+  std::uint32_t made;  ///< seconds
+  bool operator==(const Identity &) const = default;
+};
+
 class LogRing {
  public:
   /// room  for the copies: as many cells as the ring has
   LogRing(Ring ring, std::span<Cell> room);
-  ~LogRing();
+  ~LogRing() { Detach(); }
   LogRing(const LogRing &) = delete;
   LogRing &operator=(const LogRing &) = delete;
 
@@ -47,15 +76,27 @@ class LogRing {
   /// last program to leave took it along, as each program does that uses a ring.
   Found Attach(Access access);
   bool IsAttached() const { return que_.header != nullptr; }
+  void Detach();
+  Identity Id() const { return identity_; }
+
+  /// Looks go on from here.
+  void GoOnFrom(const Position &position);
+  /// Where looks go on; false before the first Pass().
+  bool GetPosition(Position &position) const;
 
   /// Tells, without the lock, whether CopyNew() would find something.
   bool HasNews() const;
 
-  /// Copies what came into the ring since the last call, under the ring's lock, and with Access::Take takes it away.
-  /// A lock that is not to be had within a second is done without, and the user is told; nothing is taken away then.
-  /// cells    out  the copies, oldest first; valid until the next call
-  /// Returns  false when records were to be taken and could not be.
-  bool CopyNew(std::span<const Cell> &cells);
+  /// Copies what came into the ring after the position, under the ring's lock. The next look copies it again, unless
+  /// Pass() says that it is done with.
+  /// A lock that is not to be had within a second is done without, and the user is told.
+  /// Returns  false when records are to be taken and the lock is not to be had: then nothing was copied.
+  bool CopyNew(News &news);
+
+  /// Moves the position over the first `count` cells of the last copy, and with Access::Take takes them and what was
+  /// before them out of the ring.
+  /// Returns  false when they were to be taken and could not be.
+  bool Pass(std::size_t count);
 
   /// Of the moment of the last CopyNew(), but for the processes.
   Figures Measure() const;
@@ -64,28 +105,28 @@ class LogRing {
   bool IsRemoved() const;
 
  private:
-  /// The beginning of the slot before the write index: another one when the ring was written once round.
-  struct Mark {
-    std::uint32_t words[3];
-    bool operator==(const Mark &) const = default;
-  };
-
   bool CheckShape(std::size_t segmentBytes);
   bool TakeLock();
   void SayLocked(int error);
   void CopyRange(std::uint32_t writeIndex, std::uint32_t count);
-  std::uint32_t NewAt(std::uint32_t writeIndex) const;
-  Mark MarkBefore(std::uint32_t writeIndex) const;
+  std::uint32_t Last() const { return static_cast<std::uint32_t>(que_.nSlotCount) - 1; }
+  std::uint32_t SlotBefore(std::uint32_t index) const { return index == 0 ? Last() : index - 1; }
+  bool IsOverrun() const;
+  bool TakeUpToPosition();
+  Mark MarkOf(std::uint32_t slot) const;
   const std::uint8_t *SlotAt(std::uint32_t index) const { return que_.cells + std::size_t{index} * sizeof(Cell); }
 
   Ring ring_;
   std::span<Cell> room_;
   Access access_ = Access::Look;
   TShmQueue que_{};
+  Identity identity_{};
 
-  bool hasSeen_ = false;
-  std::uint32_t seenIndex_ = 0;  // the write index of the last look ...
-  Mark seenMark_{};              // ... and the slot before it
+  bool hasPosition_ = false;
+  Position position_{};
+  std::span<const Cell> copied_{};  // by the last look ...
+  Position end_{};                  // ... and what comes after it
+  bool isUsable_ = true;            // the ring's indices are slots
   std::uint32_t used_ = 0;
   unsigned sequence_ = 0;
   bool saidLocked_ = false;

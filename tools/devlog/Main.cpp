@@ -18,7 +18,7 @@ int Run(const Options &options) {
     case Action::Stats:
       return ShowStats(options);
     case Action::Write:
-      return WriteRecord(options);
+      return Write(options);
     case Action::Nothing:
       break;
   }

@@ -20,13 +20,29 @@ std::string_view TextOf(const Message &message, std::span<char, kMaxText + 1> ro
   return {room.data(), length};
 }
 
-// A gap is counted modulo 4096: that is all that the records say.
-void Assembler::NoteGap(const Fragment &fragment, Message *&end) {
-  if (expected_ == kUnknown) return;
-  const unsigned missing = (fragment.sequence - expected_) % kSequences;
-  if (missing == 0) return;
-  *end++ = {.ring = ring_, .status = Status::Lost, .time = fragment.time, .sequence = expected_, .records = missing};
+// The records tell their number modulo 4096. After an overrun it may be so many more, or that once again, and so on:
+// the least that fits is counted.
+std::uint32_t Assembler::MissingUpTo(unsigned sequence) {
+  if (expected_ == kUnknown) return 0;
+  std::uint32_t missing = (sequence - expected_) % kSequences;
+  if (missing < overrun_) missing += (overrun_ - missing + kSequences - 1) / kSequences * kSequences;
   lost_ += missing;
+  return missing;
+}
+
+void Assembler::CountUpTo(unsigned sequence) { MissingUpTo(sequence); }
+
+void Assembler::NoteGap(const Fragment &fragment, Message *&end) {
+  const std::uint32_t missing = MissingUpTo(fragment.sequence);
+  const bool isOverrun = overrun_ != 0;
+  overrun_ = 0;
+  if (missing == 0) return;
+  *end++ = {.ring = ring_,
+            .status = Status::Lost,
+            .time = fragment.time,
+            .sequence = expected_,
+            .records = missing,
+            .isAtLeast = isOverrun};
   isBroken_ = true;
 }
 
@@ -56,7 +72,12 @@ void Assembler::Begin(const Cell &cell, const Fragment &fragment, Message *&end)
   fragment_ = fragment.number;
 }
 
-std::size_t Assembler::Assemble(std::span<const Cell> cells, std::span<Message> messages) {
+std::size_t Assembler::Assemble(std::span<const Cell> cells, std::span<Message> messages, std::uint32_t overrun) {
+  if (overrun != 0) {
+    isLostExact_ = false;
+    overrun_ = std::max<std::uint32_t>(overrun, static_cast<std::uint32_t>(cells.size()) + 1) -
+               static_cast<std::uint32_t>(cells.size());
+  }
   Message *end = messages.data();
   open_ = nullptr;
   for (const Cell &cell : cells) {

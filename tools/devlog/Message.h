@@ -16,7 +16,7 @@ enum class Status : std::uint8_t {
   Ok,
   Partial,  ///< its first fragments are missing
   Damaged,  ///< see Message::damage
-  Lost,     ///< no message: `records` sequence numbers from `sequence` on are missing here
+  Lost,     ///< no message: `records` records are missing here, the first with the number `sequence`
 };
 
 /// One message, made of consecutive cells, or a note. It points into the cells that it was made of.
@@ -26,8 +26,9 @@ struct Message {
   Damage damage = Damage::None;
   DayTime time = kUnknownTime;  ///< of a note: of the record behind the gap
   unsigned type = 0;
-  unsigned sequence = 0;  ///< of its first record
-  unsigned records = 0;   ///< cells that it is made of; of a note: records lost
+  unsigned sequence = 0;   ///< of its first record
+  unsigned records = 0;    ///< cells that it is made of; of a note: records lost
+  bool isAtLeast = false;  ///< of a note: so many, or more
   const Cell *first = nullptr;
   std::int64_t when = 0;  ///< its place in time, see Place()
 };
@@ -52,13 +53,24 @@ class Assembler {
   ///                  what the ring holds, because writers hold the ring's lock for all fragments of a message
   /// messages out     room for MaxMessages(cells.size())
   /// Returns  the number of messages and notes.
-  std::size_t Assemble(std::span<const Cell> cells, std::span<Message> messages);
+  /// overrun  in      at least so many records came since the last call, the cells among them, and how many is not
+  ///                  known; 0: no more came than the numbers of the records tell
+  std::size_t Assemble(std::span<const Cell> cells, std::span<Message> messages, std::uint32_t overrun = 0);
+
+  /// The number that the next record has; kSequences when it is not known.
+  unsigned Expected() const { return expected_; }
+  void Expect(unsigned sequence) { expected_ = sequence; }
+
+  /// Counts what is missing between the last record and the next one that will be written.
+  void CountUpTo(unsigned sequence);
 
   /// Counts since the beginning.
   std::uint32_t Lost() const { return lost_; }
+  bool IsLostExact() const { return isLostExact_; }
   std::uint32_t Damaged() const { return damaged_; }
 
  private:
+  std::uint32_t MissingUpTo(unsigned sequence);
   void NoteGap(const Fragment &fragment, Message *&end);
   void Begin(const Cell &cell, const Fragment &fragment, Message *&end);
   bool Continues(const Fragment &fragment) const;
@@ -70,7 +82,9 @@ class Assembler {
   bool isBroken_ = true;          // nobody knows what stood before the next record
   Message *open_ = nullptr;       // the message that the next fragment may belong to
   unsigned fragment_ = 0;         // number of its last fragment
+  std::uint32_t overrun_ = 0;     // see Assemble(); less what has been found of them
   std::uint32_t lost_ = 0;
+  bool isLostExact_ = true;
   std::uint32_t damaged_ = 0;
 };
 

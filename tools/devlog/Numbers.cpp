@@ -9,13 +9,30 @@
 
 namespace devlog {
 
-bool ToTypes(const char *text, std::uint16_t &types) {
+namespace {
+
+/// The types of "3", "3-5" or a name, the first and the last.
+bool ToRange(std::string_view part, const Names &names, std::uint32_t &first, std::uint32_t &last) {
+  const std::size_t named = Names::IsName(part) ? names.FindType(part) : Names::kTypes;
+  if (named != Names::kTypes) {
+    first = last = static_cast<std::uint32_t>(named);
+    return true;
+  }
+  if (!tools::ParseNumber(tools::TakePart(part, '-'), LOGCELL_MAX(TYPE), first)) return false;
+  last = first;
+  return part.data() == nullptr || (tools::ParseNumber(part, LOGCELL_MAX(TYPE), last) && first <= last);
+}
+
+}  // namespace
+
+bool ToTypes(const char *text, const Names &names, std::uint16_t &types) {
   std::uint32_t found = 0;
   std::string_view rest(text);
   do {
-    std::uint32_t type = 0;
-    if (!tools::ParseNumber(tools::TakePart(rest, ','), LOGCELL_MAX(TYPE), type)) return false;
-    found |= 1u << type;
+    std::uint32_t first = 0;
+    std::uint32_t last = 0;
+    if (!ToRange(tools::TakePart(rest, ','), names, first, last)) return false;
+    for (std::uint32_t type = first; type <= last; ++type) found |= 1u << type;
   } while (rest.data() != nullptr);
   types = static_cast<std::uint16_t>(found);
   return true;

@@ -3,12 +3,12 @@
 
 #include <cstdint>
 
-#include "tools/devlog/Cell.h"
+#include "tools/devlog/Names.h"
 
 namespace devlog {
 
-/// "3,5" as one bit a type; a type is a number from 0 to 15.
-bool ToTypes(const char *text, std::uint16_t &types);
+/// "3,5-7,call" as one bit a type: numbers from 0 to 15, ranges of them, and names.
+bool ToTypes(const char *text, const Names &names, std::uint16_t &types);
 
 /// "HH:MM" or "HH:MM:SS"; one digit is enough where the number has only one.
 bool ToDayTime(const char *text, DayTime &time);

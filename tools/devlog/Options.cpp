@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "tools/common/Numbers.h"
+#include "tools/common/Text.h"
 #include "tools/devlog/Numbers.h"
 
 namespace devlog {
@@ -17,15 +18,22 @@ namespace {
 constexpr char kHelp[] =
     "Usage: devlog [OPTION...]                          shows the records of the log channel\n"
     "       devlog write [-t TYPE] [--event] TEXT...    writes a record\n"
+    "       devlog write [-t TYPE] [--event] -          writes a record for each line of standard input\n"
     "\n"
-    "  -f, --follow            go on with new records as they come\n"
+    "  -f, --follow            go on with new records as they come, and wait for rings\n"
     "  -n, --lines N           no more than the last N of the messages that are there\n"
-    "  -e, --regex REGEX       messages that match this extended regular expression\n"
-    "  -t, --type TYPE,...     messages of these types, 0 to 15\n"
+    "  -e, --regex REGEX       messages that match this extended regular expression; of several, any\n"
+    "  -i, --ignore-case       -e does not tell capital letters from small ones\n"
+    "  -v, --invert-match      messages that match no -e\n"
+    "  -t, --type TYPE,...     messages of these types: 0 to 15, ranges as 3-5, or names\n"
+    "  -p, --process NAME,...  messages of these processes\n"
+    "      --names FILE        names of types and processes; /etc/devlog.names unless given\n"
     "      --ring RING         log, event or both; both unless given\n"
     "      --since HH:MM[:SS]  messages of this time of day and later\n"
     "      --until HH:MM[:SS]  messages of this time of day and earlier\n"
+    "      --cursor FILE       go on where the last run with this file stopped\n"
     "      --json              one JSON object a line\n"
+    "      --color WHEN        auto, always or never; auto unless given: on a terminal\n"
     "      --syslog            hand the messages on to syslog instead of showing them\n"
     "      --consume           take the records away from the rings; without it they stay\n"
     "      --stats             how full the rings are, what was lost, how many processes use them\n"
@@ -36,16 +44,32 @@ constexpr char kHelp[] =
     "and with a --since later than --until the time in between goes over midnight.\n"
     "\n"
     "Example: devlog -f -t 3,5 -e 'line [0-9]+'\n"
-    "Exit status: 0 done; 1 no ring; 2 mistaken command line; 3 a ring was removed while it was\n"
-    "followed; 4 output not written; 5 a ring cannot be used.\n";
+    "Exit status: 0 done; 1 no ring; 2 mistaken command line; 4 output not written, nothing\n"
+    "taken from the rings; 5 a ring cannot be used.\n";
 
-enum LongOnly : int { kRing = 0x100, kSince, kUntil, kJson, kSyslog, kConsume, kStats, kEvent };
+enum LongOnly : int {
+  kRing = 0x100,
+  kSince,
+  kUntil,
+  kJson,
+  kSyslog,
+  kConsume,
+  kStats,
+  kEvent,
+  kNames,
+  kCursor,
+  kColor
+};
 
+constexpr char kViewLetters[] = "fn:e:ivt:p:hV";
 constexpr option kViewOptions[] = {
     {"follow", no_argument, nullptr, 'f'},         {"lines", required_argument, nullptr, 'n'},
-    {"regex", required_argument, nullptr, 'e'},    {"type", required_argument, nullptr, 't'},
+    {"regex", required_argument, nullptr, 'e'},    {"ignore-case", no_argument, nullptr, 'i'},
+    {"invert-match", no_argument, nullptr, 'v'},   {"type", required_argument, nullptr, 't'},
+    {"process", required_argument, nullptr, 'p'},  {"names", required_argument, nullptr, kNames},
     {"ring", required_argument, nullptr, kRing},   {"since", required_argument, nullptr, kSince},
-    {"until", required_argument, nullptr, kUntil}, {"json", no_argument, nullptr, kJson},
+    {"until", required_argument, nullptr, kUntil}, {"cursor", required_argument, nullptr, kCursor},
+    {"json", no_argument, nullptr, kJson},         {"color", required_argument, nullptr, kColor},
     {"syslog", no_argument, nullptr, kSyslog},     {"consume", no_argument, nullptr, kConsume},
     {"stats", no_argument, nullptr, kStats},       {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, 'V'},        {nullptr, 0, nullptr, 0},
@@ -78,30 +102,69 @@ Options Mistake() {
   return Stop(kUsage);
 }
 
-bool Refuse(const char *argument, const char *why) {
-  Say("\"%s\" %s", argument, why);
+bool Refuse(const char *what, const char *argument) {
+  Say("%s '%s'", what, argument);
   return false;
 }
 
 bool ReadRing(const char *text, Options &options) {
   options.log = std::strcmp(text, "log") == 0 || std::strcmp(text, "both") == 0;
   options.event = std::strcmp(text, "event") == 0 || std::strcmp(text, "both") == 0;
-  return options.log || options.event || Refuse(text, "is none of the rings: log, event or both");
+  return options.log || options.event || Refuse("unknown ring", text);
 }
 
 bool ReadTime(const char *text, DayTime lastMs, DayTime &time) {
-  if (!ToDayTime(text, time)) return Refuse(text, "is no time of day: HH:MM or HH:MM:SS");
+  if (!ToDayTime(text, time)) return Refuse("invalid time", text);
   time += lastMs;
   return true;
 }
 
 bool ReadLines(const char *text, Options &options) {
   options.isLimited = true;
-  return tools::ParseNumber(text, UINT32_MAX, options.lines) || Refuse(text, "is no number of lines");
+  return tools::ParseNumber(text, UINT32_MAX, options.lines) || Refuse("invalid number of lines", text);
+}
+
+bool AddPattern(const char *pattern, Wanted &wanted) {
+  if (wanted.patternCount == Wanted::kMaxPatterns) return Refuse("too many regular expressions, from", pattern);
+  wanted.patterns[wanted.patternCount++] = pattern;
+  return true;
+}
+
+bool ReadColours(const char *text, Colours &colours) {
+  const std::string_view when = text;
+  colours = when == "always" ? Colours::Always : when == "never" ? Colours::Never : Colours::Auto;
+  return colours != Colours::Auto || when == "auto" || Refuse("invalid argument of '--color'", text);
+}
+
+/// Options whose meaning depends on other options.
+struct Later {
+  const char *names = nullptr;
+  const char *types = nullptr;
+  const char *processes = nullptr;
+};
+
+bool ReadProcesses(const char *text, Options &options) {
+  std::string_view rest = text;
+  do {
+    const std::string_view name = tools::TakePart(rest, ',');
+    if (!Names::IsName(name) || !options.names.AddProcess(name)) return Refuse("invalid processes", text);
+  } while (rest.data() != nullptr);
+  options.wanted.processes = text;
+  return true;
+}
+
+/// The names come first: types can be given by them.
+bool ReadLater(const Later &later, Options &options) {
+  if (!options.names.Load(later.names != nullptr ? later.names : Names::kUsualPath, later.names == nullptr)) {
+    return false;
+  }
+  if (later.processes != nullptr && !ReadProcesses(later.processes, options)) return false;
+  return later.types == nullptr || ToTypes(later.types, options.names, options.wanted.types) ||
+         Refuse("invalid types", later.types);
 }
 
 /// One option of the viewer; false when its argument is refused.
-bool TakeViewOption(int option, Options &options) {
+bool TakeViewOption(int option, Options &options, Later &later) {
   constexpr DayTime kRestOfSecond = 999;
   switch (option) {
     case 'f':
@@ -109,10 +172,25 @@ bool TakeViewOption(int option, Options &options) {
     case 'n':
       return ReadLines(optarg, options);
     case 'e':
-      options.wanted.pattern = optarg;
-      return true;
+      return AddPattern(optarg, options.wanted);
+    case 'i':
+      return options.wanted.ignoreCase = true;
+    case 'v':
+      return options.wanted.invert = true;
     case 't':
-      return ToTypes(optarg, options.wanted.types) || Refuse(optarg, "is no list of types from 0 to 15");
+      later.types = optarg;
+      return true;
+    case 'p':
+      later.processes = optarg;
+      return true;
+    case kNames:
+      later.names = optarg;
+      return true;
+    case kCursor:
+      options.cursor = optarg;
+      return true;
+    case kColor:
+      return ReadColours(optarg, options.colours);
     case kRing:
       return ReadRing(optarg, options);
     case kSince:
@@ -135,9 +213,10 @@ bool TakeViewOption(int option, Options &options) {
 
 bool IsConsistent(const Options &options) {
   const Wanted &wanted = options.wanted;
-  const bool isFiltered = wanted.types != 0xFFFF || wanted.pattern != nullptr || wanted.since != kUnknownTime ||
-                          wanted.until != kUnknownTime || options.isLimited;
-  if (options.action == Action::Stats && (isFiltered || options.follow || options.consume || options.syslog)) {
+  const bool isFiltered = wanted.types != 0xFFFF || wanted.patternCount != 0 || wanted.processes != nullptr ||
+                          wanted.since != kUnknownTime || wanted.until != kUnknownTime || options.isLimited;
+  const bool isHandled = options.follow || options.consume || options.syslog || options.cursor != nullptr;
+  if (options.action == Action::Stats && (isFiltered || isHandled)) {
     Say("--stats goes with --ring and --json only");
     return false;
   }
@@ -145,31 +224,36 @@ bool IsConsistent(const Options &options) {
     Say("--syslog and --json exclude each other");
     return false;
   }
+  if (wanted.patternCount == 0 && (wanted.ignoreCase || wanted.invert)) {
+    Say("option '%s' needs an option '-e'", wanted.invert ? "-v" : "-i");
+    return false;
+  }
   return true;
 }
 
 Options ReadViewOptions(int argCount, char **args) {
   Options options;
-  for (int option = 0; (option = ::getopt_long(argCount, args, "fn:e:t:hV", kViewOptions, nullptr)) != -1;) {
+  Later later;
+  for (int option = 0; (option = ::getopt_long(argCount, args, kViewLetters, kViewOptions, nullptr)) != -1;) {
     if (option == 'h') return Print(kHelp);
     if (option == 'V') return PrintVersion();
-    if (!TakeViewOption(option, options)) return Mistake();
+    if (!TakeViewOption(option, options, later)) return Mistake();
   }
   if (optind < argCount) {
-    Say("\"%s\" is no option", args[optind]);
+    Refuse("unexpected argument", args[optind]);
     return Mistake();
   }
-  return IsConsistent(options) ? options : Mistake();
+  return ReadLater(later, options) && IsConsistent(options) ? options : Mistake();
 }
 
 bool ReadType(const char *text, int &type) {
   std::uint32_t number = 0;
-  if (!tools::ParseNumber(text, LOGCELL_MAX(TYPE), number)) return Refuse(text, "is no type from 0 to 15");
+  if (!tools::ParseNumber(text, LOGCELL_MAX(TYPE), number)) return Refuse("invalid type", text);
   type = static_cast<int>(number);
   return true;
 }
 
-/// The options of `devlog write` stand before its text: what follows may begin with a dash.
+/// The options of `devlog write` come before its text: what follows may begin with a dash.
 Options ReadWriteOptions(int argCount, char **args) {
   Options options;
   options.action = Action::Write;

@@ -5,10 +5,12 @@
 
 #include "tools/devlog/Exit.h"
 #include "tools/devlog/Filter.h"
+#include "tools/devlog/Names.h"
 
 namespace devlog {
 
 enum class Action : std::uint8_t { Show, Stats, Write, Nothing };
+enum class Colours : std::uint8_t { Auto, Always, Never };
 
 struct Options {
   Action action = Action::Show;
@@ -17,16 +19,19 @@ struct Options {
   bool log = true;    ///< the log ring is meant
   bool event = true;  ///< the event ring is meant
   bool json = false;
+  Colours colours = Colours::Auto;
 
   Wanted wanted{};
+  Names names{};
   bool isLimited = false;  ///< show no more than `lines` of what is there
   std::uint32_t lines = 0;
   bool follow = false;
   bool consume = false;
   bool syslog = false;
+  const char *cursor = nullptr;  ///< file that tells where the last run stopped
 
   int type = 0;            ///< of the record to write
-  char **words = nullptr;  ///< what to write: words up to a null pointer
+  char **words = nullptr;  ///< what to write: words up to a null pointer, or "-" for standard input
 };
 
 /// Reads the command line; prints help, version and mistakes itself and then gives Action::Nothing.

@@ -1,43 +1,55 @@
-// Where the lines go: standard output or syslog.
+// Where the lines go: standard output or the system log.
 
 #include "tools/devlog/Output.h"
 
 #include <poll.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
+#include "tools/common/Signals.h"
 #include "tools/devlog/Exit.h"
 
 namespace devlog {
 
-Output::Output(bool toSyslog) : toSyslog_(toSyslog) {
+namespace {
+
+constexpr int kRetryMs = 250;
+
+}  // namespace
+
+Output::Output(Target target, bool isPatient) : target_(target), isPatient_(isPatient) {
   ::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is an exit status of ours
-  if (toSyslog_) ::openlog("devlog", 0, LOG_USER);
 }
 
-Output::~Output() {
-  if (toSyslog_) ::closelog();
-}
+bool Output::IsTerminal() const { return target_ == Target::StandardOutput && ::isatty(STDOUT_FILENO) == 1; }
 
-bool Output::IsTerminal() const { return !toSyslog_ && ::isatty(STDOUT_FILENO) == 1; }
-
-void Output::Write(std::string_view line, int priority) {
-  if (toSyslog_) {
-    ::syslog(priority, "%.*s", static_cast<int>(line.size()), line.data());
-    return;
-  }
+bool Output::Write(std::string_view line, int priority) {
+  if (target_ == Target::SystemLog) return WriteToSystemLog(line, priority);
   std::fwrite(line.data(), 1, line.size(), stdout);
   std::putchar('\n');
+  return true;
+}
+
+bool Output::WriteToSystemLog(std::string_view line, int priority) {
+  bool hasSaid = false;
+  while (!systemLog_.Send(priority, line)) {
+    if (!hasSaid) {
+      Say("the system log takes no message: %s%s", std::strerror(errno), isPatient_ ? "; waiting" : "");
+    }
+    hasSaid = true;
+    if (!isPatient_ || tools::IsAnyPending(kEndingSignals)) return false;
+    ::poll(nullptr, 0, kRetryMs);
+  }
+  if (hasSaid) Say("the system log takes messages again");
+  return true;
 }
 
 bool Output::Flush() {
-  if (toSyslog_) return true;
+  if (target_ == Target::SystemLog) return true;
   errno = 0;
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;
   if (errno != EPIPE)
@@ -47,7 +59,7 @@ bool Output::Flush() {
 
 bool Output::Wait(int ms) const {
   pollfd reader{STDOUT_FILENO, 0, 0};  // no events asked for: only an error or a hang-up ends the wait
-  return ::poll(&reader, toSyslog_ ? 0 : 1, ms) <= 0;
+  return ::poll(&reader, target_ == Target::SystemLog ? 0 : 1, ms) <= 0;
 }
 
 }  // namespace devlog

@@ -1,22 +1,24 @@
-// Where the lines go: standard output or syslog.
+// Where the lines go: standard output or the system log.
 #pragma once
 
 #include <string_view>
+
+#include "tools/devlog/SystemLog.h"
 
 namespace devlog {
 
 class Output {
  public:
-  explicit Output(bool toSyslog);
-  ~Output();
-  Output(const Output &) = delete;
-  Output &operator=(const Output &) = delete;
+  enum class Target : bool { StandardOutput, SystemLog };
 
-  bool IsSyslog() const { return toSyslog_; }
+  /// isPatient  a system log that takes nothing is waited for, until a signal says that it is enough
+  Output(Target target, bool isPatient);
+
   bool IsTerminal() const;
 
-  /// priority  of syslog; does not matter on standard output
-  void Write(std::string_view line, int priority);
+  /// priority  of the system log; does not matter on standard output
+  /// Returns   false when the line was not taken; the user has been told.
+  bool Write(std::string_view line, int priority);
 
   /// Writes out what is buffered. False when something could not be written, now or before; the user has been told,
   /// but for a reader that went away, which is no news.
@@ -26,7 +28,11 @@ class Output {
   bool Wait(int ms) const;
 
  private:
-  bool toSyslog_;
+  bool WriteToSystemLog(std::string_view line, int priority);
+
+  Target target_;
+  bool isPatient_;
+  SystemLog systemLog_;
 };
 
 }  // namespace devlog

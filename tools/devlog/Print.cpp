@@ -2,6 +2,9 @@
 
 #include "tools/devlog/Print.h"
 
+#include <iterator>
+
+#include "tools/common/Text.h"
 #include "tools/common/Utf8.h"
 
 namespace devlog {
@@ -12,10 +15,16 @@ constexpr std::string_view kDim = "\033[2m";
 constexpr std::string_view kCyan = "\033[36m";
 constexpr std::string_view kYellow = "\033[33m";
 constexpr std::string_view kRed = "\033[31m";
+constexpr std::string_view kBold = "\033[1m";
 constexpr std::string_view kNormal = "\033[0m";
 
+/// One for each type; type 0, which says nothing, has none.
+constexpr std::string_view kTypeColours[] = {
+    "",         "\033[32m", "\033[34m", "\033[36m", "\033[35m", "\033[33m",   "\033[31m",   "\033[92m",
+    "\033[94m", "\033[96m", "\033[95m", "\033[93m", "\033[91m", "\033[1;32m", "\033[1;34m", "\033[1;35m",
+};
+
 constexpr unsigned kRingPlaces = 5;
-constexpr unsigned kTypePlaces = 2;
 
 std::string_view NameOf(Status status) {
   switch (status) {
@@ -46,7 +55,7 @@ void AddDamage(Line &line, const Message &message) {
       line.Add("the text has no end");
       break;
     case Damage::Time:
-      line.Add("the time is none");
+      line.Add("invalid time");
       break;
     case Damage::Order:
     case Damage::None:
@@ -66,7 +75,8 @@ void AddDetail(Line &line, const Message &message) {
       break;
     case Status::Lost:
       line.AddNumber(message.records);
-      line.Add(message.records == 1 ? " record lost" : " records lost");
+      if (message.isAtLeast) line.Add(" or more");
+      line.Add(message.records == 1 && !message.isAtLeast ? " record lost" : " records lost");
       break;
     case Status::Damaged:
       AddDamage(line, message);
@@ -77,26 +87,36 @@ void AddDetail(Line &line, const Message &message) {
 void AddColoured(Line &line, std::string_view colour, Look look, std::string_view text) {
   if (look == Look::Coloured) line.Add(colour);
   line.Add(text);
-  if (look == Look::Coloured) line.Add(kNormal);
+  if (look == Look::Coloured && !colour.empty()) line.Add(kNormal);
 }
 
-void AddWords(Line &line, const Message &message, std::string_view text, Look look) {
+void AddRing(Line &line, Ring ring, Look look) {
+  const std::string_view name = NameOf(ring);
+  AddColoured(line, ring == Ring::Event ? kCyan : std::string_view{}, look, name);
+  for (std::size_t place = name.size(); place <= kRingPlaces; ++place) line.Add(' ');
+}
+
+/// The type's name from the left, or its number from the right; a dash where it is not known.
+void AddType(Line &line, const Message &message, const Known &known, Look look) {
+  char number[2] = {static_cast<char>('0' + message.type / 10), static_cast<char>('0' + message.type % 10)};
+  std::string_view type = "-";
+  if (HasType(message)) type = message.type < 10 ? std::string_view(number + 1, 1) : std::string_view(number, 2);
+  const bool isNamed = HasType(message) && !known.typeName.empty();
+  if (isNamed) type = known.typeName;
+  const std::size_t filling = known.typePlaces > type.size() ? known.typePlaces - type.size() : 0;
+  for (std::size_t place = 0; !isNamed && place < filling; ++place) line.Add(' ');
+  AddColoured(line, HasType(message) ? kTypeColours[message.type % std::size(kTypeColours)] : std::string_view{},
+              look, type);
+  for (std::size_t place = 0; isNamed && place < filling; ++place) line.Add(' ');
+}
+
+void AddWords(Line &line, const Message &message, const Known &known, Look look) {
   if (look == Look::Coloured) line.Add(kDim);
   line.AddTime(message.time);
   if (look == Look::Coloured) line.Add(kNormal);
   line.Add(' ');
-  const std::string_view ring = NameOf(message.ring);
-  if (message.ring == Ring::Event) {
-    AddColoured(line, kCyan, look, ring);
-  } else {
-    line.Add(ring);
-  }
-  for (std::size_t place = ring.size(); place <= kRingPlaces; ++place) line.Add(' ');
-  if (HasType(message)) {
-    line.AddNumber(message.type, kTypePlaces, ' ');
-  } else {
-    line.Add(" -");
-  }
+  AddRing(line, message.ring, look);
+  AddType(line, message, known, look);
   line.Add("  ");
   if (message.status != Status::Ok) {
     if (look == Look::Coloured) line.Add(message.status == Status::Damaged ? kRed : kYellow);
@@ -104,9 +124,13 @@ void AddWords(Line &line, const Message &message, std::string_view text, Look lo
     AddDetail(line, message);
     line.Add(')');
     if (look == Look::Coloured) line.Add(kNormal);
-    if (!text.empty()) line.Add(' ');
+    if (!known.text.empty()) line.Add(' ');
   }
-  line.AddForPeople(text);
+  if (!known.process.empty()) {
+    AddColoured(line, kBold, look, known.process);
+    line.Add(": ");
+  }
+  line.AddForPeople(tools::After(known.text, known.process.size()));
 }
 
 void AddNumberOrNull(Line &line, bool isKnown, unsigned number) {
@@ -122,23 +146,34 @@ DayTime DayTimeAt(std::int64_t when) {
   return static_cast<DayTime>(inDay < 0 ? inDay + kDay : inDay);
 }
 
-void AddJson(Line &line, const Message &message, std::string_view text) {
+void AddMember(Line &line, std::string_view name, std::string_view value) {
+  line.Add(",\"");
+  line.Add(name);
+  line.Add("\":\"");
+  line.Add(value);
+  line.Add('"');
+}
+
+void AddJson(Line &line, const Message &message, const Known &known) {
   line.Add("{\"time\":\"");
   line.AddTime(message.time != kUnknownTime ? message.time : DayTimeAt(message.when));
-  line.Add("\",\"ring\":\"");
-  line.Add(NameOf(message.ring));
-  line.Add("\",\"type\":");
+  line.Add('"');
+  AddMember(line, "ring", NameOf(message.ring));
+  line.Add(",\"type\":");
   AddNumberOrNull(line, HasType(message), message.type);
+  AddMember(line, "type_name", HasType(message) ? known.typeName : std::string_view{});
   line.Add(",\"sequence\":");
   AddNumberOrNull(line, HasSequence(message), message.sequence);
   line.Add(",\"records\":");
   line.AddNumber(message.records);
-  line.Add(",\"status\":\"");
-  line.Add(NameOf(message.status));
-  line.Add("\",\"detail\":\"");
+  AddMember(line, "status", NameOf(message.status));
+  line.Add(",\"detail\":\"");
   AddDetail(line, message);
+  line.Add('"');
+  AddMember(line, "process", known.process);
+  const std::string_view text = tools::After(known.text, known.process.size());
   const bool isText = tools::IsText(text);
-  line.Add(isText ? "\",\"text\":\"" : "\",\"text_bytes\":\"");
+  line.Add(isText ? ",\"text\":\"" : ",\"text_bytes\":\"");
   line.AddForJson(text, isText ? tools::Form::kText : tools::Form::kBytes);
   line.Add("\"}");
 }
@@ -147,11 +182,11 @@ void AddJson(Line &line, const Message &message, std::string_view text) {
 
 std::string_view NameOf(Ring ring) { return ring == Ring::Log ? "log" : "event"; }
 
-void AddMessage(Line &line, const Message &message, std::string_view text, Look look) {
+void AddMessage(Line &line, const Message &message, const Known &known, Look look) {
   if (look == Look::Json) {
-    AddJson(line, message, text);
+    AddJson(line, message, known);
   } else {
-    AddWords(line, message, text, look);
+    AddWords(line, message, known, look);
   }
 }
 

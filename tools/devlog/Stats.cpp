@@ -13,6 +13,13 @@ namespace {
 
 constexpr char kHeading[] = "ring   capacity  used  sequence  lost  damaged  attached";
 
+/// "12", or "12+" for twelve or more.
+void AddLost(Line &line, const Assembler &assembler) {
+  constexpr unsigned kPlaces = 6;
+  line.AddNumber(assembler.Lost(), assembler.IsLostExact() ? kPlaces : kPlaces - 1, ' ');
+  if (!assembler.IsLostExact()) line.Add('+');
+}
+
 void AddFigures(Line &line, const Track &track) {
   const Figures figures = track.ring.Measure();
   const std::string_view name = NameOf(track.ring.Which());
@@ -21,7 +28,7 @@ void AddFigures(Line &line, const Track &track) {
   line.AddNumber(figures.capacity, 10, ' ');
   line.AddNumber(figures.used, 6, ' ');
   line.AddNumber(figures.sequence, 10, ' ');
-  line.AddNumber(track.assembler.Lost(), 6, ' ');
+  AddLost(line, track.assembler);
   line.AddNumber(track.assembler.Damaged(), 9, ' ');
   line.AddNumber(figures.attached, 10, ' ');
 }
@@ -42,6 +49,7 @@ void AddFiguresAsJson(Line &line, const Track &track) {
   AddMember(line, "used", figures.used);
   AddMember(line, "sequence", figures.sequence);
   AddMember(line, "lost", track.assembler.Lost());
+  line.Add(track.assembler.IsLostExact() ? ",\"lost_is_exact\":true" : ",\"lost_is_exact\":false");
   AddMember(line, "damaged", track.assembler.Damaged());
   AddMember(line, "attached", figures.attached);
   line.Add('}');
@@ -54,11 +62,14 @@ int ShowStats(const Options &options) {
   Channel channel(options);
   const int status = channel.Open();
   if (status != kShown) return status;
-  Output output(false);
+  Output output(Output::Target::StandardOutput, false);
   if (!options.json) output.Write(kHeading, 0);
   for (Track *track : {&channel.log(), &channel.event()}) {
     if (!track->ring.IsAttached()) continue;
+    // All that was written since the ring was made, and is not in it any more, is lost.
+    track->BeginAnew();
     track->Look();
+    track->assembler.CountUpTo(track->ring.Measure().sequence);
     line.Clear();
     if (options.json) {
       AddFiguresAsJson(line, *track);

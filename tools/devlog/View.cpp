@@ -4,7 +4,7 @@
 
 #include <syslog.h>
 
-#include <csignal>
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -15,13 +15,15 @@
 #include "tools/devlog/Line.h"
 #include "tools/devlog/Merge.h"
 #include "tools/devlog/Output.h"
+#include "tools/devlog/Pace.h"
 #include "tools/devlog/Print.h"
 
 namespace devlog {
 
 namespace {
 
-constexpr int kPollMs = 150;
+constexpr std::size_t kTypeDigits = 2;
+constexpr int kHousekeepingMs = 100;
 constexpr std::size_t kMaxMessages = Assembler::MaxMessages(kLogCells) + Assembler::MaxMessages(kEventCells);
 
 const Message *g_order[kMaxMessages];
@@ -44,7 +46,9 @@ bool HasColours() {
 
 Look LookFor(const Options &options, const Output &output) {
   if (options.json) return Look::Json;
-  return output.IsTerminal() && HasColours() ? Look::Coloured : Look::Plain;
+  if (options.colours == Colours::Always) return options.syslog ? Look::Plain : Look::Coloured;
+  const bool isColoured = options.colours == Colours::Auto && output.IsTerminal() && HasColours();
+  return isColoured ? Look::Coloured : Look::Plain;
 }
 
 int PriorityOf(const Message &message) {
@@ -52,17 +56,15 @@ int PriorityOf(const Message &message) {
   return message.ring == Ring::Event ? LOG_NOTICE : LOG_INFO;
 }
 
-// What was taken out of a ring is shown before one of these ends us.
-constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-
 class Viewer {
  public:
   explicit Viewer(const Options &options)
       : options_(options),
         channel_(options),
         filter_(options.wanted),
-        output_(options.syslog),
-        look_(LookFor(options, output_)) {}
+        output_(options.syslog ? Output::Target::SystemLog : Output::Target::StandardOutput, options.follow),
+        look_(LookFor(options, output_)),
+        typePlaces_(std::max<std::size_t>(options.names.LongestTypeName(), kTypeDigits)) {}
 
   int Run();
 
@@ -71,69 +73,72 @@ class Viewer {
   int Follow();
   /// A ring that is locked just now will be unlocked; there is time when we follow.
   static bool IsGoingOn(int status) { return status == kShown || status == kUnusable; }
-  bool IsAnyRemoved();
-  void SayRemoved();
   std::size_t KeepWanted(std::size_t count) const;
   std::size_t FirstOfLast(std::size_t count) const;
-  void Write(const Message &message);
+  Known KnownOf(const Message &message) const;
+  bool Write(const Message &message);
 
   const Options &options_;
   Channel channel_;
   Filter filter_;
   Output output_;
   Look look_;
+  std::size_t typePlaces_;
+  Pace pace_;
 };
 
 int Viewer::Run() {
   if (!filter_.IsUsable()) {
-    Say("\"%s\" is no regular expression: %s", options_.wanted.pattern, filter_.Complaint());
+    Say("invalid regular expression '%s': %s", filter_.Mistaken(), filter_.Complaint());
     return kUsage;
   }
   int status = channel_.Open();
   if (status != kShown) return status;
+  if (!channel_.RestoreCursor()) return kOutput;
   status = ShowNews(options_.isLimited);
   if (options_.follow && IsGoingOn(status)) status = Follow();
   return status != kShown ? status : channel_.Status();
 }
 
 int Viewer::Follow() {
-  for (;;) {
-    if (!output_.Wait(kPollMs)) return kOutput;
+  for (int sinceHousekeeping = 0;;) {
+    const int ms = pace_.NextMs();
+    if (!output_.Wait(ms)) return kOutput;
     channel_.OpenMissing();
-    const bool isRemoved = IsAnyRemoved();  // asked first: what came before it is still shown
+    sinceHousekeeping += ms;
+    const bool isTime = sinceHousekeeping >= kHousekeepingMs;
+    if (isTime) channel_.FindRemoved();  // asked first: what came before it is still shown
     const int status = ShowNews(false);
     if (!IsGoingOn(status)) return status;
-    if (!isRemoved) continue;
-    SayRemoved();
-    return kRingRemoved;
-  }
-}
-
-bool Viewer::IsAnyRemoved() {
-  const LogRing &log = channel_.log().ring;
-  const LogRing &event = channel_.event().ring;
-  return (log.IsAttached() && log.IsRemoved()) || (event.IsAttached() && event.IsRemoved());
-}
-
-void Viewer::SayRemoved() {
-  for (const Track *track : {&channel_.log(), &channel_.event()}) {
-    if (!track->ring.IsAttached() || !track->ring.IsRemoved()) continue;
-    Say("the %s ring was removed", NameOf(track->ring.Which()).data());
+    if (!isTime) continue;
+    channel_.DropRemoved();
+    sinceHousekeeping = 0;
   }
 }
 
 int Viewer::ShowNews(bool isLimited) {
-  const tools::HeldSignals held(options_.consume ? kEndingSignals : std::span<const int>{});
+  if (!channel_.log().HasNews() && !channel_.event().HasNews()) return kShown;  // most looks end here
+  const bool mustFinish = options_.consume || options_.cursor != nullptr;
+  const tools::HeldSignals held(mustFinish ? kEndingSignals : std::span<const int>{});
   const DayTime now = Now();
   bool isDone = true;
   for (Track *track : {&channel_.log(), &channel_.event()}) {
     isDone = track->Look() && isDone;
     Place(track->messages, now);
   }
+  pace_.Saw(channel_.log().Records(), kLogCells);
+  pace_.Saw(channel_.event().Records(), kEventCells);
   std::size_t count = Merge(channel_.log().messages, channel_.event().messages, g_order);
   count = KeepWanted(count);
-  for (std::size_t index = isLimited ? FirstOfLast(count) : 0; index < count; ++index) Write(*g_order[index]);
+  bool isWritten = true;
+  for (std::size_t index = isLimited ? FirstOfLast(count) : 0; isWritten && index < count; ++index) {
+    isWritten = Write(*g_order[index]);
+    if (isWritten) channel_.Of(g_order[index]->ring).Delivered(*g_order[index]);
+  }
+  // What was not delivered stays where it is: in the ring, and after the cursor.
   if (!output_.Flush()) return kOutput;
+  for (Track *track : {&channel_.log(), &channel_.event()}) isDone = track->Pass(isWritten) && isDone;
+  if (!channel_.SaveCursor() || !isWritten) return kOutput;
   return isDone ? kShown : kUnusable;
 }
 
@@ -141,7 +146,8 @@ std::size_t Viewer::KeepWanted(std::size_t count) const {
   std::size_t kept = 0;
   for (std::size_t index = 0; index < count; ++index) {
     const Message &message = *g_order[index];
-    if (filter_.Passes(message, TextOf(message, g_text))) g_order[kept++] = &message;
+    const Known known = KnownOf(message);
+    if (filter_.Passes(message, known.text, known.process)) g_order[kept++] = &message;
   }
   return kept;
 }
@@ -157,10 +163,18 @@ std::size_t Viewer::FirstOfLast(std::size_t count) const {
   return first;
 }
 
-void Viewer::Write(const Message &message) {
+/// A name is in front of a message's first record.
+Known Viewer::KnownOf(const Message &message) const {
+  const Names &names = options_.names;
+  Known known{.text = TextOf(message, g_text), .typeName = names.TypeName(message.type), .typePlaces = typePlaces_};
+  if (message.status == Status::Ok) known.process = names.ProcessOf(known.text);
+  return known;
+}
+
+bool Viewer::Write(const Message &message) {
   g_line.Clear();
-  AddMessage(g_line, message, TextOf(message, g_text), look_);
-  output_.Write(g_line.Text(), PriorityOf(message));
+  AddMessage(g_line, message, KnownOf(message), look_);
+  return output_.Write(g_line.Text(), PriorityOf(message));
 }
 
 }  // namespace

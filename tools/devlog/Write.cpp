@@ -1,9 +1,11 @@
-// Writes one record, for trying things out.
+// Writes records, for scripts and for trying things out.
 
 #include "tools/devlog/Write.h"
 
 #include <devsupport/logmgr/LogInfoShm.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "tools/devlog/Message.h"
@@ -27,24 +29,77 @@ bool Join(char **words, char (&text)[kMaxText + 1]) {
   return true;
 }
 
+/// The log channel, open for writing.
+class Writer {
+ public:
+  explicit Writer(const Options &options) : options_(options) {
+    constexpr int kLevel = 0;  // the filter is for callers that ask it, and we do not
+    isOpen_ = TLogInfoShm_Open(kLevel, 0, nullptr) == 1;
+  }
+  ~Writer() { TLogInfoShm_Close(); }
+  Writer(const Writer &) = delete;
+  Writer &operator=(const Writer &) = delete;
+
+  bool IsOpen() const { return isOpen_; }
+
+  /// text  at most kMaxText bytes and a NUL after them; may hold NULs
+  void Write(char *text, std::size_t size) const {
+    const int sizeWithNul = static_cast<int>(size) + 1;
+    if (options_.event) {
+      TLogInfoShm_WriteN_Evt(text, sizeWithNul, options_.type);
+    } else {
+      TLogInfoShm_WriteN(text, sizeWithNul, options_.type);
+    }
+  }
+
+ private:
+  const Options &options_;
+  bool isOpen_ = false;
+};
+
+int SayTooLong() {
+  Say("the text has more than %zu bytes", kMaxText);
+  return kUsage;
+}
+
+/// Each line is written when it is there, so that `command | devlog write -` shows what happens now.
+int WriteLines(const Writer &writer) {
+  static char line[kMaxText + 1];
+  std::size_t size = 0;
+  for (int character = 0; (character = std::getchar()) != EOF;) {
+    if (character == '\n') {
+      line[size] = '\0';
+      writer.Write(line, size);
+      size = 0;
+    } else if (size == kMaxText) {
+      return SayTooLong();
+    } else {
+      line[size++] = static_cast<char>(character);
+    }
+  }
+  line[size] = '\0';
+  writer.Write(line, size);  // an empty text is no record
+  if (std::ferror(stdin) == 0) return kShown;
+  Say("standard input cannot be read: %s", std::strerror(errno));
+  return kUsage;
+}
+
 }  // namespace
 
-int WriteRecord(const Options &options) {
-  char text[kMaxText + 1];
-  if (!Join(options.words, text)) {
-    Say("the text has more than %zu bytes", kMaxText);
-    return kUsage;
-  }
-  if (*text == '\0') {
+int Write(const Options &options) {
+  const bool isStandardInput =
+      options.words[0] != nullptr && std::strcmp(options.words[0], "-") == 0 && options.words[1] == nullptr;
+  static char text[kMaxText + 1];
+  if (!isStandardInput && !Join(options.words, text)) return SayTooLong();
+  if (!isStandardInput && *text == '\0') {
     Say("there is no text to write");
     return kUsage;
   }
-  constexpr int kLevel = 0;  // the filter is the callers' business, and we do not ask it
-  const bool isOpen = TLogInfoShm_Open(kLevel, 0, nullptr) == 1;
-  if (isOpen && options.event) TLogInfoShm_Write_Evt(text, options.type);
-  if (isOpen && !options.event) TLogInfoShm_Write(text, options.type, 0);
-  TLogInfoShm_Close();
-  return isOpen ? kShown : kUnusable;
+  const Writer writer(options);
+  if (!writer.IsOpen()) return kUnusable;
+  if (isStandardInput) return WriteLines(writer);
+  writer.Write(text, std::strlen(text));
+  return kShown;
 }
 
 }  // namespace devlog

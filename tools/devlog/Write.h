@@ -1,12 +1,13 @@
-// Writes one record, for trying things out.
+// Writes records, for scripts and for trying things out.
 #pragma once
 
 #include "tools/devlog/Options.h"
 
 namespace devlog {
 
-/// Writes the words of the command line, with blanks between them, as one message. Makes the rings when there are
-/// none, as each program does that writes. Returns the exit status.
-int WriteRecord(const Options &options);
+/// Writes the words of the command line, with blanks between them, as one message; or, for the word "-" alone, each
+/// line of standard input as a message. Makes the rings when there are none, as each program does that writes.
+/// Returns the exit status.
+int Write(const Options &options);
 
 }  // namespace devlog

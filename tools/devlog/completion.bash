@@ -17,12 +17,14 @@ _devlog() {
   case $prev in
     --ring) COMPREPLY=($(compgen -W 'log event both' -- "$cur")); return ;;
     -t | --type) COMPREPLY=($(compgen -W "$(echo {0..15})" -- "$cur")); return ;;
-    -n | --lines | -e | --regex | --since | --until) return ;;
+    --color) COMPREPLY=($(compgen -W 'auto always never' -- "$cur")); return ;;
+    --cursor | --names) _filedir; return ;;
+    -n | --lines | -e | --regex | -p | --process | --since | --until) return ;;
   esac
   case $cur in
     -*)
-      COMPREPLY=($(compgen -W '--consume --follow --help --json --lines --regex --ring --since --stats --syslog
-        --type --until --version' -- "$cur"))
+      COMPREPLY=($(compgen -W '--color --consume --cursor --follow --help --ignore-case --invert-match --json
+        --lines --names --process --regex --ring --since --stats --syslog --type --until --version' -- "$cur"))
       ;;
     *) [ "$cword" -ne 1 ] || COMPREPLY=($(compgen -W 'write' -- "$cur")) ;;
   esac

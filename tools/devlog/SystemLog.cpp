@@ -1,0 +1,95 @@
+// The system log, spoken to without the C library.
+
+#include "tools/devlog/SystemLog.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <span>
+
+namespace devlog {
+
+namespace {
+
+constexpr char kPath[] = "/dev/log";
+constexpr int kRoomMs = 1000;  // how long to wait for room
+
+/// "<14>Nov 22 05:12:42 devlog: ", as syslog() writes it.
+std::string_view Head(int priority, std::span<char> room) {
+  const time_t now = ::time(nullptr);
+  tm local{};
+  ::localtime_r(&now, &local);
+  constexpr const char *kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  const int size =
+      std::snprintf(room.data(), room.size(), "<%d>%s %2d %02d:%02d:%02d devlog: ", LOG_USER | priority,
+                    kMonths[local.tm_mon % 12], local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+  return {room.data(), static_cast<std::size_t>(size)};
+}
+
+bool IsConnectionLost(int error) {
+  return error == ECONNREFUSED || error == ECONNRESET || error == ENOTCONN || error == EPIPE || error == EDESTADDRREQ;
+}
+
+}  // namespace
+
+void SystemLog::Close() {
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = -1;
+}
+
+bool SystemLog::Connect() {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, kPath, sizeof kPath);
+  for (const int type : {SOCK_DGRAM, SOCK_STREAM}) {
+    fd_ = ::socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+    if (fd_ < 0) return false;
+    isStream_ = type == SOCK_STREAM;
+    if (::connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return true;
+    const int error = errno;
+    Close();
+    errno = error;
+    if (error != EPROTOTYPE) return false;
+  }
+  return false;
+}
+
+// A message goes out whole; on a stream it ends with a NUL.
+bool SystemLog::SendOnce(std::string_view head, std::string_view text) {
+  if (fd_ < 0 && !Connect()) return false;
+  iovec parts[] = {{const_cast<char *>(head.data()), head.size()},
+                   {const_cast<char *>(text.data()), text.size()},
+                   {const_cast<char *>(""), isStream_ ? 1U : 0U}};
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = 3;
+  for (;;) {
+    if (::sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0) return true;
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN) return false;
+    pollfd room{fd_, POLLOUT, 0};
+    if (::poll(&room, 1, kRoomMs) > 0) continue;
+    errno = EAGAIN;
+    return false;
+  }
+}
+
+bool SystemLog::Send(int priority, std::string_view text) {
+  char room[64];
+  const std::string_view head = Head(priority, room);
+  if (SendOnce(head, text)) return true;
+  if (!IsConnectionLost(errno)) return false;
+  Close();  // the daemon was started anew: there is another socket
+  return SendOnce(head, text);
+}
+
+}  // namespace devlog
