@@ -7,7 +7,20 @@ include(CMakePackageConfigHelpers)
 
 get_property(public_headers GLOBAL PROPERTY DEVSUPPORT_PUBLIC_HEADERS)
 get_property(detail_headers GLOBAL PROPERTY DEVSUPPORT_DETAIL_HEADERS)
-foreach(header IN ITEMS devsupport.h Api.h LISTS public_headers detail_headers)
+
+# The umbrella names the headers that this build installs.
+file(READ "${DEVSUPPORT_INCLUDE_DIR}/devsupport/devsupport.h" umbrella)
+string(REGEX MATCHALL "#include <devsupport/[^>]*>\n" includes "${umbrella}")
+foreach(include IN LISTS includes)
+  string(REGEX REPLACE "#include <devsupport/(.*)>\n" "\\1" header "${include}")
+  if(NOT header IN_LIST public_headers)
+    string(REPLACE "${include}" "" umbrella "${umbrella}")
+  endif()
+endforeach()
+file(CONFIGURE OUTPUT devsupport.h CONTENT "${umbrella}" @ONLY)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/devsupport.h" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/devsupport")
+
+foreach(header IN ITEMS Api.h LISTS public_headers detail_headers)
   cmake_path(GET header PARENT_PATH folder)
   install(FILES "${DEVSUPPORT_INCLUDE_DIR}/devsupport/${header}"
           DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/devsupport/${folder}")

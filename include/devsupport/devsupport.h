@@ -13,6 +13,7 @@
 #include <devsupport/text/BuildStamp.h>
 #include <devsupport/text/NumberParsing.h>
 #include <devsupport/text/StringEdit.h>
+#include <devsupport/text/Version.h>
 
 /* L1: tokenizer, containers, shared ring, local addresses */
 #include <devsupport/container/AllotArray.h>
