@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 namespace devsupport::bench {
@@ -34,6 +35,8 @@ const Row &Row::Add(const std::string &who, const Body &body) const {
   auto *made = benchmark::RegisterBenchmark((name_ + "/" + who).c_str(), body);
   if (clock_ != Clock::kCpu) made->UseManualTime();
   if (clock_ == Clock::kElapsedOnce) made->Iterations(1);
+  // So many jobs in each run, for those who count instructions (bench/counted.py).
+  if (const char *jobs = std::getenv("DEVSUPPORT_BENCH_JOBS")) made->Iterations(std::atol(jobs));
   return *this;
 }
 

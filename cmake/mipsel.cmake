@@ -17,3 +17,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 add_link_options("-L${CMAKE_FIND_ROOT_PATH}/usr/lib/mipsel-linux-gnu")
 # Its pages are small; the linker's default keeps 64 KiB between what is written and what is not, in the file as well.
 add_link_options(-Wl,-z,max-page-size=4096)
+# pkg-config looks there, too.
+set(ENV{PKG_CONFIG_LIBDIR} "${CMAKE_FIND_ROOT_PATH}/usr/lib/mipsel-linux-gnu/pkgconfig")
+set(ENV{PKG_CONFIG_SYSROOT_DIR} "${CMAKE_FIND_ROOT_PATH}")

@@ -50,11 +50,12 @@ class Machine:
 
     Use it in a with statement: at the end the machine is off."""
 
-    def __init__(self, disks=(), name="device", timeout=600):
+    def __init__(self, disks=(), name="device", timeout=600, further=()):
         """Switches it on. The first command waits until the machine takes commands.
 
         name: its console goes to build/device/console-NAME.log
-        timeout: seconds without any sign of life after which it counts as dead. Nothing waits for it on the way."""
+        timeout: seconds without any sign of life after which it counts as dead. Nothing waits for it on the way.
+        further: words for qemu"""
         self.timeout = timeout
         self.commands, commands_there = socket.socketpair()
         self.errors, errors_there = socket.socketpair()
@@ -62,7 +63,7 @@ class Machine:
         for use, line in ("commands", commands_there), ("errors", errors_there):
             lines += ["-chardev", f"socket,id={use},fd={line.fileno()}", "-serial", f"chardev:{use}"]
         words = command_line("serve", list(disks),
-                             ["-display", "none", "-monitor", "none", "-serial", f"file:{OUT}/console-{name}.log"] + lines)
+                             ["-display", "none", "-monitor", "none", "-serial", f"file:{OUT}/console-{name}.log", *further] + lines)
         self.process = subprocess.Popen(words, stdin=subprocess.DEVNULL, stdout=sys.stderr,
                                         pass_fds=[commands_there.fileno(), errors_there.fileno()])
         commands_there.close()
