@@ -64,9 +64,14 @@ endfunction()
 function(devsupport_runnable target variable)
   if(CMAKE_CROSSCOMPILING_EMULATOR)
     set(script "${PROJECT_BINARY_DIR}/emulated/${target}")
-    file(GENERATE OUTPUT "${script}"
-      CONTENT "#!/bin/sh\nexec ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}> \"$@\"\n"
-      FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    # Several folders ask for the same program; its script is made once.
+    get_property(made GLOBAL PROPERTY DEVSUPPORT_RUNNABLES)
+    if(NOT target IN_LIST made)
+      set_property(GLOBAL APPEND PROPERTY DEVSUPPORT_RUNNABLES ${target})
+      file(GENERATE OUTPUT "${script}"
+        CONTENT "#!/bin/sh\nexec ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}> \"$@\"\n"
+        FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    endif()
     set(${variable} "${script}" PARENT_SCOPE)
   else()
     set(${variable} "$<TARGET_FILE:${target}>" PARENT_SCOPE)
