@@ -21,7 +21,7 @@ done
 
 device/build
 # The peers that Debian has for this processor, with their libraries.
-device/fetch libabsl-dev libabsl20220623 libbenchmark-dev libbenchmark1debian libboost1.74-dev libdb5.3 liblmdb-dev \
+script/parts/fetch libabsl-dev libabsl20220623 libbenchmark-dev libbenchmark1debian libboost1.74-dev libdb5.3 liblmdb-dev \
   liblmdb0 libsqlite3-0 libsqlite3-dev robin-map-dev uthash-dev
 out=build/bench-mips
 mkdir -p "$out"
