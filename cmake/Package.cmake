@@ -49,3 +49,26 @@ install(TARGETS cpld RUNTIME DESTINATION "${CMAKE_INSTALL_SBINDIR}")
 install(FILES docs/man/cpld.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8")
 
 install(DIRECTORY examples DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+
+if(DEVSUPPORT_REFERENCE)
+  find_program(DOXYGEN doxygen)
+  find_package(Python3 QUIET COMPONENTS Interpreter)
+  if(NOT DOXYGEN OR NOT Python3_FOUND)
+    message(FATAL_ERROR "The reference needs Doxygen and Python: install the packages doxygen and python3, "
+      "or configure with -DDEVSUPPORT_REFERENCE=OFF")
+  endif()
+  set(reference "${PROJECT_BINARY_DIR}/reference")
+  set(described "${public_headers}")
+  list(TRANSFORM described PREPEND "${DEVSUPPORT_INCLUDE_DIR}/devsupport/")
+  set(makers script/parts/reference.sh script/parts/reference_filter.py docs/Doxyfile)
+  list(TRANSFORM makers PREPEND "${PROJECT_SOURCE_DIR}/")
+  add_custom_command(OUTPUT reference.made
+    COMMAND "${PROJECT_SOURCE_DIR}/script/parts/reference.sh" "${reference}"
+    COMMAND ${CMAKE_COMMAND} -E touch reference.made
+    DEPENDS ${described} ${makers}
+    COMMENT "Making the reference"
+    VERBATIM)
+  add_custom_target(devsupport_reference ALL DEPENDS reference.made)
+  install(DIRECTORY "${reference}/man/man3" DESTINATION "${CMAKE_INSTALL_MANDIR}")
+  install(DIRECTORY "${reference}/html" DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+endif()

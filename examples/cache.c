@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A cache of fixed size: the last few answers of something slow. When it is full, the entry that was not asked for
  * the longest time makes room. After its creation nothing is allocated.
  *

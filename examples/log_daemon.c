@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A daemon that logs. Its filter comes from the configuration store: the settings "dbl" (levels) and "dbm" (module
  * masks) hold lists such as "lined=5,other=3". SIGHUP makes it read them again, SIGTERM ends it.
  *

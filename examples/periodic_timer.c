@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A timer that expires every 20 ms. Its callback runs inside a signal, where printing, locking and nearly all
  * functions are forbidden. It therefore only posts a semaphore, and the main program does the work.
  *

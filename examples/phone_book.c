@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A phone book that finds its entries by the keys of the keypad: 2 stands for a, b and c, 3 for d, e and f, and so
  * on. The store keeps this index itself.
  *

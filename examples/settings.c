@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Takes a text of the form "name=value; name=value; ..." apart, without copying or changing it, and tells numbers
  * from texts.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A producer and a consumer that share a ring. They may run at the same time or one after the other: the ring stays
  * in the system until a consumer leaves it as the last process.
  *

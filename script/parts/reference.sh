@@ -3,11 +3,13 @@
 # each function a page that leads to its family's. Fails on any warning and on a function without a page. script/reference
 # and the build (DEVSUPPORT_REFERENCE) call it.
 # usage: script/parts/reference.sh FOLDER
+# SPDX-License-Identifier: MIT
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
 DEVSUPPORT_OUTPUT=${1:?usage: script/parts/reference.sh FOLDER}
-DEVSUPPORT_VERSION=$(sed -n 's/^ *VERSION \([0-9.]*\)$/\1/p' CMakeLists.txt)
+DEVSUPPORT_VERSION=$(sed -n 's/^#define DEVSUPPORT_VERSION_[MP][A-Z]* \([0-9]*\)$/\1/p' \
+  include/devsupport/text/Version.h | paste -sd.)
 mapfile -t headers < <(find include/devsupport -mindepth 2 -name '*.h' ! -path '*/detail/*' | sort)
 DEVSUPPORT_HEADERS=${headers[*]}
 export DEVSUPPORT_OUTPUT DEVSUPPORT_VERSION DEVSUPPORT_HEADERS

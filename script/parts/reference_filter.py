@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Turns a public header into what Doxygen reads; Doxygen calls it as its input filter (script/reference).
 
 A header is one family. Its first comment, and every comment that belongs to no declaration, describe the family. A
@@ -38,6 +39,8 @@ def statements(text):
             while at < len(lines) and lines[at].startswith("///"):
                 at += 1
             yield "contract", [entry[4:] for entry in lines[begin:at]]
+        elif line.startswith("//"):
+            at += 1
         elif line.startswith("/*"):
             while "*/" not in lines[at]:
                 at += 1

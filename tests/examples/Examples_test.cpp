@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The programs of examples/, run as their readers run them; what they print is compared whole.
 #include <devsupport/devsupport.h>
 #include <gtest/gtest.h>
