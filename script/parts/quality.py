@@ -22,6 +22,7 @@ COMMANDS = {
     "mips": "script/test mips",
     "coverage": "script/coverage",
     "moments": "script/moments",
+    "healing": "script/healing",
     "fuzz": "script/fuzz",
     "device": "script/device test",
     "mutation": "script/mutate",
@@ -186,6 +187,34 @@ def moments(page):
     ])
 
 
+def milliseconds(figures, key):
+    value = figures.values.get(key)
+    return MISSING if value is None else f"{int(value) / 1000:,.1f} ms"
+
+
+def healing(page):
+    figures = page.suites["healing"]
+    page.text("## Deaths in the configuration store", "", "Processes were killed while they used the store. The others "
+              "went on: no operation failed, everything acknowledged was there, and the file and its indexes were "
+              "clean. Four survivors mixed all operations; the times are from the kill to the end of the first "
+              "operation that a survivor began and ended after it.")
+    page.table(("", "in memory", "on a disk", "shown by"), [
+        (what, *(show(f"{key}-{where}") for where in ("memory", "disk")), command("healing"))
+        for what, key, show in (
+            ("killed beside four survivors", "deaths", figures.number),
+            ("of these, in the middle of a change", "inside", figures.number),
+            ("time to a survivor's next success, median", "median", lambda key: milliseconds(figures, key)),
+            ("the longest", "maximum", lambda key: milliseconds(figures, key)),
+            ("killed in a crowd: busy, idle, with cursors, without closing", "crowd", figures.number))])
+    page.table(("", "", "shown by"), [
+        ("killed before and after each system call of a change, of opening, closing and healing",
+         figures.number("calls"), command("healing")),
+        ("killed at random instructions of reads", figures.number("instructions"), command("healing")),
+        ("amounts of free room on the medium, from none to enough", figures.number("sizes"), command("healing")),
+        ("damaged copies: each page, each part of the log", figures.number("damages"), command("healing")),
+    ])
+
+
 def mutation(page):
     figures = page.suites["mutation"]
     page.text("## Planted bugs", "", "Small bugs, planted one at a time, that the tests have to catch.")
@@ -210,7 +239,7 @@ def main():
     old = ", ".join(command(suite) for suite, figures in suites.items() if figures.is_old())
     if old:
         page.text(f"The code has been changed since these were run: {old}.")
-    for part in (tests, coverage, fuzzing, survival, moments, mutation):
+    for part in (tests, coverage, fuzzing, survival, moments, healing, mutation):
         part(page)
     page.text("To repeat all of it: `rm -r build/figures; script/quality --run --write`.")
     print("\n".join(page.lines).rstrip())

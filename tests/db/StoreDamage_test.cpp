@@ -78,6 +78,11 @@ class Damage : public StoreTest {
     ASSERT_EQ(::mkdir(original_.c_str(), 0700), 0);
   }
 
+  void TearDown() override {
+    if (copies_ != 0) std::cout << copies_ << " damaged copies\n";
+    StoreTest::TearDown();
+  }
+
   /// Makes the store whose copies are damaged. sealed: closed in order, or left by a process that was killed.
   void Make(bool sealed) {
     Child maker([&] {
@@ -102,6 +107,7 @@ class Damage : public StoreTest {
   Outcome OpenWith(const std::function<void(const std::string &home)> &damage) {
     Copy();
     damage(damaged_);
+    ++copies_;
     const auto before = Files(damaged_);
     Child opener([&] {
       const rlimit processor = {20, 20};
@@ -157,6 +163,7 @@ class Damage : public StoreTest {
   }
 
   Tables expected_;
+  int copies_ = 0;
 };
 
 void Overwrite(const std::string &path, std::size_t at, const std::string &bytes) {

@@ -131,7 +131,8 @@ TEST_F(Medium, OfAnySize_KeepsWhatWasAcknowledgedAndGoesOnWithRoom) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedHint(seed));
   const auto every = static_cast<std::size_t>(Count("DEVSUPPORT_STORE_SIZES", 7));
-  for (std::size_t pages = seed % every; pages * kPage <= kMostFree; pages += every) {
+  int sizes = 0;
+  for (std::size_t pages = seed % every; pages * kPage <= kMostFree; pages += every, ++sizes) {
     SCOPED_TRACE(std::to_string(pages) + " pages free");
     ASSERT_NO_FATAL_FAILURE(Fill(pages * kPage));
     Acknowledged acknowledged;
@@ -141,6 +142,8 @@ TEST_F(Medium, OfAnySize_KeepsWhatWasAcknowledgedAndGoesOnWithRoom) {
     ASSERT_EQ(InAProcess([&] { GoOnAfterwards(acknowledged); }, true), 0);
     EXPECT_TRUE(Verify());
   }
+  EXPECT_GT(sizes, 0);
+  std::cout << sizes << " amounts of free room\n";
 }
 
 TEST_F(Medium, ThatIsFull_KeepsOthersReadingAndLetsAllWriteWithRoom) {
