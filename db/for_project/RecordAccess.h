@@ -119,11 +119,17 @@ struct ChangeResult {
   ChangeCounts counts;
 };
 
+/// Changes of records that all processes have made since the gate is new.
+std::uint32_t CountedChanges();
+
 /// Makes all changes, in their order, or none of them: as one transaction, with the indexes, on the medium when it
 /// returns. Whatever ends the process meanwhile, the store has all of them or none.
-/// pfnGoOn    asked before each change; false gives everything up, with ECANCELED; may be nullptr
-/// Returns    kNotFound for kDelete of a record that is not there.
-/// Lock       the gate, for the whole transaction: others wait for it.
-ChangeResult ApplyChanges(std::span<const Change> changes, bool (*pfnGoOn)());
+/// pfnGoOn     asked before each change; false gives everything up, with ECANCELED; may be nullptr
+/// pdwCounted  what CountedChanges() said when the changes were planned; when there are more by now, nothing is changed
+///             and the result is EAGAIN; may be nullptr
+/// Returns     kNotFound for kDelete of a record that is not there; DB_LOCK_NOTGRANTED when somebody keeps a cursor open.
+/// Lock        the gate, for the whole transaction: others wait for it.
+ChangeResult ApplyChanges(std::span<const Change> changes, bool (*pfnGoOn)(),
+                          const std::uint32_t *pdwCounted = nullptr);
 
 }  // namespace devsupport::store

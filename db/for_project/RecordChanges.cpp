@@ -87,27 +87,30 @@ int RunTransaction(std::span<const Change> changes, bool (*pfnGoOn)(), ChangeRes
   if (const int nResult = g_pEnv->txn_begin(g_pEnv, nullptr, &pTxn, DB_TXN_SYNC); nResult != 0) return nResult;
   const int nResult = MakeAll(pTxn, changes, pfnGoOn, result);
   if (nResult == 0) return pTxn->commit(pTxn, DB_TXN_SYNC);
-  pTxn->abort(pTxn);
-  return nResult;
+  const int nAborted = pTxn->abort(pTxn);
+  return nAborted != 0 ? nAborted : nResult;
 }
 
 }  // namespace
 
-ChangeResult ApplyChanges(std::span<const Change> changes, bool (*pfnGoOn)()) {
+std::uint32_t CountedChanges() { return g_gate.Record().dwChanges.load(); }
+
+ChangeResult ApplyChanges(std::span<const Change> changes, bool (*pfnGoOn)(), const std::uint32_t *pdwCounted) {
   ChangeResult result;
   if (g_pEnv == nullptr) {
     result.nResult = EINVAL;
     return result;
   }
   const int nResult = RunChange(g_uDb.tb_parameter, [&](DB * /*pCurrent*/) {
+    if (pdwCounted != nullptr && CountedChanges() != *pdwCounted) return EAGAIN;
     // Without locks nothing would keep the pages of an open cursor as they are.
     if (g_gate.Cursors() != 0) return static_cast<int>(DB_LOCK_NOTGRANTED);
     int nDone = RunTransaction(changes, pfnGoOn, result);
     if (nDone == 0) nDone = g_pEnv->log_flush(g_pEnv, nullptr);
     if (nDone != 0) return nDone;
     g_gate.CountChange(kCheckpointChanges, changes.size());
-    // The many log files of a large transaction go as soon as they can.
-    g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);
+    // The many log files of a large transaction go as soon as they can, and the file has what was changed.
+    g_pEnv->txn_checkpoint(g_pEnv, 0, 0, 0);
     return 0;
   });
   result.nResult = nResult;

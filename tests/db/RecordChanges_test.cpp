@@ -23,6 +23,7 @@ using namespace devsupport::test;
 using devsupport::store::ApplyChanges;
 using devsupport::store::Change;
 using devsupport::store::ChangeResult;
+using devsupport::store::CountedChanges;
 
 constexpr std::uint8_t kParameters = 0;
 constexpr std::uint8_t kPhoneBook = 2;
@@ -137,6 +138,69 @@ TEST_F(RecordChanges, MoreThanTheLockTableHolds_AreMade) {
   EXPECT_TRUE(Verify());
 }
 
+TEST_F(RecordChanges, PlannedBeforeOthersChangedTheStore_AreNotMade) {
+  const std::uint32_t counted = CountedChanges();
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "other", "1"), 0);
+  const std::string key = Text("a");
+  const Change change = {Change::Kind::kPut, kParameters, key, key};
+  EXPECT_EQ(ApplyChanges({&change, 1}, nullptr, &counted).nResult, EAGAIN);
+  EXPECT_EQ(Get(g_uDb.tb_parameter, "a"), "<7>");
+  const std::uint32_t now = CountedChanges();
+  EXPECT_EQ(ApplyChanges({&change, 1}, nullptr, &now).nResult, 0);
+  EXPECT_NE(CountedChanges(), now);
+}
+
+TEST_F(RecordChanges, WhileSomebodyKeepsACursorOpen_Wait) {
+  BerkDb_Close();
+  Event opened;
+  Event done;
+  Child holder([&] {
+    Open();
+    BerkDb_Set(g_uDb.tb_parameter, "a", "1");
+    char key[256] = "";
+    char value[256];
+    struct __dbc *cursor = nullptr;
+    int result = -1;
+    if (BerkDb_CursorGet(g_uDb.tb_parameter, &cursor, key, 0, value, sizeof value, DB_FIRST, &result) != 0) return 1;
+    opened.Announce();
+    done.Wait();
+    ::usleep(300000);
+    if (std::string(value) != "1" || BerkDb_CursorClose(cursor) != 1) return 2;
+    BerkDb_Close();
+    return 0;
+  });
+  opened.Wait();
+  Open();
+  Changes changes;
+  changes.Put(kParameters, Text("a"), Text("2"));
+  done.Announce();
+  EXPECT_EQ(changes.Apply().nResult, 0);
+  EXPECT_EQ(Get(g_uDb.tb_parameter, "a"), "2");
+  EXPECT_EQ(holder.Wait(), 0);
+}
+
+TEST_F(RecordChanges, AfterTheDeathOfANeighbourInside_AreMade) {
+  BerkDb_Close();
+  Child victim([this] {
+    Open();
+    Changes changes;
+    for (int i = 0; i < 100; ++i) PutEntry(changes, i, 1);
+    changes.Apply([]() -> bool {
+      ::raise(SIGKILL);
+      return true;
+    });
+    return 1;
+  });
+  Open();
+  ASSERT_EQ(victim.Wait(), 1000 + SIGKILL);
+  Changes changes;
+  changes.Put(kParameters, Text("a"), Text("2"));
+  EXPECT_EQ(changes.Apply().nResult, 0);
+  EXPECT_EQ(Get(g_uDb.tb_parameter, "a"), "2");
+  BerkDb_Close();
+  EXPECT_EQ(Dump("tb_pb"), Records{});
+}
+
 // Killed at any moment: the next one who opens finds all of the changes or none.
 
 class KilledChanges : public StoreTest {
@@ -146,7 +210,7 @@ class KilledChanges : public StoreTest {
   static Changes ChangesOf(int generation) {
     Changes changes;
     for (int i = 0; i < kEntries; ++i) PutEntry(changes, i, generation);
-    changes.Put(kParameters, Text("generation"), Text("x") + std::to_string(generation));
+    changes.Put(kParameters, Text("generation"), "x" + std::to_string(generation));
     changes.Put(kRoutes, Text("101a"), std::to_string(generation));
     return changes;
   }
@@ -164,7 +228,7 @@ class KilledChanges : public StoreTest {
     Open();
     BerkDb_Close();
     const int generation = std::stoi(Dump("tb_route").at(0).second);
-    EXPECT_EQ(Dump("tb_parameter"), (Records{{Text("generation"), Text("x") + std::to_string(generation)}}));
+    EXPECT_EQ(Dump("tb_parameter"), (Records{{Text("generation"), "x" + std::to_string(generation)}}));
     const Records entries = Dump("tb_pb");
     EXPECT_EQ(entries.size(), static_cast<std::size_t>(kEntries));
     for (const auto &[key, value] : entries) {

@@ -233,7 +233,7 @@ TEST_F(KilledImport, HasStoredEverythingOrNothing) {
   EXPECT_EQ(Print({"verify"}), "clean\n");
 }
 
-TEST_F(KilledImport, ThatIsInterrupted_HasStoredEverythingOrNothing) {
+TEST_F(KilledImport, BesideANeighbour_HasStoredEverythingOrNothingForIt) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedHint(seed));
   std::mt19937_64 random(seed);

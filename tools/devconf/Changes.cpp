@@ -29,32 +29,38 @@ std::string_view Changes::KeyOf(std::size_t i) {
   return First(After(memory_.View(), items_[i].at), items_[i].keySize);
 }
 
-Changes::Result Changes::Apply() {
+Changes::Result Changes::Apply(const std::uint32_t *counted) {
   List<Change> changes;
   for (const Item &item : items_) {
     const std::string_view bytes = After(memory_.View(), item.at);
     changes.Add({item.kind, item.row, First(bytes, item.keySize), First(After(bytes, item.keySize), item.valueSize)});
   }
-  return ApplyChanges({changes.begin(), changes.Size()}, [] { return !IsInterrupted(); });
+  return ApplyChanges(
+      {changes.begin(), changes.Size()}, [] { return !IsInterrupted(); }, counted);
 }
 
 namespace {
 
+bool HasReason(int result) { return result == ECANCELED || result == EAGAIN || result == DB_LOCK_NOTGRANTED; }
+
 const char *ReasonOf(int result) {
   if (result == ECANCELED) return "interrupted; nothing was changed";
+  if (result == EAGAIN) return "others change the store all the time; nothing was changed";
+  if (result == DB_LOCK_NOTGRANTED) return "somebody keeps a cursor of the store open; nothing was changed";
   return "the store cannot be changed; nothing was changed";
 }
 
 }  // namespace
 
+int ExplainFailure(int result) {
+  Format(Stream::kError, "devconf: %s", ReasonOf(result));
+  if (!HasReason(result)) Format(Stream::kError, ": %s", db_strerror(result));
+  Put(Stream::kError, "\n");
+  return status::kFailed;
+}
+
 int ExplainFailure(Changes &changes, const Changes::Result &result, const char *file) {
-  const bool isMissing = result.nResult == DB_NOTFOUND;
-  if (!isMissing) {
-    Format(Stream::kError, "devconf: %s", ReasonOf(result.nResult));
-    if (result.nResult != ECANCELED) Format(Stream::kError, ": %s", db_strerror(result.nResult));
-    Put(Stream::kError, "\n");
-    return status::kFailed;
-  }
+  if (result.nResult != DB_NOTFOUND) return ExplainFailure(result.nResult);
   const unsigned line = changes.TagOf(result.dwDone);
   if (line != 0) {
     ComplainAboutLine(file, line, "no such record; nothing was changed");

@@ -1,6 +1,7 @@
 // Changes of the store that are made together.
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 #include "db/for_project/RecordAccess.h"
@@ -21,7 +22,8 @@ class Changes {
   bool IsEmpty() const { return items_.Size() == 0; }
 
   /// Makes them all or none, in their order. The store must be open. A signal gives everything up.
-  Result Apply();
+  /// counted    what the store had counted when the changes were planned, or nullptr (ApplyChanges)
+  Result Apply(const std::uint32_t *counted = nullptr);
 
   unsigned TagOf(std::size_t i) { return items_[i].tag; }
   const Table &TableOf(std::size_t i) { return kCatalogue[items_[i].row]; }
@@ -40,6 +42,9 @@ class Changes {
   Bytes memory_;
   List<Item> items_;
 };
+
+/// Says why no changes were made, for any result but that of a missing record. Returns the exit status.
+int ExplainFailure(int result);
 
 /// Says why changes were not made, and returns the exit status. A tag is the number of a line in the file, if there is
 /// one.

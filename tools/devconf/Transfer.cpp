@@ -2,6 +2,8 @@
 
 #include "tools/devconf/Transfer.h"
 
+#include <cerrno>
+
 #include "tools/devconf/Changes.h"
 #include "tools/devconf/Print.h"
 #include "tools/devconf/Records.h"
@@ -75,16 +77,40 @@ int Export(const char *tableName) {
   return status::kDone;
 }
 
+namespace {
+
+// How often others may change the store between planning and storing.
+constexpr int kMostAttempts = 20;
+
+// Stores the records of the file, and deletes what it does not have in its tables.
+Changes::Result Replace(ImportFile &file) {
+  Changes::Result result;
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    const std::uint32_t counted = devsupport::store::CountedChanges();
+    Changes changes;
+    AddEntries(file, changes);
+    result.nResult = AddDeletions(file, changes) ? 0 : EIO;
+    if (result.nResult == 0) result = changes.Apply(&counted);
+    if (result.nResult != EAGAIN) break;
+  }
+  return result;
+}
+
+Changes::Result Merge(ImportFile &file) {
+  Changes changes;
+  AddEntries(file, changes);
+  return changes.Apply();
+}
+
+}  // namespace
+
 int Import(const Options &options) {
   ImportFile file;
   if (!file.Load(options.words[0]) || !file.Check()) return status::kRefused;
   Store store;
   if (const int result = store.OpenToChange(options); result != status::kDone) return result;
-  Changes changes;
-  AddEntries(file, changes);
-  if (options.replace && !AddDeletions(file, changes)) return status::kFailed;
-  const Changes::Result result = changes.Apply();
-  if (result.nResult != 0) return ExplainFailure(changes, result, options.words[0]);
+  const Changes::Result result = options.replace ? Replace(file) : Merge(file);
+  if (result.nResult != 0) return ExplainFailure(result.nResult);
   PrintCounts(result.counts, options.json);
   return status::kDone;
 }

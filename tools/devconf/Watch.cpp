@@ -5,7 +5,7 @@
 
 #include <ctime>
 
-#include "db/for_project/StoreGate.h"
+#include "db/for_project/RecordAccess.h"
 #include "tools/common/Text.h"
 #include "tools/devconf/Ending.h"
 #include "tools/devconf/Print.h"
@@ -110,7 +110,7 @@ class Watcher {
 int RunWatch(Watcher &watcher) {
   std::uint32_t seen = 0;
   for (bool isFirst = true; !IsInterrupted(); isFirst = false) {
-    const std::uint32_t changes = devsupport::store::g_gate.Record().dwChanges.load();
+    const std::uint32_t changes = devsupport::store::CountedChanges();
     if (isFirst || changes != seen) {
       seen = changes;
       if (!watcher.Look() && !IsInterrupted()) return status::kFailed;
