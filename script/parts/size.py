@@ -33,6 +33,7 @@ FILES = {
     "`libdevsupport.so`": "libdevsupport.so",
     "`devlog`": "tools/devlog/devlog",
     "`devconf`": "tools/devconf/devconf",
+    "`devdoctor`": "tools/devdoctor/devdoctor",
 }
 CPLD_BYTES = 5640
 LIBRARY_TEXT_BYTES = 35240

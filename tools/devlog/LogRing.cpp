@@ -7,13 +7,13 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
-#include "lib/ipc/RingAccess.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 
+#include "lib/ipc/RingAccess.h"
 #include "tools/devlog/Exit.h"
 #include "tools/devlog/Print.h"
 

@@ -1,0 +1,96 @@
+// Other processes, as the kernel tells of them.
+
+#include "tools/devdoctor/Process.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "tools/common/Files.h"
+
+namespace devdoctor {
+
+namespace {
+
+/// Which set of System V objects a process sees; empty where the kernel does not tell.
+struct Namespace {
+  explicit Namespace(const char *pid) {
+    char path[64];
+    std::snprintf(path, sizeof path, "/proc/%.20s/ns/ipc", pid);
+    const ssize_t size = ::readlink(path, text, sizeof text - 1);
+    text[size > 0 ? size : 0] = '\0';
+  }
+  char text[64];
+};
+
+/// Whether a process has the segment attached: its mappings name it by its identifier.
+bool HasAttached(const char *pid, int shmId) {
+  char path[64];
+  std::snprintf(path, sizeof path, "/proc/%.20s/maps", pid);
+  std::FILE *maps = std::fopen(path, "re");
+  if (maps == nullptr) return false;
+  char line[512];
+  bool isFound = false;
+  while (!isFound && std::fgets(line, sizeof line, maps) != nullptr) {
+    unsigned long inode = 0;
+    char name[16] = "";
+    isFound = std::sscanf(line, "%*s %*s %*s %*s %lu /%15s", &inode, name) == 2 &&
+              std::strncmp(name, "SYSV", 4) == 0 && inode == static_cast<unsigned long>(shmId);
+  }
+  std::fclose(maps);
+  return isFound;
+}
+
+}  // namespace
+
+Process Look(pid_t pid) {
+  Process process;
+  process.pid = pid;
+  char path[64];
+  char text[1024];
+  std::size_t size = 0;
+  std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
+  if (pid <= 0 || !tools::ReadFile(path, {text, sizeof text - 1}, size)) return process;
+  text[size] = '\0';
+  // "123 (name) S ...": the name may hold blanks and brackets of its own.
+  const char *open = std::strchr(text, '(');
+  const char *close = std::strrchr(text, ')');
+  if (open == nullptr || close == nullptr || close[1] != ' ') return process;
+  std::snprintf(process.name, sizeof process.name, "%.*s", static_cast<int>(close - open - 1), open + 1);
+  process.state = close[2];
+  return process;
+}
+
+Described::Described(pid_t pid) {
+  const Process process = Look(pid);
+  if (process.IsAlive()) {
+    std::snprintf(text, sizeof text, "%s (%d)%s", process.name, static_cast<int>(pid),
+                  process.IsStopped() ? ", which is stopped" : "");
+  } else {
+    std::snprintf(text, sizeof text, "process %d, which is dead", static_cast<int>(pid));
+  }
+}
+
+Attached::Attached(int shmId) {
+  text[0] = '\0';
+  const Namespace own("self");
+  DIR *proc = ::opendir("/proc");
+  std::size_t used = 0;
+  for (const dirent *entry = nullptr; proc != nullptr && (entry = ::readdir(proc)) != nullptr;) {
+    const int pid = std::atoi(entry->d_name);
+    if (pid <= 0 || pid == ::getpid() || !HasAttached(entry->d_name, shmId)) continue;
+    if (std::strcmp(Namespace(entry->d_name).text, own.text) != 0) continue;  // another object with the same number
+    ++count;
+    const Described who(pid);
+    const int size = std::snprintf(text + used, sizeof text - used, "%s%s", used != 0 ? ", " : "", who.text);
+    used = size < 0 || used + static_cast<std::size_t>(size) >= sizeof text ? sizeof text - 1
+                                                                            : used + static_cast<std::size_t>(size);
+  }
+  if (proc != nullptr) ::closedir(proc);
+  if (count == 0) std::snprintf(text, sizeof text, "nobody");
+}
+
+}  // namespace devdoctor

@@ -1,0 +1,27 @@
+// What can be repaired without doing harm, one step at a time, each asked for.
+#pragma once
+
+#include <cstddef>
+
+namespace devdoctor {
+
+struct Repair {
+  enum class Kind { RemoveUnfinishedSegment, FreeSemaphore };
+  Kind kind;
+  const char *object;
+  int id;
+};
+
+class Repairs {
+ public:
+  void Propose(const Repair &repair);
+  /// Shows each step and asks for it on standard input. Looks again before it does anything.
+  void Offer() const;
+
+ private:
+  static constexpr std::size_t kMax = 8;
+  Repair steps_[kMax];
+  std::size_t count_ = 0;
+};
+
+}  // namespace devdoctor

@@ -1,0 +1,13 @@
+// The configuration store.
+#pragma once
+
+#include "tools/devdoctor/Report.h"
+
+namespace devdoctor {
+
+/// Looks at the store's home, its file and its shared memory. Opens no database, takes no lock, changes nothing.
+/// home  folder of the store
+/// file  of the tables, in the home
+void CheckStore(Report &report, const char *home, const char *file);
+
+}  // namespace devdoctor
