@@ -97,9 +97,7 @@ void Find(benchmark::State &state) {
   static const auto table = MakeFullTable<Table, kCapacity>();
   const auto &lookups = FillingOf<kCapacity>().lookups;
   std::size_t position = 0;
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(table->Find(NextOf(lookups, position).name)->words[0]);
-  }
+  for (auto _ : state) benchmark::DoNotOptimize(table->Find(NextOf(lookups, position).name)->words[0]);
 }
 
 template <class Table, int kCapacity>

@@ -21,11 +21,11 @@
 #include <stdexcept>
 #include <string>
 
-#include "bench/Gang.h"
-#include "bench/Guarded.h"
 #include "bench/Peers.h"
 #include "bench/Row.h"
+#include "bench/SkipOnError.h"
 #include "bench/UndoSemaphore.h"
+#include "bench/WorkerProcesses.h"
 
 #if DEVSUPPORT_PEER_SPDLOG
 #include <spdlog/sinks/basic_file_sink.h>
@@ -167,7 +167,7 @@ class SpdlogFile {
 
 template <class Logger>
 Body Alone(std::size_t chars) {
-  return Guarded([chars](benchmark::State &state) {
+  return SkipOnError([chars](benchmark::State &state) {
     Logger logger;
     const std::string text = Text(chars);
     for (auto _ : state) logger.Log(text);
@@ -177,12 +177,12 @@ Body Alone(std::size_t chars) {
 // Each process writes messages; the time is that of one message, whoever wrote it.
 template <class Logger>
 Body By(int processes) {
-  return Guarded([processes](benchmark::State &state) {
+  return SkipOnError([processes](benchmark::State &state) {
     constexpr int kMessagesEach = 1000;
     Logger logger;
     const std::string text = Text(kMessageChars);
-    Gang gang(processes, kMessagesEach, [&] { logger.Log(text); });
-    while (state.KeepRunningBatch(processes * kMessagesEach)) state.SetIterationTime(gang.Run());
+    WorkerProcesses workers(processes, kMessagesEach, [&] { logger.Log(text); });
+    while (state.KeepRunningBatch(processes * kMessagesEach)) state.SetIterationTime(workers.Run());
   });
 }
 
@@ -223,7 +223,7 @@ void RegisterRefused() {
 
 void RegisterFormatted() {
   const Row row("log_printf", "format a text and two numbers and write the message");
-  row.Ours(Guarded([](benchmark::State &state) {
+  row.Ours(SkipOnError([](benchmark::State &state) {
     const Channel channel;
     int number = 0;
     for (auto _ : state) {
@@ -232,7 +232,7 @@ void RegisterFormatted() {
     }
   }));
 #if DEVSUPPORT_PEER_SPDLOG
-  row.Peer("spdlog, ring in the process", Guarded([](benchmark::State &state) {
+  row.Peer("spdlog, ring in the process", SkipOnError([](benchmark::State &state) {
              SpdlogRing ring;
              int number = 0;
              for (auto _ : state) {

@@ -24,11 +24,11 @@
 #include <string>
 #include <system_error>
 
-#include "bench/Gang.h"
-#include "bench/Guarded.h"
 #include "bench/Peers.h"
 #include "bench/Row.h"
+#include "bench/SkipOnError.h"
 #include "bench/UndoSemaphore.h"
+#include "bench/WorkerProcesses.h"
 #include "tests/support/IpcKey.h"
 
 #if DEVSUPPORT_PEER_BOOST
@@ -293,11 +293,11 @@ void PushGetBy(benchmark::State &state, int processes) {
   Channel channel({});
   Buffer in{};
   Buffer out{};
-  Gang gang(processes, kPairsEach, [&] {
+  WorkerProcesses workers(processes, kPairsEach, [&] {
     channel.Push(in.data());
     channel.Get(out.data());
   });
-  while (state.KeepRunningBatch(processes * kPairsEach)) state.SetIterationTime(gang.Run());
+  while (state.KeepRunningBatch(processes * kPairsEach)) state.SetIterationTime(workers.Run());
 }
 
 // The longest that any of the processes waited for one pair, of 80,000 pairs of all of them.
@@ -309,7 +309,7 @@ void LongestPairBy(benchmark::State &state, int processes) {
   Buffer in{};
   Buffer out{};
   SharedLongest longest;
-  Gang gang(processes, kPairs / processes, [&] {
+  WorkerProcesses workers(processes, kPairs / processes, [&] {
     const Watch::time_point start = Watch::now();
     channel.Push(in.data());
     channel.Get(out.data());
@@ -317,24 +317,24 @@ void LongestPairBy(benchmark::State &state, int processes) {
   });
   for (auto _ : state) {
     longest.Reset();
-    gang.Run();
+    workers.Run();
     state.SetIterationTime(longest.Seconds());
   }
 }
 
 template <class Channel>
 Body Alone(Shape shape) {
-  return Guarded([shape](benchmark::State &state) { PushGet<Channel>(state, shape); });
+  return SkipOnError([shape](benchmark::State &state) { PushGet<Channel>(state, shape); });
 }
 
 template <class Channel>
 Body LongestBy(int processes) {
-  return Guarded([processes](benchmark::State &state) { LongestPairBy<Channel>(state, processes); });
+  return SkipOnError([processes](benchmark::State &state) { LongestPairBy<Channel>(state, processes); });
 }
 
 template <class Channel>
 Body By(int processes) {
-  return Guarded([processes](benchmark::State &state) { PushGetBy<Channel>(state, processes); });
+  return SkipOnError([processes](benchmark::State &state) { PushGetBy<Channel>(state, processes); });
 }
 
 constexpr const char *kFloor = "semop pairs and two copies";

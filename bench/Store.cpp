@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "bench/Gang.h"
-#include "bench/Guarded.h"
 #include "bench/Row.h"
+#include "bench/SkipOnError.h"
 #include "bench/StorePeers.h"
 #include "bench/StoreUse.h"
+#include "bench/WorkerProcesses.h"
 
 namespace devsupport::bench {
 
@@ -145,7 +145,7 @@ void ReadBy(benchmark::State &state, int processes) {
   const Folder &home = Store::Get().Home();
   const std::vector<std::string> keys = Keys();
   BerkDb_Close();
-  Gang gang(processes, kReadsEach, [&home, &keys, open = false, i = std::size_t{0}]() mutable {
+  WorkerProcesses workers(processes, kReadsEach, [&home, &keys, open = false, i = std::size_t{0}]() mutable {
     if (!open) OpenIn(home);
     open = true;
     Buffer out{};
@@ -154,42 +154,41 @@ void ReadBy(benchmark::State &state, int processes) {
     if (++i == keys.size()) i = 0;
   });
   OpenIn(home);
-  gang.Run();
-  while (state.KeepRunningBatch(processes * kReadsEach)) state.SetIterationTime(gang.Run());
+  workers.Run();
+  while (state.KeepRunningBatch(processes * kReadsEach)) state.SetIterationTime(workers.Run());
 }
 
 void RegisterReaders() {
   const Row row("store_readers", "read one of 500 settings as a text, by number of processes at it", kTwiceOneAlone,
                 Clock::kElapsed);
-  for (const int processes : {1, 2, 4, 8}) {
-    row.At(processes).Ours(Guarded([processes](benchmark::State &state) { ReadBy(state, processes); }));
-  }
+  for (const int processes : {1, 2, 4, 8})
+    row.At(processes).Ours(SkipOnError([processes](benchmark::State &state) { ReadBy(state, processes); }));
 }
 
 void RegisterReads() {
   const Row read("store_read", "read one of 500 settings as a text", kNearTheFloor);
-  read.Ours(Guarded(OursRead)).Floor(kFloor, Guarded(BareRead));
+  read.Ours(SkipOnError(OursRead)).Floor(kFloor, SkipOnError(BareRead));
   const Row number("store_read_number", "read one of 500 settings as a number", kNearTheFloor);
-  number.Ours(Guarded(OursNumber)).Floor("bare library call and strtol", Guarded(BareNumber));
+  number.Ours(SkipOnError(OursNumber)).Floor("bare library call and strtol", SkipOnError(BareNumber));
 #if DEVSUPPORT_PEER_LMDB
-  read.Peer("LMDB", Guarded(PeerRead<Lmdb>));
+  read.Peer("LMDB", SkipOnError(PeerRead<Lmdb>));
 #endif
 #if DEVSUPPORT_PEER_SQLITE
-  read.Peer("SQLite", Guarded(PeerRead<Sqlite>));
+  read.Peer("SQLite", SkipOnError(PeerRead<Sqlite>));
 #endif
 #if DEVSUPPORT_PEER_TDB
-  read.Peer("TDB", Guarded(PeerRead<Tdb>));
+  read.Peer("TDB", SkipOnError(PeerRead<Tdb>));
 #endif
 }
 
 void RegisterSet() {
   const Row row("store_set", "set one of 500 settings, on the disk when it returns", kNearTheFloor, Clock::kElapsed);
-  row.Ours(Guarded(OursSet)).Floor("bare put and sync", Guarded(BareSet));
+  row.Ours(SkipOnError(OursSet)).Floor("bare put and sync", SkipOnError(BareSet));
 #if DEVSUPPORT_PEER_LMDB
-  row.Peer("LMDB", Guarded(PeerSet<Lmdb>));
+  row.Peer("LMDB", SkipOnError(PeerSet<Lmdb>));
 #endif
 #if DEVSUPPORT_PEER_SQLITE
-  row.Peer("SQLite, WAL", Guarded(PeerSet<Sqlite>));
+  row.Peer("SQLite, WAL", SkipOnError(PeerSet<Sqlite>));
 #endif
 }
 
@@ -200,7 +199,7 @@ void RegisterStore() {
   RegisterReaders();
   RegisterSet();
   const Row open("store_open", "open the store and close it", kNoAim, Clock::kElapsed);
-  open.Ours(Guarded(OursOpen));
+  open.Ours(SkipOnError(OursOpen));
 }
 
 }  // namespace devsupport::bench

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "bench/Guarded.h"
 #include "bench/Row.h"
+#include "bench/SkipOnError.h"
 #include "bench/StorePeers.h"
 #include "bench/StoreUse.h"
 
@@ -26,9 +26,8 @@ std::string Prefix(int matches) { return "p" + std::to_string(matches) + "."; }
 
 DB *Prefixed() {
   std::vector<std::string> keys;
-  for (const int matches : kMatches) {
+  for (const int matches : kMatches)
     for (int i = 0; i < matches; ++i) keys.push_back(Prefix(matches) + std::to_string(i));
-  }
   return Store::Get().Filled(g_uDb.tb_line, keys);
 }
 
@@ -88,7 +87,7 @@ class PeerStore {
 
 template <class Peer>
 Body PeerRead(int records) {
-  return Guarded([records](benchmark::State &state) {
+  return SkipOnError([records](benchmark::State &state) {
     const std::vector<std::string> keys = Grouped(records);
     Peer &peer = PeerStore<Peer>::OfSize(records, keys);
     Buffer out{};
@@ -139,13 +138,13 @@ void Search(benchmark::State &state, DB *table, const std::vector<std::string> &
 
 template <int (*kSearch)(DB *, const std::string &, Found &)>
 Body ByMatches(int matches) {
-  return Guarded(
+  return SkipOnError(
       [matches](benchmark::State &state) { Search<kSearch>(state, Prefixed(), {Prefix(matches)}, matches); });
 }
 
 template <int (*kSearch)(DB *, const std::string &, Found &)>
 Body ByRecords(int records) {
-  return Guarded([records](benchmark::State &state) {
+  return SkipOnError([records](benchmark::State &state) {
     Search<kSearch>(state, OfSize(records, Grouped(records)), Names(records / kGroup, Group), kGroup);
   });
 }
@@ -156,8 +155,8 @@ void RegisterStoreGrowth() {
   const Row read("store_read_records", "read a value, by number of records");
   for (const int records : kRecords) {
     const Row point = read.At(records);
-    point.Ours(Guarded([records](benchmark::State &state) { OursRead(state, records); }));
-    point.Floor("bare library call", Guarded([records](benchmark::State &state) { BareRead(state, records); }));
+    point.Ours(SkipOnError([records](benchmark::State &state) { OursRead(state, records); }));
+    point.Floor("bare library call", SkipOnError([records](benchmark::State &state) { BareRead(state, records); }));
 #if DEVSUPPORT_PEER_LMDB
     point.Peer("LMDB", PeerRead<Lmdb>(records));
 #endif

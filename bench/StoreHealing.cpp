@@ -10,10 +10,10 @@
 #include <map>
 #include <string>
 
-#include "bench/Gang.h"
-#include "bench/Guarded.h"
 #include "bench/Row.h"
+#include "bench/SkipOnError.h"
 #include "bench/StoreUse.h"
+#include "bench/WorkerProcesses.h"
 
 namespace devsupport::bench {
 
@@ -58,7 +58,7 @@ void Heal(benchmark::State &state, int records) {
   Isolate();
   Store::Shared().reset();
   const Folder &home = HomeWith(records);
-  Gang survivor(1, 1, [&home, open = false]() mutable {
+  WorkerProcesses survivor(1, 1, [&home, open = false]() mutable {
     if (!open) OpenIn(home);
     open = true;
     Read();
@@ -77,7 +77,7 @@ void OpenAfterwards(benchmark::State &state, int records) {
   const Folder &home = HomeWith(records);
   for (auto _ : state) {
     DieIn(home);
-    Gang opener(1, 1, [&home] {
+    WorkerProcesses opener(1, 1, [&home] {
       OpenIn(home);
       Read();
     });
@@ -92,9 +92,9 @@ void RegisterStoreHealing() {
                 Clock::kElapsedOnce);
   for (const int records : kRecords) {
     row.At(records)
-        .Ours(Guarded([records](benchmark::State &state) { Heal(state, records); }))
+        .Ours(SkipOnError([records](benchmark::State &state) { Heal(state, records); }))
         .Floor("opening when nobody is left",
-               Guarded([records](benchmark::State &state) { OpenAfterwards(state, records); }));
+               SkipOnError([records](benchmark::State &state) { OpenAfterwards(state, records); }));
   }
 }
 

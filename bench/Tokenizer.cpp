@@ -49,9 +49,8 @@ void Split(benchmark::State &state) {
 void Ours(const char *list, std::size_t length) {
   TStrTok tok;
   TStrTok_SetSource(&tok, 0, list, static_cast<int>(length));
-  while (TStrTok_GoDelimit_AnyChar(&tok, kDelimiters, 0) != 0) {
+  while (TStrTok_GoDelimit_AnyChar(&tok, kDelimiters, 0) != 0)
     Use(tok.pTok, static_cast<std::size_t>(tok.pTokEnd - tok.pTok));
-  }
 }
 
 // The floor: two comparisons a character.
@@ -81,17 +80,14 @@ void StrtokR(const char *list, std::size_t length) {
   std::memcpy(copy.data(), list, length + 1);
   char *rest = nullptr;
   for (char *field = strtok_r(copy.data(), kDelimiters, &rest); field != nullptr;
-       field = strtok_r(nullptr, kDelimiters, &rest)) {
+       field = strtok_r(nullptr, kDelimiters, &rest))
     Use(field, std::strlen(field));
-  }
 }
 
 #if DEVSUPPORT_PEER_ABSEIL
 void StrSplit(const char *list, std::size_t length) {
-  for (const absl::string_view field :
-       absl::StrSplit(absl::string_view(list, length), absl::ByAnyChar(kDelimiters))) {
+  for (const absl::string_view field : absl::StrSplit(absl::string_view(list, length), absl::ByAnyChar(kDelimiters)))
     Use(field.data(), field.size());
-  }
 }
 #endif
 

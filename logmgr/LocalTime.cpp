@@ -20,48 +20,52 @@
 #include "logmgr/LocalTime.h"
 
 #include <atomic>
+#include <cstdint>
 #include <ctime>
 
 namespace devsupport {
 
 namespace {
 
-constexpr uint32_t kSecondsPerMinute = 60;
-constexpr uint32_t kSecondsPerHour = 3600;
-constexpr uint32_t kSecondsPerDay = 86400;
-constexpr uint32_t kNsPerMs = 1'000'000;
+constexpr std::uint32_t kSecondsPerMinute = 60;
+constexpr std::uint32_t kSecondsPerHour = 3600;
+constexpr std::uint32_t kSecondsPerDay = 86400;
+constexpr std::uint32_t kNsPerMs = 1'000'000;
 
-constexpr uint32_t kDistanceBits = 17;
-constexpr uint32_t kDistanceMask = (1u << kDistanceBits) - 1;
+constexpr std::uint32_t kDistanceBits = 17;
+constexpr std::uint32_t kDistanceMask = (1u << kDistanceBits) - 1;
 static_assert(kSecondsPerDay <= kDistanceMask);
 
 // A minute that never comes: 32 bits of seconds end before. A device without a battery starts in minute 0.
-constexpr uint32_t kNoMinute = UINT32_MAX;
+constexpr std::uint32_t kNoMinute = UINT32_MAX;
 
-constinit std::atomic<uint32_t> g_dwMinute{kNoMinute};
-constinit std::atomic<uint32_t> g_dwDistance{0};
-constinit std::atomic<uint32_t> g_bRefreshing{0};
-static_assert(std::atomic<uint32_t>::is_always_lock_free, "the device has no library that would make them so");
+constinit std::atomic<std::uint32_t> g_dwMinute{kNoMinute};
+constinit std::atomic<std::uint32_t> g_dwDistance{0};
+constinit std::atomic<std::uint32_t> g_bRefreshing{0};
+static_assert(std::atomic<std::uint32_t>::is_always_lock_free, "the device has no library that would make them so");
 
-constexpr uint32_t Tagged(uint32_t dwMinute, uint32_t dwDistance) { return dwMinute << kDistanceBits | dwDistance; }
+constexpr std::uint32_t Tagged(std::uint32_t dwMinute, std::uint32_t dwDistance) {
+  return dwMinute << kDistanceBits | dwDistance;
+}
 
-void AskLibrary(uint32_t dwNow, uint32_t dwMinute) {
+void AskLibrary(std::uint32_t dwNow, std::uint32_t dwMinute) {
   const auto now = static_cast<time_t>(dwNow);
   struct tm local {};
   ::tzset();
   if (::localtime_r(&now, &local) == nullptr) return;
-  const auto dwLocal = static_cast<uint32_t>(local.tm_hour) * kSecondsPerHour +
-                       static_cast<uint32_t>(local.tm_min) * kSecondsPerMinute + static_cast<uint32_t>(local.tm_sec);
-  const uint32_t dwDistance = (dwLocal + kSecondsPerDay - dwNow % kSecondsPerDay) % kSecondsPerDay;
+  const auto dwLocal = static_cast<std::uint32_t>(local.tm_hour) * kSecondsPerHour +
+                       static_cast<std::uint32_t>(local.tm_min) * kSecondsPerMinute +
+                       static_cast<std::uint32_t>(local.tm_sec);
+  const std::uint32_t dwDistance = (dwLocal + kSecondsPerDay - dwNow % kSecondsPerDay) % kSecondsPerDay;
   g_dwDistance.store(Tagged(dwMinute, dwDistance), std::memory_order_relaxed);
   g_dwMinute.store(dwMinute, std::memory_order_release);
 }
 
 // Seconds that local time is ahead of UTC, within a day.
-uint32_t Distance(uint32_t dwNow) {
-  const uint32_t dwMinute = dwNow / kSecondsPerMinute;
+std::uint32_t Distance(std::uint32_t dwNow) {
+  const std::uint32_t dwMinute = dwNow / kSecondsPerMinute;
   if (g_dwMinute.load(std::memory_order_acquire) == dwMinute) [[likely]] {
-    const uint32_t dwDistance = g_dwDistance.load(std::memory_order_relaxed);
+    const std::uint32_t dwDistance = g_dwDistance.load(std::memory_order_relaxed);
     if (Tagged(dwMinute, dwDistance & kDistanceMask) == dwDistance) [[likely]]
       return dwDistance & kDistanceMask;
   }
@@ -79,10 +83,10 @@ uint32_t Distance(uint32_t dwNow) {
 LocalTime LocalTimeNow() {
   timespec now{};
   ::clock_gettime(CLOCK_REALTIME, &now);
-  const auto dwNow = static_cast<uint32_t>(now.tv_sec);  // until 2106
-  const uint32_t dwOfDay = (dwNow % kSecondsPerDay + Distance(dwNow)) % kSecondsPerDay;
+  const auto dwNow = static_cast<std::uint32_t>(now.tv_sec);  // until 2106
+  const std::uint32_t dwOfDay = (dwNow % kSecondsPerDay + Distance(dwNow)) % kSecondsPerDay;
   return {dwOfDay / kSecondsPerHour, dwOfDay / kSecondsPerMinute % 60, dwOfDay % 60,
-          static_cast<uint32_t>(now.tv_nsec) / kNsPerMs};
+          static_cast<std::uint32_t>(now.tv_nsec) / kNsPerMs};
 }
 
 }  // namespace devsupport

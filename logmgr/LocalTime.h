@@ -7,10 +7,10 @@
 namespace devsupport {
 
 struct LocalTime {
-  uint32_t dwHour;    // 0-23
-  uint32_t dwMinute;  // 0-59
-  uint32_t dwSecond;  // 0-59
-  uint32_t dwMs;      // 0-999
+  std::uint32_t dwHour;    // 0-23
+  std::uint32_t dwMinute;  // 0-59
+  std::uint32_t dwSecond;  // 0-59
+  std::uint32_t dwMs;      // 0-999
 };
 
 /// Threads: safe. Never waits for another thread, but to be the first of the process.

@@ -8,12 +8,13 @@
 #include <devsupport/text/StrTokScan.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 
 namespace {
 
 constexpr std::size_t kSearchBytes = 128;
-constexpr int32_t kListBytes = 256;
+constexpr std::int32_t kListBytes = 256;
 
 constexpr char kLevelKey[] = "dbl";
 constexpr char kMaskKey[] = "dbm";
@@ -35,9 +36,9 @@ int GetDbLogParam(const char *pName, const char *pKey, int nDefault) {
   return bFound ? TStrTok_Token2Int_Ret(&tok) : nDefault;
 }
 
-void LogInfo_LoadFilter(const char *pName, int *pnLevel, uint32_t *pdwMask) {
+void LogInfo_LoadFilter(const char *pName, int *pnLevel, std::uint32_t *pdwMask) {
   const int nLevel = GetDbLogParam(pName, kLevelKey, kDefaultLevel);
-  const auto dwMask = static_cast<uint32_t>(GetDbLogParam(pName, kMaskKey, kDefaultMask));
+  const auto dwMask = static_cast<std::uint32_t>(GetDbLogParam(pName, kMaskKey, kDefaultMask));
   TLogInfoShm_ChangeFilter(nLevel, dwMask);
   if (pnLevel != nullptr) *pnLevel = nLevel;
   if (pdwMask != nullptr) *pdwMask = dwMask;

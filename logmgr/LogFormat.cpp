@@ -2,6 +2,7 @@
 
 #include <devsupport/logmgr/LogFormat.h>
 
+#include <cstdint>
 #include <cstdio>
 
 char *LogFmt_Int(char *pBuf, int nValue) {
@@ -34,7 +35,7 @@ char *LogFmt_Chn(char *pBuf, int nChannel) {
   return pBuf;
 }
 
-char *LogFmt_Sid(char *pBuf, int16_t nSid) {
+char *LogFmt_Sid(char *pBuf, std::int16_t nSid) {
   // Kept: the number is widened with its sign before it is shown as bits.
   const int nWide = nSid;
   std::sprintf(pBuf, "SID=%x, ", static_cast<unsigned>(nWide));

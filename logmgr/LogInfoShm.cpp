@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <bit>
+#include <cstdint>
 #include <cstring>
 
 // The records' layout, in bytes.
@@ -52,64 +53,64 @@ static_assert(std::endian::native == std::endian::little,
               "the record's second word is two halves, the low one first");
 
 struct RingKeys {
-  int32_t nShareKey;
-  int32_t nSemKey;
-  uint32_t dwCells;
+  std::int32_t nShareKey;
+  std::int32_t nSemKey;
+  std::uint32_t dwCells;
 };
 constexpr RingKeys kLogRing{LOGRING_LOG_SHARE_KEY, LOGRING_LOG_SEM_KEY, LOGRING_LOG_CELLS};
 constexpr RingKeys kEvtRing{LOGRING_EVT_SHARE_KEY, LOGRING_EVT_SEM_KEY, LOGRING_EVT_CELLS};
 
 // A record that was never opened has semaphore 0, which may well be somebody's: whoever uses a ring asks here first.
-bool __IsOpen(const TShmQueue &que) { return que.header != nullptr; }
+bool IsOpen(const TShmQueue &que) { return que.header != nullptr; }
 
-int __CloseRing(TShmQueue *pQue) {
-  if (!__IsOpen(*pQue)) return 1;
+int CloseRing(TShmQueue *pQue) {
+  if (!IsOpen(*pQue)) return 1;
   const int nResult = TShmQueue_Close(pQue, 0);  // Kept: the ring stays in the system, for its reader
   *pQue = TShmQueue{};
   return nResult;
 }
 
 // The user area begins 256 bytes into the page-aligned segment.
-TLogRingUser &__UserArea(const TShmQueue &que) {
+TLogRingUser &UserArea(const TShmQueue &que) {
   return *static_cast<TLogRingUser *>(static_cast<void *>(que.pUserArea));
 }
 
-uint16_t __WithSequence(uint16_t wWord, uint32_t dwSequence) {
-  return static_cast<uint16_t>((wWord & ~LOGCELL_MAX(SEQUENCE)) | LOGCELL_PUT(dwSequence, SEQUENCE));
+std::uint16_t WithSequence(std::uint16_t wWord, std::uint32_t dwSequence) {
+  return static_cast<std::uint16_t>((wWord & ~LOGCELL_MAX(SEQUENCE)) | LOGCELL_PUT(dwSequence, SEQUENCE));
 }
 
-void __StartCounters(const TShmQueue &que) {
-  TLogRingUser &user = __UserArea(que);
-  user.wSequence = __WithSequence(user.wSequence, 0);
-  user.wSecond = __WithSequence(user.wSecond, 0);
+void StartCounters(const TShmQueue &que) {
+  TLogRingUser &user = UserArea(que);
+  user.wSequence = WithSequence(user.wSequence, 0);
+  user.wSecond = WithSequence(user.wSecond, 0);
 }
 
 // The old ring is left when the new one is attached: the other way round the last user would take the semaphore
 // along.
-bool __OpenRing(const RingKeys &keys, TShmQueue *pQue) {
+bool OpenRing(const RingKeys &keys, TShmQueue *pQue) {
   TShmQueue opened{};
   TShmQueueOpt opt{LOGRING_USER_BYTES, 1, 0};
   const bool bOpen = TShmQueue_Create(keys.nShareKey, keys.nSemKey, keys.dwCells, LOGCELL_BYTES, &opt, &opened) == 1;
   if (bOpen && opt.bNewCreated != 0) {
-    __StartCounters(opened);
+    StartCounters(opened);
     TShmQueue_Unlock(&opened);
   }
-  if (!bOpen && __IsOpen(opened)) {  // a ring of other measures: not ours to write in, nor its semaphore to remove
+  if (!bOpen && IsOpen(opened)) {  // a ring of other measures: not ours to write in, nor its semaphore to remove
     int bWasLast = 0;
     ShareMem_Close(&opened.shm, 0, &bWasLast);
   }
-  __CloseRing(pQue);
+  CloseRing(pQue);
   if (bOpen) *pQue = opened;
   return bOpen;
 }
 
-void __SetName(const char *pName) {
+void SetName(const char *pName) {
   TLogInfoShmData &channel = _g_uLogInfoShmData;
   StrNcpy(channel.szName, pName != nullptr ? pName : "", sizeof channel.szName);
-  channel.nNameLen = static_cast<int32_t>(std::strlen(channel.szName));
+  channel.nNameLen = static_cast<std::int32_t>(std::strlen(channel.szName));
 }
 
-uint32_t __TimeWord() {
+std::uint32_t TimeWord() {
   const LocalTime now = devsupport::LocalTimeNow();
   return LOGCELL_PUT(now.dwHour, HOUR) | LOGCELL_PUT(now.dwMinute, MINUTE) | LOGCELL_PUT(now.dwSecond, SECOND) |
          LOGCELL_PUT(now.dwMs, MS);
@@ -117,23 +118,23 @@ uint32_t __TimeWord() {
 
 // Stores a word where it need not be aligned: the slot's offset comes out of shared memory.
 template <typename TWord>
-void __Store(uint8_t *pDest, TWord word) {
+void Store(std::uint8_t *pDest, TWord word) {
   std::memcpy(pDest, &word, sizeof word);
 }
 
 struct TextPart {
-  uint32_t dwChars;  // in the record, the name included
-  uint32_t dwTaken;  // of the message
+  std::uint32_t dwChars;  // in the record, the name included
+  std::uint32_t dwTaken;  // of the message
 };
 
 // Writes the text of one record: the name, if it goes in front, and as much of the message as there is room for.
-TextPart __FillText(char *pDest, uint32_t dwNameLen, const char *pText, uint32_t dwRest) {
-  const uint32_t dwChars = std::min<uint32_t>(dwNameLen + dwRest, LOGCELL_TEXT_CHARS);
-  const uint32_t dwTaken = dwChars - dwNameLen;
+TextPart FillText(char *pDest, std::uint32_t dwNameLen, const char *pText, std::uint32_t dwRest) {
+  const std::uint32_t dwChars = std::min<std::uint32_t>(dwNameLen + dwRest, LOGCELL_TEXT_CHARS);
+  const std::uint32_t dwTaken = dwChars - dwNameLen;
   if (dwNameLen != 0) {
     std::memcpy(pDest, _g_uLogInfoShmData.szName, dwNameLen);
     // Kept: behind a name the text ends at its first NUL, within the length that was announced.
-    StrNcpy(pDest + dwNameLen, pText, static_cast<int32_t>(dwTaken + 1));
+    StrNcpy(pDest + dwNameLen, pText, static_cast<std::int32_t>(dwTaken + 1));
   } else {
     // Not memcpy: of one with so low a limit the compiler makes a string instruction, which takes its time to start.
     devsupport::CopyBytes(pDest, pText, dwTaken);
@@ -147,86 +148,86 @@ TextPart __FillText(char *pDest, uint32_t dwNameLen, const char *pText, uint32_t
 // The record is whole before it is seen, and its number is used up by then: a writer that dies in between leaves one
 // number out, which readers take for the one lost record that it is. With the number left for the next record they
 // would find two of the same number.
-uint32_t __WriteRecord(const TShmQueue &que, uint32_t dwTime, uint32_t dwType, uint32_t dwNameLen, const char *pText,
-                       uint32_t dwRest) {
+std::uint32_t WriteRecord(const TShmQueue &que, std::uint32_t dwTime, std::uint32_t dwType, std::uint32_t dwNameLen,
+                          const char *pText, std::uint32_t dwRest) {
   const RingCell cell = devsupport::BeginCell(que);
-  uint8_t *pRecord = cell.pSlot + devsupport::kSlotLengthBytes;
-  TLogRingUser &user = __UserArea(que);
-  const uint16_t wSequence = user.wSequence;
+  std::uint8_t *pRecord = cell.pSlot + devsupport::kSlotLengthBytes;
+  TLogRingUser &user = UserArea(que);
+  const std::uint16_t wSequence = user.wSequence;
 
-  __Store(pRecord + offsetof(TLogCell, dwTime), dwTime);
+  Store(pRecord + offsetof(TLogCell, dwTime), dwTime);
   // Kept: the half word behind this one is not written, and keeps what the slot held.
-  __Store(pRecord + offsetof(TLogCell, wSequence),
-          static_cast<uint16_t>(LOGCELL_PUT(wSequence, SEQUENCE) | LOGCELL_PUT(dwType, TYPE)));
+  Store(pRecord + offsetof(TLogCell, wSequence),
+        static_cast<std::uint16_t>(LOGCELL_PUT(wSequence, SEQUENCE) | LOGCELL_PUT(dwType, TYPE)));
   char *pRecordText = reinterpret_cast<char *>(pRecord) + offsetof(TLogCell, szText);
-  const TextPart part = __FillText(pRecordText, dwNameLen, pText, dwRest);
+  const TextPart part = FillText(pRecordText, dwNameLen, pText, dwRest);
   devsupport::StoreSlotLength(cell.pSlot, LOGCELL_LENGTH(part.dwChars));
-  user.wSequence = __WithSequence(wSequence, wSequence + 1u);
+  user.wSequence = WithSequence(wSequence, wSequence + 1u);
   devsupport::PublishOverwriting(que, cell);
   return part.dwTaken;
 }
 
-void __WriteText(TShmQueue *pQue, const char *pText, int nType) {
+void WriteText(TShmQueue *pQue, const char *pText, int nType) {
   // Kept: the length is taken modulo 65536.
-  _TLogInfoShm_WriteData(pQue, pText, static_cast<uint16_t>(std::strlen(pText)), nType);
+  _TLogInfoShm_WriteData(pQue, pText, static_cast<std::uint16_t>(std::strlen(pText)), nType);
 }
 
-void __WriteSized(TShmQueue *pQue, const char *pText, int nSize, int nType) {
+void WriteSized(TShmQueue *pQue, const char *pText, int nSize, int nType) {
   if (nSize < 1) return;
-  _TLogInfoShm_WriteData(pQue, pText, static_cast<uint16_t>(nSize - 1), nType);
+  _TLogInfoShm_WriteData(pQue, pText, static_cast<std::uint16_t>(nSize - 1), nType);
 }
 
 }  // namespace
 
-int TLogInfoShm_Open(int nFilterLevel, uint32_t dwFilterMask, const char *pName) {
+int TLogInfoShm_Open(int nFilterLevel, std::uint32_t dwFilterMask, const char *pName) {
   TLogInfoShm_ChangeFilter(nFilterLevel, dwFilterMask);
-  __SetName(pName);
+  SetName(pName);
   devsupport::LocalTimeNow();  // from now on there is a distance to UTC that any thread can use
-  if (!__OpenRing(kLogRing, &_g_uLogInfoShmData.uLogQue)) return 0;
-  return __OpenRing(kEvtRing, &_g_uLogInfoShmData.uEvtQue) ? 1 : 0;
+  if (!OpenRing(kLogRing, &_g_uLogInfoShmData.uLogQue)) return 0;
+  return OpenRing(kEvtRing, &_g_uLogInfoShmData.uEvtQue) ? 1 : 0;
 }
 
 int TLogInfoShm_Close(void) {
-  __CloseRing(&_g_uLogInfoShmData.uLogQue);
-  return __CloseRing(&_g_uLogInfoShmData.uEvtQue);
+  CloseRing(&_g_uLogInfoShmData.uLogQue);
+  return CloseRing(&_g_uLogInfoShmData.uEvtQue);
 }
 
-void TLogInfoShm_ChangeFilter(int nFilterLevel, uint32_t dwFilterMask) {
+void TLogInfoShm_ChangeFilter(int nFilterLevel, std::uint32_t dwFilterMask) {
   std::atomic_ref(_g_uLogInfoShmData.nFilterLevel).store(nFilterLevel, std::memory_order_relaxed);
   std::atomic_ref(_g_uLogInfoShmData.dwFilterMask).store(dwFilterMask, std::memory_order_relaxed);
 }
 
-int TLogInfoShm_IsEnabled(int nLevel, uint32_t dwModuleMask) {
+int TLogInfoShm_IsEnabled(int nLevel, std::uint32_t dwModuleMask) {
   TLogInfoShmData &channel = _g_uLogInfoShmData;
   if (std::atomic_ref(channel.nFilterLevel).load(std::memory_order_relaxed) < nLevel) return 0;
   return (std::atomic_ref(channel.dwFilterMask).load(std::memory_order_relaxed) & dwModuleMask) != 0 ? 1 : 0;
 }
 
 void TLogInfoShm_Write(const char *pText, int nType, int /*nExtra*/) {
-  __WriteText(&_g_uLogInfoShmData.uLogQue, pText, nType);
+  WriteText(&_g_uLogInfoShmData.uLogQue, pText, nType);
 }
 
 void TLogInfoShm_WriteN(const char *pText, int nSize, int nType) {
-  __WriteSized(&_g_uLogInfoShmData.uLogQue, pText, nSize, nType);
+  WriteSized(&_g_uLogInfoShmData.uLogQue, pText, nSize, nType);
 }
 
-void TLogInfoShm_Write_Evt(const char *pText, int nType) { __WriteText(&_g_uLogInfoShmData.uEvtQue, pText, nType); }
+void TLogInfoShm_Write_Evt(const char *pText, int nType) { WriteText(&_g_uLogInfoShmData.uEvtQue, pText, nType); }
 
 void TLogInfoShm_WriteN_Evt(const char *pText, int nSize, int nType) {
-  __WriteSized(&_g_uLogInfoShmData.uEvtQue, pText, nSize, nType);
+  WriteSized(&_g_uLogInfoShmData.uEvtQue, pText, nSize, nType);
 }
 
-void _TLogInfoShm_WriteData(TShmQueue *pQue, const char *pText, uint16_t wLength, int nType) {
+void _TLogInfoShm_WriteData(TShmQueue *pQue, const char *pText, std::uint16_t wLength, int nType) {
   devsupport::StandardAssert(pQue != nullptr, kAssertedText, kAssertedFile, kWriteDataLine, "_TLogInfoShm_WriteData");
-  if (wLength == 0 || !__IsOpen(*pQue)) return;
+  if (wLength == 0 || !IsOpen(*pQue)) return;
 
-  const uint32_t dwTime = __TimeWord();
-  auto dwNameLen = static_cast<uint32_t>(_g_uLogInfoShmData.nNameLen);
+  const std::uint32_t dwTime = TimeWord();
+  auto dwNameLen = static_cast<std::uint32_t>(_g_uLogInfoShmData.nNameLen);
   const RingLock lock(pQue->semid);
-  uint32_t dwRest = wLength;
-  for (uint32_t dwFragment = 0; dwRest != 0 && dwFragment < LOGCELL_FRAGMENTS; ++dwFragment) {
-    const uint32_t dwTaken = __WriteRecord(*pQue, dwTime | LOGCELL_PUT(dwFragment, FRAGMENT),
-                                           static_cast<uint32_t>(nType), dwNameLen, pText, dwRest);
+  std::uint32_t dwRest = wLength;
+  for (std::uint32_t dwFragment = 0; dwRest != 0 && dwFragment < LOGCELL_FRAGMENTS; ++dwFragment) {
+    const std::uint32_t dwTaken = WriteRecord(*pQue, dwTime | LOGCELL_PUT(dwFragment, FRAGMENT),
+                                              static_cast<std::uint32_t>(nType), dwNameLen, pText, dwRest);
     pText += dwTaken;
     dwRest -= dwTaken;
     dwNameLen = 0;  // it stands in front of the first record only

@@ -36,7 +36,7 @@ class Message {
   char *pEnd_ = szText_;
 };
 
-void __Cat(const char *pFile, int nLine, int nType, int nExtra, std::initializer_list<const char *> pieces) {
+void Cat(const char *pFile, int nLine, int nType, int nExtra, std::initializer_list<const char *> pieces) {
   Message message;
   for (const char *pPiece : pieces) message.Append(pPiece);
   // Kept: the location has its own format, whatever LogInfo_SetLocFmt was given, and is cut to its own buffer.
@@ -88,7 +88,7 @@ const char *LogInfo_SetLocFmt(const char *pFormat) {
 #define PIECES_12 PIECES_11, const char *p12
 #define CAT(n, ...)                                                                      \
   void LogInfo_Cat##n(const char *pFile, int nLine, int nType, int nExtra, PIECES_##n) { \
-    __Cat(pFile, nLine, nType, nExtra, {__VA_ARGS__});                                   \
+    Cat(pFile, nLine, nType, nExtra, {__VA_ARGS__});                                     \
   }
 
 CAT(1, p1)

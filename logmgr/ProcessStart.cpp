@@ -14,20 +14,20 @@ constexpr std::size_t kPidTextBytes = 16;
 
 // Kept: the handled signals are numbers, on every machine. On MIPS they are SIGHUP, SIGINT, SIGQUIT, SIGABRT,
 // SIGKILL, SIGALRM, SIGTERM and SIGSTOP; the two that nobody can handle are asked for like the others.
-constexpr uint32_t kHandledBelow24 = 0x80c24e;
+constexpr std::uint32_t kHandledBelow24 = 0x80c24e;
 constexpr int kIgnoredToo[] = {52, 53};
 constexpr int kHandledToo = 50;
 
 struct sigaction g_uHandle {};
 struct sigaction g_uIgnore {};
 
-void __Fill(struct sigaction *puAction, TSignalFunc pfnHandler) {
+void Fill(struct sigaction *puAction, TSignalFunc pfnHandler) {
   *puAction = {};
   puAction->sa_handler = pfnHandler;
   sigemptyset(&puAction->sa_mask);
 }
 
-bool __IsHandled(int nSignal) { return nSignal < 24 && (kHandledBelow24 >> nSignal & 1u) != 0; }
+bool IsHandled(int nSignal) { return nSignal < 24 && (kHandledBelow24 >> nSignal & 1u) != 0; }
 
 }  // namespace
 
@@ -47,13 +47,12 @@ int SetRealtimePriority(int nPriority) {
 }
 
 int Signal_InitHandlers(TSignalFunc pfnHandler) {
-  __Fill(&g_uHandle, pfnHandler);
-  __Fill(&g_uIgnore, SIG_IGN);
+  Fill(&g_uHandle, pfnHandler);
+  Fill(&g_uIgnore, SIG_IGN);
   // Kept: faults and ended children are ignored, too; these daemons want it so.
   const int nHighest = SIGRTMAX;
-  for (int nSignal = 1; nSignal <= nHighest; ++nSignal) {
-    ::sigaction(nSignal, __IsHandled(nSignal) ? &g_uHandle : &g_uIgnore, nullptr);
-  }
+  for (int nSignal = 1; nSignal <= nHighest; ++nSignal)
+    ::sigaction(nSignal, IsHandled(nSignal) ? &g_uHandle : &g_uIgnore, nullptr);
   for (const int nSignal : kIgnoredToo) ::sigaction(nSignal, &g_uIgnore, nullptr);
   return ::sigaction(kHandledToo, &g_uHandle, nullptr);
 }

@@ -7,6 +7,8 @@
 #include "lib/container/HeapBlock.h"
 #include "lib/container/Slots.h"
 
+#include <cstdint>
+
 // The records' layout, in bytes.
 DEVSUPPORT_DEVICE_RECORD_BYTES(TAllotArray, 52);
 DEVSUPPORT_DEVICE_FIELD_AT(TAllotArray, pnFreeRoom, 0);

@@ -12,13 +12,9 @@ namespace devsupport {
 /// a failure.
 template <typename T>
 T *AllocateBlock(std::int64_t nCount, std::int64_t nElementSize = sizeof(T)) {
-  if (nCount < 0 || nElementSize < 0 || nCount > UINT32_MAX || nElementSize > UINT32_MAX) {
-    return nullptr;
-  }
+  if (nCount < 0 || nElementSize < 0 || nCount > UINT32_MAX || nElementSize > UINT32_MAX) return nullptr;
   const std::uint64_t qwBytes = static_cast<std::uint64_t>(nCount) * static_cast<std::uint64_t>(nElementSize);
-  if (qwBytes > UINT32_MAX) {
-    return nullptr;
-  }
+  if (qwBytes > UINT32_MAX) return nullptr;
   return static_cast<T *>(std::malloc(qwBytes != 0 ? static_cast<std::size_t>(qwBytes) : 1));
 }
 

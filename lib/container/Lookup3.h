@@ -25,13 +25,10 @@ inline std::uint32_t LoadLittle(const unsigned char *p) {
 /// The last nBytes (1 to 4) bytes in front of pEnd as a zero-padded word. nLength is the whole key's: when it has four
 /// bytes they are loaded at once and what belongs to an earlier word is shifted out.
 inline std::uint32_t LoadTail(const unsigned char *pEnd, std::size_t nBytes, std::size_t nLength) {
-  if (nLength >= 4) [[likely]] {
+  if (nLength >= 4) [[likely]]
     return LoadLittle(pEnd - 4) >> (8 * (4 - nBytes));
-  }
   std::uint32_t dw = 0;
-  for (std::size_t i = 1; i <= nBytes; ++i) {
-    dw = dw << 8 | pEnd[-static_cast<std::ptrdiff_t>(i)];
-  }
+  for (std::size_t i = 1; i <= nBytes; ++i) dw = dw << 8 | pEnd[-static_cast<std::ptrdiff_t>(i)];
   return dw;
 }
 
@@ -72,9 +69,7 @@ inline std::uint32_t hashlittle(const void *pKey, std::size_t nLength, std::uint
     u.c += LoadLittle(p + 8);
     Mix(u);
   }
-  if (nLeft == 0) {
-    return u.c;
-  }
+  if (nLeft == 0) return u.c;
   const unsigned char *pEnd = p + nLeft;
   if (nLeft > 8) {
     u.a += LoadLittle(p);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 
 // The records' layout, in bytes.
 DEVSUPPORT_DEVICE_RECORD_BYTES(TMyHash, 92);
@@ -57,9 +58,7 @@ Key KeyOf(TMyHashKeyFunc fnKey, const void *pFrom) {
 
 // The bucket of a key, or kNoBucket when there is no key or the owner's function names no bucket of this table.
 [[gnu::always_inline]] inline std::uint32_t ChainOf(const TMyHash &uHash, Key uKey) {
-  if (uKey.pBytes == nullptr) {
-    return kNoBucket;
-  }
+  if (uKey.pBytes == nullptr) return kNoBucket;
   const std::uint32_t nBucket = BucketOf(uHash, uKey);
   return nBucket < uHash.nBucketCnt ? nBucket : kNoBucket;
 }
@@ -69,9 +68,7 @@ unsigned char *EntryOf(const TMyHash &uHash, std::int32_t nSlot) {
 }
 
 void TellSlot(int *pnSlot, std::int32_t nSlot) {
-  if (pnSlot != nullptr) {
-    *pnSlot = nSlot;
-  }
+  if (pnSlot != nullptr) *pnSlot = nSlot;
 }
 
 struct ChainSearch {
@@ -84,9 +81,7 @@ struct ChainSearch {
   for (std::int32_t nSlot = uHash.pnBucket[nBucket]; nSlot != kNoSlot; nSlot = uHash.pnNext[nSlot]) {
     // The way on is fetched while the owner compares.
     __builtin_prefetch(&uHash.pnNext[nSlot]);
-    if (uHash.fnIsMatch(EntryOf(uHash, nSlot), pArg) != 0) {
-      return {nSlot, nLast};
-    }
+    if (uHash.fnIsMatch(EntryOf(uHash, nSlot), pArg) != 0) return {nSlot, nLast};
     nLast = nSlot;
   }
   return {kNoSlot, nLast};
@@ -94,17 +89,13 @@ struct ChainSearch {
 
 std::int32_t LastOfChain(const TMyHash &uHash, std::uint32_t nBucket) {
   std::int32_t nLast = kNoSlot;
-  for (std::int32_t nSlot = uHash.pnBucket[nBucket]; nSlot != kNoSlot; nSlot = uHash.pnNext[nSlot]) {
-    nLast = nSlot;
-  }
+  for (std::int32_t nSlot = uHash.pnBucket[nBucket]; nSlot != kNoSlot; nSlot = uHash.pnNext[nSlot]) nLast = nSlot;
   return nLast;
 }
 
 // Has the memory of the slot that the next addition takes fetched, while its key is hashed.
 void PrefetchFreeSlot(const TMyHash &uHash) {
-  if (AllSlotsInUse(uHash.uAllot)) {
-    return;
-  }
+  if (AllSlotsInUse(uHash.uAllot)) return;
   const std::int32_t nSlot = NextFreeSlot(uHash.uAllot);
   constexpr int kForWriting = 1;
   __builtin_prefetch(EntryOf(uHash, nSlot), kForWriting);
@@ -119,11 +110,10 @@ void PrefetchFreeSlot(const TMyHash &uHash) {
 std::int32_t Append(TMyHash &uHash, std::uint32_t nBucket, std::int32_t nLast, const void *pData) {
   const std::int32_t nSlot = TakeSlot(uHash.uAllot);
   uHash.pnPrev[nSlot] = nLast;
-  if (nLast == kNoSlot) {
+  if (nLast == kNoSlot)
     uHash.pnBucket[nBucket] = nSlot;
-  } else {
+  else
     uHash.pnNext[nLast] = nSlot;
-  }
   uHash.pnNext[nSlot] = kNoSlot;
   CopyBytes(EntryOf(uHash, nSlot), pData, static_cast<std::size_t>(uHash.nDataSize));
   return nSlot;
@@ -132,16 +122,13 @@ std::int32_t Append(TMyHash &uHash, std::uint32_t nBucket, std::int32_t nLast, c
 void Unlink(TMyHash &uHash, std::uint32_t nBucket, std::int32_t nSlot) {
   const std::int32_t nNext = uHash.pnNext[nSlot];
   const std::int32_t nPrev = uHash.pnPrev[nSlot];
-  if (nPrev != kNoSlot) {
+  if (nPrev != kNoSlot)
     uHash.pnNext[nPrev] = nNext;
-  } else {
+  else
     uHash.pnBucket[nBucket] = nNext;
-  }
   uHash.pnPrev[nSlot] = kNoSlot;
   uHash.pnNext[nSlot] = kNoSlot;
-  if (nNext != kNoSlot) {
-    uHash.pnPrev[nNext] = nPrev;
-  }
+  if (nNext != kNoSlot) uHash.pnPrev[nNext] = nPrev;
 }
 
 bool AllocateBlocks(TMyHash &uHash, int nMaxCount) {
@@ -180,20 +167,16 @@ TMyHashBucketFunc TMyHash_SetHashFunc(TMyHash *puHash, TMyHashBucketFunc fnHash)
   return fnHash;  // Kept: the function just installed, not the one before it.
 }
 
-uint32_t TMyHash_KeyToIdx(const TMyHash *puHash, const void *pKey, int nKeyLen) {
+std::uint32_t TMyHash_KeyToIdx(const TMyHash *puHash, const void *pKey, int nKeyLen) {
   return BucketOf(*puHash, {pKey, nKeyLen});
 }
 
 void *TMyHash_Find(const TMyHash *puHash, const void *pArg, int *pnSlot) {
   TellSlot(pnSlot, kNoSlot);
   const std::uint32_t nBucket = ChainOf(*puHash, KeyOf(puHash->fnArgKey, pArg));
-  if (nBucket == kNoBucket) {
-    return nullptr;
-  }
+  if (nBucket == kNoBucket) return nullptr;
   const std::int32_t nFound = SearchChain(*puHash, nBucket, pArg).nFound;
-  if (nFound == kNoSlot) {
-    return nullptr;
-  }
+  if (nFound == kNoSlot) return nullptr;
   TellSlot(pnSlot, nFound);
   return EntryOf(*puHash, nFound);
 }
@@ -203,9 +186,7 @@ int TMyHash_Add(TMyHash *puHash, const void *pData, int *pnSlot) {
   TellSlot(pnSlot, kNoSlot);
   PrefetchFreeSlot(*puHash);
   const std::uint32_t nBucket = ChainOf(*puHash, KeyOf(puHash->fnDataKey, pData));
-  if (nBucket == kNoBucket || AllSlotsInUse(puHash->uAllot)) {
-    return 0;
-  }
+  if (nBucket == kNoBucket || AllSlotsInUse(puHash->uAllot)) return 0;
   TellSlot(pnSlot, Append(*puHash, nBucket, LastOfChain(*puHash, nBucket), pData));
   return 1;
 }
@@ -217,31 +198,23 @@ int TMyHash_AddUnique(TMyHash *puHash, const void *pArg, const void *pData, int 
   constexpr int kNotAdded = 2;
   TellSlot(pnSlot, kNoSlot);
   const std::uint32_t nBucket = ChainOf(*puHash, KeyOf(puHash->fnArgKey, pArg));
-  if (nBucket == kNoBucket) {
-    return kNotAdded;
-  }
+  if (nBucket == kNoBucket) return kNotAdded;
   const ChainSearch uSearch = SearchChain(*puHash, nBucket, pArg);
   if (uSearch.nFound != kNoSlot) {
     TellSlot(pnSlot, uSearch.nFound);
     return kExists;
   }
-  if (AllSlotsInUse(puHash->uAllot)) {
-    return kNotAdded;
-  }
+  if (AllSlotsInUse(puHash->uAllot)) return kNotAdded;
   TellSlot(pnSlot, Append(*puHash, nBucket, uSearch.nLast, pData));
   return kAdded;
 }
 
 int TMyHash_Delete(TMyHash *puHash, int nSlot) {
-  if (AllotAry_IsInUse(&puHash->uAllot, nSlot) == 0) {
-    return 0;
-  }
+  if (AllotAry_IsInUse(&puHash->uAllot, nSlot) == 0) return 0;
   __builtin_prefetch(&puHash->pnNext[nSlot]);
   __builtin_prefetch(&puHash->pnPrev[nSlot]);
   const std::uint32_t nBucket = ChainOf(*puHash, KeyOf(puHash->fnDataKey, EntryOf(*puHash, nSlot)));
-  if (nBucket == kNoBucket || puHash->pnBucket[nBucket] == kNoSlot) {
-    return 0;
-  }
+  if (nBucket == kNoBucket || puHash->pnBucket[nBucket] == kNoSlot) return 0;
   // Kept: the slot's links are believed. Whether it is a member of this chain is not looked up, which keeps removal
   // constant in time.
   GiveSlotBack(puHash->uAllot, nSlot);

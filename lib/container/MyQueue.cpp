@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 // The records' layout, in bytes.
@@ -109,9 +110,7 @@ unsigned char *AdvanceGet(TMyQueue &uQue) {
 }
 
 [[gnu::always_inline]] inline int Push(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
-  if (IsFull(uQue)) {
-    return 0;
-  }
+  if (IsFull(uQue)) return 0;
   Store(uQue, pMsg, wMsgBytes);
   return 1;
 }
@@ -120,9 +119,7 @@ unsigned char *AdvanceGet(TMyQueue &uQue) {
 int PushOverwrite(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
   const bool bLoss = IsFull(uQue);
   if (bLoss) {
-    if (uQue.nCellCount <= 1) {
-      return 0;  // at capacity 0 the new message is itself the one that is lost
-    }
+    if (uQue.nCellCount <= 1) return 0;  // at capacity 0 the new message is itself the one that is lost
     AdvanceGet(uQue);
   }
   Store(uQue, pMsg, wMsgBytes);
@@ -166,9 +163,7 @@ bool SetUpCells(TMyQueue &uQue, int nCapacity, int nUserSize) {
   const int nCellCount = nCapacity + 1;
   const int nCellSize = nUserSize + kCellHeadBytes;
   auto *pBuf = AllocateBlock<unsigned char>(nCellCount, nCellSize);
-  if (pBuf == nullptr) {
-    return false;
-  }
+  if (pBuf == nullptr) return false;
   uQue.nCellCount = nCellCount;
   uQue.nUserSize = nUserSize;
   uQue.nCellSize = nCellSize;
@@ -182,12 +177,8 @@ bool SetUpCells(TMyQueue &uQue, int nCapacity, int nUserSize) {
 
 int TMyQueue_Create(int nCapacity, int nUserSize, TMyQueue *puQue, int bUseMutex) {
   MakeVoid(*puQue);
-  if (nCapacity < 0 || nCapacity == INT32_MAX || nUserSize < 0 || nUserSize > INT32_MAX - kCellHeadBytes) {
-    return 0;
-  }
-  if (bUseMutex != 0 && ThreadMutex_Create(&puQue->uMutex) != 0) {
-    return 0;
-  }
+  if (nCapacity < 0 || nCapacity == INT32_MAX || nUserSize < 0 || nUserSize > INT32_MAX - kCellHeadBytes) return 0;
+  if (bUseMutex != 0 && ThreadMutex_Create(&puQue->uMutex) != 0) return 0;
   puQue->bUseMutex = bUseMutex;
   if (!Locked<SetUpCells>(*puQue, nCapacity, nUserSize)) {
     TMyQueue_Destroy(puQue);
@@ -198,25 +189,23 @@ int TMyQueue_Create(int nCapacity, int nUserSize, TMyQueue *puQue, int bUseMutex
 
 void TMyQueue_Destroy(TMyQueue *puQue) {
   ReleaseBlock(puQue->pBuf);
-  if (puQue->bUseMutex != 0) {
-    ThreadMutex_Close(&puQue->uMutex);
-  }
+  if (puQue->bUseMutex != 0) ThreadMutex_Close(&puQue->uMutex);
   MakeVoid(*puQue);
 }
 
 void TMyQueue_Clear(TMyQueue *puQue) { Locked<Rewind>(*puQue); }
 
-int TMyQueue_Push(TMyQueue *puQue, const void *pMsg, uint16_t wMsgBytes) {
+int TMyQueue_Push(TMyQueue *puQue, const void *pMsg, std::uint16_t wMsgBytes) {
   AssertQueue(puQue, __LINE__, "TMyQueue_Push");
   return wMsgBytes != 0 ? Locked<Push>(*puQue, pMsg, wMsgBytes) : 0;
 }
 
-int TMyQueue_PushOverwrite(TMyQueue *puQue, const void *pMsg, uint16_t wMsgBytes) {
+int TMyQueue_PushOverwrite(TMyQueue *puQue, const void *pMsg, std::uint16_t wMsgBytes) {
   AssertQueue(puQue, __LINE__, "TMyQueue_PushOverwrite");
   return wMsgBytes != 0 ? Locked<PushOverwrite>(*puQue, pMsg, wMsgBytes) : 0;
 }
 
-int TMyQueue_Get(TMyQueue *puQue, void *pBuf, uint32_t *pdwBytes, uint16_t wMaxBytes) {
+int TMyQueue_Get(TMyQueue *puQue, void *pBuf, std::uint32_t *pdwBytes, std::uint16_t wMaxBytes) {
   AssertQueue(puQue, __LINE__, "TMyQueue_Get");
   return Locked<Get>(*puQue, pBuf, pdwBytes, wMaxBytes);
 }

@@ -58,9 +58,7 @@ inline void CopyBytes(void *pTo, const void *pFrom, std::size_t nSize) {
       return;
     }
   }
-  if (nSize != 0) {
-    std::memmove(pTo, pFrom, nSize);
-  }
+  if (nSize != 0) std::memmove(pTo, pFrom, nSize);
 }
 
 }  // namespace devsupport

@@ -39,18 +39,14 @@ const void *ArgumentArea(TList &list, std::uintptr_t (&adwCopy)[kCopiedWords + 1
 
 int _WriteLogAt(const char *pPath, const char *pText, const char *pFile, int nLine) {
   std::FILE *pLog = std::fopen(pPath, kAppendMode);
-  if (pLog == nullptr) {
-    return 0;  // Kept: the same answer as after a record that was written.
-  }
+  if (pLog == nullptr) return 0;  // Kept: the same answer as after a record that was written.
   std::fprintf(pLog, "%s \n    at %s  File: %s  Line: %d\n", pText, kTimeStamp, pFile, nLine);
   return std::fclose(pLog);
 }
 
 void _WriteLog(const char *pPath, const char *pText) {
   std::FILE *pLog = std::fopen(pPath, kAppendMode);
-  if (pLog == nullptr) {
-    return;
-  }
+  if (pLog == nullptr) return;
   std::fprintf(pLog, "%s %s\n", kTimeStamp, pText);
   std::fclose(pLog);
 }

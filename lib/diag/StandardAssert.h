@@ -27,9 +27,8 @@ namespace devsupport {
 /// Ends the process with the C library's report of a failed assertion when the precondition does not hold.
 inline void StandardAssert(bool bHolds, const char *pExpression, const char *pFile, unsigned dwLine,
                            const char *pFunction) {
-  if (bHolds) [[likely]] {
+  if (bHolds) [[likely]]
     return;
-  }
 #ifdef __UCLIBC__
   __assert(pExpression, pFile, static_cast<TAssertLine>(dwLine), pFunction);
 #else

@@ -6,6 +6,7 @@
 #include "lib/ipc/PreservedErrno.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -22,7 +23,7 @@ struct TDiscarded {
 
 }  // namespace
 
-int KMsgQue_Open(int32_t nKey, int bFlush) {
+int KMsgQue_Open(std::int32_t nKey, int bFlush) {
   const int nMsgQueId = msgget(nKey, kCreateFlags);
   if (nMsgQueId == -1) {
     const PreservedErrno preserved;
@@ -34,7 +35,7 @@ int KMsgQue_Open(int32_t nKey, int bFlush) {
   return nMsgQueId;
 }
 
-void KMsgQue_Close(int32_t nKey) {
+void KMsgQue_Close(std::int32_t nKey) {
   // Kept: IPC_CREAT. Closing a key that has no queue makes one for a moment instead of reporting that it is gone:
   // whoever closes second closes quietly.
   const int nMsgQueId = msgget(nKey, kCreateFlags);
@@ -49,9 +50,9 @@ void KMsgQue_Close(int32_t nKey) {
   }
 }
 
-int KMsgQue_Send(int nMsgQueId, const void *pMsg, int32_t nBytes, int bWait) {
+int KMsgQue_Send(int nMsgQueId, const void *pMsg, std::int32_t nBytes, int bWait) {
   const int nFlags = bWait != 0 ? 0 : IPC_NOWAIT;
-  // A negative size stays negative for the kernel, which refuses it, whatever the width of size_t.
+  // A negative size stays negative for the kernel, which refuses it, whatever the width of std::size_t.
   if (msgsnd(nMsgQueId, pMsg, static_cast<std::size_t>(nBytes), nFlags) == 0) return 1;
   // Kept: a queue that is full for a sender who does not wait is reported like any other failure.
   const PreservedErrno preserved;
@@ -60,10 +61,11 @@ int KMsgQue_Send(int nMsgQueId, const void *pMsg, int32_t nBytes, int bWait) {
   return 0;
 }
 
-int KMsgQue_Get(int nMsgQueId, void *pBuf, int32_t nBytes, int32_t nType, int32_t *pnReceived, int nFlags) {
+int KMsgQue_Get(int nMsgQueId, void *pBuf, std::int32_t nBytes, std::int32_t nType, std::int32_t *pnReceived,
+                int nFlags) {
   const ssize_t nReceived = msgrcv(nMsgQueId, pBuf, static_cast<std::size_t>(nBytes), nType, nFlags);
   if (nReceived != -1) {
-    if (pnReceived != nullptr) *pnReceived = static_cast<int32_t>(nReceived);
+    if (pnReceived != nullptr) *pnReceived = static_cast<std::int32_t>(nReceived);
     return KMSGQUE_RECEIVED;
   }
   // Kept: nothing is retried; who was interrupted decides himself whether to wait again.

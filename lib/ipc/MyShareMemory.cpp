@@ -11,6 +11,7 @@
 #include "lib/ipc/RingAccess.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 using devsupport::BeginCell;
@@ -27,21 +28,21 @@ constexpr unsigned kPushLine = 224;
 constexpr unsigned kPushOverwriteLine = 253;
 constexpr unsigned kGetLine = 277;
 
-constexpr uint32_t kLow16Bits = 0xFFFF;
+constexpr std::uint32_t kLow16Bits = 0xFFFF;
 
 // How often a held semaphore is tried before the process sleeps. A holder that runs is through after one or two; more
 // attempts than these gain nothing (docs/decisions/ring-contention.md).
 constexpr int kAttempts = 20;
 
 // Giving up the processor helps when the holder may then have it. Next to a real-time process only its equals may.
-bool __YieldingHelps() { return (::sched_getscheduler(0) & ~SCHED_RESET_ON_FORK) == SCHED_OTHER; }
+bool YieldingHelps() { return (::sched_getscheduler(0) & ~SCHED_RESET_ON_FORK) == SCHED_OTHER; }
 
-void __AssertRing(const TShmQueue *pQue, unsigned dwLine, const char *pFunction) {
+void AssertRing(const TShmQueue *pQue, unsigned dwLine, const char *pFunction) {
   devsupport::StandardAssert(pQue != nullptr, kAssertedText, kAssertedFile, dwLine, pFunction);
 }
 
-void __FillSlot(const TShmQueue &que, uint8_t *pSlot, const void *pData, uint16_t wBytes) {
-  const uint16_t wStored = std::min(wBytes, que.wCellSize);
+void FillSlot(const TShmQueue &que, std::uint8_t *pSlot, const void *pData, std::uint16_t wBytes) {
+  const std::uint16_t wStored = std::min(wBytes, que.wCellSize);
   std::memcpy(pSlot + devsupport::kSlotLengthBytes, pData, wStored);
   devsupport::StoreSlotLength(pSlot, wStored);
 }
@@ -53,17 +54,16 @@ namespace devsupport {
 // A process that sleeps in the semaphore is handed it by the kernel, and everybody else waits until it has woken up:
 // from then on each operation costs a change of processes. So a short while is spent on attempts first. Nobody
 // starves: those who sleep are served first, in the order in which they came.
-bool WaitForSemaphore(int32_t nSemId) {
-  if (__YieldingHelps()) {
+bool WaitForSemaphore(std::int32_t nSemId) {
+  if (YieldingHelps()) {
     for (int nAttempt = 0; nAttempt < kAttempts; ++nAttempt) {
       ::sched_yield();
       if (OperateSemaphore(nSemId, kTakeSemaphore, kDoNotWait)) return true;
       if (errno != EAGAIN) return false;
     }
   }
-  while (!OperateSemaphore(nSemId, kTakeSemaphore)) {
+  while (!OperateSemaphore(nSemId, kTakeSemaphore))
     if (errno != EINTR) return false;
-  }
   return true;
 }
 
@@ -87,20 +87,20 @@ int TShmQueue_Clear(TShmQueue *pQue) {
   return lock.Release();
 }
 
-int TShmQueue_Push(TShmQueue *pQue, const void *pData, uint16_t wBytes) {
-  __AssertRing(pQue, kPushLine, "TShmQueue_Push");
+int TShmQueue_Push(TShmQueue *pQue, const void *pData, std::uint16_t wBytes) {
+  AssertRing(pQue, kPushLine, "TShmQueue_Push");
   if (wBytes == 0) return 0;
 
   const RingLock lock(pQue->semid);
   const RingCell cell = BeginCell(*pQue);
   if (cell.bFull) return 0;
-  __FillSlot(*pQue, cell.pSlot, pData, wBytes);
+  FillSlot(*pQue, cell.pSlot, pData, wBytes);
   Publish(*pQue, cell);
   return 1;
 }
 
-int TShmQueue_PushOverwrite(TShmQueue *pQue, const void *pData, uint16_t wBytes) {
-  __AssertRing(pQue, kPushOverwriteLine, "TShmQueue_PushOverwrite");
+int TShmQueue_PushOverwrite(TShmQueue *pQue, const void *pData, std::uint16_t wBytes) {
+  AssertRing(pQue, kPushOverwriteLine, "TShmQueue_PushOverwrite");
   if (wBytes == 0) return 0;
 
   const RingLock lock(pQue->semid);
@@ -109,45 +109,45 @@ int TShmQueue_PushOverwrite(TShmQueue *pQue, const void *pData, uint16_t wBytes)
   // the lock, or comes after a writer that died here, sees no bytes of an older cell.
   devsupport::StoreSlotLength(cell.pSlot, 0);
   const int nResult = PublishOverwriting(*pQue, cell);
-  __FillSlot(*pQue, cell.pSlot, pData, wBytes);
+  FillSlot(*pQue, cell.pSlot, pData, wBytes);
   return nResult;
 }
 
-int TShmQueue_Get(TShmQueue *pQue, void *pBuf, uint32_t *pdwBytes, uint16_t wBufBytes) {
-  __AssertRing(pQue, kGetLine, "TShmQueue_Get");
+int TShmQueue_Get(TShmQueue *pQue, void *pBuf, std::uint32_t *pdwBytes, std::uint16_t wBufBytes) {
+  AssertRing(pQue, kGetLine, "TShmQueue_Get");
 
   const RingLock lock(pQue->semid);
-  uint32_t dwReadIdx = 0;
-  uint32_t dwWriteIdx = 0;
+  std::uint32_t dwReadIdx = 0;
+  std::uint32_t dwWriteIdx = 0;
   if (!LoadIndex(*pQue, RingEnd::Read, &dwReadIdx) || !LoadIndex(*pQue, RingEnd::Write, &dwWriteIdx) ||
       dwReadIdx == dwWriteIdx) {
     if (pdwBytes != nullptr) *pdwBytes = 0;
     return 0;
   }
 
-  const uint8_t *pSlot = devsupport::SlotAt(*pQue, dwReadIdx);
-  const uint32_t dwStored = devsupport::LoadSlotLength(pSlot);
+  const std::uint8_t *pSlot = devsupport::SlotAt(*pQue, dwReadIdx);
+  const std::uint32_t dwStored = devsupport::LoadSlotLength(pSlot);
   if (pdwBytes != nullptr) *pdwBytes = dwStored;
-  const uint32_t dwRoom = wBufBytes != 0 ? wBufBytes : dwStored & kLow16Bits;
-  const uint32_t dwCopied = std::min({dwStored, dwRoom, uint32_t{pQue->wCellSize}});
+  const std::uint32_t dwRoom = wBufBytes != 0 ? wBufBytes : dwStored & kLow16Bits;
+  const std::uint32_t dwCopied = std::min({dwStored, dwRoom, std::uint32_t{pQue->wCellSize}});
   std::memcpy(pBuf, pSlot + devsupport::kSlotLengthBytes, dwCopied);
   StoreIndex(*pQue, RingEnd::Read, devsupport::NextIndex(*pQue, dwReadIdx));
   return 1;
 }
 
-int32_t TShmQueue_GetCount(TShmQueue *pQue) {
+std::int32_t TShmQueue_GetCount(TShmQueue *pQue) {
   const RingLock lock(pQue->semid);
   return _TShmQueue_CurrentCellCount(pQue);
 }
 
-int32_t _TShmQueue_CurrentCellCount(const TShmQueue *pQue) {
-  uint32_t dwReadIdx = 0;
-  uint32_t dwWriteIdx = 0;
+std::int32_t _TShmQueue_CurrentCellCount(const TShmQueue *pQue) {
+  std::uint32_t dwReadIdx = 0;
+  std::uint32_t dwWriteIdx = 0;
   if (!LoadIndex(*pQue, RingEnd::Read, &dwReadIdx) || !LoadIndex(*pQue, RingEnd::Write, &dwWriteIdx)) return 0;
   return devsupport::CellsBetween(*pQue, dwReadIdx, dwWriteIdx);
 }
 
-void _TShmQueue_GetNextIdx(int32_t *pnIdx, uint32_t *pdwOffset, const TShmQueue *pQue) {
+void _TShmQueue_GetNextIdx(std::int32_t *pnIdx, std::uint32_t *pdwOffset, const TShmQueue *pQue) {
   // Signed: a negative index steps upwards.
   if (*pnIdx + 1 < pQue->nSlotCount) {
     *pnIdx += 1;
@@ -158,7 +158,7 @@ void _TShmQueue_GetNextIdx(int32_t *pnIdx, uint32_t *pdwOffset, const TShmQueue 
   *pdwOffset = 0;
 }
 
-void _TShmQueue_GetPrevIdx(int32_t *pnIdx, uint32_t *pdwOffset, const TShmQueue *pQue) {
+void _TShmQueue_GetPrevIdx(std::int32_t *pnIdx, std::uint32_t *pdwOffset, const TShmQueue *pQue) {
   if (*pnIdx > 0) {
     *pnIdx -= 1;
     *pdwOffset -= pQue->dwStride;
@@ -166,5 +166,5 @@ void _TShmQueue_GetPrevIdx(int32_t *pnIdx, uint32_t *pdwOffset, const TShmQueue 
   }
   // The segment's header holds the last slot's offset too, but anybody can write there.
   *pnIdx = pQue->nSlotCount - 1;
-  *pdwOffset = static_cast<uint32_t>(*pnIdx) * pQue->dwStride;
+  *pdwOffset = static_cast<std::uint32_t>(*pnIdx) * pQue->dwStride;
 }

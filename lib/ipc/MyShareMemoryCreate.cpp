@@ -14,6 +14,7 @@
 #include "lib/ipc/RingAccess.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 
@@ -54,7 +55,7 @@ constexpr char kHeaderCheckText[] = "sizeof(_U_ShmQueue_SHM_VARI) <= dwHeadBytes
 constexpr char kHeaderCheckFile[] = "MyShareMemory";
 constexpr int kHeaderCheckLine = 128;
 
-constexpr uint32_t kUserAlignment = 4;
+constexpr std::uint32_t kUserAlignment = 4;
 constexpr int kOpenAttempts = 8;
 constexpr long kStillbornAfterMs = 100;
 constexpr long kLookAgainMs = 5;
@@ -62,30 +63,31 @@ constexpr long kNsPerMs = 1'000'000;
 
 // What a ring measures in bytes, as the caller wants it.
 struct Geometry {
-  uint32_t dwCellCount;
-  uint16_t wCellSize;
-  uint32_t dwUserBytes;  // rounded
-  uint32_t dwTotalBytes;
+  std::uint32_t dwCellCount;
+  std::uint16_t wCellSize;
+  std::uint32_t dwUserBytes;  // rounded
+  std::uint32_t dwTotalBytes;
 };
 
-void __CheckHeader(std::size_t dwHeadBytes) {
+void CheckHeader(std::size_t dwHeadBytes) {
   if (sizeof(_U_ShmQueue_SHM_VARI) <= dwHeadBytes) return;
   MyDebugBreak("%s\nfile=%s\nline=%d\n", kHeaderCheckText, kHeaderCheckFile, kHeaderCheckLine);
 }
 
 // False when the segment's size does not fit in 32 bits. When it does, slot numbers fit in 30: a slot has 4 bytes.
-bool __Measure(int32_t nUserBytes, uint32_t dwCellCount, uint16_t wCellSize, Geometry *pGeometry) {
+bool Measure(std::int32_t nUserBytes, std::uint32_t dwCellCount, std::uint16_t wCellSize, Geometry *pGeometry) {
   if (nUserBytes < 0) return false;
-  const uint64_t qwUserBytes =
-      (static_cast<uint64_t>(nUserBytes) + kUserAlignment - 1) / kUserAlignment * kUserAlignment;
-  const uint64_t qwStride = uint64_t{wCellSize} + devsupport::kSlotLengthBytes;
-  const uint64_t qwTotal = devsupport::kRingHeadBytes + qwUserBytes + qwStride * (uint64_t{dwCellCount} + 1);
+  const std::uint64_t qwUserBytes =
+      (static_cast<std::uint64_t>(nUserBytes) + kUserAlignment - 1) / kUserAlignment * kUserAlignment;
+  const std::uint64_t qwStride = std::uint64_t{wCellSize} + devsupport::kSlotLengthBytes;
+  const std::uint64_t qwTotal =
+      devsupport::kRingHeadBytes + qwUserBytes + qwStride * (std::uint64_t{dwCellCount} + 1);
   if (qwTotal > UINT32_MAX) return false;
-  *pGeometry = {dwCellCount, wCellSize, static_cast<uint32_t>(qwUserBytes), static_cast<uint32_t>(qwTotal)};
+  *pGeometry = {dwCellCount, wCellSize, static_cast<std::uint32_t>(qwUserBytes), static_cast<std::uint32_t>(qwTotal)};
   return true;
 }
 
-TShmQueue __UnattachedRing() {
+TShmQueue UnattachedRing() {
   TShmQueue que{};
   que.shm.shmid = -1;
   que.shm.address =
@@ -94,21 +96,21 @@ TShmQueue __UnattachedRing() {
   return que;
 }
 
-void __FillGeometry(TShmQueue *pQue, const Geometry &geometry) {
-  pQue->nSlotCount = static_cast<int32_t>(geometry.dwCellCount + 1);
+void FillGeometry(TShmQueue *pQue, const Geometry &geometry) {
+  pQue->nSlotCount = static_cast<std::int32_t>(geometry.dwCellCount + 1);
   pQue->wCellSize = geometry.wCellSize;
   pQue->dwStride = geometry.wCellSize + devsupport::kSlotLengthBytes;
 }
 
-void __FillPlaces(TShmQueue *pQue, void *pSegment, const Geometry &geometry) {
-  auto *pBytes = static_cast<uint8_t *>(pSegment);
+void FillPlaces(TShmQueue *pQue, void *pSegment, const Geometry &geometry) {
+  auto *pBytes = static_cast<std::uint8_t *>(pSegment);
   pQue->header = static_cast<_U_ShmQueue_SHM_VARI *>(pSegment);
   pQue->pUserArea = pBytes + devsupport::kRingHeadBytes;
   pQue->cells = pQue->pUserArea + geometry.dwUserBytes;
 }
 
 // The cell count comes last: while it is 0, whatever its creator has written before it died does not count.
-void __InitialiseHeader(const TShmQueue &que, const Geometry &geometry) {
+void InitialiseHeader(const TShmQueue &que, const Geometry &geometry) {
   devsupport::EmptyRing(que);
   que.header->dwLastSlotOffset = geometry.dwCellCount * que.dwStride;
   que.header->wCellSize = geometry.wCellSize;
@@ -116,13 +118,13 @@ void __InitialiseHeader(const TShmQueue &que, const Geometry &geometry) {
   devsupport::StoreInOrder(que.header->dwCellCount, geometry.dwCellCount);
 }
 
-bool __Matches(const _U_ShmQueue_SHM_VARI &header, const Geometry &geometry) {
+bool Matches(const _U_ShmQueue_SHM_VARI &header, const Geometry &geometry) {
   return header.dwCellCount == geometry.dwCellCount && header.wCellSize == geometry.wCellSize &&
          header.dwUserBytes == geometry.dwUserBytes;
 }
 
 // A segment of exactly this size without a cell count: its creator died between making and initialising it.
-bool __IsUnfinished(const TShmQueue &que, const Geometry &geometry) {
+bool IsUnfinished(const TShmQueue &que, const Geometry &geometry) {
   if (geometry.dwCellCount == 0 || devsupport::LoadOnce(que.header->dwCellCount) != 0) return false;
   shmid_ds status{};
   return ::shmctl(que.shm.shmid, IPC_STAT, &status) == 0 && status.shm_segsz == geometry.dwTotalBytes;
@@ -135,7 +137,7 @@ union SemctlArgument {
 };
 
 // True for a semaphore that exists and has been given no value and been taken by nobody since.
-bool __IsUntouched(int32_t nSemId) {
+bool IsUntouched(std::int32_t nSemId) {
   if (::semctl(nSemId, 0, GETVAL) != 0 || ::semctl(nSemId, 0, GETPID) != 0) return false;
   semid_ds status{};
   SemctlArgument argument{};
@@ -143,7 +145,7 @@ bool __IsUntouched(int32_t nSemId) {
   return ::semctl(nSemId, 0, IPC_STAT, argument) == 0 && status.sem_otime == 0;
 }
 
-long __MsSince(const timespec &start) {
+long MsSince(const timespec &start) {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<long>(now.tv_sec - start.tv_sec) * 1000 + (now.tv_nsec - start.tv_nsec) / kNsPerMs;
@@ -151,26 +153,26 @@ long __MsSince(const timespec &start) {
 
 // A creator makes the semaphore and gives it its value in two calls. One that dies between them leaves a lock that
 // nobody holds and nobody can take. Nothing but time tells it from one that is just being made.
-bool __IsStillborn(int32_t nSemId) {
-  if (!__IsUntouched(nSemId)) return false;
+bool IsStillborn(std::int32_t nSemId) {
+  if (!IsUntouched(nSemId)) return false;
   timespec start{};
   ::clock_gettime(CLOCK_MONOTONIC, &start);
   do {
     const timespec pause{0, kLookAgainMs * kNsPerMs};
     ::nanosleep(&pause, nullptr);
-    if (!__IsUntouched(nSemId)) return false;
-  } while (__MsSince(start) < kStillbornAfterMs);
+    if (!IsUntouched(nSemId)) return false;
+  } while (MsSince(start) < kStillbornAfterMs);
   return true;
 }
 
 // Finds or makes the semaphore and takes it; false when it cannot be had, and the ring runs unlocked. A set that is
 // removed while we come is made again: by the last user who leaves, or because it was stillborn. Removing a stillborn
 // set by its identifier is safe however many find it: the next one has another identifier.
-bool __OpenAndLock(int32_t nSemKey, int32_t *pnSemId) {
+bool OpenAndLock(std::int32_t nSemKey, std::int32_t *pnSemId) {
   for (int nAttempt = 0; nAttempt < kOpenAttempts; ++nAttempt) {
     *pnSemId = Semaphore_Create(nSemKey);
     if (*pnSemId != -1) {
-      if (__IsStillborn(*pnSemId)) {
+      if (IsStillborn(*pnSemId)) {
         Semaphore_Close(*pnSemId);
         continue;
       }
@@ -181,12 +183,12 @@ bool __OpenAndLock(int32_t nSemKey, int32_t *pnSemId) {
   return false;
 }
 
-int __CreateFailed(int32_t nShareKey, int32_t nSemKey) {
+int CreateFailed(std::int32_t nShareKey, std::int32_t nSemKey) {
   std::fprintf(stderr, "\n*** TShmQueue created fail : ShareKey=%d, SemaphoreKey=%d ***\n", nShareKey, nSemKey);
   return 0;
 }
 
-int __MatchFailed(int32_t nShareKey, int32_t nSemKey) {
+int MatchFailed(std::int32_t nShareKey, std::int32_t nSemKey) {
   std::fprintf(stderr,
                "\n*** TShmQueue created fail : CellCount or CellSize or UserSize not match, ShareKey=%d, "
                "SemaphoreKey=%d ***\n",
@@ -196,30 +198,30 @@ int __MatchFailed(int32_t nShareKey, int32_t nSemKey) {
 
 }  // namespace
 
-int TShmQueue_Create(int32_t nShareKey, int32_t nSemKey, uint32_t dwCellCount, uint16_t wCellSize, TShmQueueOpt *pOpt,
-                     TShmQueue *pQue) {
+int TShmQueue_Create(std::int32_t nShareKey, std::int32_t nSemKey, std::uint32_t dwCellCount, std::uint16_t wCellSize,
+                     TShmQueueOpt *pOpt, TShmQueue *pQue) {
   TShmQueueOpt defaults{};
   TShmQueueOpt &opt = pOpt != nullptr ? *pOpt : defaults;
   opt.bNewCreated = 0;
-  *pQue = __UnattachedRing();
-  __CheckHeader(devsupport::kRingHeadBytes);
+  *pQue = UnattachedRing();
+  CheckHeader(devsupport::kRingHeadBytes);
   Geometry geometry{};
-  if (!__Measure(opt.dwUserBytes, dwCellCount, wCellSize, &geometry)) return __CreateFailed(nShareKey, nSemKey);
-  __FillGeometry(pQue, geometry);
+  if (!Measure(opt.dwUserBytes, dwCellCount, wCellSize, &geometry)) return CreateFailed(nShareKey, nSemKey);
+  FillGeometry(pQue, geometry);
 
-  const bool bHeld = __OpenAndLock(nSemKey, &pQue->semid);
+  const bool bHeld = OpenAndLock(nSemKey, &pQue->semid);
   RingLock lock(pQue->semid, bHeld);
   void *pSegment = ShareMem_Create(nShareKey, geometry.dwTotalBytes, &pQue->shm, &opt.bNewCreated);
-  if (pSegment == nullptr) return __CreateFailed(nShareKey, nSemKey);
-  __FillPlaces(pQue, pSegment, geometry);
+  if (pSegment == nullptr) return CreateFailed(nShareKey, nSemKey);
+  FillPlaces(pQue, pSegment, geometry);
 
   // Only who holds the lock knows that an uninitialised segment has no living creator.
-  if (opt.bNewCreated == 0 && lock.Held() && __IsUnfinished(*pQue, geometry)) opt.bNewCreated = 1;
+  if (opt.bNewCreated == 0 && lock.Held() && IsUnfinished(*pQue, geometry)) opt.bNewCreated = 1;
   if (opt.bNewCreated != 0) {
-    __InitialiseHeader(*pQue, geometry);
-  } else if (!__Matches(*pQue->header, geometry)) {
+    InitialiseHeader(*pQue, geometry);
+  } else if (!Matches(*pQue->header, geometry)) {
     // Kept: the segment stays attached; the caller gives up on the ring.
-    return __MatchFailed(nShareKey, nSemKey);
+    return MatchFailed(nShareKey, nSemKey);
   }
   TShmQueue_PeekInit(pQue, 0);
   if (opt.bNewCreated != 0 && opt.bLockIfNew != 0) lock.Keep();

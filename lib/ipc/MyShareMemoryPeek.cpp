@@ -7,53 +7,55 @@
 #include <devsupport/ipc/MyShareMemory.h>
 #include "lib/ipc/RingAccess.h"
 
+#include <cstdint>
+
 using devsupport::RingEnd;
 
 namespace {
 
-void __SetPeekCursor(TShmQueue *pQue, int32_t nIdx) {
+void SetPeekCursor(TShmQueue *pQue, std::int32_t nIdx) {
   pQue->nPeekIdx = nIdx;
-  pQue->dwPeekOffset = static_cast<uint32_t>(nIdx) * pQue->dwStride;
+  pQue->dwPeekOffset = static_cast<std::uint32_t>(nIdx) * pQue->dwStride;
 }
 
-void *__ShowSlot(const TShmQueue *pQue, void **ppSlot) {
-  uint8_t *pSlot = pQue->cells + pQue->dwPeekOffset;
+void *ShowSlot(const TShmQueue *pQue, void **ppSlot) {
+  std::uint8_t *pSlot = pQue->cells + pQue->dwPeekOffset;
   *ppSlot = pSlot;
   return pSlot + devsupport::kSlotLengthBytes;
 }
 
 }  // namespace
 
-int TShmQueue_PeekInit(TShmQueue *pQue, int32_t nPosition) {
-  uint32_t dwReadIdx = 0;
-  uint32_t dwWriteIdx = 0;
+int TShmQueue_PeekInit(TShmQueue *pQue, std::int32_t nPosition) {
+  std::uint32_t dwReadIdx = 0;
+  std::uint32_t dwWriteIdx = 0;
   if (!LoadIndex(*pQue, RingEnd::Read, &dwReadIdx) || !LoadIndex(*pQue, RingEnd::Write, &dwWriteIdx)) {
-    __SetPeekCursor(pQue, 0);
+    SetPeekCursor(pQue, 0);
     return 0;
   }
 
-  const int32_t nOldest = static_cast<int32_t>(dwReadIdx);
-  const int32_t nCells = devsupport::CellsBetween(*pQue, dwReadIdx, dwWriteIdx);
+  const std::int32_t nOldest = static_cast<std::int32_t>(dwReadIdx);
+  const std::int32_t nCells = devsupport::CellsBetween(*pQue, dwReadIdx, dwWriteIdx);
   if (nPosition < 0) nPosition += nCells;
   // Kept: a position below minus the cell count is not refused, it names slots before the oldest cell. They are
   // slots of the ring as long as it goes back no further than once round.
   if (nPosition >= nCells || nPosition < -pQue->nSlotCount) {
-    __SetPeekCursor(pQue, nOldest);
+    SetPeekCursor(pQue, nOldest);
     return 0;
   }
-  int32_t nIdx = nOldest + nPosition;
+  std::int32_t nIdx = nOldest + nPosition;
   if (nIdx >= pQue->nSlotCount) nIdx -= pQue->nSlotCount;
   if (nIdx < 0) nIdx += pQue->nSlotCount;
-  __SetPeekCursor(pQue, nIdx);
+  SetPeekCursor(pQue, nIdx);
   return 1;
 }
 
 void *TShmQueue_PeekNext(TShmQueue *pQue, void **ppSlot) {
-  uint32_t dwWriteIdx = 0;
+  std::uint32_t dwWriteIdx = 0;
   if (!LoadIndex(*pQue, RingEnd::Write, &dwWriteIdx)) return nullptr;
-  if (static_cast<uint32_t>(pQue->nPeekIdx) == dwWriteIdx) return nullptr;
+  if (static_cast<std::uint32_t>(pQue->nPeekIdx) == dwWriteIdx) return nullptr;
 
-  void *pPayload = __ShowSlot(pQue, ppSlot);
+  void *pPayload = ShowSlot(pQue, ppSlot);
   _TShmQueue_GetNextIdx(&pQue->nPeekIdx, &pQue->dwPeekOffset, pQue);
   return pPayload;
 }
@@ -61,14 +63,14 @@ void *TShmQueue_PeekNext(TShmQueue *pQue, void **ppSlot) {
 // Kept: the walk ends by comparing the slot behind the cursor with the oldest cell. A cursor behind the newest cell
 // of a ring that is not full is not at that end, so the first step shows the free slot.
 void *TShmQueue_PeekPrev(TShmQueue *pQue, void **ppSlot) {
-  int32_t nBehindIdx = pQue->nPeekIdx;
-  uint32_t dwBehindOffset = pQue->dwPeekOffset;
+  std::int32_t nBehindIdx = pQue->nPeekIdx;
+  std::uint32_t dwBehindOffset = pQue->dwPeekOffset;
   _TShmQueue_GetNextIdx(&nBehindIdx, &dwBehindOffset, pQue);
-  uint32_t dwReadIdx = 0;
+  std::uint32_t dwReadIdx = 0;
   if (!LoadIndex(*pQue, RingEnd::Read, &dwReadIdx)) return nullptr;
-  if (static_cast<uint32_t>(nBehindIdx) == dwReadIdx) return nullptr;
+  if (static_cast<std::uint32_t>(nBehindIdx) == dwReadIdx) return nullptr;
 
-  void *pPayload = __ShowSlot(pQue, ppSlot);
+  void *pPayload = ShowSlot(pQue, ppSlot);
   _TShmQueue_GetPrevIdx(&pQue->nPeekIdx, &pQue->dwPeekOffset, pQue);
   return pPayload;
 }

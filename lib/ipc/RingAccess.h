@@ -13,17 +13,17 @@
 namespace devsupport {
 
 /// Bytes before the user area; the header is at their start, the rest is never written.
-inline constexpr uint32_t kRingHeadBytes = 256;
+inline constexpr std::uint32_t kRingHeadBytes = 256;
 /// Bytes of a slot before its payload.
-inline constexpr uint32_t kSlotLengthBytes = 4;
+inline constexpr std::uint32_t kSlotLengthBytes = 4;
 /// No slot has this number.
-inline constexpr uint32_t kNoSlot = UINT32_MAX;
+inline constexpr std::uint32_t kNoSlot = UINT32_MAX;
 
 /// Takes a semaphore that another process holds; a signal does not end the wait.
-bool WaitForSemaphore(int32_t nSemId);
+bool WaitForSemaphore(std::int32_t nSemId);
 
 /// Takes a semaphore, through signals; false when it cannot be had at all, and errno says why.
-inline bool TakeSemaphore(int32_t nSemId) {
+inline bool TakeSemaphore(std::int32_t nSemId) {
   if (OperateSemaphore(nSemId, kTakeSemaphore, kDoNotWait)) [[likely]]
     return true;
   return errno == EAGAIN && WaitForSemaphore(nSemId);
@@ -33,8 +33,8 @@ inline bool TakeSemaphore(int32_t nSemId) {
 /// processes in at once from then on.
 class RingLock {
  public:
-  explicit RingLock(int32_t nSemId) : RingLock(nSemId, TakeSemaphore(nSemId)) {}
-  RingLock(int32_t nSemId, bool bHeld) : nSemId_(nSemId), bHeld_(bHeld) {}
+  explicit RingLock(std::int32_t nSemId) : RingLock(nSemId, TakeSemaphore(nSemId)) {}
+  RingLock(std::int32_t nSemId, bool bHeld) : nSemId_(nSemId), bHeld_(bHeld) {}
   ~RingLock() { Release(); }
   RingLock(const RingLock &) = delete;
   RingLock &operator=(const RingLock &) = delete;
@@ -50,15 +50,15 @@ class RingLock {
   void Keep() { bHeld_ = false; }
 
  private:
-  int32_t nSemId_;
+  std::int32_t nSemId_;
   bool bHeld_;
 };
 
 // Words of the segment are loaded once into a local and stored whole: what was checked is what is used, even while
 // somebody scribbles. The fence keeps the compiler from moving stores past each other; the processor needs none,
 // because a process has finished its stores before the kernel lets the next one have the semaphore.
-inline uint32_t LoadOnce(const uint32_t &dwShared) { return __atomic_load_n(&dwShared, __ATOMIC_RELAXED); }
-inline void StoreInOrder(uint32_t &dwShared, uint32_t dwValue) {
+inline std::uint32_t LoadOnce(const std::uint32_t &dwShared) { return __atomic_load_n(&dwShared, __ATOMIC_RELAXED); }
+inline void StoreInOrder(std::uint32_t &dwShared, std::uint32_t dwValue) {
   std::atomic_signal_fence(std::memory_order_seq_cst);
   __atomic_store_n(&dwShared, dwValue, __ATOMIC_RELAXED);
   std::atomic_signal_fence(std::memory_order_seq_cst);
@@ -66,36 +66,36 @@ inline void StoreInOrder(uint32_t &dwShared, uint32_t dwValue) {
 
 /// A slot's length word, which stands at any address.
 struct __attribute__((packed)) SlotLength {
-  uint32_t dwBytes;
+  std::uint32_t dwBytes;
 };
-inline uint32_t LoadSlotLength(const uint8_t *pSlot) {
+inline std::uint32_t LoadSlotLength(const std::uint8_t *pSlot) {
   return reinterpret_cast<const volatile SlotLength *>(pSlot)->dwBytes;
 }
-inline void StoreSlotLength(uint8_t *pSlot, uint32_t dwBytes) {
+inline void StoreSlotLength(std::uint8_t *pSlot, std::uint32_t dwBytes) {
   reinterpret_cast<volatile SlotLength *>(pSlot)->dwBytes = dwBytes;
 }
 
 enum class RingEnd { Read, Write };
 
-inline uint32_t &SharedIndex(const TShmQueue &que, RingEnd end) {
+inline std::uint32_t &SharedIndex(const TShmQueue &que, RingEnd end) {
   return end == RingEnd::Read ? que.header->dwReadIdx : que.header->dwWriteIdx;
 }
-inline uint32_t &SharedOffset(const TShmQueue &que, RingEnd end) {
+inline std::uint32_t &SharedOffset(const TShmQueue &que, RingEnd end) {
   return end == RingEnd::Read ? que.header->dwReadOffset : que.header->dwWriteOffset;
 }
 
 /// Reads an index of the segment. False when it is no slot number: the ring is unusable until somebody empties it.
-[[nodiscard]] inline bool LoadIndex(const TShmQueue &que, RingEnd end, uint32_t *pdwIdx) {
+[[nodiscard]] inline bool LoadIndex(const TShmQueue &que, RingEnd end, std::uint32_t *pdwIdx) {
   *pdwIdx = LoadOnce(SharedIndex(que, end));
-  return *pdwIdx < static_cast<uint32_t>(que.nSlotCount);
+  return *pdwIdx < static_cast<std::uint32_t>(que.nSlotCount);
 }
 
 /// A slot by its number; stepping and addressing never use an offset out of the segment.
-inline uint8_t *SlotAt(const TShmQueue &que, uint32_t dwIdx) { return que.cells + dwIdx * que.dwStride; }
+inline std::uint8_t *SlotAt(const TShmQueue &que, std::uint32_t dwIdx) { return que.cells + dwIdx * que.dwStride; }
 
 /// Publishes an index. The store of the index is the step; the offset after it is written because the format has it.
 /// No operation reads it, so it does not matter when the process is killed between the two stores.
-inline void StoreIndex(const TShmQueue &que, RingEnd end, uint32_t dwIdx) {
+inline void StoreIndex(const TShmQueue &que, RingEnd end, std::uint32_t dwIdx) {
   StoreInOrder(SharedIndex(que, end), dwIdx);
   StoreInOrder(SharedOffset(que, end), dwIdx * que.dwStride);
 }
@@ -108,13 +108,13 @@ inline void StoreIndex(const TShmQueue &que, RingEnd end, uint32_t dwIdx) {
 ///          +------+------+------+   +------+   |
 ///          ^                                   |
 ///          `-----------------------------------'
-inline uint32_t NextIndex(const TShmQueue &que, uint32_t dwIdx) {
-  return dwIdx + 1 < static_cast<uint32_t>(que.nSlotCount) ? dwIdx + 1 : 0;
+inline std::uint32_t NextIndex(const TShmQueue &que, std::uint32_t dwIdx) {
+  return dwIdx + 1 < static_cast<std::uint32_t>(que.nSlotCount) ? dwIdx + 1 : 0;
 }
 
 /// The stored cells between two slot numbers.
-inline int32_t CellsBetween(const TShmQueue &que, uint32_t dwReadIdx, uint32_t dwWriteIdx) {
-  const int32_t nCells = static_cast<int32_t>(dwWriteIdx - dwReadIdx);
+inline std::int32_t CellsBetween(const TShmQueue &que, std::uint32_t dwReadIdx, std::uint32_t dwWriteIdx) {
+  const std::int32_t nCells = static_cast<std::int32_t>(dwWriteIdx - dwReadIdx);
   return nCells >= 0 ? nCells : que.nSlotCount + nCells;
 }
 
@@ -130,23 +130,23 @@ void EmptyRing(const TShmQueue &que);
 ///
 /// Nobody sees the cell until it is published, and a writer that dies before leaves the ring as it was.
 struct RingCell {
-  uint8_t *pSlot;     ///< the slot to fill, valid whatever the segment holds
-  uint32_t dwNext;    ///< where the write index goes
-  bool bFull;         ///< publishing must drop the oldest cell first
-  bool bLostAll;      ///< the ring was unusable and has been emptied
-  uint32_t dwOldest;  ///< the read index
+  std::uint8_t *pSlot;     ///< the slot to fill, valid whatever the segment holds
+  std::uint32_t dwNext;    ///< where the write index goes
+  bool bFull;              ///< publishing must drop the oldest cell first
+  bool bLostAll;           ///< the ring was unusable and has been emptied
+  std::uint32_t dwOldest;  ///< the read index
 };
 
 /// An unusable ring is emptied first: nothing tells any more which of its slots held cells.
 inline RingCell BeginCell(const TShmQueue &que) {
-  uint32_t dwWrite = 0;
-  uint32_t dwRead = 0;
+  std::uint32_t dwWrite = 0;
+  std::uint32_t dwRead = 0;
   const bool bUsable = LoadIndex(que, RingEnd::Write, &dwWrite) && LoadIndex(que, RingEnd::Read, &dwRead);
   if (!bUsable) [[unlikely]] {
     EmptyRing(que);
     dwWrite = dwRead = 0;
   }
-  const uint32_t dwNext = NextIndex(que, dwWrite);
+  const std::uint32_t dwNext = NextIndex(que, dwWrite);
   return {SlotAt(que, dwWrite), dwNext, dwNext == dwRead, !bUsable, dwRead};
 }
 

@@ -5,6 +5,8 @@
 #include <sys/sem.h>
 #include "lib/ipc/SemaphoreOperation.h"
 
+#include <cstdint>
+
 namespace {
 
 constexpr int kMode = 0666;
@@ -19,8 +21,8 @@ union SemctlArgument {
 
 }  // namespace
 
-int32_t Semaphore_Create(int32_t nKey) {
-  const int32_t nNewId = ::semget(nKey, 1, IPC_CREAT | IPC_EXCL | kMode);
+std::int32_t Semaphore_Create(std::int32_t nKey) {
+  const std::int32_t nNewId = ::semget(nKey, 1, IPC_CREAT | IPC_EXCL | kMode);
   if (nNewId == -1) {
     // Kept: whatever the exclusive request failed for, the plain one follows; a set that only this one makes
     // keeps the system's value 0, because nobody can tell it from a set that another process holds.
@@ -35,13 +37,13 @@ int32_t Semaphore_Create(int32_t nKey) {
   return nNewId;
 }
 
-int Semaphore_Close(int32_t nSemId) { return ::semctl(nSemId, 0, IPC_RMID) != -1 ? 1 : 0; }
+int Semaphore_Close(std::int32_t nSemId) { return ::semctl(nSemId, 0, IPC_RMID) != -1 ? 1 : 0; }
 
 // Kept: one call. A wait that a signal interrupts is a failed lock; who needs it retried does so himself.
-int Semaphore_Lock(int32_t nSemId) {
+int Semaphore_Lock(std::int32_t nSemId) {
   return devsupport::OperateSemaphore(nSemId, devsupport::kTakeSemaphore) ? 1 : 0;
 }
 
-int Semaphore_Unlock(int32_t nSemId) {
+int Semaphore_Unlock(std::int32_t nSemId) {
   return devsupport::OperateSemaphore(nSemId, devsupport::kGiveSemaphore) ? 1 : 0;
 }

@@ -23,22 +23,22 @@ constexpr int kMode = 0666;
 constexpr std::size_t kErrorTextBytes = 1024;
 
 // strerror_r comes in two forms: one answers the text itself, the other a number and fills the buffer.
-[[maybe_unused]] const char *__ErrorText(const char *pText, const char * /*pBuffer*/) { return pText; }
-[[maybe_unused]] const char *__ErrorText(int /*nResult*/, const char *pBuffer) { return pBuffer; }
+[[maybe_unused]] const char *ErrorText(const char *pText, const char * /*pBuffer*/) { return pText; }
+[[maybe_unused]] const char *ErrorText(int /*nResult*/, const char *pBuffer) { return pBuffer; }
 
 // Kept: the error text stands in the message twice, from either variant of the C library's function.
-void __PrintCreateFailure(char cStep, int32_t nKey, int nError) {
+void PrintCreateFailure(char cStep, std::int32_t nKey, int nError) {
   char szBuffer[kErrorTextBytes] = "";
-  const char *pText = __ErrorText(::strerror_r(nError, szBuffer, sizeof szBuffer), szBuffer);
+  const char *pText = ErrorText(::strerror_r(nError, szBuffer, sizeof szBuffer), szBuffer);
   std::fprintf(stderr, "\n *** share memory create fail(%c), key=0x%X (%s) ***\n:%s\n", cStep,
                static_cast<unsigned>(nKey), std::strerror(nError), pText);
 }
 
-bool __IsAttached(const void *pAddress) { return reinterpret_cast<std::intptr_t>(pAddress) != -1; }
+bool IsAttached(const void *pAddress) { return reinterpret_cast<std::intptr_t>(pAddress) != -1; }
 
 }  // namespace
 
-void *ShareMem_Create(int32_t nKey, uint32_t dwBytes, TShareMem *pShm, int *pbCreated) {
+void *ShareMem_Create(std::int32_t nKey, std::uint32_t dwBytes, TShareMem *pShm, int *pbCreated) {
   *pbCreated = 0;
   pShm->shmid = ::shmget(nKey, dwBytes, IPC_CREAT | IPC_EXCL | kMode);
   if (pShm->shmid != -1) {
@@ -47,15 +47,15 @@ void *ShareMem_Create(int32_t nKey, uint32_t dwBytes, TShareMem *pShm, int *pbCr
     errno = 0;
     pShm->shmid = ::shmget(nKey, dwBytes, IPC_CREAT | kMode);
     if (pShm->shmid == -1) {
-      __PrintCreateFailure('a', nKey, errno);
+      PrintCreateFailure('a', nKey, errno);
       return nullptr;
     }
   }
 
   errno = 0;
   pShm->address = ::shmat(pShm->shmid, nullptr, 0);
-  if (!__IsAttached(pShm->address)) {
-    __PrintCreateFailure('b', nKey, errno);
+  if (!IsAttached(pShm->address)) {
+    PrintCreateFailure('b', nKey, errno);
     // Kept: the segment goes if nobody uses it, also one that was there before this call.
     int bScratch = 0;
     ShareMem_Close(pShm, 1, &bScratch);
@@ -77,7 +77,7 @@ int ShareMem_Close(TShareMem *pShm, int bRemoveIfLast, int *pbWasLast) {
   return ::shmctl(pShm->shmid, IPC_RMID, nullptr) == -1 ? 0 : nResult;
 }
 
-int ShareMem_FindKeyAttchCount(int32_t nKey) {
+int ShareMem_FindKeyAttchCount(std::int32_t nKey) {
   // SHM_INFO and SHM_STAT are Linux's own; the first fills another record than the call's type says.
   shm_info info{};
   const int nHighestIndex = ::shmctl(0, SHM_INFO, static_cast<shmid_ds *>(static_cast<void *>(&info)));

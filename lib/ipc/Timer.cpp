@@ -36,22 +36,22 @@ using devsupport::PreservedErrno;
 namespace {
 
 constexpr std::size_t kMaxArrays = 64;
-constexpr uint16_t kNoArray = 0xFFFF;
+constexpr std::uint16_t kNoArray = 0xFFFF;
 
 // A cell's flags. Without any it has no timer.
-constexpr uint32_t kActive = 1;     // armed
-constexpr uint32_t kUnstarted = 2;  // not armed, but holds a timer that could not be started
-constexpr uint32_t kStarting = 4;   // Timer_Set is at work on the timer; nobody else may delete it
+constexpr std::uint32_t kActive = 1;     // armed
+constexpr std::uint32_t kUnstarted = 2;  // not armed, but holds a timer that could not be started
+constexpr std::uint32_t kStarting = 4;   // Timer_Set is at work on the timer; nobody else may delete it
 
 // What a cell is in, in one word: the flags in the low byte, where the device has its active flag, and above it how
 // often the cell has been armed. The lowest byte of that is the generation, which is all that a signal can carry.
-using TStateWord = uint32_t;
+using TStateWord = std::uint32_t;
 
-constexpr TStateWord StateWord(uint32_t dwFlags, uint32_t nArming) { return dwFlags | nArming << 8; }
-constexpr uint32_t Arming(TStateWord dwState) { return dwState >> 8; }
+constexpr TStateWord StateWord(std::uint32_t dwFlags, std::uint32_t nArming) { return dwFlags | nArming << 8; }
+constexpr std::uint32_t Arming(TStateWord dwState) { return dwState >> 8; }
 constexpr bool IsActive(TStateWord dwState) { return (dwState & kActive) != 0; }
 constexpr bool IsEnded(TStateWord dwState) { return (dwState & (kActive | kUnstarted)) == 0; }
-constexpr bool IsCurrent(TStateWord dwState, uint32_t nGeneration) {
+constexpr bool IsCurrent(TStateWord dwState, std::uint32_t nGeneration) {
   return IsActive(dwState) && (Arming(dwState) & 0xFFu) == nGeneration;
 }
 constexpr TStateWord Ended(TStateWord dwState) { return dwState & ~(kActive | kUnstarted); }
@@ -68,13 +68,13 @@ DEVSUPPORT_DEVICE_FIELD_AT(TTimerCell, pfnCallback, 4);
 DEVSUPPORT_DEVICE_FIELD_AT(TTimerCell, dwState, 8);
 
 struct TTimerArray {
-  uint16_t wSignal;
-  uint8_t byCount;
-  int32_t bOneShot;
+  std::uint16_t wSignal;
+  std::uint8_t byCount;
+  std::int32_t bOneShot;
   TTimerFunc pfnDefault;
 
   TTimerCell *Cells() { return reinterpret_cast<TTimerCell *>(this + 1); }
-  TTimerCell *Find(uint32_t nAryIdx) { return nAryIdx < byCount ? Cells() + nAryIdx : nullptr; }
+  TTimerCell *Find(std::uint32_t nAryIdx) { return nAryIdx < byCount ? Cells() + nAryIdx : nullptr; }
 };
 DEVSUPPORT_DEVICE_RECORD_BYTES(TTimerArray, 12);
 DEVSUPPORT_DEVICE_FIELD_AT(TTimerArray, wSignal, 0);
@@ -90,13 +90,13 @@ constinit std::atomic<TTimerArray *> g_apArray[kMaxArrays];
 
 // What a timer carries in its signal: the cell and the arming that it belongs to.
 struct TSignalValue {
-  uint32_t nAryIdx;
-  uint32_t nAryNo;
-  uint32_t nGeneration;
+  std::uint32_t nAryIdx;
+  std::uint32_t nAryNo;
+  std::uint32_t nGeneration;
 
   int Encode() const { return static_cast<int>(nAryIdx | nAryNo << 18 | nGeneration << 24); }
   static TSignalValue Decode(int nValue) {
-    const auto dwValue = static_cast<uint32_t>(nValue);
+    const auto dwValue = static_cast<std::uint32_t>(nValue);
     return {dwValue & 0x3FFFFu, dwValue >> 18 & 0x3Fu, dwValue >> 24};
   }
 };
@@ -111,7 +111,7 @@ constexpr TOperation kSet{"Timer_Set", "timer_create"};
 constexpr TOperation kDel{"Timer_Del", "timer_delete"};
 
 // Reports a failed operation and gives its result.
-int Fail(const TOperation &operation, TFailCase eCase, uint32_t nAryIdx, unsigned nCount) {
+int Fail(const TOperation &operation, TFailCase eCase, std::uint32_t nAryIdx, unsigned nCount) {
   const PreservedErrno preserved;
   switch (eCase) {
     case kOutOfRange:
@@ -131,7 +131,7 @@ int Fail(const TOperation &operation, TFailCase eCase, uint32_t nAryIdx, unsigne
   return 0;
 }
 
-TTimerArray *FindArray(const uint16_t *pwAryNo) {
+TTimerArray *FindArray(const std::uint16_t *pwAryNo) {
   return *pwAryNo < kMaxArrays ? g_apArray[*pwAryNo].load(std::memory_order_acquire) : nullptr;
 }
 
@@ -140,9 +140,8 @@ std::size_t Publish(TTimerArray *puArray, std::size_t nFirst) {
   for (std::size_t nAryNo = nFirst; nAryNo < kMaxArrays; ++nAryNo) {
     TTimerArray *puEmpty = nullptr;
     if (g_apArray[nAryNo].compare_exchange_strong(puEmpty, puArray, std::memory_order_release,
-                                                  std::memory_order_relaxed)) {
+                                                  std::memory_order_relaxed))
       return nAryNo;
-    }
   }
   return kMaxArrays;
 }
@@ -161,14 +160,14 @@ bool InstallHandler(int nSignal) {
 }
 
 // The block has room for nCount cells. Only those are set up that the 8-bit count leaves within reach.
-TTimerArray *NewArray(int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int nSignal) {
+TTimerArray *NewArray(std::int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int nSignal) {
   constexpr std::size_t kMaxCells = (PTRDIFF_MAX - sizeof(TTimerArray)) / sizeof(TTimerCell);
   if (nCount < 0 || static_cast<std::size_t>(nCount) > kMaxCells) return nullptr;
   void *pBlock = std::malloc(sizeof(TTimerArray) + static_cast<std::size_t>(nCount) * sizeof(TTimerCell));
   if (pBlock == nullptr) return nullptr;
   // Kept: the count is stored in eight bits and wraps, while the block is made for all of it.
-  auto *puArray =
-      ::new (pBlock) TTimerArray{static_cast<uint16_t>(nSignal), static_cast<uint8_t>(nCount), bOneShot, pfnDefault};
+  auto *puArray = ::new (pBlock)
+      TTimerArray{static_cast<std::uint16_t>(nSignal), static_cast<std::uint8_t>(nCount), bOneShot, pfnDefault};
   for (unsigned nAryIdx = 0; nAryIdx < puArray->byCount; ++nAryIdx) ::new (puArray->Cells() + nAryIdx) TTimerCell;
   return puArray;
 }
@@ -199,7 +198,7 @@ int CreateTimer(const TTimerArray &array, const TSignalValue &value, timer_t *ph
 
 // Kept: the timer always repeats for the kernel; an array's cells expire once because the handler ends them. A period
 // of 0 is the kernel's word for "stop": the cell is then active with a timer that never runs.
-int StartTimer(timer_t hTimer, uint32_t dwPeriodMs) {
+int StartTimer(timer_t hTimer, std::uint32_t dwPeriodMs) {
   const struct timespec period {
     static_cast<time_t>(dwPeriodMs / 1000), static_cast<long>(dwPeriodMs % 1000) * 1'000'000L
   };
@@ -209,7 +208,7 @@ int StartTimer(timer_t hTimer, uint32_t dwPeriodMs) {
 
 }  // namespace
 
-int Timer_CreateAry(int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int nSignal, uint16_t *pwAryNo) {
+int Timer_CreateAry(std::int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int nSignal, std::uint16_t *pwAryNo) {
   *pwAryNo = kNoArray;
   if (nSignal < 1) nSignal = __libc_current_sigrtmin() + 1;
   // Kept: installed anew with every array, and left in place when there is no room for this one.
@@ -227,18 +226,18 @@ int Timer_CreateAry(int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int nSi
     std::free(puArray);
     return 0;
   }
-  *pwAryNo = static_cast<uint16_t>(nAryNo);
+  *pwAryNo = static_cast<std::uint16_t>(nAryNo);
   return 1;
 }
 
-int Timer_Set(const uint16_t *pwAryNo, uint32_t nAryIdx, uint32_t dwPeriodMs, TTimerFunc pfn) {
+int Timer_Set(const std::uint16_t *pwAryNo, std::uint32_t nAryIdx, std::uint32_t dwPeriodMs, TTimerFunc pfn) {
   TTimerArray *puArray = FindArray(pwAryNo);
   if (puArray == nullptr) return 0;
   TTimerCell *puCell = puArray->Find(nAryIdx);
   if (puCell == nullptr) return Fail(kSet, kOutOfRange, nAryIdx, puArray->byCount);
   Release(*puCell);
 
-  const uint32_t nArming = Arming(puCell->dwState) + 1;
+  const std::uint32_t nArming = Arming(puCell->dwState) + 1;
   const TSignalValue value{nAryIdx, *pwAryNo, nArming & 0xFFu};
   timer_t hTimer{};
   if (CreateTimer(*puArray, value, &hTimer) != 0) return Fail(kSet, kTimerCall, nAryIdx, puArray->byCount);
@@ -258,7 +257,7 @@ int Timer_Set(const uint16_t *pwAryNo, uint32_t nAryIdx, uint32_t dwPeriodMs, TT
   return bStarted ? 1 : Fail(kSet, kSetTime, nAryIdx, puArray->byCount);
 }
 
-int Timer_Del(const uint16_t *pwAryNo, uint32_t nAryIdx) {
+int Timer_Del(const std::uint16_t *pwAryNo, std::uint32_t nAryIdx) {
   TTimerArray *puArray = FindArray(pwAryNo);
   if (puArray == nullptr) return 0;
   TTimerCell *puCell = puArray->Find(nAryIdx);
@@ -277,17 +276,17 @@ int Timer_Del(const uint16_t *pwAryNo, uint32_t nAryIdx) {
   return Fail(kDel, kTimerCall, nAryIdx, puArray->byCount);
 }
 
-int Timer_IsActive(const uint16_t *pwAryNo, uint32_t nAryIdx) {
+int Timer_IsActive(const std::uint16_t *pwAryNo, std::uint32_t nAryIdx) {
   TTimerArray *puArray = FindArray(pwAryNo);
   const TTimerCell *puCell = puArray != nullptr ? puArray->Find(nAryIdx) : nullptr;
   return puCell != nullptr && IsActive(puCell->dwState) ? 1 : 0;
 }
 
-void Timer_DelAll(const uint16_t *pwAryNo) {
+void Timer_DelAll(const std::uint16_t *pwAryNo) {
   if (TTimerArray *puArray = FindArray(pwAryNo)) ReleaseAll(*puArray);
 }
 
-void Timer_DestroyAry(const uint16_t *pwAryNo) {
+void Timer_DestroyAry(const std::uint16_t *pwAryNo) {
   if (*pwAryNo >= kMaxArrays) return;
   // The entry goes first: a signal that interrupts the rest finds no array.
   TTimerArray *puArray = g_apArray[*pwAryNo].exchange(nullptr, std::memory_order_acq_rel);

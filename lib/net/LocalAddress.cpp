@@ -134,9 +134,8 @@ int GetLocalIfList(TIfAddrInfo *pRecords, int nMax) {
     return 0;
   }
   int nFilled = 0;
-  for (std::size_t n = static_cast<std::size_t>(config.ifc_len) / sizeof(ifreq); n > 0 && nFilled < nMax; --n) {
+  for (std::size_t n = static_cast<std::size_t>(config.ifc_len) / sizeof(ifreq); n > 0 && nFilled < nMax; --n)
     if (FillRecord(socket, aRequests[n - 1], pRecords[nFilled])) ++nFilled;
-  }
   return nFilled;
 }
 

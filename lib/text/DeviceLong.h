@@ -50,9 +50,8 @@ inline DeviceLong ParseDeviceLong(const char *pText) {
   // The loop does not look for overflow: the number of digits tells afterwards whether there can have been one.
   const char *const pDigits = p;
   std::size_t uMagnitude = 0;
-  for (unsigned dwDigit = DigitValue(*p); dwDigit <= 9; dwDigit = DigitValue(*++p)) {
+  for (unsigned dwDigit = DigitValue(*p); dwDigit <= 9; dwDigit = DigitValue(*++p))
     uMagnitude = uMagnitude * 10 + dwDigit;
-  }
   if (p == pDigits) return {0, pText};
   if (p - pDigits > kWordDigits) [[unlikely]]
     uMagnitude = LongRunMagnitude(pDigits, p);

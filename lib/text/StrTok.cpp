@@ -32,9 +32,8 @@ std::int32_t LengthOf(const char *pText, std::int32_t nLen) {
 /// Whether the rest of a string, behind its first character, stands behind p. Nothing behind the first difference is
 /// read.
 bool RestFollows(const char *p, const char *pStr) {
-  for (std::size_t i = 1; pStr[i] != '\0'; ++i) {
+  for (std::size_t i = 1; pStr[i] != '\0'; ++i)
     if (p[i] != pStr[i]) return false;
-  }
   return true;
 }
 
@@ -53,9 +52,8 @@ const char *__FindStr(const char *pStart, const char *pEnd, const char *pStr, st
 }
 
 bool SameBytes(const char *pLeft, const char *pRight, std::ptrdiff_t nLen) {
-  for (std::ptrdiff_t i = 0; i < nLen; ++i) {
+  for (std::ptrdiff_t i = 0; i < nLen; ++i)
     if (pLeft[i] != pRight[i]) return false;
-  }
   return true;
 }
 
@@ -122,9 +120,8 @@ std::int32_t OpenSub(const TStrTok &uTok, TStrTok &uSub, Span token) {
     return 0;
   }
   // Kept: an empty token has length 0, and a length below 1 stands for all up to the NUL.
-  if (token.Length() == 0 && token.pBegin < uTok.pSrcEnd) {
+  if (token.Length() == 0 && token.pBegin < uTok.pSrcEnd)
     token.pEnd += strnlen(token.pBegin, static_cast<std::size_t>(uTok.pSrcEnd - token.pBegin));
-  }
   SetSpan(uSub, uTok.bTrim, token);
   return 1;
 }
@@ -210,9 +207,8 @@ std::int32_t TStrTok_IsTokenEnd(const TStrTok *puTok) {
 
 std::int32_t TStrTok_GoDelimit_Str(TStrTok *puTok, const char *pDelimiter, std::uint32_t bCanEmpty,
                                    std::int32_t nLen) {
-  while (TStrTok_Find(puTok, pDelimiter, nLen, 0) != 0) {
+  while (TStrTok_Find(puTok, pDelimiter, nLen, 0) != 0)
     if (bCanEmpty != 0 || puTok->pTok < puTok->pTokEnd) return 1;
-  }
   return LastField(*puTok, bCanEmpty != 0);
 }
 

@@ -143,9 +143,8 @@ std::int32_t _MatchAnyChar(TStrTok *puTok, std::uint32_t bWant, std::uint32_t dw
   if (puTok->pCur == nullptr) return 0;
   const ScanSet set(dwClasses, pExtra);
   std::int32_t nCount = 0;
-  if (set.IsNothing() || !__MatchChar_byTbl(puTok->pCur, puTok->pSrcEnd, nMin, nMax, bWant != 0, set.Get(), nCount)) {
+  if (set.IsNothing() || !__MatchChar_byTbl(puTok->pCur, puTok->pSrcEnd, nMin, nMax, bWant != 0, set.Get(), nCount))
     return Fail(*puTok, bEmptyOnFail);
-  }
   if (nCount > 0) {
     NoteDelimiter(*puTok, nCount);
   } else {

@@ -13,9 +13,8 @@ constexpr char kCaseBit = 'a' - 'A';
 /// Adds nStep to every character of one alphabet.
 void ShiftLetters(char *pText, char cFirst, char cLast, int nStep) {
   if (pText == nullptr) return;
-  for (char *p = pText; *p != '\0'; ++p) {
+  for (char *p = pText; *p != '\0'; ++p)
     if (*p >= cFirst && *p <= cLast) *p = static_cast<char>(*p + nStep);
-  }
 }
 
 }  // namespace

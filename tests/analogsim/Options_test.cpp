@@ -133,9 +133,8 @@ TEST(ToInt32, TakesDecimalAndHexadecimalNumbersOf32Bits) {
 
 TEST(ToInt32, RefusesWhatIsNoNumberOrTooLarge) {
   for (const char *text : {"", "-", "0x", "--1", "+1", " 1", "1 ", "1x", "0x1g", "2147483648", "-2147483649",
-                           "0x100000000", "-0x80000001", "99999999999999999999"}) {
+                           "0x100000000", "-0x80000001", "99999999999999999999"})
     EXPECT_EQ(ToInt32(text), std::nullopt) << text;
-  }
 }
 
 TEST(ToErrno, TakesNamesAndNumbers) {

@@ -138,9 +138,8 @@ TEST_F(StateFile, SharedByProcesses_LosesNoUpdate) {
   constexpr int kUpdates = 100;
   const auto count = [this] {
     FileStore store(file_);
-    for (int update = 0; update < kUpdates; ++update) {
+    for (int update = 0; update < kUpdates; ++update)
       store.Update([](Registers &registers) { ++registers.channels[0].direct[7]; });
-    }
     return 0;
   };
   Child first(count);

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+
 namespace {
 
 using tools::ParseDigits;
@@ -21,9 +23,8 @@ TEST(ParseNumber, TakesDecimalAndHexadecimalNumbersUpToTheLast) {
 
 TEST(ParseNumber, RefusesEverythingElseAndLeavesTheNumber) {
   std::uint32_t number = 4711;
-  for (const char *text : {"", "-1", "+1", " 1", "1 ", "1x", "0x", "0xg", "x", "4294967296", "0x100000000"}) {
+  for (const char *text : {"", "-1", "+1", " 1", "1 ", "1x", "0x", "0xg", "x", "4294967296", "0x100000000"})
     EXPECT_FALSE(ParseNumber(text, UINT32_MAX, number)) << text;
-  }
   EXPECT_FALSE(ParseNumber("10", 9, number));
   EXPECT_EQ(number, 4711U);
 }

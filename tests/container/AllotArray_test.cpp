@@ -61,9 +61,8 @@ std::vector<int> InUse(const TAllotArray *puAry) {
 
 std::vector<int> FreeRing(const TAllotArray *puAry) {
   std::vector<int> rooms;
-  for (int i = 0; i < puAry->MaxArrayCount - puAry->nInuseCnt; ++i) {
+  for (int i = 0; i < puAry->MaxArrayCount - puAry->nInuseCnt; ++i)
     rooms.push_back(puAry->pnFreeRoom[(puAry->nFreeGet + i) % puAry->MaxArrayCount]);
-  }
   return rooms;
 }
 

@@ -41,9 +41,8 @@ class NaiveTable {
     for (int i = 0; i < nCapacity_; ++i) free.push_back(i);
   }
   int Find(const std::string &key) const {
-    for (const int nSlot : chains[BucketOf(key)]) {
+    for (const int nSlot : chains[BucketOf(key)])
       if (entries.at(nSlot).first == key) return nSlot;
-    }
     return -1;
   }
   int Add(const std::string &key, int nValue) {

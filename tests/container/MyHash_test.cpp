@@ -244,9 +244,8 @@ TEST_F(MyHash, TraverseData_VisitsEveryEntryInTheInUseOrder) {
   for (const char *pKey : {"a", "b", "c"}) Add(pKey);
   TMyHash_Delete(&uHash_, 0);
   std::vector<std::string> keys;
-  for (int i = 0; i < TMyHash_GetInUseCnt(&uHash_); ++i) {
+  for (int i = 0; i < TMyHash_GetInUseCnt(&uHash_); ++i)
     keys.emplace_back(static_cast<const HashEntry *>(TMyHash_TraverseData(&uHash_, i))->szKey);
-  }
   EXPECT_THAT(keys, ElementsAre("c", "b"));
 }
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <ostream>
 #include <stdexcept>
@@ -302,9 +303,8 @@ TEST(CpldProgram, NeedsTheCLibraryOnly) {
 // Nobody can listen.
 
 TEST(CpldOutput, ToAFullDevice_DoesNotChangeTheStatus) {
-  for (const Words &words : {Words{}, Words{"0", "1", "23"}, Words{"4", "1"}}) {
+  for (const Words &words : {Words{}, Words{"0", "1", "23"}, Words{"4", "1"}})
     EXPECT_EQ(Simulated({}, Cpld(words)).OutputTo("/dev/full").Run().status, 0);
-  }
 }
 
 TEST(CpldOutput, ToAClosedDescriptor_DoesNotChangeTheStatus) {

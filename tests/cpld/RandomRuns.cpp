@@ -25,9 +25,8 @@ struct Run {
 std::string ReadToEnd(int fd) {
   std::string text;
   char buffer[1024];
-  for (ssize_t got = 0; (got = ::read(fd, buffer, sizeof buffer)) > 0;) {
+  for (ssize_t got = 0; (got = ::read(fd, buffer, sizeof buffer)) > 0;)
     text.append(buffer, static_cast<std::size_t>(got));
-  }
   return text;
 }
 
@@ -61,9 +60,8 @@ bool IsAnswer(const std::string &output) {
   int number = 0;
   unsigned data = 0;
   unsigned value = 0;
-  if (std::sscanf(output.c_str(), "ch=%d, reg%d, data=0x%x value=0x%x", &channel, &number, &data, &value) != 4) {
+  if (std::sscanf(output.c_str(), "ch=%d, reg%d, data=0x%x value=0x%x", &channel, &number, &data, &value) != 4)
     return false;
-  }
   char again[128];
   std::snprintf(again, sizeof again, "ch=%i, reg%i, data=0x%x value=0x%x\n", channel, number, data, value);
   return output == again;

@@ -106,9 +106,8 @@ void Say(const char *pWord, std::uint32_t number) {
 /// The number of the last change in the store, or -1, said why, when it is none of those that it may be.
 std::int64_t Found(std::uint32_t acknowledged) {
   Content content;
-  for (std::uint32_t table = 0; table < kTableCount; ++table) {
+  for (std::uint32_t table = 0; table < kTableCount; ++table)
     for (std::uint32_t key = 0; key < kKeys; ++key) content[{table, Key(table, key)}] = "";
-  }
   for (std::uint32_t number = 1; number <= acknowledged; ++number) Apply(Change(number), content);
   const std::string difference = Difference(content);
   if (difference.empty()) return acknowledged;

@@ -2,6 +2,7 @@
 
 #include <devsupport/net/LinkStatus.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 

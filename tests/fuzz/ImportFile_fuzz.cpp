@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
@@ -27,9 +28,8 @@ using nlohmann::json;
 class MemoryFile {
  public:
   explicit MemoryFile(std::string_view text) {
-    if (::ftruncate(Descriptor(), 0) != 0 || ::pwrite(Descriptor(), text.data(), text.size(), 0) < 0) {
+    if (::ftruncate(Descriptor(), 0) != 0 || ::pwrite(Descriptor(), text.data(), text.size(), 0) < 0)
       throw std::runtime_error("cannot write into memory");
-    }
   }
   static const std::string &Path() {
     static const std::string path = "/proc/self/fd/" + std::to_string(Descriptor());
@@ -117,13 +117,12 @@ std::string WithDigits(const std::string &name) {
   std::string digits;
   for (const char c : name) {
     const char lower = static_cast<char>(c | 0x20);
-    if (lower >= 'a' && lower <= 'z') {
+    if (lower >= 'a' && lower <= 'z')
       digits += kKeypad[static_cast<std::size_t>(lower - 'a')];
-    } else if ((c >= '0' && c <= '9') || c == ' ') {
+    else if ((c >= '0' && c <= '9') || c == ' ')
       digits += c == ' ' ? '0' : c;
-    } else {
+    else
       break;
-    }
   }
   return Terminated(name) + Terminated(digits);
 }
@@ -134,11 +133,10 @@ std::optional<Stored> ReadByOthers(const std::string &line) {
   if (object.size() == 1) return std::nullopt;
   EXPECT_EQ(object.size(), 3U);
   Stored record{table, "", ""};
-  if (object.contains("key_bytes")) {
+  if (object.contains("key_bytes"))
     record.key = BytesOf(object.at("key_bytes"));
-  } else {
+  else
     record.key = table == "tb_pb" ? WithDigits(object.at("key")) : Terminated(object.at("key"));
-  }
   record.value = object.contains("value_bytes") ? BytesOf(object.at("value_bytes")) : Terminated(object.at("value"));
   return record;
 }

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <sstream>
@@ -43,9 +44,8 @@ bool IsHex(const std::string &word) {
 
 std::string Canonical(const std::string &digits) {
   in6_addr address{};
-  for (std::size_t i = 0; i < 16; ++i) {
+  for (std::size_t i = 0; i < 16; ++i)
     address.s6_addr[i] = static_cast<std::uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
-  }
   char text[INET6_ADDRSTRLEN] = "";
   ::inet_ntop(AF_INET6, &address, text, sizeof text);
   return text;
@@ -57,9 +57,8 @@ bool ReadKernelLine(const std::string &line, const std::string &name, Answer &an
   std::string address, index, prefix, scope, flags, interface, more;
   words >> address >> index >> prefix >> scope >> flags >> interface;
   if (!words || words >> more || address.size() != 32 || index.size() > 8 || prefix.size() != 2 ||
-      scope.size() != 2 || flags.size() != 2 || interface.size() > kNameChars) {
+      scope.size() != 2 || flags.size() != 2 || interface.size() > kNameChars)
     return false;
-  }
   if (!IsHex(address + index + prefix + scope + flags)) return false;
   if (interface != name || answer.result != 0) return true;
   answer.address = Canonical(address);
@@ -71,9 +70,8 @@ bool ReadKernelLine(const std::string &line, const std::string &name, Answer &an
 std::optional<Answer> NaiveAnswer(const std::string &name, std::string_view table) {
   devsupport::test::KernelLines lines(table, table.size());
   Answer answer;
-  for (std::string line; lines.Next(line);) {
+  for (std::string line; lines.Next(line);)
     if (line.size() > kLineChars || !ReadKernelLine(line, name, answer)) return std::nullopt;
-  }
   return answer;
 }
 

@@ -3,6 +3,7 @@
 // readers of JSON.
 
 #include <algorithm>
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -142,9 +143,8 @@ void ExpectAccounted(const std::vector<Cell> &cells, const std::vector<Message> 
 std::string TextOf(const Message &message) {
   static char room[devlog::kMaxText + 1];
   std::string expected;
-  for (unsigned i = 0; message.first != nullptr && i < message.records; ++i) {
+  for (unsigned i = 0; message.first != nullptr && i < message.records; ++i)
     expected += devlog::Decode(message.first[i]).text;
-  }
   const std::string_view text = devlog::TextOf(message, room);
   EXPECT_EQ(text, expected);
   EXPECT_EQ(room[text.size()], '\0');
@@ -164,9 +164,8 @@ bool IsUtf8(const std::string &text) {
 }
 
 std::string WithoutColours(std::string text) {
-  for (std::size_t begin = 0; (begin = text.find('\033')) != std::string::npos;) {
+  for (std::size_t begin = 0; (begin = text.find('\033')) != std::string::npos;)
     text.erase(begin, text.find('m', begin) - begin + 1);
-  }
   return text;
 }
 

@@ -9,6 +9,7 @@
 #include <devsupport/logmgr/LogInfoShm.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 #include <string_view>
 

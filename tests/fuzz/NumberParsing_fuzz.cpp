@@ -1,6 +1,7 @@
 // The number parsers: any text gives what the naive parsers make of it, and numbers come back from their own text.
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>

@@ -2,6 +2,7 @@
 // failed.
 
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -48,9 +49,8 @@ std::int32_t NaiveNumber(const std::string &word, unsigned base) {
   }
   const std::int64_t limit = negative ? 0x80000000LL : 0x7fffffffLL;
   std::int64_t magnitude = 0;
-  for (; i < digits.size() && DigitOf(digits[i]) < base; ++i) {
+  for (; i < digits.size() && DigitOf(digits[i]) < base; ++i)
     magnitude = std::min<std::int64_t>(limit, magnitude * base + DigitOf(digits[i]));
-  }
   return static_cast<std::int32_t>(negative ? -magnitude : magnitude);
 }
 

@@ -5,6 +5,8 @@
 #include "tests/fuzz/FuzzTarget.h"
 #include "tests/text/StrTokScript.h"
 
+#include <cstdint>
+
 int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   devsupport::test::FuzzInput input(data, size);
   devsupport::test::StrTokScript script([&](std::size_t limit) { return input.Below(limit); });

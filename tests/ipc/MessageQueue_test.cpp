@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -31,7 +32,7 @@ using devsupport::test::FailCall;
 using devsupport::test::IpcKey;
 
 constexpr int kPresetErrno = 4711;
-constexpr int32_t kUnwritten = -4711;
+constexpr std::int32_t kUnwritten = -4711;
 
 struct Message {
   long type;
@@ -49,7 +50,7 @@ class MsgQueue : public ::testing::Test {
  protected:
   int Open() { return id_ = KMsgQue_Open(key_, 0); }
 
-  void Send(long type, int32_t bytes, char fill = 'x') {
+  void Send(long type, std::int32_t bytes, char fill = 'x') {
     const Message message = Filled(type, fill);
     ASSERT_EQ(KMsgQue_Send(id_, &message, bytes, 0), 1);
   }
@@ -179,7 +180,7 @@ TEST_F(MsgQueue, SendAndGet_CarryTypeDataAndLength) {
   CapturedOutput err(stderr);
   ASSERT_EQ(KMsgQue_Send(id_, &sent, 17, 1), 1);
   Message got = Filled(-1, '#');
-  int32_t length = kUnwritten;
+  std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, 0), 1);
   EXPECT_EQ(err.Take(), "");
   EXPECT_EQ(length, 17);
@@ -198,15 +199,15 @@ TEST_F(MsgQueue, Get_OfAMessageWithoutData_StoresLength0) {
   Open();
   Send(1, 0);
   Message got{};
-  int32_t length = kUnwritten;
+  std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, 0, 0, &length, 0), 1);
   EXPECT_EQ(length, 0);
 }
 
 TEST_F(MsgQueue, Get_ChoosesByType) {
   Open();
-  for (const long type : {5L, 3L, 4L, 3L}) Send(type, static_cast<int32_t>(type));
-  const auto next = [this](int32_t wanted) {
+  for (const long type : {5L, 3L, 4L, 3L}) Send(type, static_cast<std::int32_t>(type));
+  const auto next = [this](std::int32_t wanted) {
     Message got{};
     return KMsgQue_Get(id_, &got, sizeof got.data, wanted, nullptr, IPC_NOWAIT) == 1 ? got.type : 0;
   };
@@ -221,7 +222,7 @@ TEST_F(MsgQueue, Get_OnAnEmptyQueueWithoutWait_Returns0AndStoresAndPrintsNothing
   Open();
   CapturedOutput err(stderr);
   Message got = Filled(-1, '#');
-  int32_t length = kUnwritten;
+  std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, IPC_NOWAIT), 0);
   EXPECT_EQ(err.Take(), "");
   EXPECT_EQ(length, kUnwritten);
@@ -242,7 +243,7 @@ TEST_F(MsgQueue, Get_OfAnOversizeMessage_Returns3AndLeavesItInTheQueue) {
   Send(1, 9);
   CapturedOutput err(stderr);
   Message got = Filled(-1, '#');
-  int32_t length = kUnwritten;
+  std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, 8, 0, &length, 0), 3);
   EXPECT_EQ(err.Take(), "");
   EXPECT_EQ(length, kUnwritten);
@@ -254,7 +255,7 @@ TEST_F(MsgQueue, Get_OfAnOversizeMessageWithNoError_CutsItToTheCapacity) {
   Open();
   Send(1, 9);
   Message got = Filled(-1, '#');
-  int32_t length = kUnwritten;
+  std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, 8, 0, &length, MSG_NOERROR), 1);
   EXPECT_EQ(length, 8);
   EXPECT_EQ(std::string(got.data, 9), "xxxxxxxx#");
@@ -273,7 +274,7 @@ TEST_F(MsgQueue, Get_InterruptedBySignals_Returns4AndPrintsNothing) {
   const itimerval never{};
   CapturedOutput err(stderr);
   Message got{};
-  int32_t length = kUnwritten;
+  std::int32_t length = kUnwritten;
   ::setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
   const int result = KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, 0);
   ::setitimer(ITIMER_REAL, &never, nullptr);
@@ -288,7 +289,7 @@ TEST_F(MsgQueue, Get_OnARemovedQueue_PrintsIdentifierAndFlagsAndReturns5) {
   KMsgQue_Close(key_);
   CapturedOutput err(stderr);
   Message got{};
-  int32_t length = kUnwritten;
+  std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, IPC_NOWAIT | MSG_NOERROR), 5);
   EXPECT_EQ(errno, EINVAL);
   EXPECT_EQ(err.Take(), "KMsgQue_Get: msgrcv(MsgQ ID: " + IdText() + ", Flag:6144) failed(Invalid argument)\n");
@@ -400,10 +401,10 @@ TEST_F(MsgQueue, ManyProcesses_ReceiveEveryMessageOnce) {
   int next[kSenders] = {};
   for (int n = 0; n < kSenders * kEach; ++n) {
     Message got{};
-    int32_t length = kUnwritten;
+    std::int32_t length = kUnwritten;
     int value = -1;
     ASSERT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, 0), 1);
-    ASSERT_EQ(length, static_cast<int32_t>(sizeof value));
+    ASSERT_EQ(length, static_cast<std::int32_t>(sizeof value));
     std::memcpy(&value, got.data, sizeof value);
     ASSERT_EQ(value, next[got.type - 1]++);
   }

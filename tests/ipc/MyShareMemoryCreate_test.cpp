@@ -5,6 +5,7 @@
 
 #include <bit>
 #include <cerrno>
+#include <cstdint>
 #include <limits>
 
 #include "tests/ipc/RingFixture.h"

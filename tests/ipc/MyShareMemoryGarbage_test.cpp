@@ -7,6 +7,7 @@
 #include <devsupport/ipc/MyShareMemory.h>
 
 #include <array>
+#include <cstdint>
 #include <random>
 
 #include "tests/ipc/FencedMemory.h"

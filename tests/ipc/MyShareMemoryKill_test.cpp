@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <random>
 
 #include "tests/ipc/RingFixture.h"
@@ -68,13 +69,12 @@ class RingKill : public devsupport::test::RingFixture {
     std::uint32_t length = 4711;
     if (TShmQueue_Get(&ring, buffer, &length, 0) == 0) return false;
     std::uint32_t identity = 0;
-    if (length == 0) {
+    if (length == 0)
       books->hollow.fetch_add(1);
-    } else if (!Message::Read(buffer, length, &identity) || books->seen[identity].fetch_add(1) != 0) {
+    else if (!Message::Read(buffer, length, &identity) || books->seen[identity].fetch_add(1) != 0)
       books->broken.fetch_add(1);
-    } else {
+    else
       books->taken.fetch_add(1);
-    }
     return true;
   }
   void AttachAndLeave() {

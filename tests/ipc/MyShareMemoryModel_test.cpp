@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <random>
 
 #include "tests/ipc/RingFixture.h"

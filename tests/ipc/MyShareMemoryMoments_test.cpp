@@ -3,6 +3,7 @@
 
 #include <devsupport/ipc/MyShareMemory.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>

@@ -5,6 +5,7 @@
 #include <devsupport/ipc/MyShareMemory.h>
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>
@@ -108,9 +109,8 @@ class RingPairs : public devsupport::test::RingFixture {
     };
     std::uint64_t turn = TestSeed();
     for (const int cells : {0, 1, 3}) {
-      for (const Operation &second : others) {
+      for (const Operation &second : others)
         if (TakesEveryMoment() || ++turn % 3 == 0) ExpectOneAfterTheOther(cells, first, second);
-      }
     }
   }
   // The oldest cell's first character, 0 when there is none.

@@ -4,6 +4,8 @@
 
 #include "tests/ipc/RingFixture.h"
 
+#include <cstdint>
+
 namespace {
 
 class RingPeek : public devsupport::test::RingFixture {

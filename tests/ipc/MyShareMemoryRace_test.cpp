@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <optional>
 
 #include "tests/ipc/RingFixture.h"
@@ -73,9 +74,8 @@ TEST_P(RingRace, OneCreates_AllSeeAnInitialisedRing) {
     const IpcKey semKey;
     const SharedBlock<Start> start;
     std::vector<Child> starters;
-    for (int i = 0; i < kStarters; ++i) {
+    for (int i = 0; i < kStarters; ++i)
       starters.emplace_back([&] { return StartUp(start, shareKey, semKey, GetParam()); });
-    }
     while (start->ready < kStarters) ::sched_yield();
     start->go = true;
     std::vector<int> pids;

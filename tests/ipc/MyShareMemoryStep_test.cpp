@@ -4,6 +4,7 @@
 
 #include <devsupport/ipc/MyShareMemory.h>
 #include <array>
+#include <cstdint>
 #include <functional>
 #include <set>
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 
 #include "tests/ipc/RingFixture.h"
 #include "tests/ipc/RingMessage.h"
@@ -67,11 +68,10 @@ class RingStorm : public devsupport::test::RingFixture {
     std::uint32_t length = 0;
     if (TShmQueue_Get(&ring, buffer, &length, 0) == 0) return false;
     std::uint32_t identity = 0;
-    if (!Message::Read(buffer, length, &identity) || identity >= kProcesses * kMostMessages) {
+    if (!Message::Read(buffer, length, &identity) || identity >= kProcesses * kMostMessages)
       storm->broken.fetch_add(1);
-    } else {
+    else
       storm->seen[identity / kMostMessages][identity % kMostMessages].fetch_add(1);
-    }
     return true;
   }
 
@@ -117,9 +117,7 @@ class RingStorm : public devsupport::test::RingFixture {
 TEST_F(RingStorm, EveryMessageArrivesOnceAndWholeAndTheSemaphoreIsFree) {
   {
     std::vector<Child> processes;
-    for (int i = 0; i < kProcesses; ++i) {
-      processes.emplace_back([this, i] { return Weather(i); });
-    }
+    for (int i = 0; i < kProcesses; ++i) processes.emplace_back([this, i] { return Weather(i); });
     for (Child &process : processes) EXPECT_EQ(process.Wait(), 0);
   }
   EXPECT_EQ(SemValue(), 1);
@@ -130,9 +128,8 @@ TEST_F(RingStorm, EveryMessageArrivesOnceAndWholeAndTheSemaphoreIsFree) {
   for (int process = 0; process < kProcesses; ++process) {
     messages += storm->pushed[process];
     std::uint32_t wrong = 0;
-    for (std::uint32_t i = 0; i < kMostMessages; ++i) {
+    for (std::uint32_t i = 0; i < kMostMessages; ++i)
       if (storm->seen[process][i] != (i < storm->pushed[process] ? 1 : 0)) ++wrong;
-    }
     EXPECT_EQ(wrong, 0u) << "of process " << process;
   }
   EXPECT_EQ(SemValue(), 1);

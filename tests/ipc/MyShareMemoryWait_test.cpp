@@ -135,9 +135,8 @@ TEST_F(RingWait, WhoSleeps_GoesBeforeThoseWhoTry) {
     });
   }
   Child sleeping([&] {
-    for (int turn = 0; turn < kTurns; ++turn) {
+    for (int turn = 0; turn < kTurns; ++turn)
       if (TShmQueue_Lock(&ring) != 1 || TShmQueue_Unlock(&ring) != 1) return 1;
-    }
     return 0;
   });
   EXPECT_EQ(sleeping.Wait(), 0);

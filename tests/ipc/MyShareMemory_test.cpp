@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <thread>
 
 #include "tests/ipc/RingFixture.h"
@@ -207,9 +208,8 @@ TEST_F(Ring, TwoRecords_SeeTheSameCells) {
 TEST_F(Ring, TwoProcesses_PassCellsWholeAndInOrder) {
   ASSERT_EQ(Create(ring, 3, 8), 1);
   Child child([&] {
-    for (int i = 0; i < 20000; ++i) {
+    for (int i = 0; i < 20000; ++i)
       while (PushText(ring, std::to_string(i)) == 0) ::sched_yield();
-    }
     return 0;
   });
   for (int i = 0; i < 20000; ++i) {
@@ -228,9 +228,8 @@ TEST_F(Ring, ThreadsOfOneRecord_PassCellsWholeAndOnce) {
   std::atomic<int> taken{0};
   std::atomic<std::int64_t> sum{0};
   const auto push = [&](int first) {
-    for (int i = first; i < first + kEach; ++i) {
+    for (int i = first; i < first + kEach; ++i)
       while (PushText(ring, std::to_string(i)) == 0) ::sched_yield();
-    }
   };
   const auto take = [&] {
     while (taken < 2 * kEach) {

@@ -19,9 +19,8 @@ struct Message {
     message.length = static_cast<std::uint16_t>(8 + identity * 7 % (kMessageBytes - 8 + 1));
     const std::uint32_t start[2] = {identity, message.length};
     std::memcpy(message.bytes.data(), start, sizeof start);
-    for (std::uint32_t i = 8; i < message.length; ++i) {
+    for (std::uint32_t i = 8; i < message.length; ++i)
       message.bytes[i] = static_cast<std::uint8_t>(identity * 31 + i);
-    }
     return message;
   }
 

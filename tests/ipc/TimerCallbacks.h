@@ -11,13 +11,13 @@ namespace devsupport::test {
 
 constexpr int kOneShot = 1;
 constexpr int kRepeating = 0;
-constexpr uint32_t kMaxCells = 16;
-constexpr uint32_t kNever = 0xFFFFFFFFu;
+constexpr std::uint32_t kMaxCells = 16;
+constexpr std::uint32_t kNever = 0xFFFFFFFFu;
 
 // What the callbacks leave behind. They run in signals: atomics and an event only.
 inline std::atomic<int> g_calls{0};
 inline std::atomic<int> g_otherCalls{0};
-inline std::atomic<uint32_t> g_lastCell{kNever};
+inline std::atomic<std::uint32_t> g_lastCell{kNever};
 inline std::atomic<int> g_perCell[kMaxCells];
 inline std::atomic<const Event *> g_event{nullptr};
 
@@ -25,14 +25,14 @@ inline void Announce() {
   if (const Event *event = g_event) event->Announce();
 }
 
-inline void Count(uint32_t cell) {
+inline void Count(std::uint32_t cell) {
   ++g_calls;
   g_lastCell = cell;
   if (cell < kMaxCells) ++g_perCell[cell];
   Announce();
 }
 
-inline void CountOther(uint32_t cell) {
+inline void CountOther(std::uint32_t cell) {
   ++g_otherCalls;
   g_lastCell = cell;
   Announce();

@@ -35,7 +35,7 @@ struct TimerCalls {
   std::function<void()> beforeDelete;
   std::function<void()> beforeMalloc;
 
-  uint32_t SignalValue() const { return static_cast<uint32_t>(event.sigev_value.sival_int); }
+  std::uint32_t SignalValue() const { return static_cast<std::uint32_t>(event.sigev_value.sival_int); }
 };
 
 /// The calls since the last ForgetTimerCalls().

@@ -12,14 +12,14 @@
 
 namespace devsupport::test {
 
-constexpr uint32_t kHourMs = 3'600'000;  // longer than any test: only signals queued by hand arrive
-constexpr uint16_t kNoArray = 0xFFFF;
+constexpr std::uint32_t kHourMs = 3'600'000;  // longer than any test: only signals queued by hand arrive
+constexpr std::uint16_t kNoArray = 0xFFFF;
 
-inline void Ignore(uint32_t /*nAryIdx*/) {}
+inline void Ignore(std::uint32_t /*nAryIdx*/) {}
 
 inline int TimerSignal() { return SIGRTMIN + 1; }
 
-inline int SignalValue(uint32_t nAryIdx, uint32_t nAryNo, uint32_t nGeneration) {
+inline int SignalValue(std::uint32_t nAryIdx, std::uint32_t nAryNo, std::uint32_t nGeneration) {
   return static_cast<int>(nAryIdx | nAryNo << 18 | nGeneration << 24);
 }
 
@@ -36,14 +36,14 @@ class TimerTest : public ::testing::Test {
   void SetUp() override { ForgetTimerCalls(); }
 
   void TearDown() override {
-    for (uint16_t number = 0; number < 64; ++number) Timer_DestroyAry(&number);
+    for (std::uint16_t number = 0; number < 64; ++number) Timer_DestroyAry(&number);
     EXPECT_EQ(Calls().created, Calls().deleted) << "a timer was left behind";
     EXPECT_EQ(Calls().deleteErrors, 0) << "a timer was deleted twice";
     EXPECT_EQ(Calls().settimeErrors, 0) << "a timer was started after it had been deleted";
   }
 
-  static uint16_t Make(int32_t count, int oneShot, TTimerFunc fallback = Ignore, int number = 0) {
-    uint16_t array = 0x1234;
+  static std::uint16_t Make(std::int32_t count, int oneShot, TTimerFunc fallback = Ignore, int number = 0) {
+    std::uint16_t array = 0x1234;
     EXPECT_EQ(Timer_CreateAry(count, oneShot, fallback, number, &array), 1);
     return array;
   }

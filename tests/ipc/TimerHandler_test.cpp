@@ -38,29 +38,29 @@ using devsupport::test::TimerSignal;
 using TimerHandler = devsupport::test::TimerCallbackTest;
 
 // For the callbacks below: the array that they look at, and what it answered.
-std::atomic<uint16_t> g_array{0};
+std::atomic<std::uint16_t> g_array{0};
 std::atomic<int> g_activeInCallback{-1};
 std::atomic<int> g_delInCallback{-1};
 
-void SpoilErrno(uint32_t /*cell*/) {
+void SpoilErrno(std::uint32_t /*cell*/) {
   ++g_calls;
   errno = ENOTTY;
 }
 
-void LookAtOwnCell(uint32_t cell) {
+void LookAtOwnCell(std::uint32_t cell) {
   ++g_calls;
-  const uint16_t array = g_array;
+  const std::uint16_t array = g_array;
   g_activeInCallback = Timer_IsActive(&array, cell);
 }
 
-void DisarmOwnCell(uint32_t cell) {
+void DisarmOwnCell(std::uint32_t cell) {
   ++g_calls;
-  const uint16_t array = g_array;
+  const std::uint16_t array = g_array;
   g_delInCallback = Timer_Del(&array, cell);
 }
 
 TEST_F(TimerHandler, OneShotCell_FiresOnceWithItsIndexAndIsInactiveAfterwards) {
-  const uint16_t array = Make(5, kOneShot, Count);
+  const std::uint16_t array = Make(5, kOneShot, Count);
   ASSERT_EQ(Timer_Set(&array, 3, 1, nullptr), 1);
   event_.Wait();
   EXPECT_EQ(Timer_IsActive(&array, 3), 0);
@@ -70,7 +70,7 @@ TEST_F(TimerHandler, OneShotCell_FiresOnceWithItsIndexAndIsInactiveAfterwards) {
 }
 
 TEST_F(TimerHandler, OneShotCell_CanBeArmedAgain) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   for (int round = 1; round <= 3; ++round) {
     ASSERT_EQ(Timer_Set(&array, 0, 1, nullptr), 1);
     event_.Wait();
@@ -79,21 +79,21 @@ TEST_F(TimerHandler, OneShotCell_CanBeArmedAgain) {
 }
 
 TEST_F(TimerHandler, RepeatingCell_FiresEveryPeriodUntilDel) {
-  const uint16_t array = Make(1, kRepeating, Count);
+  const std::uint16_t array = Make(1, kRepeating, Count);
   ASSERT_EQ(Timer_Set(&array, 0, 1, nullptr), 1);
   for (int expiry = 0; expiry < 5; ++expiry) event_.Wait();
   EXPECT_EQ(Timer_IsActive(&array, 0), 1);
   EXPECT_EQ(Timer_Del(&array, 0), 1);
   const int calls = g_calls;
   // Signals of one number arrive in their order: when the other cell has fired, nothing older is on its way.
-  const uint16_t other = Make(1, kOneShot, CountOther);
+  const std::uint16_t other = Make(1, kOneShot, CountOther);
   Timer_Set(&other, 0, 5, nullptr);
   while (g_otherCalls == 0) event_.Wait();
   EXPECT_EQ(g_calls, calls);
 }
 
 TEST_F(TimerHandler, Cell_CallsItsOwnCallbackInsteadOfTheDefault) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   Timer_Set(&array, 0, 1, CountOther);
   event_.Wait();
   EXPECT_EQ(g_calls, 0);
@@ -105,15 +105,15 @@ TEST_F(TimerHandler, Cell_CallsItsOwnCallbackInsteadOfTheDefault) {
 }
 
 TEST_F(TimerHandler, Cell_WithoutAnyCallback_ExpiresSilently) {
-  const uint16_t array = Make(1, kOneShot, nullptr);
+  const std::uint16_t array = Make(1, kOneShot, nullptr);
   ASSERT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 1);
   Deliver(SignalValue(0, array, 1));
   EXPECT_EQ(Timer_IsActive(&array, 0), 0);
 }
 
 TEST_F(TimerHandler, Arrays_WithDifferentSignals_ShareHandlerAndTable) {
-  const uint16_t first = Make(2, kOneShot, Count, SIGRTMIN + 2);
-  const uint16_t second = Make(2, kRepeating, CountOther, SIGUSR1);
+  const std::uint16_t first = Make(2, kOneShot, Count, SIGRTMIN + 2);
+  const std::uint16_t second = Make(2, kRepeating, CountOther, SIGUSR1);
   Timer_Set(&first, 1, 1, nullptr);
   Timer_Set(&second, 0, 1, nullptr);
   while (g_calls == 0 || g_otherCalls < 2) event_.Wait();
@@ -124,7 +124,7 @@ TEST_F(TimerHandler, Arrays_WithDifferentSignals_ShareHandlerAndTable) {
 
 TEST_F(TimerHandler, LateSignal_DisarmsTheCellThatWasArmedAgainAndCallsNothing) {
   for (const int oneShot : {kOneShot, kRepeating}) {
-    const uint16_t array = Make(1, oneShot, Count);
+    const std::uint16_t array = Make(1, oneShot, Count);
     Timer_Set(&array, 0, kHourMs, nullptr);
     Timer_Set(&array, 0, kHourMs, nullptr);
     Deliver(SignalValue(0, array, 1));
@@ -135,7 +135,7 @@ TEST_F(TimerHandler, LateSignal_DisarmsTheCellThatWasArmedAgainAndCallsNothing) 
 }
 
 TEST_F(TimerHandler, LateSignal_ForAnInactiveCell_DoesNothing) {
-  const uint16_t array = Make(2, kOneShot, Count);
+  const std::uint16_t array = Make(2, kOneShot, Count);
   Deliver(SignalValue(0, array, 0));  // never armed
   Timer_Set(&array, 1, kHourMs, nullptr);
   Timer_Del(&array, 1);
@@ -148,7 +148,7 @@ TEST_F(TimerHandler, LateSignal_ForAnInactiveCell_DoesNothing) {
 }
 
 TEST_F(TimerHandler, LateSignal_DeletesATimerThatCouldNotBeStarted) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   CapturedOutput err(stderr);
   {
     FailCall fail("timer_settime", 1);
@@ -161,8 +161,8 @@ TEST_F(TimerHandler, LateSignal_DeletesATimerThatCouldNotBeStarted) {
 }
 
 TEST_F(TimerHandler, SignalQueuedByHand_WithTheCurrentGeneration_IsAnExpiry) {
-  const uint16_t once = Make(1, kOneShot, Count);
-  const uint16_t often = Make(1, kRepeating, CountOther);
+  const std::uint16_t once = Make(1, kOneShot, Count);
+  const std::uint16_t often = Make(1, kRepeating, CountOther);
   Timer_Set(&once, 0, kHourMs, nullptr);
   Timer_Set(&often, 0, kHourMs, nullptr);
   Deliver(SignalValue(0, once, 1));
@@ -175,22 +175,22 @@ TEST_F(TimerHandler, SignalQueuedByHand_WithTheCurrentGeneration_IsAnExpiry) {
 }
 
 TEST_F(TimerHandler, GenerationThatWrapped_StillMatches) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   for (int arming = 0; arming < 256; ++arming) Timer_Set(&array, 0, kHourMs, nullptr);
   Deliver(SignalValue(0, array, 0));
   EXPECT_EQ(g_calls, 1);
 }
 
 TEST_F(TimerHandler, SignalForAnArrayThatIsNotThere_DoesNothing) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   Timer_Set(&array, 0, kHourMs, nullptr);
-  for (uint32_t number = 1; number < 64; ++number) Deliver(SignalValue(0, number, 1));
+  for (std::uint32_t number = 1; number < 64; ++number) Deliver(SignalValue(0, number, 1));
   EXPECT_EQ(Timer_IsActive(&array, 0), 1);
   EXPECT_EQ(g_calls, 0);
 }
 
 TEST_F(TimerHandler, SignalForADestroyedArray_DoesNothing) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   Timer_Set(&array, 0, kHourMs, nullptr);
   Timer_DestroyAry(&array);
   Deliver(SignalValue(0, array, 1));
@@ -198,18 +198,17 @@ TEST_F(TimerHandler, SignalForADestroyedArray_DoesNothing) {
 }
 
 TEST_F(TimerHandler, SignalForACellOutOfRange_DoesNothing) {
-  const uint16_t array = Make(300, kOneShot, Count);  // 44 cells within reach
+  const std::uint16_t array = Make(300, kOneShot, Count);  // 44 cells within reach
   Timer_Set(&array, 43, kHourMs, nullptr);
-  for (const uint32_t cell : {44u, 45u, 255u, 256u, 299u, 300u, 0x1FFFFu, 0x3FFFFu}) {
-    for (const uint32_t generation : {0u, 1u, 255u}) Deliver(SignalValue(cell, array, generation));
-  }
+  for (const std::uint32_t cell : {44u, 45u, 255u, 256u, 299u, 300u, 0x1FFFFu, 0x3FFFFu})
+    for (const std::uint32_t generation : {0u, 1u, 255u}) Deliver(SignalValue(cell, array, generation));
   EXPECT_EQ(Timer_IsActive(&array, 43), 1);
   EXPECT_EQ(g_calls, 0);
   EXPECT_EQ(Calls().deleted, 0);
 }
 
 TEST_F(TimerHandler, AnyValue_StaysWithinTheArrays) {
-  const uint64_t seed = TestSeed();
+  const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedHint(seed));
   std::mt19937_64 random(seed);
   for (int made = 0; made < 5; ++made) Make(200, made % 2, Count);
@@ -218,13 +217,13 @@ TEST_F(TimerHandler, AnyValue_StaysWithinTheArrays) {
     info.si_code = SI_QUEUE;
     info.si_value.sival_int = static_cast<int>(random() & (n % 2 != 0 ? 0xFFFFFFFFu : 0x031C00FFu));
     Timer_OnSignal(TimerSignal(), &info, nullptr);
-    const auto array = static_cast<uint16_t>(random() % 5);
-    if (n % 4 == 0) Timer_Set(&array, static_cast<uint32_t>(random() % 200), kHourMs, nullptr);
+    const auto array = static_cast<std::uint16_t>(random() % 5);
+    if (n % 4 == 0) Timer_Set(&array, static_cast<std::uint32_t>(random() % 200), kHourMs, nullptr);
   }
 }
 
 TEST_F(TimerHandler, Handler_LeavesErrnoAsItWas) {
-  const uint16_t array = Make(1, kRepeating, SpoilErrno);
+  const std::uint16_t array = Make(1, kRepeating, SpoilErrno);
   Timer_Set(&array, 0, kHourMs, nullptr);
   siginfo_t info{};
   info.si_value.sival_int = SignalValue(0, array, 1);
@@ -236,7 +235,7 @@ TEST_F(TimerHandler, Handler_LeavesErrnoAsItWas) {
 
 TEST_F(TimerHandler, Callback_SeesAOneShotCellInactiveAndARepeatingOneActive) {
   for (const int oneShot : {kOneShot, kRepeating}) {
-    const uint16_t array = Make(1, oneShot, LookAtOwnCell);
+    const std::uint16_t array = Make(1, oneShot, LookAtOwnCell);
     g_array = array;
     g_activeInCallback = -1;
     Timer_Set(&array, 0, kHourMs, nullptr);
@@ -246,7 +245,7 @@ TEST_F(TimerHandler, Callback_SeesAOneShotCellInactiveAndARepeatingOneActive) {
 }
 
 TEST_F(TimerHandler, Callback_MayDisarmItsOwnCell) {
-  const uint16_t array = Make(1, kRepeating, DisarmOwnCell);
+  const std::uint16_t array = Make(1, kRepeating, DisarmOwnCell);
   g_array = array;
   g_delInCallback = -1;
   Timer_Set(&array, 0, kHourMs, nullptr);
@@ -259,7 +258,7 @@ TEST_F(TimerHandler, Callback_MayDisarmItsOwnCell) {
 // The worst moments: the signal arrives inside one of the system calls of Timer_Set, Timer_Del or Timer_DestroyAry.
 
 TEST_F(TimerHandler, ExpiryBeforeSetReturns_RunsTheCallbackAndEndsAOneShotCell) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   Calls().afterSettime = [array] { Deliver(SignalValue(0, array, 1)); };
   EXPECT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 1);
   EXPECT_EQ(g_calls, 1);
@@ -268,7 +267,7 @@ TEST_F(TimerHandler, ExpiryBeforeSetReturns_RunsTheCallbackAndEndsAOneShotCell) 
 }
 
 TEST_F(TimerHandler, ExpiryBeforeSetReturns_LeavesARepeatingCellActive) {
-  const uint16_t array = Make(1, kRepeating, Count);
+  const std::uint16_t array = Make(1, kRepeating, Count);
   Calls().afterSettime = [array] { Deliver(SignalValue(0, array, 1)); };
   EXPECT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 1);
   EXPECT_EQ(g_calls, 1);
@@ -276,7 +275,7 @@ TEST_F(TimerHandler, ExpiryBeforeSetReturns_LeavesARepeatingCellActive) {
 }
 
 TEST_F(TimerHandler, LateSignalBeforeTheTimerStarts_DisarmsTheCellAndIsNoFailure) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   Timer_Set(&array, 0, kHourMs, nullptr);
   CapturedOutput err(stderr);
   Calls().beforeSettime = [array] { Deliver(SignalValue(0, array, 1)); };
@@ -287,7 +286,7 @@ TEST_F(TimerHandler, LateSignalBeforeTheTimerStarts_DisarmsTheCellAndIsNoFailure
 }
 
 TEST_F(TimerHandler, LateSignalBeforeAStartThatFails_LeavesNoTimer) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   Timer_Set(&array, 0, kHourMs, nullptr);
   CapturedOutput err(stderr);
   const FailCall fail("timer_settime", 1);
@@ -298,7 +297,7 @@ TEST_F(TimerHandler, LateSignalBeforeAStartThatFails_LeavesNoTimer) {
 }
 
 TEST_F(TimerHandler, CallbackBeforeSetReturns_MayDisarmItsOwnCell) {
-  const uint16_t array = Make(1, kRepeating, DisarmOwnCell);
+  const std::uint16_t array = Make(1, kRepeating, DisarmOwnCell);
   g_array = array;
   g_delInCallback = -1;
   Calls().afterSettime = [array] {
@@ -313,7 +312,7 @@ TEST_F(TimerHandler, CallbackBeforeSetReturns_MayDisarmItsOwnCell) {
 }
 
 TEST_F(TimerHandler, LateSignalWhileTheTimerIsMade_FindsTheCellInactive) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   Timer_Set(&array, 0, kHourMs, nullptr);
   Calls().afterCreate = [array] { Deliver(SignalValue(0, array, 1)); };
   EXPECT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 1);
@@ -323,7 +322,7 @@ TEST_F(TimerHandler, LateSignalWhileTheTimerIsMade_FindsTheCellInactive) {
 }
 
 TEST_F(TimerHandler, ExpiryWhileTheCellIsArmedAgain_DeletesNoTimerTwice) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   Timer_Set(&array, 0, kHourMs, nullptr);
   Calls().beforeDelete = [array] { Deliver(SignalValue(0, array, 1)); };
   EXPECT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 1);
@@ -333,7 +332,7 @@ TEST_F(TimerHandler, ExpiryWhileTheCellIsArmedAgain_DeletesNoTimerTwice) {
 }
 
 TEST_F(TimerHandler, ExpiryDuringDel_CallsNothingAndIsNoFailure) {
-  const uint16_t array = Make(1, kOneShot, Count);
+  const std::uint16_t array = Make(1, kOneShot, Count);
   Timer_Set(&array, 0, kHourMs, nullptr);
   CapturedOutput err(stderr);
   Calls().beforeDelete = [array] { Deliver(SignalValue(0, array, 1)); };
@@ -344,7 +343,7 @@ TEST_F(TimerHandler, ExpiryDuringDel_CallsNothingAndIsNoFailure) {
 }
 
 TEST_F(TimerHandler, ExpiryDuringDestroy_FindsNoArray) {
-  const uint16_t array = Make(2, kOneShot, Count);
+  const std::uint16_t array = Make(2, kOneShot, Count);
   Timer_Set(&array, 0, kHourMs, nullptr);
   Timer_Set(&array, 1, kHourMs, nullptr);
   Calls().beforeDelete = [array] { Deliver(SignalValue(1, array, 1)); };

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -42,9 +43,8 @@ std::multiset<std::uint32_t> CellsOfTheKernel() {
 
 std::multiset<std::uint32_t> ActiveCells(const std::uint16_t &array) {
   std::multiset<std::uint32_t> cells;
-  for (std::uint32_t i = 0; i < kCells; ++i) {
+  for (std::uint32_t i = 0; i < kCells; ++i)
     if (Timer_IsActive(&array, i) == 1) cells.insert(i);
-  }
   return cells;
 }
 

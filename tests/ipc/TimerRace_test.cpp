@@ -77,14 +77,14 @@ class Receivers {
 
 std::atomic<pthread_t> g_thread;
 
-void NoteThread(uint32_t /*cell*/) {
+void NoteThread(std::uint32_t /*cell*/) {
   g_thread = ::pthread_self();
   Announce();
 }
 
 TEST_F(TimerRace, Callback_RunsInAnotherThreadThanTheOneThatArms) {
   g_thread = ::pthread_self();
-  const uint16_t array = Make(1, kOneShot, NoteThread);
+  const std::uint16_t array = Make(1, kOneShot, NoteThread);
   const Receivers receivers(1);
   const BlockedSignal blocked;
   ASSERT_EQ(Timer_Set(&array, 0, 1, nullptr), 1);
@@ -95,15 +95,15 @@ TEST_F(TimerRace, Callback_RunsInAnotherThreadThanTheOneThatArms) {
 
 // Arms and disarms at random while 1 kHz timers expire, then shows that no cell has been lost: each one still fires.
 // The fixture adds that every timer was deleted exactly once.
-void RunScript(uint16_t once, uint16_t often, int steps, bool withLateSignals) {
-  const uint64_t seed = TestSeed();
+void RunScript(std::uint16_t once, std::uint16_t often, int steps, bool withLateSignals) {
+  const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedHint(seed));
   std::mt19937_64 random(seed);
   int armed[kMaxCells] = {};
   CapturedOutput err(stderr);
   for (int step = 0; step < steps; ++step) {
-    const uint16_t array = random() % 2 != 0 ? once : often;
-    const auto cell = static_cast<uint32_t>(random() % kMaxCells);
+    const std::uint16_t array = random() % 2 != 0 ? once : often;
+    const auto cell = static_cast<std::uint32_t>(random() % kMaxCells);
     switch (random() % 16) {
       default:
         ASSERT_EQ(Timer_Set(&array, cell, 1, array == once ? Count : CountOther), 1);
@@ -124,19 +124,19 @@ void RunScript(uint16_t once, uint16_t often, int steps, bool withLateSignals) {
         ::usleep(static_cast<useconds_t>(random() % 300));
         break;
       case 15:
-        if (withLateSignals) Deliver(SignalValue(cell, array, static_cast<uint32_t>(random() % 256)));
+        if (withLateSignals) Deliver(SignalValue(cell, array, static_cast<std::uint32_t>(random() % 256)));
         break;
     }
   }
   Timer_DelAll(&once);
   Timer_DelAll(&often);
   EXPECT_EQ(err.Take(), "");
-  for (uint32_t cell = 0; cell < kMaxCells; ++cell) {
+  for (std::uint32_t cell = 0; cell < kMaxCells; ++cell) {
     EXPECT_EQ(Timer_IsActive(&once, cell), 0);
     EXPECT_EQ(Timer_IsActive(&often, cell), 0);
     EXPECT_TRUE(withLateSignals || g_perCell[cell] <= armed[cell]) << cell;
   }
-  for (uint32_t cell = 0; cell < kMaxCells; ++cell) {
+  for (std::uint32_t cell = 0; cell < kMaxCells; ++cell) {
     const int before = g_perCell[cell];
     ASSERT_EQ(Timer_Set(&once, cell, 1, Count), 1);
     while (g_perCell[cell] == before || Timer_IsActive(&once, cell) == 1) {
@@ -148,28 +148,28 @@ void RunScript(uint16_t once, uint16_t often, int steps, bool withLateSignals) {
 }
 
 TEST_F(TimerRace, RandomScript_InterruptedByItsTimers) {
-  const uint16_t once = Make(kMaxCells, kOneShot);
-  const uint16_t often = Make(kMaxCells, kRepeating);
+  const std::uint16_t once = Make(kMaxCells, kOneShot);
+  const std::uint16_t often = Make(kMaxCells, kRepeating);
   RunScript(once, often, 20'000, false);
 }
 
 TEST_F(TimerRace, RandomScript_InterruptedByLateSignalsToo) {
-  const uint16_t once = Make(kMaxCells, kOneShot);
-  const uint16_t often = Make(kMaxCells, kRepeating);
+  const std::uint16_t once = Make(kMaxCells, kOneShot);
+  const std::uint16_t often = Make(kMaxCells, kRepeating);
   RunScript(once, often, 20'000, true);
 }
 
 TEST_F(TimerRace, RandomScript_WithItsTimersInOtherThreads) {
-  const uint16_t once = Make(kMaxCells, kOneShot);
-  const uint16_t often = Make(kMaxCells, kRepeating);
+  const std::uint16_t once = Make(kMaxCells, kOneShot);
+  const std::uint16_t often = Make(kMaxCells, kRepeating);
   const Receivers receivers(3);
   const BlockedSignal blocked;
   RunScript(once, often, 20'000, false);
 }
 
 TEST_F(TimerRace, RandomScript_WithItsTimersAndLateSignalsInOtherThreads) {
-  const uint16_t once = Make(kMaxCells, kOneShot);
-  const uint16_t often = Make(kMaxCells, kRepeating);
+  const std::uint16_t once = Make(kMaxCells, kOneShot);
+  const std::uint16_t often = Make(kMaxCells, kRepeating);
   const Receivers receivers(3);
   const BlockedSignal blocked;
   RunScript(once, often, 20'000, true);
@@ -178,23 +178,23 @@ TEST_F(TimerRace, RandomScript_WithItsTimersAndLateSignalsInOtherThreads) {
 // The scripts above meet the narrow places by chance; here handlers run all the time, on few cells, with signals of
 // the current arming and of the one before.
 TEST_F(TimerRace, RandomScript_AgainstHandlersThatNeverRest) {
-  constexpr uint32_t kCells = 2;
-  const uint64_t seed = TestSeed();
+  constexpr std::uint32_t kCells = 2;
+  const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedHint(seed));
-  const uint16_t arrays[] = {Make(kCells, kOneShot), Make(kCells, kRepeating)};
-  std::atomic<uint32_t> newest[2][kCells] = {};
+  const std::uint16_t arrays[] = {Make(kCells, kOneShot), Make(kCells, kRepeating)};
+  std::atomic<std::uint32_t> newest[2][kCells] = {};
   std::atomic<unsigned> lateEvery{4};
   std::atomic<int> running{0};
   std::atomic<bool> stop{false};
-  const auto handle = [&](uint64_t ownSeed) {
+  const auto handle = [&](std::uint64_t ownSeed) {
     ++running;
     std::mt19937_64 random(ownSeed);
     while (!stop) {
       const std::size_t array = random() % 2;
       const std::size_t cell = random() % kCells;
-      const uint32_t generation = newest[array][cell] - (random() % lateEvery == 0 ? 1u : 0u);
+      const std::uint32_t generation = newest[array][cell] - (random() % lateEvery == 0 ? 1u : 0u);
       siginfo_t info{};
-      info.si_value.sival_int = SignalValue(static_cast<uint32_t>(cell), arrays[array], generation & 0xFFu);
+      info.si_value.sival_int = SignalValue(static_cast<std::uint32_t>(cell), arrays[array], generation & 0xFFu);
       Timer_OnSignal(TimerSignal(), &info, nullptr);
     }
   };
@@ -206,12 +206,12 @@ TEST_F(TimerRace, RandomScript_AgainstHandlersThatNeverRest) {
   for (int step = 0; step < 100'000; ++step) {
     if (step == 50'000) lateEvery = 64;
     const std::size_t array = random() % 2;
-    const auto cell = static_cast<uint32_t>(random() % kCells);
+    const auto cell = static_cast<std::uint32_t>(random() % kCells);
     if (random() % 4 == 0) {
       EXPECT_EQ(Timer_Del(&arrays[array], cell), 1);
       continue;
     }
-    const uint32_t generation = (newest[array][cell] + 1) & 0xFFu;
+    const std::uint32_t generation = (newest[array][cell] + 1) & 0xFFu;
     // First the signals come while Timer_Set is at work; later, afterwards too, when they race each other.
     const bool early = step < 50'000 || random() % 2 == 0;
     if (early) newest[array][cell] = generation;

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <thread>
@@ -33,7 +34,7 @@ using Timers = devsupport::test::TimerTest;
 
 TEST_F(Timers, CreateAry_WithSignal0OrLess_UsesTheFirstRealTimeSignalPlus1) {
   for (const int number : {0, -5}) {
-    const uint16_t array = Make(1, kOneShot, Ignore, number);
+    const std::uint16_t array = Make(1, kOneShot, Ignore, number);
     EXPECT_EQ(Calls().actionSignal, SIGRTMIN + 1);
     ASSERT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 1);
     EXPECT_EQ(Calls().event.sigev_signo, SIGRTMIN + 1);
@@ -53,7 +54,7 @@ TEST_F(Timers, CreateAry_InstallsTheHandlerWithoutRestartAndWithAnEmptyMaskEachT
 
 TEST_F(Timers, CreateAry_WithASignalThatCannotBeCaught_PrintsPerrorsTextAndEntersNothing) {
   CapturedOutput err(stderr);
-  uint16_t array = 7;
+  std::uint16_t array = 7;
   EXPECT_EQ(Timer_CreateAry(1, kOneShot, Ignore, SIGKILL, &array), 0);
   EXPECT_EQ(errno, EINVAL);
   EXPECT_EQ(err.Take(), "sigaction: Invalid argument\n");
@@ -63,7 +64,7 @@ TEST_F(Timers, CreateAry_WithASignalThatCannotBeCaught_PrintsPerrorsTextAndEnter
 
 TEST_F(Timers, CreateAry_TakesTheFirstFreeNumber) {
   EXPECT_EQ(Make(1, kOneShot), 0);
-  const uint16_t second = Make(1, kOneShot);
+  const std::uint16_t second = Make(1, kOneShot);
   EXPECT_EQ(second, 1);
   EXPECT_EQ(Make(1, kOneShot), 2);
   Timer_DestroyAry(&second);
@@ -72,9 +73,9 @@ TEST_F(Timers, CreateAry_TakesTheFirstFreeNumber) {
 }
 
 TEST_F(Timers, CreateAry_WhenThereAre64_Returns0SilentlyWithTheHandlerInstalled) {
-  for (uint16_t number = 0; number < 64; ++number) ASSERT_EQ(Make(1, kOneShot), number);
+  for (std::uint16_t number = 0; number < 64; ++number) ASSERT_EQ(Make(1, kOneShot), number);
   CapturedOutput err(stderr);
-  uint16_t array = 7;
+  std::uint16_t array = 7;
   EXPECT_EQ(Timer_CreateAry(1, kOneShot, Ignore, SIGRTMIN + 4, &array), 0);
   EXPECT_EQ(err.Take(), "");
   EXPECT_EQ(array, kNoArray);
@@ -83,7 +84,7 @@ TEST_F(Timers, CreateAry_WhenThereAre64_Returns0SilentlyWithTheHandlerInstalled)
 
 TEST_F(Timers, CreateAry_WithoutMemory_Returns0SilentlyAndEntersNothing) {
   CapturedOutput err(stderr);
-  uint16_t array = 7;
+  std::uint16_t array = 7;
   int made = -1;
   {
     FailCall fail("malloc", 1);
@@ -93,21 +94,21 @@ TEST_F(Timers, CreateAry_WithoutMemory_Returns0SilentlyAndEntersNothing) {
   EXPECT_EQ(err.Take(), "");
   EXPECT_EQ(made, 0);
   EXPECT_EQ(array, kNoArray);
-  const uint16_t first = 0;
+  const std::uint16_t first = 0;
   EXPECT_EQ(Timer_Set(&first, 0, kHourMs, nullptr), 0);
   EXPECT_EQ(Make(1, kOneShot), 0);
 }
 
 TEST_F(Timers, CreateAry_WithANegativeCount_Returns0Silently) {
   CapturedOutput err(stderr);
-  uint16_t array = 7;
+  std::uint16_t array = 7;
   EXPECT_EQ(Timer_CreateAry(-1, kOneShot, Ignore, 0, &array), 0);
   EXPECT_EQ(err.Take(), "");
   EXPECT_EQ(array, kNoArray);
 }
 
 TEST_F(Timers, CreateAry_Of300Cells_Stores44) {
-  const uint16_t array = Make(300, kOneShot);
+  const std::uint16_t array = Make(300, kOneShot);
   CapturedOutput err(stderr);
   EXPECT_EQ(Timer_Set(&array, 43, kHourMs, nullptr), 1);
   EXPECT_EQ(Timer_Set(&array, 44, kHourMs, nullptr), 0);
@@ -115,7 +116,7 @@ TEST_F(Timers, CreateAry_Of300Cells_Stores44) {
 }
 
 TEST_F(Timers, CreateAry_Of300Cells_AllocatesAllOfThem) {
-  const auto bytesFor = [](int32_t count) {
+  const auto bytesFor = [](std::int32_t count) {
     Make(count, kOneShot);
     return Calls().allocated.load();
   };
@@ -127,8 +128,8 @@ TEST_F(Timers, CreateAry_Of300Cells_AllocatesAllOfThem) {
 }
 
 TEST_F(Timers, CreateAry_Of256Or0Cells_HasNoneToArm) {
-  for (const int32_t count : {256, 0}) {
-    const uint16_t array = Make(count, kOneShot);
+  for (const std::int32_t count : {256, 0}) {
+    const std::uint16_t array = Make(count, kOneShot);
     CapturedOutput err(stderr);
     EXPECT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 0);
     EXPECT_EQ(err.Take(), "Timer_Set: nAryIdx=0 out range, MaxAryCnt=0\n");
@@ -137,19 +138,18 @@ TEST_F(Timers, CreateAry_Of256Or0Cells_HasNoneToArm) {
 }
 
 TEST_F(Timers, CreateAry_InManyThreads_GivesEachNumberOnce) {
-  std::vector<std::vector<uint16_t>> numbers(4);
+  std::vector<std::vector<std::uint16_t>> numbers(4);
   std::vector<std::thread> threads;
-  for (std::vector<uint16_t> &mine : numbers) {
+  for (std::vector<std::uint16_t> &mine : numbers) {
     threads.emplace_back([&mine] {
-      uint16_t array = 0;
+      std::uint16_t array = 0;
       while (Timer_CreateAry(1, kOneShot, Ignore, 0, &array) == 1) mine.push_back(array);
     });
   }
   for (std::thread &thread : threads) thread.join();
   int seen[64] = {};
-  for (const std::vector<uint16_t> &mine : numbers) {
-    for (const uint16_t array : mine) ++seen[array];
-  }
+  for (const std::vector<std::uint16_t> &mine : numbers)
+    for (const std::uint16_t array : mine) ++seen[array];
   for (const int times : seen) EXPECT_EQ(times, 1);
 }
 
@@ -157,14 +157,14 @@ TEST_F(Timers, CreateAry_WhenAnotherThreadTakesTheLastNumber_Returns0AndKeepsNoM
   for (int i = 0; i < 63; ++i) Make(1, kOneShot);
   const int blocks = Calls().blocks;
   Calls().beforeMalloc = [] { EXPECT_EQ(Make(1, kOneShot), 63); };
-  uint16_t array = 7;
+  std::uint16_t array = 7;
   EXPECT_EQ(Timer_CreateAry(1, kOneShot, Ignore, 0, &array), 0);
   EXPECT_EQ(array, kNoArray);
   EXPECT_EQ(Calls().blocks, blocks + 1) << "that of the other thread";
 }
 
 TEST_F(Timers, Set_OutOfRange_PrintsIndexAndCountAndReturns0) {
-  const uint16_t array = Make(3, kOneShot);
+  const std::uint16_t array = Make(3, kOneShot);
   CapturedOutput err(stderr);
   EXPECT_EQ(Timer_Set(&array, 3, kHourMs, nullptr), 0);
   EXPECT_EQ(Timer_Set(&array, 0xFFFFFFFFu, kHourMs, nullptr), 0);
@@ -175,14 +175,14 @@ TEST_F(Timers, Set_OutOfRange_PrintsIndexAndCountAndReturns0) {
 }
 
 TEST_F(Timers, Del_OutOfRange_PrintsIndexAndCountAndReturns0) {
-  const uint16_t array = Make(3, kOneShot);
+  const std::uint16_t array = Make(3, kOneShot);
   CapturedOutput err(stderr);
   EXPECT_EQ(Timer_Del(&array, 3), 0);
   EXPECT_EQ(err.Take(), "Timer_Del: nAryIdx=3 out range, MaxAryCnt=3\n");
 }
 
 TEST_F(Timers, IsActive_FollowsTheCellAndIs0OutOfRange) {
-  const uint16_t array = Make(2, kRepeating);
+  const std::uint16_t array = Make(2, kRepeating);
   EXPECT_EQ(Timer_IsActive(&array, 0), 0);
   Timer_Set(&array, 0, kHourMs, nullptr);
   EXPECT_EQ(Timer_IsActive(&array, 0), 1);
@@ -196,7 +196,7 @@ TEST_F(Timers, IsActive_FollowsTheCellAndIs0OutOfRange) {
 
 TEST_F(Timers, Set_Of1500Ms_StartsAndRepeatsAfterOneSecondAndAHalf) {
   for (const int oneShot : {kOneShot, kRepeating}) {
-    const uint16_t array = Make(1, oneShot);
+    const std::uint16_t array = Make(1, oneShot);
     ASSERT_EQ(Timer_Set(&array, 0, 1500, nullptr), 1);
     EXPECT_EQ(Calls().clock, CLOCK_REALTIME);
     EXPECT_EQ(Calls().settimeFlags, 0);
@@ -209,14 +209,14 @@ TEST_F(Timers, Set_Of1500Ms_StartsAndRepeatsAfterOneSecondAndAHalf) {
 }
 
 TEST_F(Timers, Set_OfTheLongestPeriod_IsNotNegative) {
-  const uint16_t array = Make(1, kOneShot);
+  const std::uint16_t array = Make(1, kOneShot);
   ASSERT_EQ(Timer_Set(&array, 0, 0xFFFFFFFFu, nullptr), 1);
   EXPECT_EQ(Calls().times.it_value.tv_sec, 4'294'967);
   EXPECT_EQ(Calls().times.it_value.tv_nsec, 295'000'000);
 }
 
 TEST_F(Timers, Set_OfPeriod0_MarksTheCellActiveWithATimerThatDoesNotRun) {
-  const uint16_t array = Make(1, kOneShot);
+  const std::uint16_t array = Make(1, kOneShot);
   ASSERT_EQ(Timer_Set(&array, 0, 0, nullptr), 1);
   EXPECT_EQ(Timer_IsActive(&array, 0), 1);
   EXPECT_EQ(Calls().times.it_value.tv_sec, 0);
@@ -226,7 +226,7 @@ TEST_F(Timers, Set_OfPeriod0_MarksTheCellActiveWithATimerThatDoesNotRun) {
 
 TEST_F(Timers, Set_SignalsWithIndexArrayAndGenerationOfTheCell) {
   Make(1, kOneShot);
-  const uint16_t array = Make(255, kOneShot, Ignore, SIGRTMIN + 5);
+  const std::uint16_t array = Make(255, kOneShot, Ignore, SIGRTMIN + 5);
   ASSERT_EQ(Timer_Set(&array, 254, kHourMs, nullptr), 1);
   EXPECT_EQ(Calls().event.sigev_notify, SIGEV_SIGNAL);
   EXPECT_EQ(Calls().event.sigev_signo, SIGRTMIN + 5);
@@ -234,7 +234,7 @@ TEST_F(Timers, Set_SignalsWithIndexArrayAndGenerationOfTheCell) {
 }
 
 TEST_F(Timers, Set_OfAnActiveCell_ReplacesItsTimerAndRaisesTheGeneration) {
-  const uint16_t array = Make(2, kOneShot);
+  const std::uint16_t array = Make(2, kOneShot);
   Timer_Set(&array, 1, kHourMs, nullptr);
   ASSERT_EQ(Timer_Set(&array, 1, kHourMs, nullptr), 1);
   EXPECT_EQ(Calls().created, 2);
@@ -246,8 +246,8 @@ TEST_F(Timers, Set_OfAnActiveCell_ReplacesItsTimerAndRaisesTheGeneration) {
 }
 
 TEST_F(Timers, Set_ForThe256thTime_WrapsTheGenerationTo0) {
-  const uint16_t array = Make(1, kOneShot);
-  for (uint32_t arming = 1; arming <= 600; ++arming) {
+  const std::uint16_t array = Make(1, kOneShot);
+  for (std::uint32_t arming = 1; arming <= 600; ++arming) {
     ASSERT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 1);
     ASSERT_EQ(Calls().SignalValue(), arming % 256 << 24);
     ASSERT_EQ(Timer_IsActive(&array, 0), 1);
@@ -255,7 +255,7 @@ TEST_F(Timers, Set_ForThe256thTime_WrapsTheGenerationTo0) {
 }
 
 TEST_F(Timers, Set_WhereNoTimerCanBeMade_PrintsSoAndLeavesTheCellInactive) {
-  const uint16_t array = Make(1, kOneShot);
+  const std::uint16_t array = Make(1, kOneShot);
   Timer_Set(&array, 0, kHourMs, nullptr);
   CapturedOutput err(stderr);
   {
@@ -271,7 +271,7 @@ TEST_F(Timers, Set_WhereNoTimerCanBeMade_PrintsSoAndLeavesTheCellInactive) {
 }
 
 TEST_F(Timers, Set_WhereTheTimerCannotBeStarted_PrintsSoAndKeepsItInTheInactiveCell) {
-  const uint16_t array = Make(1, kOneShot);
+  const std::uint16_t array = Make(1, kOneShot);
   CapturedOutput err(stderr);
   {
     FailCall fail("timer_settime", 1);
@@ -286,7 +286,7 @@ TEST_F(Timers, Set_WhereTheTimerCannotBeStarted_PrintsSoAndKeepsItInTheInactiveC
 }
 
 TEST_F(Timers, Set_AfterAFailedStart_DropsTheTimerThatWasKept) {
-  const uint16_t array = Make(1, kOneShot);
+  const std::uint16_t array = Make(1, kOneShot);
   CapturedOutput err(stderr);
   {
     FailCall fail("timer_settime", 1);
@@ -300,7 +300,7 @@ TEST_F(Timers, Set_AfterAFailedStart_DropsTheTimerThatWasKept) {
 }
 
 TEST_F(Timers, Del_OfAnInactiveCell_Returns1WithoutDeletingATimer) {
-  const uint16_t array = Make(1, kOneShot);
+  const std::uint16_t array = Make(1, kOneShot);
   CapturedOutput err(stderr);
   bool called = false;
   Calls().beforeDelete = [&called] { called = true; };
@@ -315,7 +315,7 @@ TEST_F(Timers, Del_OfAnInactiveCell_Returns1WithoutDeletingATimer) {
 }
 
 TEST_F(Timers, Del_WhereTheTimerCannotBeDeleted_PrintsSoAndLeavesTheCellActive) {
-  const uint16_t array = Make(1, kOneShot);
+  const std::uint16_t array = Make(1, kOneShot);
   Timer_Set(&array, 0, kHourMs, nullptr);
   CapturedOutput err(stderr);
   {
@@ -329,17 +329,17 @@ TEST_F(Timers, Del_WhereTheTimerCannotBeDeleted_PrintsSoAndLeavesTheCellActive) 
 }
 
 TEST_F(Timers, DelAll_DisarmsEveryActiveCellAndKeepsTheArray) {
-  const uint16_t array = Make(5, kOneShot);
-  for (const uint32_t cell : {0u, 2u, 4u}) Timer_Set(&array, cell, kHourMs, nullptr);
+  const std::uint16_t array = Make(5, kOneShot);
+  for (const std::uint32_t cell : {0u, 2u, 4u}) Timer_Set(&array, cell, kHourMs, nullptr);
   Timer_DelAll(&array);
   EXPECT_EQ(Calls().deleted, 3);
-  for (uint32_t cell = 0; cell < 5; ++cell) EXPECT_EQ(Timer_IsActive(&array, cell), 0);
+  for (std::uint32_t cell = 0; cell < 5; ++cell) EXPECT_EQ(Timer_IsActive(&array, cell), 0);
   EXPECT_EQ(Timer_Set(&array, 4, kHourMs, nullptr), 1);
   EXPECT_EQ(Calls().SignalValue(), 0x02000004u);
 }
 
 TEST_F(Timers, DestroyAry_DeletesTheTimersAndFreesTheNumberButNotTheCallersCopy) {
-  const uint16_t array = Make(2, kOneShot);
+  const std::uint16_t array = Make(2, kOneShot);
   Timer_Set(&array, 1, kHourMs, nullptr);
   Timer_DestroyAry(&array);
   EXPECT_EQ(Calls().deleted, 1);
@@ -351,7 +351,8 @@ TEST_F(Timers, DestroyAry_DeletesTheTimersAndFreesTheNumberButNotTheCallersCopy)
 
 TEST_F(Timers, WithoutAnArray_EveryOperationAnswers0Silently) {
   CapturedOutput err(stderr);
-  for (const uint16_t array : {uint16_t{0}, uint16_t{63}, uint16_t{64}, uint16_t{0x7FFF}, kNoArray}) {
+  for (const std::uint16_t array :
+       {std::uint16_t{0}, std::uint16_t{63}, std::uint16_t{64}, std::uint16_t{0x7FFF}, kNoArray}) {
     EXPECT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 0);
     EXPECT_EQ(Timer_Del(&array, 0), 0);
     EXPECT_EQ(Timer_IsActive(&array, 0), 0);

@@ -1,6 +1,7 @@
 #include "tests/logmgr/FakeClock.h"
 
 #include <atomic>
+#include <cstdint>
 #include <ctime>
 
 namespace devsupport::test {

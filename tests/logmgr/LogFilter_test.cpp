@@ -3,6 +3,7 @@
 #include <devsupport/logmgr/LogFilter.h>
 #include <devsupport/logmgr/LogInfoShm.h>
 
+#include <cstdint>
 #include <string>
 
 #include "tests/db/Store.h"

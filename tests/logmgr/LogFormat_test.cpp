@@ -64,13 +64,13 @@ TEST(LogFormat, Chn_IsALabelAndADecimal) {
 }
 
 TEST(LogFormat, Sid_IsALabelAndLowerCaseHex) {
-  EXPECT_EQ(Shown(LogFmt_Sid, int16_t{0x7abc}, 11), "SID=7abc, ");
-  EXPECT_EQ(Shown(LogFmt_Sid, int16_t{0}, 8), "SID=0, ");
+  EXPECT_EQ(Shown(LogFmt_Sid, std::int16_t{0x7abc}, 11), "SID=7abc, ");
+  EXPECT_EQ(Shown(LogFmt_Sid, std::int16_t{0}, 8), "SID=0, ");
 }
 
 TEST(LogFormat, Sid_OfANegativeNumber_IsWidenedWithItsSign) {
-  EXPECT_EQ(Shown(LogFmt_Sid, int16_t{-1}, 15), "SID=ffffffff, ");
-  EXPECT_EQ(Shown(LogFmt_Sid, int16_t{INT16_MIN}, 15), "SID=ffff8000, ");
+  EXPECT_EQ(Shown(LogFmt_Sid, std::int16_t{-1}, 15), "SID=ffffffff, ");
+  EXPECT_EQ(Shown(LogFmt_Sid, std::int16_t{INT16_MIN}, 15), "SID=ffff8000, ");
 }
 
 }  // namespace

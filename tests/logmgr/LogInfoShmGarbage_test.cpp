@@ -3,6 +3,7 @@
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 
+#include <cstdint>
 #include <cstring>
 #include <random>
 

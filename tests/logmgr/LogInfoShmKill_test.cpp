@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <random>
 
 #include "tests/logmgr/LogRing.h"
@@ -54,9 +55,8 @@ class LogKill : public OpenChannelTest {
   }
 
   void AwaitTurns() {
-    for (auto &count : turns->of) {
+    for (auto &count : turns->of)
       for (const std::uint32_t before = count; count - before < 2;) ::sched_yield();
-    }
   }
 
   SharedBlock<Turns> turns;
@@ -67,9 +67,7 @@ TEST_F(LogKill, WhileTheyWrite_TheOthersGoOnAndNothingIsTorn) {
   SCOPED_TRACE(SeedHint(seed));
   std::mt19937_64 random(seed);
   std::vector<Child> others;
-  for (int writer = 0; writer < 2; ++writer) {
-    others.emplace_back([this, writer] { return WriteAsOther(writer); });
-  }
+  for (int writer = 0; writer < 2; ++writer) others.emplace_back([this, writer] { return WriteAsOther(writer); });
   const RawRing ring(kLogRing);
   unsigned cut = 0;
   unsigned gaps = 0;

@@ -4,6 +4,7 @@
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 #include <devsupport/logmgr/LogInfoShm.h>
 
+#include <cstdint>
 #include <memory>
 #include <set>
 #include <string>
@@ -74,9 +75,8 @@ class LogMoments : public OpenChannelTest {
     if (TakesEveryMoment()) {
       EXPECT_EQ(seen, allowed);
     }
-    for (const auto &[records, lost] : seen) {
+    for (const auto &[records, lost] : seen)
       EXPECT_TRUE(allowed.count({records, lost})) << records << " records, " << lost << " numbers lost";
-    }
   }
 };
 

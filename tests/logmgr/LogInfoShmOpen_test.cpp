@@ -165,9 +165,7 @@ TEST_F(Channel, OpenAgain_StaysAttachedOnce) {
 TEST_F(Channel, OpenAgain_AfterTheRingsWereRemoved_MakesNewOnes) {
   ASSERT_EQ(TLogInfoShm_Open(4, 7, nullptr), 1);
   TLogInfoShm_Write("old", 1, 1);
-  for (const RingFacts &facts : {kLogRing, kEventRing}) {
-    ::shmctl(::shmget(facts.shareKey, 0, 0), IPC_RMID, nullptr);
-  }
+  for (const RingFacts &facts : {kLogRing, kEventRing}) ::shmctl(::shmget(facts.shareKey, 0, 0), IPC_RMID, nullptr);
   TLogInfoShm_Write("into the void", 1, 1);
   ASSERT_EQ(TLogInfoShm_Open(4, 7, nullptr), 1);
   TLogInfoShm_Write("new", 1, 1);

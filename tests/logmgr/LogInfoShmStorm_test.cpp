@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 
 #include "tests/logmgr/LogRing.h"
 #include "tests/logmgr/Talk.h"
@@ -90,9 +91,7 @@ class LogStorm : public OpenChannelTest {
   std::vector<Child> StartWriters(bool paced) {
     storm->writing = kWriters;
     std::vector<Child> writers;
-    for (int i = 0; i < kWriters; ++i) {
-      writers.emplace_back([this, i, paced] { return Write(i, paced); });
-    }
+    for (int i = 0; i < kWriters; ++i) writers.emplace_back([this, i, paced] { return Write(i, paced); });
     return writers;
   }
   static void ExpectGoodEnds(std::vector<Child> &writers) {
@@ -115,13 +114,11 @@ class LogStorm : public OpenChannelTest {
 TEST_F(LogStorm, EveryMessage_ArrivesOnceInOrderAndWhole) {
   std::vector<Child> writers = StartWriters(true);
   Listener listener;
-  while (storm->writing != 0) {
-    if (Take(listener)) {
+  while (storm->writing != 0)
+    if (Take(listener))
       storm->unread.fetch_sub(1);
-    } else {
+    else
       ::sched_yield();
-    }
-  }
   ExpectGoodEnds(writers);
   while (Take(listener)) continue;
   listener.End();

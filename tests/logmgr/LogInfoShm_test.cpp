@@ -3,6 +3,7 @@
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 #include <gmock/gmock.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <thread>
 

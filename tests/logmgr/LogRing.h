@@ -53,9 +53,8 @@ struct Record {
     record.sequence = words[2] & 0xFFF;
     record.type = words[2] >> 12 & 0xF;
     record.upper = words[2] >> 16;
-    if (record.length >= 9 && record.length <= 136) {
+    if (record.length >= 9 && record.length <= 136)
       record.text.assign(reinterpret_cast<const char *>(slot) + 12, record.length - 9);
-    }
     return record;
   }
 };
@@ -92,9 +91,8 @@ class RawRing {
   /// The stored records, the oldest first.
   std::vector<Record> Records() const {
     std::vector<Record> records;
-    for (std::uint32_t i = ReadIndex(); i != WriteIndex(); i = (i + 1) % (facts_.cells + 1)) {
+    for (std::uint32_t i = ReadIndex(); i != WriteIndex(); i = (i + 1) % (facts_.cells + 1))
       records.push_back(Record::Of(Slot(i)));
-    }
     return records;
   }
   std::vector<std::string> Texts() const {
@@ -127,9 +125,8 @@ inline unsigned long Attachments(const RingFacts &facts) {
 class ChannelTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (::unshare(CLONE_NEWIPC) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0) {
+    if (::unshare(CLONE_NEWIPC) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0)
       GTEST_SKIP() << "the machine does not let us make a private IPC namespace";
-    }
   }
   void TearDown() override { TLogInfoShm_Close(); }
 };

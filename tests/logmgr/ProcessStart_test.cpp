@@ -105,9 +105,8 @@ std::set<int> Kernel(const char *mask) {
     int lowest = 1;
     for (auto digit = line.rbegin(); *digit != '\t'; ++digit, lowest += 4) {
       const int bits = std::stoi(std::string(1, *digit), nullptr, 16);
-      for (int i = 0; i < 4; ++i) {
+      for (int i = 0; i < 4; ++i)
         if ((bits >> i & 1) != 0) numbers.insert(lowest + i);
-      }
     }
   }
   return numbers;

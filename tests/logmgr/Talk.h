@@ -85,9 +85,8 @@ class Listener {
   }
   void Compare(const Record &record) {
     if (record.text != expected_.substr(position_, 127) || record.length != record.text.size() + 9 ||
-        record.type != static_cast<unsigned>(writer_)) {
+        record.type != static_cast<unsigned>(writer_))
       findings.Complain("torn: " + record.text + "\n  for " + expected_.substr(position_, 127));
-    }
     position_ = std::min(position_ + 127, expected_.size());
   }
 

@@ -109,9 +109,7 @@ TEST_F(EswLink, EachPort_IsUpExactlyWhenTheTopBitOfItsByteIsSet) {
 }
 
 TEST_F(EswLink, EverySingleStatusBit_MeansPort1UpOnlyWhenItIsBit7) {
-  for (unsigned bit = 0; bit < 32; ++bit) {
-    EXPECT_EQ(AskWithAnswer(1, 1U << bit), bit == 7 ? 1 : 0) << "bit " << bit;
-  }
+  for (unsigned bit = 0; bit < 32; ++bit) EXPECT_EQ(AskWithAnswer(1, 1U << bit), bit == 7 ? 1 : 0) << "bit " << bit;
 }
 
 TEST_F(EswLink, StatusWord0_ReadsUp) {
@@ -121,9 +119,8 @@ TEST_F(EswLink, StatusWord0_ReadsUp) {
 }
 
 TEST_F(EswLink, PortThatHasNoByteInTheStatusWord_ReadsDown) {
-  for (const int port : {0, 5, 8, 127, 128, 255}) {
+  for (const int port : {0, 5, 8, 127, 128, 255})
     EXPECT_EQ(AskWithAnswer(static_cast<std::uint8_t>(port), 0xFFFFFFFFU), 0) << "port " << port;
-  }
 }
 
 TEST_F(EswLink, DriverThatRefuses_ReadsDownSilently) {

@@ -62,9 +62,8 @@ std::vector<std::string> KernelOrder() {
   EXPECT_EQ(::ioctl(fd, SIOCGIFCONF, &config), 0);
   ::close(fd);
   std::vector<std::string> names;
-  for (std::size_t i = 0; i < static_cast<std::size_t>(config.ifc_len) / sizeof(ifreq); ++i) {
+  for (std::size_t i = 0; i < static_cast<std::size_t>(config.ifc_len) / sizeof(ifreq); ++i)
     names.emplace_back(requests[i].ifr_name);
-  }
   return names;
 }
 
@@ -176,9 +175,7 @@ TEST_F(LocalIfList, ARecordThatIsNotKept_IsOverwrittenByTheNext) {
 
 TEST_F(LocalIfList, MoreThan16Interfaces_OnlyTheKernelsFirst16AreSeen) {
   InPrivateNetwork([] {
-    for (int i = 1; i <= 18; ++i) {
-      AddInterface("eth" + std::to_string(i), {"10.1." + std::to_string(i) + ".1/24"});
-    }
+    for (int i = 1; i <= 18; ++i) AddInterface("eth" + std::to_string(i), {"10.1." + std::to_string(i) + ".1/24"});
     std::vector<std::string> expected = KernelOrder();
     ASSERT_EQ(expected.size(), 18U);
     expected.resize(16);

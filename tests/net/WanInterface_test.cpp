@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <net/if.h>
 
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -59,7 +60,7 @@ void WithVlan(const char *vlan, const std::function<void()> &body) {
   HideFolder("/tmp");
   const std::string home = "/tmp/store/";
   std::filesystem::create_directories(home);
-  int32_t result = -4711;
+  std::int32_t result = -4711;
   ASSERT_EQ(BerkDb_Open(home.c_str(), "config.db", &result), 1) << "the store does not open: " << result;
   if (vlan != nullptr) {
     EXPECT_EQ(BerkDb_PutStr(g_uDb.tb_parameter, "vlan", vlan), 1);

@@ -32,8 +32,7 @@ extern "C" int __wrap_ioctl(int fd, unsigned long request, ...) {
     errno = EIO;
     return -1;
   }
-  if (request == SIOCDEVPRIVATE && devsupport::test::g_switchDriver) {
+  if (request == SIOCDEVPRIVATE && devsupport::test::g_switchDriver)
     return devsupport::test::g_switchDriver(*static_cast<ifreq *>(record));
-  }
   return __real_ioctl(fd, request, record);
 }

@@ -10,9 +10,8 @@ namespace devsupport::test {
 CapturedOutput::CapturedOutput(std::FILE *stream)
     : stream_(stream), savedFd_(::dup(::fileno(stream))), memoryFd_(::memfd_create("captured", MFD_CLOEXEC)) {
   std::fflush(stream_);
-  if (savedFd_ < 0 || memoryFd_ < 0 || ::dup2(memoryFd_, ::fileno(stream_)) < 0) {
+  if (savedFd_ < 0 || memoryFd_ < 0 || ::dup2(memoryFd_, ::fileno(stream_)) < 0)
     throw std::runtime_error("cannot capture a stream");
-  }
 }
 
 CapturedOutput::~CapturedOutput() {
@@ -25,9 +24,8 @@ std::string CapturedOutput::Take() {
   std::string text;
   char buffer[4096];
   ::lseek(memoryFd_, 0, SEEK_SET);
-  for (ssize_t got = 0; (got = ::read(memoryFd_, buffer, sizeof buffer)) > 0;) {
+  for (ssize_t got = 0; (got = ::read(memoryFd_, buffer, sizeof buffer)) > 0;)
     text.append(buffer, static_cast<std::size_t>(got));
-  }
   return text;
 }
 

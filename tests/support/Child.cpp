@@ -66,9 +66,8 @@ int Child::Wait() {
 
 int Child::Reap() {
   int status = 0;
-  while (::waitpid(pid_, &status, 0) < 0) {
+  while (::waitpid(pid_, &status, 0) < 0)
     if (errno != EINTR) throw std::runtime_error("cannot wait for a child");
-  }
   pid_ = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
@@ -88,9 +87,8 @@ void Event::Announce() const {
 
 void Event::Wait() const {
   std::uint64_t one = 0;
-  while (::read(fd_, &one, sizeof one) < 0) {
+  while (::read(fd_, &one, sizeof one) < 0)
     if (errno != EINTR) throw std::runtime_error("cannot wait for an event");
-  }
 }
 
 bool Event::TryWait() const {

@@ -32,9 +32,8 @@ class Capture {
     std::string text;
     char buffer[4096];
     ::lseek(fd_, 0, SEEK_SET);
-    for (ssize_t got = 0; (got = ::read(fd_, buffer, sizeof buffer)) > 0;) {
+    for (ssize_t got = 0; (got = ::read(fd_, buffer, sizeof buffer)) > 0;)
       text.append(buffer, static_cast<std::size_t>(got));
-    }
     return text;
   }
 
@@ -71,9 +70,8 @@ std::vector<char *> Pointers(std::vector<std::string> &texts) {
 
 int WaitFor(pid_t pid) {
   int status = 0;
-  while (::waitpid(pid, &status, 0) < 0) {
+  while (::waitpid(pid, &status, 0) < 0)
     if (errno != EINTR) throw std::runtime_error("cannot wait for a command");
-  }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 

@@ -31,9 +31,8 @@ bool EnterNamespaces() {
   if (::unshare(kNamespaces) != 0) {
     if (::unshare(kNamespaces | CLONE_NEWUSER) != 0) return false;
     if (!WriteText("/proc/self/setgroups", "deny") || !WriteText("/proc/self/uid_map", "0 " + user + " 1") ||
-        !WriteText("/proc/self/gid_map", "0 " + group + " 1")) {
+        !WriteText("/proc/self/gid_map", "0 " + group + " 1"))
       return false;
-    }
   }
   return ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
@@ -73,9 +72,8 @@ void AddInterface(const std::string &name, std::initializer_list<std::string> ad
   const std::string peer = "peer" + std::to_string(++nextPeer);
   std::string batch = "link add " + (index > 0 ? "index " + std::to_string(index) + " " : "") + "name " + name +
                       " type veth peer name " + peer + " index " + std::to_string(10000 + nextPeer) + "\n";
-  for (const std::string &end : {name, peer}) {
+  for (const std::string &end : {name, peer})
     batch += "link set " + end + " addrgenmode none\nlink set " + end + " up\n";
-  }
   for (const std::string &address : addresses) {
     const bool isIpv6 = address.find(':') != std::string::npos;
     batch += "addr add " + address + " dev " + name + (isIpv6 ? " nodad\n" : "\n");
@@ -94,9 +92,8 @@ void WriteFile(const std::string &path, const std::string &text) {
 
 int CountDescriptors() {
   int open = 0;
-  for (int fd = 0; fd < kMaxDescriptors; ++fd) {
+  for (int fd = 0; fd < kMaxDescriptors; ++fd)
     if (::fcntl(fd, F_GETFD) >= 0) ++open;
-  }
   return open;
 }
 

@@ -27,9 +27,8 @@ bool HavePrivateMounts() {
 
 SmallMedium::SmallMedium(std::string folder, std::size_t bytes) : folder_(std::move(folder)) {
   const std::string size = "size=" + std::to_string(bytes);
-  if (!HavePrivateMounts() || ::mount("tmpfs", folder_.c_str(), "tmpfs", 0, size.c_str()) != 0) {
+  if (!HavePrivateMounts() || ::mount("tmpfs", folder_.c_str(), "tmpfs", 0, size.c_str()) != 0)
     throw std::runtime_error("cannot mount a small medium on " + folder_);
-  }
 }
 
 SmallMedium::~SmallMedium() { ::umount2(folder_.c_str(), MNT_DETACH); }

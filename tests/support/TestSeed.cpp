@@ -1,5 +1,6 @@
 #include "tests/support/TestSeed.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <random>
 #include <string>

@@ -44,9 +44,8 @@ TEST(BuildStamp, UnknownMonth_Gives00) {
 
 TEST(BuildStamp, CompilersOwnTexts_GiveDigitsOnly) {
   const std::string stamp = Stamp('.', __DATE__, __TIME__);
-  for (const int i : {0, 1, 2, 3, 4, 5, 6, 7, 9, 10, 11, 12, 13, 14}) {
+  for (const int i : {0, 1, 2, 3, 4, 5, 6, 7, 9, 10, 11, 12, 13, 14})
     EXPECT_TRUE(stamp[static_cast<std::size_t>(i)] >= '0' && stamp[static_cast<std::size_t>(i)] <= '9') << stamp;
-  }
 }
 
 }  // namespace

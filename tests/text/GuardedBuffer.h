@@ -33,9 +33,8 @@ class GuardedBuffer {
   std::string Bytes() { return {Data(), size_}; }
 
   bool GuardsIntact() const {
-    for (std::size_t i = 0; i < kGuardBytes; ++i) {
+    for (std::size_t i = 0; i < kGuardBytes; ++i)
       if (bytes_[i] != kGuard || bytes_[kGuardBytes + size_ + i] != kGuard) return false;
-    }
     return true;
   }
 

@@ -69,9 +69,8 @@ TEST(Str2Int, TextBehindTheNumber_FailsAndStoresTheNumber) {
 }
 
 TEST(Str2Int, NoDigits_FailsAndStores0) {
-  for (const char *text : {"", "x", "-", "+", " ", "  -", "--1", "+-1", "- 1", ".", "\xb2"}) {
+  for (const char *text : {"", "x", "-", "+", " ", "  -", "--1", "+-1", "- 1", ".", "\xb2"})
     EXPECT_EQ(Int(text), (IntResult{0, 0})) << '"' << text << '"';
-  }
 }
 
 TEST(Str2Int, NeighboursOfDigitsAndSpace_AreNeither) {
@@ -81,9 +80,8 @@ TEST(Str2Int, NeighboursOfDigitsAndSpace_AreNeither) {
                            "\x0e"
                            "1",
                            "\xa0"
-                           "1"}) {
+                           "1"})
     EXPECT_EQ(Int(text).flag, 0) << '"' << text << '"';
-  }
 }
 
 TEST(Str2Int, LimitsOf32Bits_AreStored) {
@@ -123,9 +121,8 @@ TEST(Str2Word, Range_Is0To65535) {
 }
 
 TEST(Str2Word, AnythingElse_FailsAndStores0) {
-  for (const char *text : {"", "65536", "-1", "12x", "x", " ", "4294967296", "4294967297", "-4294967295"}) {
+  for (const char *text : {"", "65536", "-1", "12x", "x", " ", "4294967296", "4294967297", "-4294967295"})
     EXPECT_EQ(Word(text), (WordResult{0, 0})) << '"' << text << '"';
-  }
 }
 
 TEST(Str2Byte, Range_Is0To255) {
@@ -134,9 +131,8 @@ TEST(Str2Byte, Range_Is0To255) {
 }
 
 TEST(Str2Byte, AnythingElse_FailsAndStores0) {
-  for (const char *text : {"", "256", "-1", "-256", "12x", "x", " ", "65536", "4294967297"}) {
+  for (const char *text : {"", "256", "-1", "-256", "12x", "x", " ", "65536", "4294967297"})
     EXPECT_EQ(Byte(text), (ByteResult{0, 0})) << '"' << text << '"';
-  }
 }
 
 TEST(Str2Double, IntegerAndFraction_AreAdded) {

@@ -149,9 +149,8 @@ class StrTokOracle {
   /// What lies inside the source between two offsets.
   std::string Piece(long begin, long end) const {
     std::string piece;
-    for (long p = begin; p < end; ++p) {
+    for (long p = begin; p < end; ++p)
       if (p >= 0 && p < srcEnd) piece += text_[static_cast<std::size_t>(p)];
-    }
     return piece;
   }
   std::string Token() const { return cur == kNone ? "" : Piece(tok, tokEnd); }

@@ -154,9 +154,8 @@ std::string AllBytes() {
 
 TEST(StrToUpper, OnlyAsciiLetters_Change) {
   std::string expected = AllBytes();
-  for (char &c : expected) {
+  for (char &c : expected)
     if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
-  }
   std::string text = AllBytes();
   StrToUpper(text.data());
   EXPECT_EQ(text, expected);
@@ -164,9 +163,8 @@ TEST(StrToUpper, OnlyAsciiLetters_Change) {
 
 TEST(StrToLower, OnlyAsciiLetters_Change) {
   std::string expected = AllBytes();
-  for (char &c : expected) {
+  for (char &c : expected)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-  }
   std::string text = AllBytes();
   StrToLower(text.data());
   EXPECT_EQ(text, expected);
@@ -184,9 +182,8 @@ TEST(StrIsBlank, BlanksAndTabs_AreBlank) {
 }
 
 TEST(StrIsBlank, AnythingElse_IsNot) {
-  for (const char *text : {"a", "  a", "a  ", "\n", "\r", "\v", " \f ", "\xa0"}) {
+  for (const char *text : {"a", "  a", "a  ", "\n", "\r", "\v", " \f ", "\xa0"})
     EXPECT_EQ(StrIsBlank(text), 0) << '"' << text << '"';
-  }
 }
 
 }  // namespace

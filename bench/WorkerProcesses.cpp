@@ -1,6 +1,6 @@
 // Child processes between two barriers in shared memory.
 
-#include "bench/Gang.h"
+#include "bench/WorkerProcesses.h"
 
 #include <signal.h>
 #include <sys/mman.h>
@@ -26,7 +26,7 @@ void MakeBarrier(pthread_barrier_t &barrier, unsigned parties) {
 
 }  // namespace
 
-Gang::Gang(int processes, int jobsEach, std::function<void()> job) {
+WorkerProcesses::WorkerProcesses(int processes, int jobsEach, std::function<void()> job) {
   void *memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
   shared_ = static_cast<Shared *>(memory);
@@ -40,21 +40,21 @@ Gang::Gang(int processes, int jobsEach, std::function<void()> job) {
   }
 }
 
-Gang::~Gang() {
+WorkerProcesses::~WorkerProcesses() {
   shared_->stop = true;
   pthread_barrier_wait(&shared_->start);
   for (const pid_t child : children_) waitpid(child, nullptr, 0);
   munmap(shared_, sizeof(Shared));
 }
 
-double Gang::Run() {
+double WorkerProcesses::Run() {
   pthread_barrier_wait(&shared_->start);
   const auto start = std::chrono::steady_clock::now();
   pthread_barrier_wait(&shared_->done);
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-void Gang::Work(int jobsEach, const std::function<void()> &job) {
+void WorkerProcesses::Work(int jobsEach, const std::function<void()> &job) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   for (;;) {
     pthread_barrier_wait(&shared_->start);

@@ -9,7 +9,7 @@ namespace devsupport::bench {
 
 /// A channel that this machine does not let us make is reported and left out.
 template <class Job>
-Body Guarded(Job job) {
+Body SkipOnError(Job job) {
   return [job](benchmark::State &state) {
     try {
       job(state);

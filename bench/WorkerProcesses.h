@@ -11,12 +11,12 @@ namespace devsupport::bench {
 
 /// Child processes that wait for Run, each do the job that often, and wait again. They end with the object, and with
 /// the process that made it.
-class Gang {
+class WorkerProcesses {
  public:
-  Gang(int processes, int jobsEach, std::function<void()> job);
-  ~Gang();
-  Gang(const Gang &) = delete;
-  Gang &operator=(const Gang &) = delete;
+  WorkerProcesses(int processes, int jobsEach, std::function<void()> job);
+  ~WorkerProcesses();
+  WorkerProcesses(const WorkerProcesses &) = delete;
+  WorkerProcesses &operator=(const WorkerProcesses &) = delete;
 
   /// Lets all of them do their jobs; the seconds from the common start until the last one is done.
   double Run();
