@@ -186,6 +186,38 @@ TEST_F(Batch, OfADiff_DoesWhatTheImportDoes) {
   EXPECT_TRUE(IndexesAgree());
 }
 
+TEST_F(Batch, OnAMediumThatIsFull_IsMadeOrRefusedAndLosesNothing) {
+  const std::string script =
+      "home=$1/medium; mkdir -p $home && mount -t tmpfs -o size=1200k none $home || exit 99\n"
+      "\"$0\" --home $home init && \"$0\" --home $home set before 1\n"
+      "head -c $3k /dev/zero >$home/fill\n"
+      "\"$0\" --home $home import $2; echo $?\n"
+      "\"$0\" --home $home get before; echo\n"
+      "rm $home/fill\n"
+      "\"$0\" --home $home list tb_pb | wc -l\n"
+      "\"$0\" --home $home set after 1 && \"$0\" --home $home verify\n";
+  std::string text;
+  for (int i = 0; i < 400; ++i) {
+    text += JsonLine("tb_pb", "name " + std::to_string(i), std::to_string(1000 + i) + ";" + std::string(60, 'x'));
+  }
+  const std::string file = File(text);
+  int refused = 0;
+  for (int kilobytes = 500; kilobytes <= 1100; kilobytes += 50) {
+    const CommandResult result =
+        Command({"unshare", "-m", "sh", "-c", script, DEVCONF_PATH, home_, file, std::to_string(kilobytes)}).Run();
+    if (result.status == 99) GTEST_SKIP() << "the machine does not let us mount";
+    SCOPED_TRACE(kilobytes);
+    if (result.out.starts_with("4\n")) {
+      ++refused;
+      EXPECT_EQ(result.out, "4\n1\n0\nclean\n");
+      EXPECT_THAT(result.err, ::testing::HasSubstr("nothing was changed"));
+    } else {
+      EXPECT_EQ(result.out, "400 added, 0 changed, 0 unchanged, 0 deleted\n0\n1\n400\nclean\n");
+    }
+  }
+  EXPECT_GT(refused, 0);
+}
+
 // Imports that do not come to their end.
 
 class KilledImport : public Batch {
@@ -218,7 +250,7 @@ TEST_F(KilledImport, HasStoredEverythingOrNothing) {
   Init();
   Print({"import", FileOf(0)});
   int generation = 0;
-  for (int i = 0; i < std::max(1, 20 * Count("DEVSUPPORT_STORE_ROUNDS", 100) / 100); ++i) {
+  for (int i = 0; i < std::max(1, 10 * Count("DEVSUPPORT_STORE_ROUNDS", 100) / 100); ++i) {
     const std::string file = FileOf(generation + 1);
     Child program([&] {
       return ::execl(DEVCONF_PATH, DEVCONF_PATH, "--home", home_.c_str(), "import", file.c_str(), nullptr);
@@ -241,13 +273,13 @@ TEST_F(KilledImport, BesideANeighbour_HasStoredEverythingOrNothingForIt) {
   Print({"import", FileOf(0)});
   Open();  // a neighbour, who is not disturbed
   int generation = 0;
-  for (int i = 0; i < 10; ++i) {
+  for (int i = 0; i < 14; ++i) {
     const std::string file = FileOf(generation + 1);
     Child program([&] {
       return ::execl(DEVCONF_PATH, DEVCONF_PATH, "--home", home_.c_str(), "import", file.c_str(), nullptr);
     });
-    ::usleep(static_cast<useconds_t>(random() % 60000));
-    program.Signal(SIGTERM);
+    ::usleep(static_cast<useconds_t>(random() % 120000));
+    program.Signal(i % 2 == 0 ? SIGTERM : SIGKILL);
     program.Wait();
     const std::string value = Get(g_uDb.tb_pb, "name 0");
     const int after = std::stoi(value);
