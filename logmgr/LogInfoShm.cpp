@@ -4,6 +4,7 @@
 #include <devsupport/logmgr/LogInfoShm.h>
 #include <devsupport/text/StringEdit.h>
 #include "lib/Layout.h"
+#include "lib/Unaligned.h"
 #include "lib/container/SmallCopy.h"
 #include "lib/diag/StandardAssert.h"
 #include "lib/ipc/RingAccess.h"
@@ -39,6 +40,7 @@ DEVSUPPORT_DEVICE_FIELD_AT(TLogInfoShmData, nNameLen, 128);
 using devsupport::LocalTime;
 using devsupport::RingCell;
 using devsupport::RingLock;
+using devsupport::StoreUnaligned;
 
 constinit TLogInfoShmData _g_uLogInfoShmData{};
 
@@ -116,12 +118,6 @@ std::uint32_t TimeWord() {
          LOGCELL_PUT(now.dwMs, MS);
 }
 
-// Stores a word where it need not be aligned: the slot's offset comes out of shared memory.
-template <typename TWord>
-void Store(std::uint8_t *pDest, TWord word) {
-  std::memcpy(pDest, &word, sizeof word);
-}
-
 struct TextPart {
   std::uint32_t dwChars;  // in the record, the name included
   std::uint32_t dwTaken;  // of the message
@@ -155,10 +151,11 @@ std::uint32_t WriteRecord(const TShmQueue &que, std::uint32_t dwTime, std::uint3
   TLogRingUser &user = UserArea(que);
   const std::uint16_t wSequence = user.wSequence;
 
-  Store(pRecord + offsetof(TLogCell, dwTime), dwTime);
+  // The slot's offset comes out of shared memory: the words need not be aligned.
+  StoreUnaligned(pRecord + offsetof(TLogCell, dwTime), dwTime);
   // Kept: the half word behind this one is not written, and keeps what the slot held.
-  Store(pRecord + offsetof(TLogCell, wSequence),
-        static_cast<std::uint16_t>(LOGCELL_PUT(wSequence, SEQUENCE) | LOGCELL_PUT(dwType, TYPE)));
+  StoreUnaligned(pRecord + offsetof(TLogCell, wSequence),
+                 static_cast<uint16_t>(LOGCELL_PUT(wSequence, SEQUENCE) | LOGCELL_PUT(dwType, TYPE)));
   char *pRecordText = reinterpret_cast<char *>(pRecord) + offsetof(TLogCell, szText);
   const TextPart part = FillText(pRecordText, dwNameLen, pText, dwRest);
   devsupport::StoreSlotLength(cell.pSlot, LOGCELL_LENGTH(part.dwChars));

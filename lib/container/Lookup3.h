@@ -5,7 +5,8 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
+
+#include "lib/Unaligned.h"
 
 namespace devsupport {
 
@@ -17,8 +18,7 @@ struct State {
 };
 
 inline std::uint32_t LoadLittle(const unsigned char *p) {
-  std::uint32_t dw = 0;
-  std::memcpy(&dw, p, sizeof dw);
+  const auto dw = LoadUnaligned<std::uint32_t>(p);
   return std::endian::native == std::endian::little ? dw : __builtin_bswap32(dw);
 }
 

@@ -4,6 +4,7 @@
 #include <devsupport/detail/container/MyQueue.h>
 #include <devsupport/ipc/ThreadMutex.h>
 #include "lib/Layout.h"
+#include "lib/Unaligned.h"
 #include "lib/container/HeapBlock.h"
 #include "lib/container/SmallCopy.h"
 #include "lib/diag/StandardAssert.h"
@@ -105,7 +106,7 @@ unsigned char *AdvanceGet(TMyQueue &uQue) {
   // Kept: what does not fit the cell is cut without notice.
   const auto wBytes = static_cast<CellLength>(std::min<int>(wMsgBytes, uQue.nUserSize));
   unsigned char *pCell = AdvancePut(uQue);
-  std::memcpy(pCell, &wBytes, sizeof wBytes);
+  StoreUnaligned(pCell, wBytes);
   CopyBytes(pCell + kCellHeadBytes, pMsg, wBytes);
 }
 
@@ -132,8 +133,7 @@ int PushOverwrite(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
     return 0;
   }
   const unsigned char *pCell = AdvanceGet(uQue);
-  CellLength wBytes = 0;
-  std::memcpy(&wBytes, pCell, sizeof wBytes);
+  const auto wBytes = LoadUnaligned<CellLength>(pCell);
   // Kept: the length told is the stored one, however little is copied, and a maximum of 0 means no limit.
   if (pdwBytes != nullptr) *pdwBytes = wBytes;
   CopyBytes(pBuf, pCell + kCellHeadBytes, wMaxBytes != 0 ? std::min(wBytes, wMaxBytes) : wBytes);

@@ -58,7 +58,16 @@ inline void CopyBytes(void *pTo, const void *pFrom, std::size_t nSize) {
       return;
     }
   }
-  if (nSize != 0) std::memmove(pTo, pFrom, nSize);
+  if (nSize == 0) return;
+  if constexpr (sizeof(void *) == 4) {
+    // On the device a memmove() of 48 bytes takes some 50 instructions more than a memcpy().
+    const auto dwTo = reinterpret_cast<std::uintptr_t>(pTo), dwFrom = reinterpret_cast<std::uintptr_t>(pFrom);
+    if (dwTo - dwFrom >= nSize && dwFrom - dwTo >= nSize) [[likely]] {
+      std::memcpy(pTo, pFrom, nSize);
+      return;
+    }
+  }
+  std::memmove(pTo, pFrom, nSize);
 }
 
 }  // namespace devsupport
