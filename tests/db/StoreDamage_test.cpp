@@ -177,7 +177,9 @@ void FlipAt(const std::string &path, std::size_t at) {
   Overwrite(path, at, std::string(1, static_cast<char>(text[at] ^ 0x10)));
 }
 
-std::size_t Pages(const std::string &home) { return fs::file_size(home + "/config.db") / kPageBytes; }
+std::size_t SizeOf(const std::string &path) { return static_cast<std::size_t>(fs::file_size(path)); }
+
+std::size_t Pages(const std::string &home) { return SizeOf(home + "/config.db") / kPageBytes; }
 
 void ZeroPage(const std::string &home, std::size_t page) {
   Overwrite(home + "/config.db", page * kPageBytes, std::string(kPageBytes, '\0'));
@@ -203,7 +205,7 @@ TEST_F(Damage, AnyPartOfASealedLog_IsRefused) {
   const std::vector<std::string> logs = Logs();
   ASSERT_GE(logs.size(), 1U);
   for (const std::string &log : logs) {
-    const std::size_t bytes = fs::file_size(original_ + "/" + log);
+    const std::size_t bytes = SizeOf(original_ + "/" + log);
     for (std::size_t at = 0; at < bytes; at += bytes / 16 + 1) {
       EXPECT_EQ(OpenWith([&](const std::string &home) { FlipAt(home + "/" + log, at); }), kRefused)
           << log << ", " << at;
@@ -231,7 +233,7 @@ TEST_F(Damage, OfTheSealAlone_IsHarmless) {
   ASSERT_NO_FATAL_FAILURE(Make(true));
   const std::string seal = "/config.db.seal";
   ASSERT_TRUE(fs::exists(original_ + seal));
-  const std::size_t bytes = fs::file_size(original_ + seal);
+  const std::size_t bytes = SizeOf(original_ + seal);
   for (std::size_t at = 0; at < bytes; at += 5) {
     const Outcome outcome = OpenWith([&](const std::string &home) { FlipAt(home + seal, at); });
     EXPECT_TRUE(outcome == kAsBefore || outcome == kRefused || outcome == kSaid) << at << ": " << outcome;

@@ -132,7 +132,7 @@ TEST_F(Medium, OfAnySize_KeepsWhatWasAcknowledgedAndGoesOnWithRoom) {
   SCOPED_TRACE(SeedHint(seed));
   const auto every = static_cast<std::size_t>(Count("DEVSUPPORT_STORE_SIZES", 7));
   int sizes = 0;
-  for (std::size_t pages = seed % every; pages * kPage <= kMostFree; pages += every, ++sizes) {
+  for (auto pages = static_cast<std::size_t>(seed % every); pages * kPage <= kMostFree; pages += every, ++sizes) {
     SCOPED_TRACE(std::to_string(pages) + " pages free");
     ASSERT_NO_FATAL_FAILURE(Fill(pages * kPage));
     Acknowledged acknowledged;

@@ -220,9 +220,9 @@ TEST_F(Storm, BusyIdleForgetfulAndCursorHoldersKilledAtRandom_LoseNothing) {
       slots[slot].reset();
     };
     for (int round = 0; round < std::min(rounds, kRoundsOfStayers) && !HasFailure(); ++round) {
-      const std::size_t slot = random() % kSlots;
+      const auto slot = static_cast<std::size_t>(random() % kSlots);
       endSlot(slot);
-      slots[slot].emplace(start(kStayers + slot, kMortals[random() % kMortals.size()]));
+      slots[slot].emplace(start(kStayers + slot, kMortals[static_cast<std::size_t>(random() % kMortals.size())]));
       std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
     }
     for (std::size_t slot = 0; slot < kSlots; ++slot) endSlot(slot);
