@@ -75,7 +75,8 @@ void CheckFile(Report &report, const Path &path) {
   std::uint32_t pageSize = 0;
   std::memcpy(&magic, page + kMagicAt, sizeof magic);
   std::memcpy(&pageSize, page + kPageSizeAt, sizeof pageSize);
-  const bool isSound = got == sizeof page && magic == kMagic && pageSize >= 512 && status.st_size % pageSize == 0;
+  const bool isSound = got == sizeof page && magic == kMagic && pageSize >= 512 &&
+                       static_cast<std::uint64_t>(status.st_size) % pageSize == 0;
   if (isSound) return;
   report.Fault(Severity::Error, kStore, "broken_file",
                "see what 'devconf verify' says; bring back an export, or get out what can be read with devconf",
