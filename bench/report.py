@@ -2,6 +2,7 @@
 """Turns the results of the benchmark programs into tables and plots: ours, the floor, the peers, and the ratios.
 
 usage: report.py [--write FILE] [--plots FOLDER] [--command COMMAND] RESULT.json...
+       report.py --device FILE RESULT.json...       writes the counts of the device into the page, beside its times
 
 RESULT.json is what `devsupport_bench --benchmark_out=RESULT.json` or `process.py --out RESULT.json` wrote. Prints plain
 text, and draws each series into FOLDER; --write also writes the tables as a page of Markdown, whose plots are in
@@ -19,6 +20,7 @@ import plot
 import results
 
 SIZE_BLOCK = ("<!-- size:begin -->", "<!-- size:end -->")  # belongs to `script/bench size`
+DEVICE_BLOCK = ("<!-- device:begin -->", "<!-- device:end -->")  # belongs to `script/bench device`
 
 
 def value_text(value, unit):
@@ -191,15 +193,49 @@ def head(context):
     return facts
 
 
-def size_block(page):
-    """The block of the page as it stands now, which others write; an empty one where there is none."""
-    begin, end = SIZE_BLOCK
+def read_page(page):
     try:
         with open(page, encoding="utf-8") as file:
-            found = re.search(f"{begin}.*?{end}", file.read(), flags=re.DOTALL)
+            return file.read()
     except FileNotFoundError:
-        found = None
+        return ""
+
+
+def write_page(page, text):
+    with open(page + ".new", "w", encoding="utf-8") as file:
+        file.write(text)
+    os.replace(page + ".new", page)
+
+
+def block_of(text, block):
+    """A block of the page as it stands now, which others write; an empty one where there is none."""
+    begin, end = block
+    found = re.search(f"{begin}.*?{end}", text, flags=re.DOTALL)
     return found[0] if found else f"{begin}\n{end}"
+
+
+def host_ratios(text):
+    """The ratios and their rivals in the page's table of all aims, by row."""
+    lines = re.findall(r"^\| \[(\w+)\]\([^|]*\| [^|]* \| [^|]*?, ((?:peer|floor|ours)[^|]*?) \| ([\d.]+) \|", text, re.MULTILINE)
+    return {row: f"{ratio}, {rival}" for row, rival, ratio in lines}
+
+
+def device_block(rows, text):
+    """The counts of the device beside the ratios of this machine's times."""
+    hosts = host_ratios(text)
+    heading = ["", "ours, instructions", "measured by", "ratio on the device", "ratio of the times above"]
+    cells = []
+    for row in rows:
+        verdict = row.verdict()
+        if verdict:
+            cells.append([row.name, value_text(verdict.ours.median(), row.unit),
+                          value_text(verdict.rival.median(), row.unit) + f", {verdict.rival_label}",
+                          f"{verdict.ratio:.2f}", hosts.get(row.name, "")])
+    return "\n".join([DEVICE_BLOCK[0], "## Instructions on the device", "",
+                      "Written by `script/bench device --write`: instructions for one operation on the emulated device, "
+                      "the kernel's included, built with -Os as the device's programs are. The rows of the log channel "
+                      "and of the store differ by a tenth to a third between two starts of the machine, all others by "
+                      "less than 2 %.", "", *columns_markdown(heading, cells), DEVICE_BLOCK[1]])
 
 
 def page(rows, context, remarks, arguments):
@@ -216,7 +252,8 @@ def page(rows, context, remarks, arguments):
                 rows[0].name: "one row, or all rows whose names begin so",
                 "--list": "names the rows",
                 "--quick": "all rows, fewer and shorter repetitions: a look, no proof"}
-    lines += [size_block(arguments.write), "", "## Repeat it", "", "```"]
+    now = read_page(arguments.write)
+    lines += [block_of(now, DEVICE_BLOCK), "", block_of(now, SIZE_BLOCK), "", "## Repeat it", "", "```"]
     lines += [f"script/bench {argument.ljust(16)} # {what}" for argument, what in commands.items()] + ["```"]
     return "\n".join(lines) + "\n"
 
@@ -232,12 +269,20 @@ def draw(rows, folder):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--write", metavar="FILE", help="also write a page of Markdown")
+    parser.add_argument("--device", metavar="FILE", help="write the counts of the device into a page")
     parser.add_argument("--plots", metavar="FOLDER", default="build/bench/plots", help="where the plots go")
     parser.add_argument("--command", default="script/bench", help="the command that the page names in its head")
     parser.add_argument("results", nargs="+", metavar="RESULT.json")
     arguments = parser.parse_args()
 
     rows, context = results.read(arguments.results)
+    if arguments.device:
+        text = read_page(arguments.device)
+        old = block_of(text, DEVICE_BLOCK)
+        if old not in text:
+            text = text.replace(SIZE_BLOCK[0], f"{old}\n\n{SIZE_BLOCK[0]}", 1)
+        write_page(arguments.device, text.replace(old, device_block(rows, text)))
+        return 0
     remarks = read_remarks(os.path.join(os.path.dirname(__file__), "remarks.md"))
     for name, value in head(context):
         print(f"{name}: {value}")
@@ -247,9 +292,7 @@ def main():
     draw(rows, arguments.plots)
     if arguments.write:
         check_remarks(rows, remarks)
-        with open(arguments.write + ".new", "w", encoding="utf-8") as file:
-            file.write(page(rows, context, remarks, arguments))
-        os.replace(arguments.write + ".new", arguments.write)
+        write_page(arguments.write, page(rows, context, remarks, arguments))
     return 0
 
 

@@ -1,23 +1,26 @@
 #!/usr/bin/env bash
 # Counts instructions for an operation on the emulated device, the kernel's included; fails when a row of ours takes over
 # 2 % more than is on record. bench/README.md: how to read it.
-# usage: script/bench device [--accept] [ROW...]
+# usage: script/bench device [--accept] [--write] [ROW...]
 #   script/bench device            all rows that are counted there
 #   script/bench device ring log   the rows whose names begin so
+#   script/bench device --write    also writes the counts into docs/benchmarks.md; takes all rows
 #   script/bench device --accept   takes the counts on record, in bench/baseline/device.txt; say why in the commit
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
 accept=()
+write=false
 wanted=()
 for argument in "$@"; do
   case $argument in
     --accept) accept=(--accept) ;;
-    -*) sed -n '4,7s/^# //p' "$0" >&2; exit 2 ;;
+    --write) write=true ;;
+    -*) sed -n '4,8s/^# //p' "$0" >&2; exit 2 ;;
     *) wanted+=("$argument") ;;
   esac
 done
-[ ${#accept[@]} -eq 0 ] || [ ${#wanted[@]} -eq 0 ] || { sed -n '4,7s/^# //p' "$0" >&2; exit 2; }
+{ [ ${#accept[@]} -eq 0 ] && ! $write; } || [ ${#wanted[@]} -eq 0 ] || { sed -n '4,8s/^# //p' "$0" >&2; exit 2; }
 
 device/build
 # The peers that Debian has for this processor, with their libraries.
@@ -57,4 +60,5 @@ mkdir -p build/bench/counted
 result=build/bench/counted/device.json
 python3 -B bench/device.py --out "$result" "$PWD/$disk.img" "${picked[@]}"
 python3 -B bench/report.py --plots build/bench/counted --command "script/bench device${*:+ $*}" "$result"
+! $write || python3 -B bench/report.py --device docs/benchmarks.md "$result"
 python3 -B bench/counted.py --check bench/baseline/device.txt "${accept[@]}" "$result"
