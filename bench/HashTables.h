@@ -1,4 +1,4 @@
-// Hash tables behind one face: ours and other people's, with 64-byte entries and text keys.
+// Hash tables with one interface: ours and other people's, with 64-byte entries and text keys.
 #pragma once
 
 #include <devsupport/container/MyHash.h>

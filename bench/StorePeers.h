@@ -1,4 +1,4 @@
-// Other people's stores behind one face: Set and Get of a text, in a folder of their own.
+// Other people's stores with one interface: Set and Get of a text, in a folder of their own.
 #pragma once
 
 #include <cstddef>

@@ -34,7 +34,7 @@ void PrintAnswer(cpld::Action action, const cpld::TAnalogRegRequest &request, in
     std::printf(nResult == 0 ? "debug on\n" : "debug off\n");
     return;
   }
-  // Kept: no "=" behind "reg". The line is part of what the command promises.
+  // Kept: no "=" after "reg". The line is part of what the command promises.
   std::printf("ch=%i, reg%i, data=0x%x value=0x%x\n", request.nChannel, request.nRegister,
               static_cast<unsigned>(request.nValue), static_cast<unsigned>(nResult));
 }

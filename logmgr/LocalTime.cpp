@@ -13,7 +13,7 @@
 //     g_dwDistance  | low 15 bits of the minute | seconds ahead of UTC (17) |
 //
 // The distance is stored first (release) and read last (acquire). So who reads a minute finds the distance of that
-// minute behind it, or of a later one, which its tag tells. Only a minute that is 2^15 minutes later has the same
+// minute after it, or of a later one, which its tag tells. Only a minute that is 2^15 minutes later has the same
 // tag: a thread would have to stop for 22 days between its two loads. Two threads that refresh for different minutes
 // leave words that belong together or that do not match; then the next reader asks again.
 

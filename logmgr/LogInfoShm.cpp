@@ -129,7 +129,7 @@ TextPart FillText(char *pDest, std::uint32_t dwNameLen, const char *pText, std::
   const std::uint32_t dwTaken = dwChars - dwNameLen;
   if (dwNameLen != 0) {
     std::memcpy(pDest, _g_uLogInfoShmData.szName, dwNameLen);
-    // Kept: behind a name the text ends at its first NUL, within the length that was announced.
+    // Kept: after a name the text ends at its first NUL, within the length that was announced.
     StrNcpy(pDest + dwNameLen, pText, static_cast<std::int32_t>(dwTaken + 1));
   } else {
     // Not memcpy: of one with so low a limit the compiler makes a string instruction, which takes its time to start.
@@ -139,7 +139,7 @@ TextPart FillText(char *pDest, std::uint32_t dwNameLen, const char *pText, std::
   return {dwChars, dwTaken};
 }
 
-// Writes one record behind the newest. Returns the number of characters of the message that it holds.
+// Writes one record after the newest. Returns the number of characters of the message that it holds.
 //
 // The record is whole before it is seen, and its number is used up by then: a writer that dies in between leaves one
 // number out, which readers take for the one lost record that it is. With the number left for the next record they
@@ -153,7 +153,7 @@ std::uint32_t WriteRecord(const TShmQueue &que, std::uint32_t dwTime, std::uint3
 
   // The slot's offset comes out of shared memory: the words need not be aligned.
   StoreUnaligned(pRecord + offsetof(TLogCell, dwTime), dwTime);
-  // Kept: the half word behind this one is not written, and keeps what the slot held.
+  // Kept: the half word after this one is not written, and keeps what the slot held.
   StoreUnaligned(pRecord + offsetof(TLogCell, wSequence),
                  static_cast<uint16_t>(LOGCELL_PUT(wSequence, SEQUENCE) | LOGCELL_PUT(dwType, TYPE)));
   char *pRecordText = reinterpret_cast<char *>(pRecord) + offsetof(TLogCell, szText);

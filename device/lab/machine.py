@@ -163,7 +163,7 @@ class Machine:
 
 
 class Answer:
-    """What one line carries for one command: text, then a mark with the status behind it."""
+    """What one line carries for one command: text, then a mark with the status after it."""
 
     def __init__(self, mark, sink):
         self.mark = mark.encode()

@@ -1,4 +1,4 @@
-"""The emulated device from the command line, behind script/device: shell | run COMMANDS | test [PART...]."""
+"""The emulated device from the command line, for script/device: shell | run COMMANDS | test [PART...]."""
 
 import signal
 import sys

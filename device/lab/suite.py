@@ -102,7 +102,7 @@ def system_v_keys(device):
 
 
 def run_program(device, path, results):
-    """Runs one test program as a whole: every test in it must pass, none may be skipped, nothing be left behind."""
+    """Runs one test program as a whole: every test in it must pass, none may be skipped, nothing be left over."""
     name = os.path.basename(path)
     excluded = left_out(name)
     for test in excluded:
@@ -125,7 +125,7 @@ def run_program(device, path, results):
     results.count("skipped", skipped)
     after = system_v_keys(device)
     if after != before:
-        results.check(False, f"{name} leaves System V objects behind", f"before:\n{before}\nafter:\n{after}")
+        results.check(False, f"{name} leaves System V objects", f"before:\n{before}\nafter:\n{after}")
 
 
 def network(device, results):

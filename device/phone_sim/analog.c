@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * The analog driver behind /dev/analog/0: reads and writes direct and indirect registers of four
+ * The analog driver of /dev/analog/0: reads and writes direct and indirect registers of four
  * channels and switches register debugging. It answers as the simulated driver of the host does.
  */
 

@@ -16,7 +16,7 @@
 #define DEVSUPPORT_NORETURN __attribute__((noreturn))
 #endif
 
-/* Lets the compiler check the values behind a printf-like format; positions count from 1. */
+/* Lets the compiler check the values after a printf-like format; positions count from 1. */
 #define DEVSUPPORT_PRINTF(nFormat, nFirstValue) __attribute__((format(printf, nFormat, nFirstValue)))
 
 #endif

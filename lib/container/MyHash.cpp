@@ -104,9 +104,9 @@ void PrefetchFreeSlot(const TMyHash &uHash) {
   __builtin_prefetch(&uHash.uAllot.pnInuseIdx[nSlot], kForWriting);
 }
 
-// Takes a slot, links it behind nLast, the last member of its chain (kNoSlot: the chain is empty), and fills it.
+// Takes a slot, links it after nLast, the last member of its chain (kNoSlot: the chain is empty), and fills it.
 // The end mark is written last: it holds even when nLast is this very slot, free but still named by its bucket, as an
-// entry that was deleted after its key had been changed leaves it behind.
+// entry that was deleted after its key had been changed leaves it.
 std::int32_t Append(TMyHash &uHash, std::uint32_t nBucket, std::int32_t nLast, const void *pData) {
   const std::int32_t nSlot = TakeSlot(uHash.uAllot);
   uHash.pnPrev[nSlot] = nLast;

@@ -1,4 +1,4 @@
-// Ring queue: one block of equal cells, stepped through by pointer, with a wrap behind the last cell.
+// Ring queue: one block of equal cells, stepped through by pointer, with a wrap after the last cell.
 
 #include <devsupport/container/MyQueue.h>
 #include <devsupport/detail/container/MyQueue.h>
@@ -67,7 +67,7 @@ void AssertQueue(const TMyQueue *puQue, unsigned dwLine, const char *pFunction) 
 
 int NextIdx(const TMyQueue &uQue, int nIdx) { return nIdx + 1 < uQue.nCellCount ? nIdx + 1 : 0; }
 
-// Compared as distances: the address behind the last cell need not exist.
+// Compared as distances: the address after the last cell need not exist.
 unsigned char *NextPtr(const TMyQueue &uQue, unsigned char *pCell) {
   return uQue.pLastCell - pCell >= uQue.nCellSize ? pCell + uQue.nCellSize : uQue.pBuf;
 }

@@ -27,7 +27,7 @@ inline std::int32_t NextFreeSlot(const TAllotArray &uAry) { return uAry.pnFreeRo
 inline std::int32_t TakeSlot(TAllotArray &uAry) {
   const std::int32_t nRoom = NextFreeSlot(uAry);
   const std::int32_t nPos = uAry.nInuseCnt;
-  // The counters come first here and below: behind a store into an array the compiler would load them again.
+  // The counters come first here and below: after a store into an array the compiler would load them again.
   uAry.nFreeGet = RingNext(uAry, uAry.nFreeGet);
   uAry.nInuseCnt = nPos + 1;
   uAry.pnInuseRoom[nPos] = nRoom;

@@ -1,4 +1,4 @@
-// Console diagnostics: the error printer behind every non-fatal message, and the fatal report.
+// Console diagnostics: the error printer of all non-fatal messages, and the fatal report.
 
 #include <devsupport/diag/Diagnostics.h>
 

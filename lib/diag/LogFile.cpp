@@ -13,7 +13,7 @@ namespace {
 
 constexpr char kAppendMode[] = "a+t";
 constexpr std::size_t kLineTextBytes = 256;
-// As many words as the register-passing hosts keep for the values behind two named arguments: reading that many
+// As many words as the register-passing hosts keep for the values after two named arguments: reading that many
 // touches the caller's registers only, however few values there are.
 constexpr std::size_t kCopiedWords = 4;
 
@@ -21,7 +21,7 @@ constexpr std::size_t kCopiedWords = 4;
 constexpr char kTimeStamp[] = "";
 
 // The memory that holds the variable arguments. On the device the list is its address. Elsewhere the values are in
-// registers, so the first of them are copied, with a zero word behind them to end a text.
+// registers, so the first of them are copied, with a zero word after them to end a text.
 template <typename TList>
 const void *ArgumentArea(TList &list, std::uintptr_t (&adwCopy)[kCopiedWords + 1]) {
   if constexpr (std::is_pointer_v<TList>) {

@@ -80,7 +80,7 @@ int KMsgQue_Get(int nMsgQueId, void *pBuf, std::int32_t nBytes, std::int32_t nTy
       break;
   }
   const PreservedErrno preserved;
-  // Kept: the space behind "ID:", which the report of KMsgQue_Send does not have.
+  // Kept: the space after "ID:", which the report of KMsgQue_Send does not have.
   std::fprintf(stderr, "%s: msgrcv(MsgQ ID: %d, Flag:%d) failed(%s)\n", "KMsgQue_Get", nMsgQueId, nFlags,
                std::strerror(errno));
   return KMSGQUE_FAILED;

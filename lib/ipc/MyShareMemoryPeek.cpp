@@ -60,7 +60,7 @@ void *TShmQueue_PeekNext(TShmQueue *pQue, void **ppSlot) {
   return pPayload;
 }
 
-// Kept: the walk ends by comparing the slot behind the cursor with the oldest cell. A cursor behind the newest cell
+// Kept: the walk ends by comparing the slot after the cursor with the oldest cell. A cursor after the newest cell
 // of a ring that is not full is not at that end, so the first step shows the free slot.
 void *TShmQueue_PeekPrev(TShmQueue *pQue, void **ppSlot) {
   std::int32_t nBehindIdx = pQue->nPeekIdx;

@@ -9,7 +9,7 @@
 //    and callback while no flag is set, and sets the flags last: whoever sees them sees what belongs to them.
 //  - Whoever takes the flags away owns the timer and deletes it, so every timer is deleted once although handlers
 //    and the main flow may try together. (A second delete would be an error at best; a C library that keeps a heap
-//    block behind timer_t would free it twice.) Only a timer that is just being started is left to Timer_Set.
+//    block for timer_t would free it twice.) Only a timer that is just being started is left to Timer_Set.
 //  - Timer and callback are read before the compare-exchange that acts on the word. It succeeds only when the word
 //    has not changed since, so they belong to that very arming: the word counts armings in 24 bits, and nobody
 //    arms a cell 16 million times within those few instructions.
@@ -84,7 +84,7 @@ DEVSUPPORT_DEVICE_FIELD_AT(TTimerArray, pfnDefault, 8);
 
 static_assert(std::atomic<timer_t>::is_always_lock_free && std::atomic<TTimerFunc>::is_always_lock_free &&
               std::atomic<TStateWord>::is_always_lock_free && std::atomic<TTimerArray *>::is_always_lock_free);
-static_assert(sizeof(TTimerArray) % alignof(TTimerCell) == 0, "the cells stand right behind the head");
+static_assert(sizeof(TTimerArray) % alignof(TTimerCell) == 0, "the cells follow the head");
 
 constinit std::atomic<TTimerArray *> g_apArray[kMaxArrays];
 
@@ -105,7 +105,7 @@ enum TFailCase { kOutOfRange = 1, kTimerCall = 2, kSetTime = 3 };
 
 struct TOperation {
   const char *pName;
-  const char *pTimerCall;  // behind kTimerCall
+  const char *pTimerCall;  // after kTimerCall
 };
 constexpr TOperation kSet{"Timer_Set", "timer_create"};
 constexpr TOperation kDel{"Timer_Del", "timer_delete"};

@@ -1,4 +1,4 @@
-// The socket behind every question about an interface, and the request record that carries the question.
+// The socket for every question about an interface, and the request record that carries the question.
 #pragma once
 
 #include <devsupport/text/StringEdit.h>

@@ -53,7 +53,7 @@ bool IsPortUp(const TEswRequest &answer) {
   return (answer.dwStatus >> ((answer.ucPort - 1) * 8 + 7) & 1u) != 0;
 }
 
-/// The first line: a number above 0 behind "= ", up to a blank or the line's end.
+/// The first line: a number above 0 after "= ", up to a blank or the line's end.
 bool HasNumberAbove0(const char *pLine) {
   TStrTok tok;
   int nNumber = 0;
@@ -62,7 +62,7 @@ bool HasNumberAbove0(const char *pLine) {
          TStrTok_Token2Int(&tok, &nNumber) != 0 && nNumber > 0;
 }
 
-/// The second line: the word "UP" behind the second colon, up to a blank or the line's end.
+/// The second line: the word "UP" after the second colon, up to a blank or the line's end.
 bool SaysUp(const char *pLine) {
   TStrTok tok;
   char szState[8 + 1] = "";

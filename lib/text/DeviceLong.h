@@ -1,4 +1,4 @@
-// The one decimal conversion behind all number parsers: strtol at base 10 as the device has it, where a long has
+// The one decimal conversion of all number parsers: strtol at base 10 as the device has it, where a long has
 // 32 bits, with the same result on every host.
 #pragma once
 
@@ -10,7 +10,7 @@ namespace devsupport {
 
 struct DeviceLong {
   std::int32_t nValue;  ///< clamped to 32 bits; 0 without digits
-  const char *pStop;    ///< behind the last digit; the text itself without digits
+  const char *pStop;    ///< after the last digit; the text itself without digits
 };
 
 /// White space of the C locale, whatever the program's locale is.
@@ -36,7 +36,7 @@ inline std::uint32_t LongRunMagnitude(const char *pDigit, const char *pEnd) {
   return dwMagnitude;
 }
 
-/// Reads optional white space, an optional sign and all digits behind it. errno is left alone.
+/// Reads optional white space, an optional sign and all digits after it. errno is left alone.
 inline DeviceLong ParseDeviceLong(const char *pText) {
   const char *p = pText;
   bool bNegative = false;

@@ -46,7 +46,7 @@ int ParseIntegerSide(const char *pText, const char *pDot, double *pdResult) {
   return ParseSide(szInteger, pdResult);
 }
 
-/// The side behind the dot. Every character counts as one decimal place, signs and blanks included.
+/// The side after the dot. Every character counts as one decimal place, signs and blanks included.
 int ParseFractionSide(const char *pText, double *pdResult) {
   const int bOk = ParseSide(pText, pdResult);
   for (std::size_t uPlaces = std::strlen(pText); uPlaces > 0; --uPlaces) *pdResult /= 10.0;

@@ -29,7 +29,7 @@ std::int32_t LengthOf(const char *pText, std::int32_t nLen) {
   return nLen < 1 ? static_cast<std::int32_t>(std::strlen(pText)) : nLen;
 }
 
-/// Whether the rest of a string, behind its first character, stands behind p. Nothing behind the first difference is
+/// Whether the rest of a string, after its first character, stands after p. Nothing after the first difference is
 /// read.
 bool RestFollows(const char *p, const char *pStr) {
   for (std::size_t i = 1; pStr[i] != '\0'; ++i)
@@ -238,7 +238,7 @@ std::int32_t TStrTok_TokenIs(const TStrTok *puTok, const char *pStr) {
   const Span token = TokenSpan(*puTok);
   const std::ptrdiff_t nLen = token.Length();
   if (nLen == 0) return 1;
-  // Kept: the string may go on where the token ends. Behind the string's own NUL nothing is read: a token that goes
+  // Kept: the string may go on where the token ends. After the string's own NUL nothing is read: a token that goes
   // on there differs from it.
   const auto nComparable = static_cast<std::ptrdiff_t>(strnlen(pStr, static_cast<std::size_t>(nLen))) + 1;
   return nLen <= nComparable && SameBytes(token.pBegin, pStr, nLen) ? 1 : 0;

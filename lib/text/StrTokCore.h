@@ -60,7 +60,7 @@ inline std::int32_t Match2End(TStrTok &uTok) {
 
 inline std::int32_t Match2EndCanEmpty(TStrTok &uTok) {
   if (uTok.pCur == nullptr) return 0;
-  // The end of the token decides, not the cursor: behind a delimiter that ends the source the cursor is at the end
+  // The end of the token decides, not the cursor: after a delimiter that ends the source the cursor is at the end
   // already, and one more field, an empty one, is due.
   if (uTok.pTokEnd == uTok.pSrcEnd) return Fail(uTok, 1);
   SetPosToEnd(uTok);

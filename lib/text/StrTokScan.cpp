@@ -48,7 +48,7 @@ const char *SkipWhile(const char *p, const char *pEnd, const CharSet &uSet, bool
   return p;
 }
 
-/// Where a run that begins at p must end: behind nRoom characters, or with the text.
+/// Where a run that begins at p must end: after nRoom characters, or with the text.
 const char *RunLimit(const char *p, const char *pEnd, std::int32_t nRoom) {
   return nRoom < pEnd - p ? p + nRoom : pEnd;
 }

@@ -2,7 +2,7 @@
 #
 # The scripts run beside any driver, with cpld on the PATH; plain POSIX shell, so that the device's shell takes them,
 # too. DRIVER_TRACE names a file in which the driver leaves a line for each request, the record's 24 bytes as it
-# received them at the end, behind the word "bytes".
+# received them at the end, after the word "bytes".
 
 passed=0
 failed=0
@@ -20,7 +20,7 @@ check() {
   fi
 }
 
-# All that a run of cpld says: standard output, standard error and the exit status behind it.
+# All that a run of cpld says: standard output, standard error and the exit status after it.
 run_cpld() {
   cpld "$@" 2>&1
   echo "status $?"

@@ -14,7 +14,7 @@ class RandomWords {
  public:
   explicit RandomWords(std::uint64_t seed) : engine_(seed) {}
 
-  /// The words behind the program's name: a command with as many words as it takes, or any number of any words.
+  /// The words after the program's name: a command with as many words as it takes, or any number of any words.
   std::vector<std::string> Line() {
     const int command = Below(6);
     std::vector<std::string> line{OneIn(4) ? Word() : std::to_string(command)};

@@ -27,7 +27,7 @@ struct Parsed {
   TAnalogRegRequest request;
 };
 
-/// Parses the words behind the program's name, with a record that holds rubbish before.
+/// Parses the words after the program's name, with a record that holds rubbish before.
 Parsed Parse(const std::vector<std::string> &words) {
   std::vector<const char *> args{"cpld"};
   for (const std::string &word : words) args.push_back(word.c_str());

@@ -1,4 +1,4 @@
-// What the error printer hands to its output, and what the fatal report leaves behind.
+// What the error printer hands to its output, and what the fatal report leaves.
 
 #include <devsupport/diag/Diagnostics.h>
 #include <gtest/gtest.h>

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kLineChars = 256;
 
-/// The first word behind the place; nothing when there is none.
+/// The first word after the place; nothing when there is none.
 std::string WordAt(const std::string &line, std::size_t place) {
   const std::size_t begin = line.find_first_not_of(" \r\n", place);
   if (begin == std::string::npos) return "";

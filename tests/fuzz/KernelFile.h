@@ -31,7 +31,7 @@ class KernelFile {
   static inline std::string_view text_;
 };
 
-/// The lines of a text as the units read them: of each at most so many characters, and nothing behind a NUL.
+/// The lines of a text as the units read them: of each at most so many characters, and nothing after a NUL.
 class KernelLines {
  public:
   KernelLines(std::string_view text, std::size_t most) : rest_(text), most_(most) {}

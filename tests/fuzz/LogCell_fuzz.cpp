@@ -33,7 +33,7 @@ constexpr std::size_t kMostCells = 80;  // more than a message can have
 constexpr unsigned kGoesOn = 1;     // the message of the cell before
 constexpr unsigned kJump = 2;       // records are missing before it
 constexpr unsigned kAnyLength = 4;  // a length word that may be none
-constexpr unsigned kNoEnd = 8;      // no NUL behind the text
+constexpr unsigned kNoEnd = 8;      // no NUL after the text
 
 /// Cells out of the input, mostly good ones.
 class CellMaker {

@@ -26,7 +26,7 @@ constexpr std::size_t kNumberChars = 15;
 
 std::string_view g_stored;
 
-/// What the process named finds, told by the contract: the first "<name>=" anywhere, then the field behind it, up to
+/// What the process named finds, told by the contract: the first "<name>=" anywhere, then the field after it, up to
 /// a comma, a semicolon or the end.
 int NaiveParam(const std::string &name, std::string_view stored, int otherwise) {
   if (stored.size() > kListBytes) return otherwise;

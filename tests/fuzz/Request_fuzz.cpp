@@ -1,7 +1,7 @@
 // The command line of cpld: any words give the record that a naive reader makes of them, and none that the driver
 // must not get.
 //
-// The input is the words, the program's name left out, with a NUL behind each.
+// The input is the words, the program's name left out, with a NUL after each.
 
 #include <algorithm>
 #include <array>

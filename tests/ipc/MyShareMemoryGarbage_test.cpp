@@ -1,7 +1,7 @@
 // Any process can scribble over a ring's segment. Whatever stands there: no operation reads or writes outside the
 // segment or the caller's buffer, and a ring whose indices are no slots answers as an empty one does.
 //
-// The ring stands between pages that nobody may touch, once against the page before and once against the page behind,
+// The ring stands between pages that nobody may touch, once against the page before and once against the page after,
 // so that a step outside ends the test whether or not a sanitizer watches.
 
 #include <devsupport/ipc/MyShareMemory.h>

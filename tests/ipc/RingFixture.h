@@ -82,7 +82,7 @@ class RingFixture : public ::testing::Test {
   /// What a peek step answered, "<end>" for NULL; slot and payload must belong together.
   static std::string Peeked(void *payload, void *slot) {
     if (payload == nullptr) return "<end>";
-    if (static_cast<std::uint8_t *>(slot) + 4 != payload) return "<payload is not behind the slot>";
+    if (static_cast<std::uint8_t *>(slot) + 4 != payload) return "<payload is not after the slot>";
     std::uint32_t length = 0;
     std::memcpy(&length, slot, sizeof length);
     return {static_cast<char *>(payload), length};

@@ -14,7 +14,7 @@ constexpr int kRepeating = 0;
 constexpr std::uint32_t kMaxCells = 16;
 constexpr std::uint32_t kNever = 0xFFFFFFFFu;
 
-// What the callbacks leave behind. They run in signals: atomics and an event only.
+// What the callbacks leave. They run in signals: atomics and an event only.
 inline std::atomic<int> g_calls{0};
 inline std::atomic<int> g_otherCalls{0};
 inline std::atomic<std::uint32_t> g_lastCell{kNever};

@@ -1,4 +1,4 @@
-// Sees and steers the system calls behind the timers: counts them, keeps their arguments, makes them fail, and runs
+// Sees and steers the system calls of the timers: counts them, keeps their arguments, makes them fail, and runs
 // a test's code at the very place where a signal would have to interrupt.
 #pragma once
 

@@ -37,7 +37,7 @@ class TimerTest : public ::testing::Test {
 
   void TearDown() override {
     for (std::uint16_t number = 0; number < 64; ++number) Timer_DestroyAry(&number);
-    EXPECT_EQ(Calls().created, Calls().deleted) << "a timer was left behind";
+    EXPECT_EQ(Calls().created, Calls().deleted) << "a timer was left over";
     EXPECT_EQ(Calls().deleteErrors, 0) << "a timer was deleted twice";
     EXPECT_EQ(Calls().settimeErrors, 0) << "a timer was started after it had been deleted";
   }

@@ -145,7 +145,7 @@ TEST_F(Time, AfterTheZoneHasChanged_FollowsWithTheNextMinute) {
   EXPECT_EQ(At(kMonday + 60), "05:31:00.000");
 }
 
-// The file behind /etc/localtime is what a device without TZ goes by.
+// A device without TZ uses the file that /etc/localtime names.
 TEST_F(Time, AfterTheZoneFileWasReplaced_FollowsWithTheNextMinute) {
   const auto zoneFile = [](const std::filesystem::path &path, int hours) {
     std::string bytes = "TZif" + std::string(16, '\0');
@@ -215,7 +215,7 @@ TEST_F(Time, OfTheRealClock_IsWhatTheLibrarySays) {
   LocalTimeNow();
   LetClockGo();
   for (int i = 0; i < 10000; ++i) {
-    timespec before{};  // not time(): it lags behind by a tick
+    timespec before{};  // not time(): it lags by a tick
     timespec after{};
     ::clock_gettime(CLOCK_REALTIME, &before);
     const LocalTime now = LocalTimeNow();

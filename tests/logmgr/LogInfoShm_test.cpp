@@ -291,7 +291,8 @@ TEST_F(Message, WhileSomebodyHoldsTheRing_WaitsAndHasTheTimeFromBefore) {
   EXPECT_EQ(Log()[0].Time(), 60000u);
 }
 
-// --- the writer behind them --------------------------------------------------------------------------------------
+// --- the function that writes them
+// --------------------------------------------------------------------------------------
 
 TEST_F(Message, ToARingOfOnesOwn_IsWrittenThere) {
   TShmQueueOpt opt{36, 0, 0};

@@ -195,7 +195,7 @@ TFound FindNow() {
   CapturedOutput err(stderr);
   const int result = FindEthIf(name);
   EXPECT_EQ(err.Take(), "");
-  EXPECT_EQ(name[IF_NAMESIZE], '#') << "written behind the 16 characters";
+  EXPECT_EQ(name[IF_NAMESIZE], '#') << "written after the 16 characters";
   return {result, name};
 }
 

@@ -40,7 +40,7 @@ TQueryOutcome AskLocalIp(const char *interface) {
   CapturedOutput err(stderr);
   outcome.result = GetLocalIp(address, interface);
   outcome.printed = err.Take();
-  EXPECT_EQ(address[16], '#') << "written behind the 16 characters";
+  EXPECT_EQ(address[16], '#') << "written after the 16 characters";
   outcome.address = address;
   return outcome;
 }
@@ -135,7 +135,7 @@ TQueryOutcome AskLocalIPv6(const char *interface) {
   CapturedOutput err(stderr);
   outcome.result = GetLocalIPv6(address, interface);
   EXPECT_EQ(err.Take(), "");
-  EXPECT_EQ(address[46], '#') << "written behind the 46 characters";
+  EXPECT_EQ(address[46], '#') << "written after the 46 characters";
   outcome.address = address;
   return outcome;
 }

@@ -50,8 +50,8 @@ TWan Ask() {
   CapturedOutput err(stderr);
   const int result = GetWanIp(address, interface);
   std::string printed = err.Take();
-  EXPECT_EQ(address[46], '#') << "written behind the 46 characters";
-  EXPECT_EQ(interface[IFNAMSIZ], '#') << "written behind the 16 characters";
+  EXPECT_EQ(address[46], '#') << "written after the 46 characters";
+  EXPECT_EQ(interface[IFNAMSIZ], '#') << "written after the 16 characters";
   return {result, interface, address, printed};
 }
 

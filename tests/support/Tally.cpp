@@ -16,7 +16,7 @@ void Tally(const char *event) {
   const int savedErrno = errno;
   char line[32];
   const int size = std::snprintf(line, sizeof line, "%s\n", event);
-  // Around the C library, whose functions may be the ones that are made to fail. One write behind the file's end is
+  // Around the C library, whose functions may be the ones that are made to fail. One write after the file's end is
   // whole, whoever else writes.
   const long fd = ::syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   if (fd >= 0) {

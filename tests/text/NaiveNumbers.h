@@ -52,7 +52,7 @@ inline int NaiveDouble(const std::string &text, double &result) {
   return ok;
 }
 
-/// A copy whose last byte is the NUL, so that the address sanitizer sees any read behind it.
+/// A copy whose last byte is the NUL, so that the address sanitizer sees any read after it.
 inline std::unique_ptr<char[]> ExactCopy(const std::string &text) {
   auto copy = std::make_unique<char[]>(text.size() + 1);
   std::memcpy(copy.get(), text.c_str(), text.size() + 1);

@@ -1,4 +1,4 @@
-// What the number parsers accept, what they store, and what they leave behind when they fail.
+// What the number parsers accept, what they store, and what they leave when they fail.
 
 #include <devsupport/detail/text/NumberParsing.h>
 #include <devsupport/text/NumberParsing.h>

@@ -153,7 +153,7 @@ TEST(FindAnyChar, TooShortRuns_CountForTheNextOne) {
   EXPECT_EQ(TStrTok_FindAnyChar(&t.tok, kDigits, nullptr, 3, 0, kMost), 1);
   EXPECT_EQ(t.Token(), "a1b");
   EXPECT_EQ(t.tok.nDelimLen, 3);
-  EXPECT_EQ(t.tok.pCur, t.tok.pSrcEnd);  // one character behind the run
+  EXPECT_EQ(t.tok.pCur, t.tok.pSrcEnd);  // one character after the run
 }
 
 TEST(FindAnyChar, TooShortRuns_CountForTheMaximumToo) {
@@ -174,7 +174,7 @@ TEST(FindNotAnyChar, NonMembers_AreFound) {
 
 // ---- A cursor beyond the end ----
 
-/// "1b22" without anything behind it, the cursor one character beyond the end.
+/// "1b22" without anything after it, the cursor one character beyond the end.
 class BeyondTheEnd : public ::testing::Test {
  protected:
   void SetUp() override {

@@ -24,7 +24,7 @@ namespace devsupport::test {
 
 inline constexpr int kStepsPerSource = 25;
 
-/// Strings to look for, with room behind the NUL because a length may be longer than the string.
+/// Strings to look for, with room after the NUL because a length may be longer than the string.
 inline constexpr char kNeedles[][12] = {"",   ",", ";",  "a",   "ab",   ",,", "b1",
                                         "aB", "A", ",;", "abc", "\x80", " ",  "a,b"};
 inline constexpr const char *kExtras[] = {nullptr, "", ",", ",;", " \t", "b\x80", "\x80", "1A,"};

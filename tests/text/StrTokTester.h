@@ -14,7 +14,7 @@ namespace devsupport::test {
 class Tokenizer {
  public:
   explicit Tokenizer(const std::string &text, bool trim = false) : text_(text.begin(), text.end()) {
-    text_.push_back('#');  // no NUL behind the source, so that strlen would be noticed
+    text_.push_back('#');  // no NUL after the source, so that strlen would be noticed
     // An empty source needs its NUL: a length of 0 means strlen.
     TStrTok_SetSource(&tok, trim, text.empty() ? "" : text_.data(), static_cast<std::int32_t>(text.size()));
   }

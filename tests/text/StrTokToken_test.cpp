@@ -25,7 +25,7 @@ Tokenizer Whole(const std::string &text, bool trim = false) {
   return t;
 }
 
-/// "a::b,c" with the token b: two characters of delimiter before it, one behind it.
+/// "a::b,c" with the token b: two characters of delimiter before it, one after it.
 Tokenizer Middle(const std::string &text = "a::b,c") {
   Tokenizer t(text);
   TStrTok_Find(&t.tok, "::", 0, 0);

@@ -8,7 +8,7 @@
 
 namespace analogsim {
 
-/// A whole number, decimal or hexadecimal with 0x, nothing before or behind it but a minus sign.
+/// A whole number, decimal or hexadecimal with 0x, nothing before or after it but a minus sign.
 /// Hexadecimal numbers without a sign may use all 32 bits: 0xffffffff is -1.
 std::optional<std::int32_t> ToInt32(std::string_view text);
 

@@ -27,7 +27,7 @@ std::vector<std::string> UsersShell() {
   return {shell != nullptr && *shell != '\0' ? shell : "/bin/sh"};
 }
 
-/// Everything behind the options. The first word that is no option, or "--", starts the command, so that the
+/// Everything after the options. The first word that is no option, or "--", starts the command, so that the
 /// command's own options are never taken for ours.
 std::vector<std::string> CommandWords(std::vector<std::string> rest) {
   if (rest.empty()) return UsersShell();

@@ -1,4 +1,4 @@
-# Completes the options of analogsim, and behind them the command as if it stood alone.
+# Completes the options of analogsim, and after them the command as if it stood alone.
 
 _analogsim() {
   local cur prev words cword

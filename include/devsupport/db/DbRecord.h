@@ -63,7 +63,7 @@ int BerkDb_GetStr(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBy
 /// pData      in      nBytes bytes; not NULL unless nBytes is 0
 /// nBytes     in      size of the value, in bytes; not negative
 /// Returns    BERKDB_OK, _NO_TABLE or _ERROR.
-/// Prints     on _ERROR, behind the report, "(%d) %s\n" with the library's number and text on standard error.
+/// Prints     on _ERROR, after the report, "(%d) %s\n" with the library's number and text on standard error.
 int BerkDb_Put(struct __db *pDb, const char *pKey, const void *pData, int32_t nBytes);
 
 /// Stores a text with its terminator under a key, in "tb_pb" under a name, and writes the table to its file.

@@ -7,7 +7,7 @@
 DEVSUPPORT_BEGIN_API
 
 /// Appends one line to a log file: a blank, the formatted text, a newline.
-/// The values behind the format are not formatted one by one. The format has one value to print: the address of the
+/// The values after the format are not formatted one by one. The format has one value to print: the address of the
 /// memory that holds them. "%s" prints their raw bytes up to the first zero byte, "%d" that address; what further
 /// conversions print is not defined ("%n" and floating-point conversions are not allowed). The compiler therefore
 /// gets no promise about the format, and none should be added.

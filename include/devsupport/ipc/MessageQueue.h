@@ -50,7 +50,7 @@ int KMsgQue_Send(int nMsgQueId, const void *pMsg, int32_t nBytes, int bWait);
 /// Receives one message.
 /// nMsgQueId  in      identifier from KMsgQue_Open
 /// pBuf       out     the type and at most nBytes bytes of data; untouched unless 1 is returned
-/// nBytes     in      room for data behind the type, in bytes
+/// nBytes     in      room for data after the type, in bytes
 /// nType      in      0 the oldest message; above 0 the oldest of this type; below 0 the one with the lowest type
 ///                    not above -nType
 /// pnReceived out     bytes of data received; untouched unless 1 is returned; may be NULL

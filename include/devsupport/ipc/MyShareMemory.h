@@ -100,7 +100,7 @@ int TShmQueue_Unlock(TShmQueue *pQue);
 /// Lock       the semaphore.
 int TShmQueue_Clear(TShmQueue *pQue);
 
-/// Stores one cell behind the newest, if there is room.
+/// Stores one cell after the newest, if there is room.
 /// pQue       in,out  the ring; NULL stops the program (standard assertion)
 /// pData      in      the payload
 /// wBytes     in      its length in bytes; what is beyond the cell size is cut off without notice
@@ -110,7 +110,7 @@ int TShmQueue_Clear(TShmQueue *pQue);
 /// Cost       constant plus the copy, no allocation.
 int TShmQueue_Push(TShmQueue *pQue, const void *pData, uint16_t wBytes);
 
-/// Stores one cell behind the newest; a full ring loses its oldest cell for it.
+/// Stores one cell after the newest; a full ring loses its oldest cell for it.
 /// pQue       in,out  the ring; NULL stops the program (standard assertion)
 /// pData      in      the payload
 /// wBytes     in      its length in bytes; what is beyond the cell size is cut off without notice
@@ -157,14 +157,14 @@ int TShmQueue_PeekInit(TShmQueue *pQue, int32_t nPosition);
 /// ppSlot     out     the slot under the cursor: a 32-bit length, then the payload; untouched at the end. Neither
 ///                    needs to be aligned, and the length is what stands in shared memory: do not trust it beyond
 ///                    the cell size.
-/// Returns    the slot's payload; NULL when the cursor stands behind the newest cell.
+/// Returns    the slot's payload; NULL when the cursor is after the newest cell.
 /// Prints     nothing.
 void *TShmQueue_PeekNext(TShmQueue *pQue, void **ppSlot);
 
 /// Steps from newer to older cells.
 /// pQue       in,out  the ring
 /// ppSlot     out     as for TShmQueue_PeekNext
-/// Returns    the slot's payload; NULL when the cursor stands before the oldest cell. With the cursor behind the
+/// Returns    the slot's payload; NULL when the cursor is before the oldest cell. With the cursor after the
 ///            newest cell of a ring that is not full, the first step shows the free slot there.
 /// Prints     nothing.
 void *TShmQueue_PeekPrev(TShmQueue *pQue, void **ppSlot);

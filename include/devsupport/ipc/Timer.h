@@ -90,7 +90,7 @@ void Timer_DelAll(const uint16_t *pwAryNo);
 void Timer_DestroyAry(const uint16_t *pwAryNo);
 
 #ifdef SI_QUEUE /* strict C shows siginfo_t only with a feature macro such as _GNU_SOURCE */
-/// The handler behind all arrays: runs the callback of the cell that the signal's value names. Installed by
+/// The signal handler of all arrays: runs the callback of the cell that the signal's value names. Installed by
 /// Timer_CreateAry; a signal queued by hand (sigqueue) is treated like an expiry. A value that names no array or no
 /// cell of it is ignored; one of an earlier arming disarms the cell and calls nothing. A signal without a value
 /// (kill) counts as value 0.

@@ -68,7 +68,7 @@ int TLogInfoShm_IsEnabled(int nLevel, uint32_t dwModuleMask);
 void TLogInfoShm_Write(const char *pText, int nType, int nExtra);
 
 /// Writes a message of known length to the log ring.
-/// pText      in      a buffer of that size. What stands behind a NUL in it is written like the rest, but for the
+/// pText      in      a buffer of that size. What follows a NUL in it is written like the rest, but for the
 ///                    first record of a process with a name: there the text ends at the NUL
 /// nSize      in      size of the text in bytes, its NUL included; below 2 writes nothing
 /// nType      in      record type; its low 4 bits count

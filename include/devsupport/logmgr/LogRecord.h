@@ -1,4 +1,4 @@
-/* Builders of log messages: printf-like, and out of pieces with the place in the source behind them. */
+/* Builders of log messages: printf-like, and out of pieces with the place in the source after them. */
 #ifndef DEVSUPPORT_LOGMGR_LOGRECORD_H
 #define DEVSUPPORT_LOGMGR_LOGRECORD_H
 
@@ -32,7 +32,7 @@ void LogInfo_PrintfEvt(int nType, const char *pFormat, ...) DEVSUPPORT_PRINTF(2,
 /// Signals    no.
 const char *LogInfo_SetLocFmt(const char *pFormat);
 
-/// Write 1 to 12 pieces and the location to the log ring: the pieces one behind the other, a blank, a backslash, the
+/// Write 1 to 12 pieces and the location to the log ring: the pieces one after the other, a blank, a backslash, the
 /// file, a blank, the line. From blank to line the location has at most 63 characters, what is beyond is cut off.
 /// pFile      in      name of the source file; NULL = ""
 /// nLine      in      line in it

@@ -17,7 +17,7 @@ DEVSUPPORT_BEGIN_API
 int GetLinkStatus(const char *pName);
 
 /// Reads the link state of the Ethernet port out of the driver's file "/proc/avalanche/cpmac_link".
-/// Returns    1 up: the number behind "= " in the first line is above 0, and the word behind the second ':' of the
+/// Returns    1 up: the number after "= " in the first line is above 0, and the word after the second ':' of the
 ///            second line is "UP". 0 anything else, a missing file included. 256 characters of a line count.
 /// Prints     nothing.
 /// Threads    safe.

@@ -37,7 +37,7 @@ int GetLocalIPv6(char *pAddress, const char *pInterface);
 /// Lists the interfaces that have an IPv4 address and a hardware address, in the reverse of the kernel's order.
 /// Left out: the address 127.0.0.1, and hardware addresses that are all zero (loopback, tunnels). An interface with
 /// several IPv4 addresses comes once for each. The kernel is asked for its first 16 addresses, not for more.
-/// pRecords   out     room for nMax records; behind the last one returned, a record may hold remains
+/// pRecords   out     room for nMax records; after the last one returned, a record may hold remains
 /// nMax       in      number of records; below 1 none is touched
 /// Returns    the number of records filled, 0 also when the kernel could not be asked.
 /// Prints     "cpm: socket: " or "cpm: ioctl: " with the system's error text, on standard error, when the kernel

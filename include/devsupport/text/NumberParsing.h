@@ -38,14 +38,14 @@ int Str2Word(const char *pText, uint16_t *pwResult);
 int Str2Byte(const char *pText, uint8_t *pbyResult);
 
 /// Parses an integer, or two with one dot between them: "3.25", ".5" and "5." are numbers, "1e5" is none.
-/// The integer behind the dot is divided by ten for each of its characters and added. The sign of the integer
+/// The integer after the dot is divided by ten for each of its characters and added. The sign of the integer
 /// part does not reach it: "-1.5" is -0.5, "-0.5" is +0.5. Each side is clamped to 32 bits, so a fraction keeps
 /// nine digits; of the side before the dot the first 64 characters count.
 /// pText      in      NUL-terminated; NULL counts as empty
 /// pdResult   out     always written: 0.0 for an empty text and for one with several dots, otherwise the sum of what
 ///                    Str2Int makes of both sides, also on failure ("1.5 " stores 1.05); not NULL
 /// Returns    1 both sides are numbers or one of them is empty, 0 not.
-/// Cost       one pass over the text, one division for each character behind the dot.
+/// Cost       one pass over the text, one division for each character after the dot.
 int Str2Double(const char *pText, double *pdResult);
 
 /// Str2Double, narrowed to single precision.

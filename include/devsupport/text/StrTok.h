@@ -13,7 +13,7 @@ DEVSUPPORT_BEGIN_API
  *                     pTok   | pCur
  *                      pTokEnd
  *
- * A scanning operation starts at the cursor, makes a token of what it passes and puts the cursor behind what it
+ * A scanning operation starts at the cursor, makes a token of what it passes and puts the cursor after what it
  * consumed. Set the source, advance in a loop until an advance answers 0, and copy or convert each token.
  *
  * All operations
@@ -37,12 +37,12 @@ DEVSUPPORT_BEGIN_API
 typedef struct TStrTok {
   uint32_t bTrim;         ///< copies of tokens lose leading and trailing blanks and tabs when not 0
   const char *pSrc;       ///< first character of the source
-  const char *pSrcEnd;    ///< behind its last character; NULL for a NULL source
+  const char *pSrcEnd;    ///< after its last character; NULL for a NULL source
   const char *pTok;       ///< first character of the token
-  const char *pTokEnd;    ///< behind its last character
+  const char *pTokEnd;    ///< after its last character
   const char *pCur;       ///< where the next operation starts; NULL = exhausted
   int32_t nPrevDelimLen;  ///< nDelimLen as it was before the last successful find or match
-  int32_t nDelimLen;      ///< length of the delimiter behind the token, or of the text that was matched
+  int32_t nDelimLen;      ///< length of the delimiter after the token, or of the text that was matched
 } TStrTok;
 
 /* ---- Source -------------------------------------------------------------------------------------------------- */
@@ -60,13 +60,13 @@ uint32_t TStrTok_SetTrim(TStrTok *puTok, uint32_t bTrim);
 
 /* ---- Search and match ---------------------------------------------------------------------------------------- */
 
-/// Searches a string: the token is what lies before it, the cursor goes behind it.
+/// Searches a string: the token is what lies before it, the cursor goes after it.
 /// nLen       in      also says where the last attempt is made: nLen characters before the end. The comparison covers
 ///                    the whole NUL-terminated string whatever nLen is; with nLen shorter than the string it may look
-///                    behind the source, so the source must then end with NUL
+///                    after the source, so the source must then end with NUL
 int32_t TStrTok_Find(TStrTok *puTok, const char *pStr, int32_t nLen, uint32_t bEmptyOnFail);
 
-/// Searches the n-th occurrence: the token is everything before it, the cursor goes behind it.
+/// Searches the n-th occurrence: the token is everything before it, the cursor goes after it.
 /// nCount     in      n; below 1 the last occurrence is meant
 /// Returns    the number of occurrences found. Fewer than n is a failure, although not 0: token and cursor are as
 ///            before (or bEmptyOnFail applies), while the two delimiter lengths are those of the last one found.
@@ -91,9 +91,9 @@ int32_t TStrTok_Match2End(TStrTok *puTok);
 /// Returns    1 exhausted, or the cursor is at the end of the source; 0 otherwise.
 int32_t TStrTok_IsTokenEnd(const TStrTok *puTok);
 
-/// Advances to the next field of a list: the token is the field, the cursor goes behind the delimiter.
+/// Advances to the next field of a list: the token is the field, the cursor goes after the delimiter.
 /// pDelimiter in      the string that ends a field; when NULL or empty, the rest is one field
-/// bCanEmpty  in      not 0: each delimiter ends a field, which may be empty, also the one behind the last delimiter;
+/// bCanEmpty  in      not 0: each delimiter ends a field, which may be empty, also the one after the last delimiter;
 ///                    0: empty fields are skipped
 /// nLen       in      length of the delimiter, as for TStrTok_Find
 /// Returns    1 there was a field, 0 there was none: the tokenizer is exhausted.

@@ -8,12 +8,12 @@ DEVSUPPORT_BEGIN_API
 
 /// nIdx       in      index of a cell
 /// puQue      in      created
-/// Returns    the index behind it; 0 behind the last one.
+/// Returns    the index after it; 0 after the last one.
 int _TMyQueue_GetNextIdx(int nIdx, const TMyQueue *puQue);
 
 /// pCell      in      address of a cell
 /// puQue      in      created
-/// Returns    the address of the cell behind it; pBuf behind the last one.
+/// Returns    the address of the cell after it; pBuf after the last one.
 unsigned char *_TMyQueue_GetNextPtr(unsigned char *pCell, const TMyQueue *puQue);
 
 /// puQue      in      created, its mutex held by the caller when it has one

@@ -6,7 +6,7 @@
 
 DEVSUPPORT_BEGIN_API
 
-/// Appends one two-line record: "<text> \n    at   File: <file>  Line: <line>\n". The place of the time stamp, behind
+/// Appends one two-line record: "<text> \n    at   File: <file>  Line: <line>\n". The place of the time stamp, after
 /// "at ", stays empty.
 /// pPath      in      file to append to; made when it is not there, opened and closed by this call
 /// pText      in      NUL-terminated message

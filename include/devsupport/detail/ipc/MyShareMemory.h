@@ -26,7 +26,7 @@ typedef struct _U_ShmQueue_SHM_VARI {
 /// Prints     nothing.
 int32_t _TShmQueue_CurrentCellCount(const TShmQueue *pQue);
 
-/// Steps a slot number and its byte offset to the next slot; behind the last one comes slot 0.
+/// Steps a slot number and its byte offset to the next slot; after the last one comes slot 0.
 /// pnIdx      in,out  slot number
 /// pdwOffset  in,out  its byte offset from the first slot
 /// pQue       in      the ring that they belong to

@@ -35,12 +35,12 @@ typedef struct TLogCell {
   uint32_t dwTime;                     /* local time and fragment number: HOUR to FRAGMENT below */
   uint16_t wSequence;                  /* SEQUENCE and TYPE below */
   uint16_t wNotWritten;                /* what the slot held before, 0 in a new ring */
-  char szText[LOGCELL_TEXT_CHARS + 1]; /* text and NUL; what stands behind them is left over */
+  char szText[LOGCELL_TEXT_CHARS + 1]; /* text and NUL; what follows is left over */
 } TLogCell;
 
 /// The user area of each ring.
 typedef struct TLogRingUser {
-  uint16_t wSequence;    /* SEQUENCE: what the next record gets; the bits above it are nobody's and stay */
+  uint16_t wSequence;    /* SEQUENCE: what the next record gets; the remaining bits are unused and kept */
   uint16_t wSecond;      /* SEQUENCE: 0 in a new ring; not used by writers */
   uint8_t abyReader[32]; /* not used by writers */
 } TLogRingUser;

@@ -6,7 +6,7 @@
 
 DEVSUPPORT_BEGIN_API
 
-/// The worker behind Str2Double and Str2Float; arguments and results as of Str2Double.
+/// Does the work of Str2Double and Str2Float; arguments and results as of Str2Double.
 int _Str2Double(const char *pText, double *pdResult);
 
 DEVSUPPORT_END_API

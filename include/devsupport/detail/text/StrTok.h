@@ -6,10 +6,10 @@
 
 DEVSUPPORT_BEGIN_API
 
-/// The token is what lies between cursor and pFound; the cursor goes nLen characters behind pFound.
+/// The token is what lies between cursor and pFound; the cursor goes nLen characters after pFound.
 void _SetPosFound(TStrTok *puTok, const char *pFound, int32_t nLen);
 
-/// The token is the next nLen characters; the cursor goes behind them.
+/// The token is the next nLen characters; the cursor goes after them.
 void _SetPosLen(TStrTok *puTok, int32_t nLen);
 
 /// The token is all that is left; the cursor goes to the end of the source.
@@ -18,7 +18,7 @@ void _SetPosToEnd(TStrTok *puTok);
 /// The token becomes empty where it began; the tokenizer is exhausted.
 void _SetPosEmpty(TStrTok *puTok);
 
-/// The last field of a list whose fields can be empty: all that is left, which is nothing behind a delimiter that ends
+/// The last field of a list whose fields can be empty: all that is left, which is nothing after a delimiter that ends
 /// the source.
 /// Returns    1; 0 when the token before already reached the end of the source: the tokenizer is exhausted then, and
 ///            when it was before.

@@ -6,12 +6,12 @@
 
 DEVSUPPORT_BEGIN_API
 
-/// The worker behind the two Find operations; arguments as theirs, in another order.
+/// Does the work of the two Find operations; arguments as theirs, in another order.
 /// bWant      in      1 runs of members, 0 runs of non-members
 int32_t _FindAnyChar(TStrTok *puTok, uint32_t bWant, uint32_t dwClasses, const char *pExtra, int32_t nMin,
                      int32_t nMax, uint32_t bEmptyOnFail);
 
-/// The worker behind the two Match operations; arguments as theirs, in another order.
+/// Does the work of the two Match operations; arguments as theirs, in another order.
 /// bWant      in      1 a run of members, 0 a run of non-members
 int32_t _MatchAnyChar(TStrTok *puTok, uint32_t bWant, uint32_t dwClasses, const char *pExtra, int32_t nMin,
                       int32_t nMax, uint32_t bEmptyOnFail);
