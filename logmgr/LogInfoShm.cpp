@@ -8,7 +8,7 @@
 #include "lib/container/SmallCopy.h"
 #include "lib/diag/StandardAssert.h"
 #include "lib/ipc/RingAccess.h"
-#include "logmgr/LocalTime.h"
+#include "lib/diag/LocalTime.h"
 
 #include <algorithm>
 #include <atomic>

@@ -5,6 +5,7 @@
 /* L0: diagnostics, number parsing and text editing, IPC primitives */
 #include <devsupport/diag/Diagnostics.h>
 #include <devsupport/diag/LogFile.h>
+#include <devsupport/diag/TraceNow.h>
 #include <devsupport/ipc/MessageQueue.h>
 #include <devsupport/ipc/Semaphore.h>
 #include <devsupport/ipc/ShareMem.h>

@@ -8,11 +8,9 @@
 #include "lib/Layout.h"
 #include "lib/net/InterfaceSocket.h"
 #include "lib/net/TextFile.h"
-#include "logmgr/LocalTime.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -102,10 +100,4 @@ int FindEthIf(char *pName) {
     if (std::strcmp(pName, kSwitchName) == 0 || std::strcmp(pName, kEthernetName) == 0) return 1;
   }
   return 0;
-}
-
-void TraceNow(const char *pLabel) {
-  const devsupport::LocalTime now = devsupport::LocalTimeNow();
-  std::fprintf(stderr, "%s now=[%02u:%02u:%02u.%03u]\n", pLabel != nullptr ? pLabel : "", now.dwHour, now.dwMinute,
-               now.dwSecond, now.dwMs);
 }

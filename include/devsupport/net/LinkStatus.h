@@ -42,13 +42,6 @@ int GetEswLink(void);
 /// Signals    no.
 int FindEthIf(char *pName);
 
-/// Prints a label and the local time, to see what takes its time.
-/// pLabel     in      NUL-terminated text; NULL stands for the empty text
-/// Prints     "<label> now=[HH:MM:SS.mmm]" and a newline on standard error.
-/// Threads    safe.
-/// Signals    no.
-void TraceNow(const char *pLabel);
-
 DEVSUPPORT_END_API
 
 #endif

@@ -17,7 +17,7 @@
 // tag: a thread would have to stop for 22 days between its two loads. Two threads that refresh for different minutes
 // leave words that belong together or that do not match; then the next reader asks again.
 
-#include "logmgr/LocalTime.h"
+#include "lib/diag/LocalTime.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // The local time of the log channel's records: zones, changes of them, steps of the clock, and who waits for whom.
 
-#include "logmgr/LocalTime.h"
+#include "lib/diag/LocalTime.h"
 
 #include <gtest/gtest.h>
 #include <sched.h>
