@@ -71,6 +71,7 @@ struct __attribute__((packed)) SlotLength {
 inline std::uint32_t LoadSlotLength(const std::uint8_t *pSlot) {
   return reinterpret_cast<const volatile SlotLength *>(pSlot)->dwBytes;
 }
+// NOLINTNEXTLINE(readability-non-const-parameter): it is written through
 inline void StoreSlotLength(std::uint8_t *pSlot, std::uint32_t dwBytes) {
   reinterpret_cast<volatile SlotLength *>(pSlot)->dwBytes = dwBytes;
 }
@@ -91,7 +92,9 @@ inline std::uint32_t &SharedOffset(const TShmQueue &que, RingEnd end) {
 }
 
 /// A slot by its number; stepping and addressing never use an offset out of the segment.
-inline std::uint8_t *SlotAt(const TShmQueue &que, std::uint32_t dwIdx) { return que.cells + dwIdx * que.dwStride; }
+inline std::uint8_t *SlotAt(const TShmQueue &que, std::uint32_t dwIdx) {
+  return que.cells + std::size_t{dwIdx} * que.dwStride;
+}
 
 /// Publishes an index. The store of the index is the step; the offset after it is written because the format has it.
 /// No operation reads it, so it does not matter when the process is killed between the two stores.

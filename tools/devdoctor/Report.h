@@ -49,7 +49,7 @@ class Report {
   std::size_t Count(Severity severity) const;
 
   static constexpr std::size_t kMaxEntries = 512;
-  static constexpr std::size_t kMaxText = 64 * 1024;
+  static constexpr std::size_t kMaxText = std::size_t{64} * 1024;
 
   Entry entries_[kMaxEntries];
   std::size_t count_ = 0;

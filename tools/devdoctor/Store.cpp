@@ -33,8 +33,8 @@ using devsupport::store::kShmKey;
 
 constexpr char kStore[] = "store";
 constexpr char kGate[] = "store gate";
-constexpr std::uint64_t kFreeBytesNeeded = 160 * 1024;  // what the reserve and a change take
-constexpr std::uint64_t kFreeBytesWanted = 1024 * 1024;
+constexpr std::uint64_t kFreeBytesNeeded = std::uint64_t{160} * 1024;  // what the reserve and a change take
+constexpr std::uint64_t kFreeBytesWanted = std::uint64_t{1024} * 1024;
 
 class Path {
  public:
