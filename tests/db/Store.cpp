@@ -155,4 +155,6 @@ int Count(const char *variable, int normal) {
   return given != nullptr ? std::atoi(given) : normal;
 }
 
+int Stride() { return std::clamp(100 / std::max(1, Count("DEVSUPPORT_STORE_ROUNDS", 100)), 1, 10); }
+
 }  // namespace devsupport::test

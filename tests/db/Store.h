@@ -58,4 +58,7 @@ std::string Get(struct __db *pDb, const char *pKey);
 /// A count that a slow suite may raise: the value of an environment variable, or the default.
 int Count(const char *variable, int normal);
 
+/// How many things a slow suite passes over for each that it tries: DEVSUPPORT_STORE_ROUNDS=10 tries every tenth.
+int Stride();
+
 }  // namespace devsupport::test

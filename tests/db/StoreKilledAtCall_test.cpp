@@ -118,7 +118,8 @@ class KilledAtEachCall : public StoreTest {
   void DieElsewhere() const { ASSERT_EQ(victims_->Run(0), 1000 + SIGKILL); }
 
   // Each call stops twice, before and after the kernel does its part.
-  void KillAtEachStopOf(const Action &preparation, const Action &operation, int every = 1) {
+  void KillAtEachStopOf(const Action &preparation, const Action &operation, int usual = 1) {
+    const int every = usual * Stride();
     const std::uint64_t seed = TestSeed();
     SCOPED_TRACE(SeedHint(seed));
     int killed = 0;

@@ -130,7 +130,7 @@ class Medium : public StoreTest {
 TEST_F(Medium, OfAnySize_KeepsWhatWasAcknowledgedAndGoesOnWithRoom) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedHint(seed));
-  const auto every = static_cast<std::size_t>(Count("DEVSUPPORT_STORE_SIZES", 7));
+  const auto every = static_cast<std::size_t>(Count("DEVSUPPORT_STORE_SIZES", 7) * Stride());
   int sizes = 0;
   for (auto pages = static_cast<std::size_t>(seed % every); pages * kPage <= kMostFree; pages += every, ++sizes) {
     SCOPED_TRACE(std::to_string(pages) + " pages free");
