@@ -27,7 +27,7 @@ std::FILE *FileOf(Stream stream) { return stream == Stream::kOut ? stdout : stde
 
 void Put(Stream stream, std::string_view bytes) {
   if (g_held.isHolding) return g_held.bytes[static_cast<int>(stream)].Append(bytes);
-  std::fwrite(bytes.data(), 1, bytes.size(), FileOf(stream));
+  if (!bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), FileOf(stream));
 }
 
 void Format(Stream stream, const char *format, ...) {
