@@ -6,9 +6,9 @@
 #include "lib/Layout.h"
 #include "lib/Unaligned.h"
 #include "lib/container/SmallCopy.h"
+#include "lib/diag/LocalTime.h"
 #include "lib/diag/StandardAssert.h"
 #include "lib/ipc/RingAccess.h"
-#include "lib/diag/LocalTime.h"
 
 #include <algorithm>
 #include <atomic>
