@@ -4,8 +4,8 @@
 usage: device.py --list
        device.py --out RESULT.json DISK ROW...
 
-DISK is the image with the benchmarks, as script/parts/bench-device.sh makes it. The emulator's clock counts instructions, so the
-times that the benchmarks measure there are instructions times a constant. The kernel finds that constant out once at
+DISK is the image with the benchmarks, as script/parts/bench-device.sh makes it. The emulator's clock counts instructions, so
+the times that the benchmarks measure there are instructions times a constant. The kernel finds that constant out once at
 each start, within one in a hundred; a loop whose instructions are known tells it exactly.
 """
 import argparse

@@ -30,7 +30,7 @@ void PrintUsage() {
 /// The answer is whatever the driver left in the record, and its result.
 void PrintAnswer(cpld::Action action, const cpld::TAnalogRegRequest &request, int nResult) {
   if (action == cpld::Action::DebugSwitch) {
-    // Kept: the driver's result chooses the words, not the argument, so "debug off" also tells of a failure.
+    // Kept: the driver's result chooses the words, not the argument, so "debug off" is also printed after a failure.
     std::printf(nResult == 0 ? "debug on\n" : "debug off\n");
     return;
   }
@@ -58,8 +58,8 @@ int main(int nArgCount, char *apArgs[]) {
   // One C library takes the number as unsigned long, another as int: 16 bits suit both.
   const int nResult = ::ioctl(g_nDevice, static_cast<std::uint16_t>(request.dwRequest), &request);
 
-  // With standard output closed the driver has got its descriptor: nobody listens, and the line must
+  // With standard output closed the driver has got its descriptor: the line has no reader and must
   // not be written to the driver.
   if (g_nDevice != STDOUT_FILENO) PrintAnswer(action, request, nResult);
-  std::exit(EXIT_SUCCESS);  // Kept: whatever the driver answered; its result stands in the line.
+  std::exit(EXIT_SUCCESS);  // Kept: whatever the driver answered; its result is in the line.
 }

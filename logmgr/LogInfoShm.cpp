@@ -62,7 +62,8 @@ struct RingKeys {
 constexpr RingKeys kLogRing{LOGRING_LOG_SHARE_KEY, LOGRING_LOG_SEM_KEY, LOGRING_LOG_CELLS};
 constexpr RingKeys kEvtRing{LOGRING_EVT_SHARE_KEY, LOGRING_EVT_SEM_KEY, LOGRING_EVT_CELLS};
 
-// A record that was never opened has semaphore 0, which may well be somebody's: whoever uses a ring asks here first.
+// A record that was never opened has semaphore 0, which may belong to another program: check here before using a
+// ring.
 bool IsOpen(const TShmQueue &que) { return que.header != nullptr; }
 
 int CloseRing(TShmQueue *pQue) {
@@ -227,6 +228,6 @@ void _TLogInfoShm_WriteData(TShmQueue *pQue, const char *pText, std::uint16_t wL
                                               static_cast<std::uint32_t>(nType), dwNameLen, pText, dwRest);
     pText += dwTaken;
     dwRest -= dwTaken;
-    dwNameLen = 0;  // it stands in front of the first record only
+    dwNameLen = 0;  // only the first record begins with it
   }
 }

@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kPidTextBytes = 16;
 
 // Kept: the handled signals are numbers, on every machine. On MIPS they are SIGHUP, SIGINT, SIGQUIT, SIGABRT,
-// SIGKILL, SIGALRM, SIGTERM and SIGSTOP; the two that nobody can handle are asked for like the others.
+// SIGKILL, SIGALRM, SIGTERM and SIGSTOP; the two that no program can handle are asked for like the others.
 constexpr std::uint32_t kHandledBelow24 = 0x80c24e;
 constexpr int kIgnoredToo[] = {52, 53};
 constexpr int kHandledToo = 50;

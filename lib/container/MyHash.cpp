@@ -48,7 +48,7 @@ Key KeyOf(TMyHashKeyFunc fnKey, const void *pFrom) {
 // itself.
 [[gnu::always_inline]] inline std::uint32_t BucketOf(const TMyHash &uHash, Key uKey) {
   if (uHash.fnHash != nullptr) {
-    // Kept: the owner's answer stands as it is, it is not reduced to the number of buckets.
+    // Kept: the owner's answer is used as it is, not reduced to the number of buckets.
     return uHash.fnHash(uHash.nBucketCnt, uKey.pBytes, uKey.nLength);
   }
   const std::size_t nLength = uKey.nLength > 0 ? static_cast<std::size_t>(uKey.nLength) : 0;
@@ -192,7 +192,7 @@ int TMyHash_Add(TMyHash *puHash, const void *pData, int *pnSlot) {
 }
 
 int TMyHash_AddUnique(TMyHash *puHash, const void *pArg, const void *pData, int *pnSlot) {
-  // Kept: 0 tells of an entry that is there already; a full table and a missing key, elsewhere 0, are 2 here.
+  // Kept: 0 means that there is such an entry already; a full table and a missing key, elsewhere 0, are 2 here.
   constexpr int kExists = 0;
   constexpr int kAdded = 1;
   constexpr int kNotAdded = 2;

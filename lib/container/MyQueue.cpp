@@ -116,7 +116,7 @@ unsigned char *AdvanceGet(TMyQueue &uQue) {
   return 1;
 }
 
-// Kept: 0 tells that the oldest message was lost, not that this one was refused.
+// Kept: 0 means that the oldest message was lost, not that this one was refused.
 int PushOverwrite(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
   const bool bLoss = IsFull(uQue);
   if (bLoss) {

@@ -1,6 +1,6 @@
 // Local time from a cached distance to UTC. The C library's localtime_r takes a lock that all threads share, and
 // keeps it while it reads a zone file; it does not look either whether the zone has changed. So it is asked once a
-// minute, by one thread, and everybody else adds the distance that it found then. docs/decisions/local-time.md
+// minute, by one thread, and all others add the distance that it found then. docs/decisions/local-time.md
 // has the figures.
 //
 // The distance belongs to one minute of UTC. A clock that goes on, or that is set, comes to another minute and asks

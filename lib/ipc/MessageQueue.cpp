@@ -37,7 +37,7 @@ int KMsgQue_Open(std::int32_t nKey, int bFlush) {
 
 void KMsgQue_Close(std::int32_t nKey) {
   // Kept: IPC_CREAT. Closing a key that has no queue makes one for a moment instead of reporting that it is gone:
-  // whoever closes second closes quietly.
+  // the second one to close prints nothing.
   const int nMsgQueId = msgget(nKey, kCreateFlags);
   if (nMsgQueId == -1) {
     const PreservedErrno preserved;
@@ -68,7 +68,7 @@ int KMsgQue_Get(int nMsgQueId, void *pBuf, std::int32_t nBytes, std::int32_t nTy
     if (pnReceived != nullptr) *pnReceived = static_cast<std::int32_t>(nReceived);
     return KMSGQUE_RECEIVED;
   }
-  // Kept: nothing is retried; who was interrupted decides himself whether to wait again.
+  // Kept: nothing is retried; the caller decides whether to wait again.
   switch (errno) {
     case E2BIG:
       return KMSGQUE_TOO_LONG;

@@ -51,7 +51,7 @@ void FillSlot(const TShmQueue &que, std::uint8_t *pSlot, const void *pData, std:
 
 namespace devsupport {
 
-// A process that sleeps in the semaphore is handed it by the kernel, and everybody else waits until it has woken up:
+// A process that sleeps in the semaphore is handed it by the kernel, and all others wait until it has woken up:
 // from then on each operation costs a change of processes. So a short while is spent on attempts first. Nobody
 // starves: those who sleep are served first, in the order in which they came.
 bool WaitForSemaphore(std::int32_t nSemId) {

@@ -136,7 +136,7 @@ union SemctlArgument {
   unsigned short *array;
 };
 
-// True for a semaphore that exists and has been given no value and been taken by nobody since.
+// True for a semaphore that has been given no value and was never taken.
 bool IsUntouched(std::int32_t nSemId) {
   if (::semctl(nSemId, 0, GETVAL) != 0 || ::semctl(nSemId, 0, GETPID) != 0) return false;
   semid_ds status{};

@@ -55,8 +55,8 @@ class RingLock {
 };
 
 // Words of the segment are loaded once into a local and stored whole: what was checked is what is used, even while
-// somebody scribbles. The fence keeps the compiler from moving stores past each other; the processor needs none,
-// because a process has finished its stores before the kernel lets the next one have the semaphore.
+// another process overwrites them. The fence keeps the compiler from moving stores past each other; the processor
+// needs none, because a process has finished its stores before the kernel lets the next one have the semaphore.
 inline std::uint32_t LoadOnce(const std::uint32_t &dwShared) { return __atomic_load_n(&dwShared, __ATOMIC_RELAXED); }
 inline void StoreInOrder(std::uint32_t &dwShared, std::uint32_t dwValue) {
   std::atomic_signal_fence(std::memory_order_seq_cst);
@@ -64,7 +64,7 @@ inline void StoreInOrder(std::uint32_t &dwShared, std::uint32_t dwValue) {
   std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-/// A slot's length word, which stands at any address.
+/// A slot's length word, which can be at any address.
 struct __attribute__((packed)) SlotLength {
   std::uint32_t dwBytes;
 };
@@ -85,7 +85,7 @@ inline std::uint32_t &SharedOffset(const TShmQueue &que, RingEnd end) {
   return end == RingEnd::Read ? que.header->dwReadOffset : que.header->dwWriteOffset;
 }
 
-/// Reads an index of the segment. False when it is no slot number: the ring is unusable until somebody empties it.
+/// Reads an index of the segment. False when it is no slot number: the ring is unusable until it is emptied.
 [[nodiscard]] inline bool LoadIndex(const TShmQueue &que, RingEnd end, std::uint32_t *pdwIdx) {
   *pdwIdx = LoadOnce(SharedIndex(que, end));
   return *pdwIdx < static_cast<std::uint32_t>(que.nSlotCount);

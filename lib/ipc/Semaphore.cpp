@@ -25,7 +25,7 @@ std::int32_t Semaphore_Create(std::int32_t nKey) {
   const std::int32_t nNewId = ::semget(nKey, 1, IPC_CREAT | IPC_EXCL | kMode);
   if (nNewId == -1) {
     // Kept: whatever the exclusive request failed for, the plain one follows; a set that only this one makes
-    // keeps the system's value 0, because nobody can tell it from a set that another process holds.
+    // keeps the system's value 0, because it looks like a set that another process holds.
     return ::semget(nKey, 1, IPC_CREAT | kMode);
   }
   SemctlArgument argument{};
@@ -39,7 +39,7 @@ std::int32_t Semaphore_Create(std::int32_t nKey) {
 
 int Semaphore_Close(std::int32_t nSemId) { return ::semctl(nSemId, 0, IPC_RMID) != -1 ? 1 : 0; }
 
-// Kept: one call. A wait that a signal interrupts is a failed lock; who needs it retried does so himself.
+// Kept: one call. A wait that a signal interrupts is a failed lock; a caller that needs it tries again.
 int Semaphore_Lock(std::int32_t nSemId) {
   return devsupport::OperateSemaphore(nSemId, devsupport::kTakeSemaphore) ? 1 : 0;
 }

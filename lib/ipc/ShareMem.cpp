@@ -26,7 +26,7 @@ constexpr std::size_t kErrorTextBytes = 1024;
 [[maybe_unused]] const char *ErrorText(const char *pText, const char * /*pBuffer*/) { return pText; }
 [[maybe_unused]] const char *ErrorText(int /*nResult*/, const char *pBuffer) { return pBuffer; }
 
-// Kept: the error text stands in the message twice, from either variant of the C library's function.
+// Kept: the error text is in the message twice, from either variant of the C library's function.
 void PrintCreateFailure(char cStep, std::int32_t nKey, int nError) {
   char szBuffer[kErrorTextBytes] = "";
   const char *pText = ErrorText(::strerror_r(nError, szBuffer, sizeof szBuffer), szBuffer);
@@ -56,7 +56,7 @@ void *ShareMem_Create(std::int32_t nKey, std::uint32_t dwBytes, TShareMem *pShm,
   pShm->address = ::shmat(pShm->shmid, nullptr, 0);
   if (!IsAttached(pShm->address)) {
     PrintCreateFailure('b', nKey, errno);
-    // Kept: the segment goes if nobody uses it, also one that was there before this call.
+    // Kept: the segment goes if no process uses it, also one that was there before this call.
     int bScratch = 0;
     ShareMem_Close(pShm, 1, &bScratch);
     return nullptr;

@@ -6,7 +6,7 @@
 //  - Table: an array is complete before its entry is published (release), and the handler reads the entry before
 //    it looks inside (acquire). Head and cell count never change afterwards.
 //  - Cell: its flags and its generation are one atomic word, which decides everything else. Timer_Set writes timer
-//    and callback while no flag is set, and sets the flags last: whoever sees them sees what belongs to them.
+//    and callback while no flag is set, and sets the flags last: code that sees the flags sees what belongs to them.
 //  - Whoever takes the flags away owns the timer and deletes it, so every timer is deleted once although handlers
 //    and the main flow may try together. (A second delete would be an error at best; a C library that keeps a heap
 //    block for timer_t would free it twice.) Only a timer that is just being started is left to Timer_Set.
@@ -41,7 +41,7 @@ constexpr std::uint16_t kNoArray = 0xFFFF;
 // A cell's flags. Without any it has no timer.
 constexpr std::uint32_t kActive = 1;     // armed
 constexpr std::uint32_t kUnstarted = 2;  // not armed, but holds a timer that could not be started
-constexpr std::uint32_t kStarting = 4;   // Timer_Set is at work on the timer; nobody else may delete it
+constexpr std::uint32_t kStarting = 4;   // Timer_Set is at work on the timer; no other code may delete it
 
 // What a cell is in, in one word: the flags in the low byte, where the device has its active flag, and above it how
 // often the cell has been armed. The lowest byte of that is the generation, which is all that a signal can carry.
@@ -172,7 +172,7 @@ TTimerArray *NewArray(std::int32_t nCount, int bOneShot, TTimerFunc pfnDefault, 
   return puArray;
 }
 
-// Ends what the cell holds and deletes its timer; the result of that is nobody's business.
+// Ends what the cell holds and deletes its timer; the result of that is not used.
 void Release(TTimerCell &cell) {
   TStateWord dwState = cell.dwState;
   while (HasTimer(dwState)) {

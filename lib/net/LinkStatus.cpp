@@ -24,7 +24,7 @@ constexpr const char *kEthernetName = "eth0";
 constexpr unsigned kMaxIfIndex = 31;
 constexpr std::size_t kLineChars = 256;
 
-/// What the switch driver reads and fills in. Its byte map stands in docs/formats.md.
+/// What the switch driver reads and fills in. Its byte map is in docs/formats.md.
 struct TEswRequest {
   char szCommand[32];
   std::uint32_t dwZero;

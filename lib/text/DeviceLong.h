@@ -47,7 +47,7 @@ inline DeviceLong ParseDeviceLong(const char *pText) {
     if (bNegative || *p == '+') ++p;
   }
 
-  // The loop does not look for overflow: the number of digits tells afterwards whether there can have been one.
+  // The loop does not look for overflow: the number of digits says afterwards whether there was one.
   const char *const pDigits = p;
   std::size_t uMagnitude = 0;
   for (unsigned dwDigit = DigitValue(*p); dwDigit <= 9; dwDigit = DigitValue(*++p))

@@ -119,7 +119,7 @@ std::int32_t OpenSub(const TStrTok &uTok, TStrTok &uSub, Span token) {
     SetSpan(uSub, uTok.bTrim, {nullptr, nullptr});
     return 0;
   }
-  // Kept: an empty token has length 0, and a length below 1 stands for all up to the NUL.
+  // Kept: an empty token has length 0, and a length below 1 means all up to the NUL.
   if (token.Length() == 0 && token.pBegin < uTok.pSrcEnd)
     token.pEnd += strnlen(token.pBegin, static_cast<std::size_t>(uTok.pSrcEnd - token.pBegin));
   SetSpan(uSub, uTok.bTrim, token);

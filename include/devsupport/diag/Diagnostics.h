@@ -15,7 +15,7 @@ typedef int (*TErrOutputFunc)(const char *pText);
 /// Read and written without synchronisation: install a hook at start-up, before other threads run.
 extern TErrOutputFunc g_pfnErrOutput;
 
-/// Formats one error text and hands it to the current output, once.
+/// Formats one error text and gives it to the current output, once.
 /// pFormat    in      printf format, followed by the values it names
 /// Returns    whatever the output returned; 0 without an output (NULL was installed).
 /// Prints     through the output; a text of more than 255 characters is cut without notice.

@@ -7,7 +7,7 @@
 DEVSUPPORT_BEGIN_API
 
 /// Prints a label and the local time, to see what takes its time.
-/// pLabel     in      NUL-terminated text; NULL stands for the empty text
+/// pLabel     in      NUL-terminated text; NULL means the empty text
 /// Prints     "<label> now=[HH:MM:SS.mmm]" and a newline on standard error.
 /// Threads    safe.
 /// Signals    no.

@@ -15,10 +15,10 @@ DEVSUPPORT_BEGIN_API
 ///            it is given back. A signal does not end the wait. What could not be taken is not given back. When the semaphore
 ///            cannot be had at all (semid is -1, or the set was removed), the operation runs unlocked and says
 ///            nothing.
-/// Death      A process that dies inside an operation blocks nobody: the kernel frees the semaphore. Its operation is
+/// Death      A process that dies inside an operation blocks no other: the kernel frees the semaphore. Its operation is
 ///            done or not done; a PushOverwrite may also have dropped the oldest cell and come no further, or have
 ///            left the newest with length 0. A ring that was half made is finished by the next creator.
-/// Trust      Everybody may write the segment, so nothing in it is believed. The geometry is the record's own. A read
+/// Trust      Every process may write the segment, so all of it is checked before use. The geometry is the record's own. A read
 ///            or write index that is no slot number makes the ring count as empty; the next push starts it afresh.
 ///            The offsets beside the indexes are written and never read. No operation touches memory outside the
 ///            segment and the caller's buffer, whatever the segment holds.
@@ -26,7 +26,7 @@ DEVSUPPORT_BEGIN_API
 ///            thing that it does not protect: peek in one thread for each record.
 /// Signals    no: what was interrupted may hold the semaphore.
 
-/// Start of the segment; its fields stand in detail/ipc/MyShareMemory.h and docs/formats.md.
+/// Start of the segment; its fields are in detail/ipc/MyShareMemory.h and docs/formats.md.
 struct _U_ShmQueue_SHM_VARI;
 
 /// One ring as this process sees it. The caller owns the record and places it; a process may hold several.
@@ -44,7 +44,7 @@ typedef struct TShmQueue {
   uint8_t *pUserArea;                  /* the user area; its contents belong to the ring's user */
 } TShmQueue;
 
-/// Wishes and news of TShmQueue_Create.
+/// Options and a result of TShmQueue_Create.
 typedef struct TShmQueueOpt {
   int32_t dwUserBytes; /* in: user area in bytes, rounded up to a multiple of 4; not negative */
   int32_t bLockIfNew;  /* in: not 0: come back with the semaphore held when this call made the ring */
@@ -57,7 +57,7 @@ typedef struct TShmQueueOpt {
 /// nSemKey     in      System V key of the semaphore
 /// dwCellCount in      cells that the ring holds
 /// wCellSize   in      largest payload in bytes; a multiple of 4 keeps the slots aligned
-/// pOpt        in,out  wishes and news; NULL: no user area, come back unlocked
+/// pOpt        in,out  options and result; NULL: no user area, come back unlocked
 /// pQue        out     the ring; half filled on failure
 /// Returns    1 made or attached, with the peek cursor at the oldest cell; 0 failed.
 /// Prints     on standard error, besides the messages of ShareMem_Create:
@@ -67,7 +67,7 @@ typedef struct TShmQueueOpt {
 ///            SemaphoreKey=%d ***\n" (one line)
 ///              the ring exists with other measures; it stays attached, for TShmQueue_Close to detach
 /// Lock       the semaphore, before the segment is looked for. With bLockIfNew the creator keeps it: it initialises
-///            the user area and calls TShmQueue_Unlock, and nobody else sees the area before that.
+///            the user area and calls TShmQueue_Unlock, and no other process sees the area before that.
 /// Waits      as long as another process holds the ring; 100 ms more for a semaphore whose creator died too early.
 int TShmQueue_Create(int32_t nShareKey, int32_t nSemKey, uint32_t dwCellCount, uint16_t wCellSize, TShmQueueOpt *pOpt,
                      TShmQueue *pQue);
@@ -75,7 +75,7 @@ int TShmQueue_Create(int32_t nShareKey, int32_t nSemKey, uint32_t dwCellCount, u
 /// Detaches the ring. The last process to leave removes the semaphore, and the segment when it is told to; a segment
 /// that stays keeps its cells for the next TShmQueue_Create, which makes a new semaphore.
 /// pQue           in      the ring; not to be used any more
-/// bRemoveIfLast  in      not 0: remove the segment when nobody is attached any more
+/// bRemoveIfLast  in      not 0: remove the segment when no process is attached any more
 /// Returns    1, always.
 /// Prints     nothing.
 /// Lock       none: do not let the last process leave while another one arrives.
@@ -126,7 +126,7 @@ int TShmQueue_PushOverwrite(TShmQueue *pQue, const void *pData, uint16_t wBytes)
 /// pQue       in,out  the ring; NULL stops the program (standard assertion)
 /// pBuf       out     at most wBufBytes bytes of payload, never more than the cell size; untouched when empty
 /// pdwBytes   out     the stored length in bytes as the slot has it, even when less was copied; 0 when empty; may be
-///                    NULL. A slot that somebody scribbled over can name more than the cell size.
+///                    NULL. An overwritten slot can name more than the cell size.
 /// wBufBytes  in      room in pBuf in bytes; 0: no limit, the buffer holds a whole cell
 /// Returns    1 a cell was taken, 0 the ring was empty.
 /// Prints     nothing.
@@ -142,20 +142,20 @@ int TShmQueue_Get(TShmQueue *pQue, void *pBuf, uint32_t *pdwBytes, uint16_t wBuf
 int32_t TShmQueue_GetCount(TShmQueue *pQue);
 
 /* Peeking leaves the cells where they are. It takes no lock: bracket the whole walk with TShmQueue_Lock and
- * TShmQueue_Unlock unless nobody else writes. */
+ * TShmQueue_Unlock unless no other process writes. */
 
 /// Puts this record's peek cursor on a cell.
 /// pQue       in,out  the ring
 /// nPosition  in      0 the oldest cell, 1 the next one ...; -1 the newest, -2 the one before ...; not below minus
 ///                    the number of cells
-/// Returns    1 there is such a cell; 0 there is none and the cursor stands at the oldest.
+/// Returns    1 there is such a cell; 0 there is none and the cursor is at the oldest.
 /// Prints     nothing.
 int TShmQueue_PeekInit(TShmQueue *pQue, int32_t nPosition);
 
 /// Steps from older to newer cells.
 /// pQue       in,out  the ring
 /// ppSlot     out     the slot under the cursor: a 32-bit length, then the payload; untouched at the end. Neither
-///                    needs to be aligned, and the length is what stands in shared memory: do not trust it beyond
+///                    needs to be aligned, and the length is the word in shared memory: do not trust it beyond
 ///                    the cell size.
 /// Returns    the slot's payload; NULL when the cursor is after the newest cell.
 /// Prints     nothing.

@@ -11,14 +11,14 @@ DEVSUPPORT_BEGIN_API
 /// nKey       in      System V key
 /// Returns    the identifier; -1 when the set can neither be made nor found, or not be set to 1 (it is removed then).
 ///            The value of a set that was there already is left alone: who holds it goes on holding it.
-/// Prints     nothing; errno tells why.
+/// Prints     nothing; errno says why.
 /// Order      the first of several starters makes the set; the others wait in their first lock until it is free.
 ///            A set that only the second, plain request could make has value 0: its first lock waits.
 /// Threads    safe.
 /// Signals    no.
 int32_t Semaphore_Create(int32_t nKey);
 
-/// Removes the set for every process, held or not; whoever waits for it gets a failed lock.
+/// Removes the set for every process, held or not; a process that waits for it gets a failed lock.
 /// nSemId     in      identifier from Semaphore_Create
 /// Returns    1 the set was removed, 0 it was not.
 /// Prints     nothing.

@@ -1,4 +1,5 @@
-/* System V shared-memory segments: create or attach by key, detach, remove when nobody is left, count the users. */
+/* System V shared-memory segments: create or attach by key, detach, remove when no process is left, count the users.
+ */
 #ifndef DEVSUPPORT_IPC_SHAREMEM_H
 #define DEVSUPPORT_IPC_SHAREMEM_H
 
@@ -22,7 +23,7 @@ typedef struct TShareMem {
 /// Prints     on standard error, with the key in hexadecimal and the system's error text twice:
 ///            "\n *** share memory create fail(a), key=0x%X (%s) ***\n:%s\n"  neither made nor found
 ///            "\n *** share memory create fail(b), key=0x%X (%s) ***\n:%s\n"  not attached; the segment is then
-///            removed if nobody uses it, even if this call did not make it
+///            removed if no process uses it, even if this call did not make it
 /// Order      exactly one of several starters sees *pbCreated 1; the others can see the segment before that one has
 ///            initialised it. Take a lock before this call to close the gap (TShmQueue_Create does).
 /// Threads    safe with separate records.
@@ -31,8 +32,8 @@ void *ShareMem_Create(int32_t nKey, uint32_t dwBytes, TShareMem *pShm, int *pbCr
 
 /// Detaches the segment; the last user can have it removed.
 /// pShm           in      record from ShareMem_Create; its fields stay as they are
-/// bRemoveIfLast  in      not 0: remove the segment when nobody is attached any more
-/// pbWasLast      out     1 nobody is attached any more, removal asked for or not, else 0
+/// bRemoveIfLast  in      not 0: remove the segment when no process is attached any more
+/// pbWasLast      out     1 no process is attached any more, removal asked for or not, else 0
 /// Returns    1 done; 0 when detaching, looking up the users or removing failed (a failed detach does not stop
 ///            the rest).
 /// Prints     nothing.

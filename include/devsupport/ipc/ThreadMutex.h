@@ -40,7 +40,7 @@ int ThreadMutex_UnLock(pthread_mutex_t *puMutex);
 
 /// Takes the mutex if it is free; never waits.
 /// puMutex    in,out  made by ThreadMutex_Create
-/// Returns    0 taken, EBUSY held by somebody, or another error number of pthread_mutex_trylock.
+/// Returns    0 taken, EBUSY it is held, or another error number of pthread_mutex_trylock.
 /// Threads    safe.
 /// Signals    no.
 int ThreadMutex_TryLock(pthread_mutex_t *puMutex);

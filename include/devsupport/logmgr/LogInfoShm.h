@@ -19,7 +19,7 @@ DEVSUPPORT_BEGIN_API
 /// Time       The writer's local time, one for all records of a message, taken before the lock. It follows a change
 ///            of the zone with the next minute, and a step of the clock at once.
 /// Order      The records of one message are next to each other, with consecutive sequence numbers.
-/// Death      A process that dies while it writes blocks nobody. Its message ends after the last whole record.
+/// Death      A process that dies while it writes blocks no other. Its message ends after the last whole record.
 /// Prints     nothing; what was lost is not reported.
 /// Lock       the ring's semaphore, once for the whole message. A wait that a signal interrupts is taken up again.
 /// Threads    safe, but for TLogInfoShm_Open and TLogInfoShm_Close.

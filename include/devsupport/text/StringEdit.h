@@ -9,7 +9,7 @@ DEVSUPPORT_BEGIN_API
 
 /*
  * Positions and counts are in characters (bytes). None of these operations allocates, prints or keeps state; all may
- * be called by any thread and in signal handlers, on texts that nobody else changes meanwhile.
+ * be called by any thread and in signal handlers, on texts that no other thread changes meanwhile.
  */
 
 /// Copies a text into a buffer and always terminates it.

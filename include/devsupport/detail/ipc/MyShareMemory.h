@@ -7,7 +7,7 @@
 DEVSUPPORT_BEGIN_API
 
 /// The first 32 bytes of the segment, shared by every process that uses the ring, in the machine's byte order.
-/// The byte map of the whole segment stands in docs/formats.md.
+/// The byte map of the whole segment is in docs/formats.md.
 typedef struct _U_ShmQueue_SHM_VARI {
   uint32_t dwCellCount;      /* cells asked for; there is one slot more. Written last: not 0 means initialised */
   uint16_t wCellSize;        /* largest payload of a cell, in bytes */
