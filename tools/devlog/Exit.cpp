@@ -2,19 +2,29 @@
 
 #include "tools/devlog/Exit.h"
 
+#include <algorithm>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 
 namespace devlog {
 
+// The line is written in one piece, so that it does not mix with those of other programs.
 void Say(const char *format, ...) {
-  std::fflush(stdout);  // what was shown before stands before it
-  std::fputs("devlog: ", stderr);
+  std::fflush(stdout);  // what was shown before comes before it
+  constexpr char kName[] = "devlog: ";
+  constexpr std::size_t kNameBytes = sizeof kName - 1;
+  char line[1024];
+  std::copy(kName, kName + kNameBytes, line);
+  const std::size_t room = sizeof line - kNameBytes - 1;  // the line's end needs one
   va_list values;
   va_start(values, format);
-  std::vfprintf(stderr, format, values);
+  const int size = std::vsnprintf(line + kNameBytes, room, format, values);
   va_end(values);
-  std::fputc('\n', stderr);
+  const std::size_t used =
+      kNameBytes + std::min<std::size_t>(size < 0 ? 0 : static_cast<std::size_t>(size), room - 1);
+  line[used] = '\n';
+  std::fwrite(line, 1, used + 1, stderr);
 }
 
 }  // namespace devlog
