@@ -16,7 +16,7 @@ FIGURES = pathlib.Path("build/figures")
 HOURS = pathlib.Path("tests/fuzz/hours.txt")
 
 COMMANDS = {
-    "dev": "script/test",
+    "dev": "script/test full",
     "asan": "script/test asan",
     "tsan": "script/test tsan",
     "mips": "script/test mips",
