@@ -110,10 +110,11 @@ void PrefetchFreeSlot(const TMyHash &uHash) {
 std::int32_t Append(TMyHash &uHash, std::uint32_t nBucket, std::int32_t nLast, const void *pData) {
   const std::int32_t nSlot = TakeSlot(uHash.uAllot);
   uHash.pnPrev[nSlot] = nLast;
-  if (nLast == kNoSlot)
+  if (nLast == kNoSlot) {
     uHash.pnBucket[nBucket] = nSlot;
-  else
+  } else {
     uHash.pnNext[nLast] = nSlot;
+  }
   uHash.pnNext[nSlot] = kNoSlot;
   CopyBytes(EntryOf(uHash, nSlot), pData, static_cast<std::size_t>(uHash.nDataSize));
   return nSlot;
@@ -122,10 +123,11 @@ std::int32_t Append(TMyHash &uHash, std::uint32_t nBucket, std::int32_t nLast, c
 void Unlink(TMyHash &uHash, std::uint32_t nBucket, std::int32_t nSlot) {
   const std::int32_t nNext = uHash.pnNext[nSlot];
   const std::int32_t nPrev = uHash.pnPrev[nSlot];
-  if (nPrev != kNoSlot)
+  if (nPrev != kNoSlot) {
     uHash.pnNext[nPrev] = nNext;
-  else
+  } else {
     uHash.pnBucket[nBucket] = nNext;
+  }
   uHash.pnPrev[nSlot] = kNoSlot;
   uHash.pnNext[nSlot] = kNoSlot;
   if (nNext != kNoSlot) uHash.pnPrev[nNext] = nPrev;

@@ -19,10 +19,11 @@ bool HasAddress(char *pAddress, const char *pInterface) {
 /// "eth0", or its VLAN sub-interface when the configuration names one.
 void WriteEthernetName(char *pInterface) {
   const int nVlan = GetDbParamToInt("vlan", 0);
-  if (nVlan < 1)
+  if (nVlan < 1) {
     StrNcpy(pInterface, "eth0", IFNAMSIZ);
-  else
+  } else {
     std::snprintf(pInterface, IFNAMSIZ, "eth0.%d", nVlan);
+  }
 }
 
 }  // namespace
