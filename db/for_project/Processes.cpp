@@ -1,4 +1,4 @@
-// Reads /proc/<pid>/stat.
+// Reads /proc/<pid>/task/<pid>/stat.
 
 #include "db/for_project/Processes.h"
 
@@ -23,8 +23,9 @@ struct Status {
 
 Status StatusOf(std::int32_t nPid) {
   Status status;
-  char szPath[32];
-  std::snprintf(szPath, sizeof szPath, "/proc/%d/stat", nPid);
+  char szPath[48];
+  // Of its first thread: for /proc/<pid>/stat of the caller itself, user-mode emulators make up a start.
+  std::snprintf(szPath, sizeof szPath, "/proc/%d/task/%d/stat", nPid, nPid);
   const int nFd = OpenAboveStandard(szPath, O_RDONLY);
   if (nFd < 0) return status;
   char szText[512];

@@ -7,6 +7,7 @@
 #include <sched.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -34,9 +35,16 @@ constexpr int kYields = 30;
 // A change counts once more for each so many bytes, so that few large ones lead to a checkpoint, too.
 constexpr std::size_t kBytesPerChange = 256;
 
+// Whether the kernel gives up the mutexes of the dead. User-mode emulators do not, and not every C library asks.
+bool HasRobustLists() {
+  void *pHead = nullptr;
+  std::size_t dwBytes = 0;
+  return syscall(SYS_get_robust_list, 0, &pHead, &dwBytes) == 0;
+}
+
 bool InitialiseMutex(pthread_mutex_t *pMutex) {
   pthread_mutexattr_t attributes;
-  if (pthread_mutexattr_init(&attributes) != 0) return false;
+  if (!HasRobustLists() || pthread_mutexattr_init(&attributes) != 0) return false;
   const bool bDone = pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
                      pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
                      pthread_mutex_init(pMutex, &attributes) == 0;
