@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hash table: 64-byte entries with text keys, found, and replaced one by one in a full table; by capacity.
 
 #include <algorithm>

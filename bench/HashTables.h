@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hash tables with one interface: ours and other people's, with 64-byte entries and text keys.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Log channel: a message written, refused, formatted; by length and by number of processes.
 
 #include <devsupport/detail/logmgr/LogCell.h>

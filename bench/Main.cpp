@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The benchmark program: registers the rows of every area and runs those that the command line picks.
 
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Number parsing: decimal texts of one to ten digits, some with a sign, ended by NUL; the whole text must be a
 // number.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ring queue: a message of 48 bytes pushed and the oldest taken, eight messages held, with and without a mutex.
 
 #include <devsupport/container/MyQueue.h>

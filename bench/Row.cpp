@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hands rows to the benchmark library; title and aim travel to the report in the context of the results.
 
 #include "bench/Row.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Rows of the report: one job, done by us, by its floor and by the peers. See bench/README.md.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shared ring: a message pushed and taken again, by one process and by several.
 
 #include <devsupport/ipc/MyShareMemory.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // For bodies that need what a machine may refuse.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Slot allocator: one of the slots in use given back, chosen at random, and another one taken.
 
 #include <devsupport/container/AllotArray.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Configuration store: a setting read and set, the store opened. What grows stands in StoreGrowth.cpp.
 
 #include <devsupport/db/DbParam.h>

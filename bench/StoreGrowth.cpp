@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Configuration store, what grows: reads by number of records, searches by prefix by number of matches and of
 // records.
 

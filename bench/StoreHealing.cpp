@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Configuration store, after the death of a process: how long the next read of a survivor takes, by number of
 // records.
 

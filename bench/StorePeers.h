@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Other people's stores with one interface: Set and Get of a text, in a folder of their own.
 #pragma once
 

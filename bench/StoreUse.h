@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the rows of the configuration store share: a store in a folder of its own, names, and the library's bare
 // calls.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tokenizer: a list of 90 characters, in the form in which log levels are stored, cut at every ',' and ';'. Each
 // field's place and length are used.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock that our shared ring and our log channel have, by hand: for their floors.
 #pragma once
 

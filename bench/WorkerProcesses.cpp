@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Child processes between two barriers in shared memory.
 
 #include "bench/WorkerProcesses.h"

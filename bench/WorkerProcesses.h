@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Processes that do the same job side by side, for what is measured in elapsed time.
 #pragma once
 

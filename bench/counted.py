@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Counts instructions for an operation, and holds them against those that are on record.
 
 usage: counted.py --list

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Runs rows of the benchmarks on the emulated device and writes instructions for an operation, the kernel's included.
 
 usage: device.py --list

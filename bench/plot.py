@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Draws a series as an SVG: the cost of one operation against what grows.
 
 Plain SVG without anything that varies from run to run but the figures, so that a new plot differs from the old one

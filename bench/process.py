@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Measures whole processes: the instructions and system calls of cpld from exec to exit, and the memory of a process
 that uses the configuration store.
 

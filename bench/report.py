@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Turns the results of the benchmark programs into tables and plots: ours, the floor, the peers, and the ratios.
 
 usage: report.py [--write FILE] [--plots FOLDER] [--command COMMAND] RESULT.json...

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Results of the benchmark programs, as rows of participants.
 
 Both devsupport_bench and process.py write them in the form of the benchmark library (--benchmark_out=FILE): runs named

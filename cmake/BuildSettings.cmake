@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Language level, warnings, hardening and sanitizers, for every target of the tree.
 #
 #   devsupport_warnings   what every target uses: include path, warnings (the presets make errors of them), sanitizers

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Checks that every file of the library includes only files of its own layer and of lower ones, each by its path.
 # usage: cmake -P LayerRule.cmake <table of "L<n> <file>"> <root of the tree>
 set(table "${CMAKE_ARGV3}")

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The library's layers. A layer is an object library, and no file of it includes a file of a higher layer: the target
 # devsupport_layer_rule checks that before anything of the library is compiled (cmake/LayerRule.cmake).
 #

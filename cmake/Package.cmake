@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Installation: headers, static and shared library, devsupport.pc and the CMake package `devsupport`.
 #
 #   devsupport::devsupport         the shared library

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # How tests enter the build.
 #
 # devsupport_test(<Unit>_test.cpp [WRAP <function>...] [LIBS <target>...] [LABELS <label>...]

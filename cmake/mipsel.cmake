@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The toolchain for the device: 32-bit little-endian MIPS, Debian's cross compiler and the packages of
 # build/mipsel/root, which script/parts/fetch gets. Programs run under user emulation where CMake or ctest starts them.
 set(CMAKE_SYSTEM_NAME Linux)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The toolchain that compiles, and links nothing, with musl's headers: another C library shows what we assume of glibc.
 # Compiler and C++ headers are those of the device's toolchain. script/musl lays out build/musl/headers: what of the
 # system's headers is no C library's (the kernel's, Berkeley DB's).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Comes before every source of the preset musl: what the C++ library's headers of a compiler made for glibc take for
  * granted. The library of a compiler made for musl is configured without them. */
 #pragma once

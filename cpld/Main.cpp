@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // cpld: reads or writes one register of an analog telephone channel. One open, one ioctl, one line.
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of cpld turned into one request record for the analog driver.
 
 #include "cpld/Request.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Asserts a record's layout in the source of its unit: its size and each field's offset, in bytes.
 //
 //   DEVSUPPORT_RECORD_BYTES(TShmQueueOpt, 12);            on every machine: nothing in it depends on a pointer

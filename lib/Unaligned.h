@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Loads and stores words at any address. For 32-bit MIPS the compiler makes a call of memcpy() where the address is
 // not known to be aligned, even for two bytes; of a packed record's field it makes two instructions.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process's log filter out of the configuration store.
 
 #include <devsupport/db/DbParam.h>

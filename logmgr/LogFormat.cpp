@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Values as log messages show them.
 
 #include <devsupport/logmgr/LogFormat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The log channel: messages cut into records, straight into the slots of the ring, one writer for both rings.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Builders of log messages: one for formats, one for pieces, each with a message buffer of its own on the stack.
 
 #include <devsupport/detail/logmgr/LogRecord.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a daemon does when it starts.
 
 #include <devsupport/logmgr/ProcessStart.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the hand-written floors of cpld send and answer: always the same.
 #pragma once
 

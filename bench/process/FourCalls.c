@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The floor of a dynamically linked cpld: its four system calls through the C library, which is asked for nothing
 // else. What it does besides is the loader's work. It reads no command line and formats nothing.
 

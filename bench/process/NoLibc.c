@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The floor of cpld as a process: its four system calls, in a static program without a C library. It reads no command
 // line and formats nothing. Linux on x86-64.
 

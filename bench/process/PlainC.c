@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What cpld does, as anybody would write it in C: a peer of cpld as a process.
 
 #include <fcntl.h>

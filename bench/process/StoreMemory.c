@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How much memory a process that uses the configuration store has: fills a store in a process that ends, then opens
 // it and tells its resident memory after so many operations. The row store_memory_* of the report.
 //

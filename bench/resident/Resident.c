@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Prints its memory in KiB as it starts, with the log channel open, and with the configuration store open as well.
  *
  * usage: resident [HOME]      HOME is the store's home, the device's own unless given

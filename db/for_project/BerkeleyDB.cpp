@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table catalogue, and the store's opening and closing.
 
 #include <devsupport/db/BerkeleyDB.h>

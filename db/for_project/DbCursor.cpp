@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Cursors: the single step that callers ask for, and the walk of the prefix search.
 
 #include <db.h>

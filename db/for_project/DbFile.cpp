@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Single files with one table, outside the environment.
 
 #include <db.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Secondary keys and orders of the tables.
 
 #include "db/for_project/DbIndexes.h"

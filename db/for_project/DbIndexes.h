@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How the tables' records are ordered and which secondary keys they have. Records come from a file that other
 // programs write, too: nothing here reads beyond the record that it is given.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What this store asks of Berkeley DB, by name, in one place. The store's files were first written with release 4.6,
 // whose numbers stand beside the names; this release numbers several of them anew but means the same.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads, writes and deletes single records.
 
 #include <db.h>

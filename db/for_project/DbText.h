@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts inside records: they end at their terminator, or where the record ends.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Counts the time that an operation has waited.
 
 #include "db/for_project/Deadline.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long one operation on the store may wait.
 #pragma once
 

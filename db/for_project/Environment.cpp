@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens, closes and rebuilds the shared environment. How processes find each other, and what they do when one of them
 // has died, is described in docs/decisions/store-healing.md.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The environment of this process: opened, closed, and made anew when a process has died inside.
 #pragma once
 

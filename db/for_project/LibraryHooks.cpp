@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The functions that Berkeley DB calls instead of the C library's.
 
 #include "db/for_project/LibraryHooks.h"

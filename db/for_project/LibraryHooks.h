@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How Berkeley DB opens and closes files in this process.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's messages, and ours about a store that cannot be opened.
 
 #include "db/for_project/OpenReport.h"

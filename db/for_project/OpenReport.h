@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the store says on the error output when it cannot be opened.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How every operation on a record goes into the store: through the gate, again when it met somebody's lock, and out
 // with one of the store's own results.
 #pragma once

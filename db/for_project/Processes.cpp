@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads /proc/<pid>/task/<pid>/stat.
 
 #include "db/for_project/Processes.h"

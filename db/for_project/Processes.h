@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whether a process still lives, as the kernel tells it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads whole records, one by one and in batches.
 
 #include "db/for_project/RecordAccess.h"

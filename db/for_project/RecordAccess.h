@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole records, with their sizes, and several changes as one: what the configuration shell needs beyond the public
 // operations. Any bytes and any length are good as key and as value.
 #pragma once

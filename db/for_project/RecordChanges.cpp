@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several changes as one transaction.
 //
 // The store's lock table is small, and a transaction needs a lock for each page that it touches. But whoever is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Makes record keys; knows which telephone key carries which letter.
 
 #include "db/for_project/RecordKey.h"

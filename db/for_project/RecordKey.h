@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The keys of records: the caller's text as it stands, or the phone book's key made from a name.
 #pragma once
 

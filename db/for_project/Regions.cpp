@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Removes and detaches the environment's segments without the library, which would look at what may be torn.
 
 #include "db/for_project/Regions.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The environment's shared-memory segments: removed when they must be made anew, let go of when others made new ones.
 #pragma once
 

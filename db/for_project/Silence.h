@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Keeps Berkeley DB from printing what is expected, or what is said in one sentence afterwards.
 #pragma once
 

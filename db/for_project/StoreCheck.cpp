@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The checker of pages, and the comparison of indexes with their tables.
 
 #include "db/for_project/StoreCheck.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Looks whether what lies in the tables' file is whole: when nobody can tell that it was closed in order.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock around the store's shared memory: a robust mutex in a segment of its own, with a queue in front of it; or
 // the queue's semaphore alone, where the system has no robust mutexes (user-mode emulators have none).
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store's own lock around everything that a process does inside the shared memory. It is there for the case that
 // the library cannot deal with: a process killed while it holds one of the library's mutexes, for which all others
 // would wait without end. The kernel gives this lock up for the dead, and tells the next one who asks

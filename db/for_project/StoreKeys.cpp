@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tells the store's System V objects from foreign ones.
 
 #include "db/for_project/StoreKeys.h"

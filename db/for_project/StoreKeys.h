@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The keys of the store's System V objects, and how a foreign object at such a key is recognised.
 #pragma once
 

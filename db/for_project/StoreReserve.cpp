@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Makes and removes the reserve file.
 
 #include "db/for_project/StoreReserve.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Room on the medium that the store keeps for itself: a file that is given up when the medium is full. What was begun
 // can then be ended, and the store be opened and read; changes are refused until there is room for a new reserve.
 #pragma once

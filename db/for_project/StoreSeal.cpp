@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes and checks the seal.
 
 #include "db/for_project/StoreSeal.h"

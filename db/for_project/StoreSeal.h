@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The seal: a small file beside the tables' file, written by the last process that closes in order. It tells size and
 // checksum of the tables' file and of each log file, so that the next one who opens notices what has changed since.
 // It exists only while nobody has the store open for changes. docs/formats.md shows it.

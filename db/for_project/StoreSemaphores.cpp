@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The opening lock and the queue at the gate: System V semaphores with undo.
 
 #include "db/for_project/StoreSemaphores.h"

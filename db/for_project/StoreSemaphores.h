@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store's two semaphores. The kernel gives both back when their holder dies, and a child made with fork() does
 // not inherit them. A value of 0 means free, so that a new set needs no initialisation.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rules of the thirteen tables.
 
 #include "db/for_project/StoreTables.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What each table of the catalogue is: its order, and for an index its table and its key. The library opens the
 // tables by it, the configuration shell reads and checks them by it.
 #pragma once

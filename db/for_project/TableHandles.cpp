@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens, closes and remembers table handles.
 
 #include "db/for_project/TableHandles.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table handles of this process. They change when the store is rebuilt after the death of a process; a handle
 // that a caller copied before still means its table.
 #pragma once

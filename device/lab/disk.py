@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A disk whose power can fail: it keeps what was written in a volatile cache until the machine flushes it.
 
 Served to qemu as a network block device over a local socket. When the power fails, each block of the cache that was

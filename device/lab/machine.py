@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """One emulated device: starts it, gives it commands over a serial line, switches it off, pulls its plug."""
 
 import contextlib

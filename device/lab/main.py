@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The emulated device from the command line, for script/device: shell | run COMMANDS | test [PART...]."""
 
 import signal

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The device suite: what must hold on the emulated device. One line for each check, a summary at the end."""
 
 import collections

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* What every public header opens and closes its declarations with: C linkage and external visibility. */
 #ifndef DEVSUPPORT_API_H
 #define DEVSUPPORT_API_H

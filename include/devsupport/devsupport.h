@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The whole public face of libdevsupport. Programs may include single unit headers instead. */
 #ifndef DEVSUPPORT_DEVSUPPORT_H
 #define DEVSUPPORT_DEVSUPPORT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Slot allocator: a first-in first-out ring of free slots, a dense list of those in use, and the way back from a slot
 // to its position in that list.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Heap blocks of the containers: sizes are checked before they are asked for.
 #pragma once
 

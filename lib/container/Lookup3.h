@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bob Jenkins' published lookup3 byte hash, in its little-endian variant: the same number on every machine, for keys
 // at any address.
 #pragma once

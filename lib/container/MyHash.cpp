@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hash table: chains through per-slot links over the slots of an embedded allocator, so that nothing is allocated
 // after creation and an entry's address stays the same while it is in the table.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ring queue: one block of equal cells, stepped through by pointer, with a wrap after the last cell.
 
 #include <devsupport/container/MyQueue.h>

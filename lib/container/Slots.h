@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The constant-time steps of the slot allocator, unchecked and inline: the allocator itself and the hash table use
 // them.
 #pragma once

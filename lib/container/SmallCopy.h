@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Copies the small blocks that containers and log records hold, for which a call of the C library costs more than the
 // copy.
 #pragma once

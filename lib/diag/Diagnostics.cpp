@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Console diagnostics: the error printer of all non-fatal messages, and the fatal report.
 
 #include <devsupport/diag/Diagnostics.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Local time from a cached distance to UTC. The C library's localtime_r takes a lock that all threads share, and
 // keeps it while it reads a zone file; it does not look either whether the zone has changed. So it is asked once a
 // minute, by one thread, and all others add the distance that it found then. docs/decisions/local-time.md

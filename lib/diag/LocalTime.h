@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The wall clock's local time of day, for log records and traces: no lock, and no system call where the C library
 // reads the clock without one.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Log files: every record opens its file afresh, appends and closes it again; no handle is kept.
 
 #include <devsupport/detail/diag/LogFile.h>

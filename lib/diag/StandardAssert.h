@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The standard assertion with texts that are part of a contract: they name the source as it is known in the
 // field, whatever the file that holds the check is called today, and hold in builds with NDEBUG as well.
 #pragma once

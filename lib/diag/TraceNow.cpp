@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A trace line with the local time.
 
 #include <devsupport/diag/TraceNow.h>

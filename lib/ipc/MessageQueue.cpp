@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Message queues: System V queues found by an agreed key, with the library's permissions, result codes and reports.
 
 #include <devsupport/ipc/MessageQueue.h>

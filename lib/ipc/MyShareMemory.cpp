@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The shared ring's cells: storing, overwriting, taking, counting, under the ring's semaphore.
 //
 // Data and lock live apart: the segment holds header, user area and slots (docs/formats.md), one System V semaphore

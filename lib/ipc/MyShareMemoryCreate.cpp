@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Making, attaching and leaving the shared ring, also after creators that died half way.
 //
 // The order is semaphore, lock, segment: who makes the segment initialises it under the lock, and nobody who attaches

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Peeking into the shared ring: a walk over the cells with a cursor of this process's own, without a lock.
 //
 // The peek cursor is private and always a valid slot of the own geometry; only the ends of the walk are read from the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Keeps errno as it is over a scope: over a report, whose printing must not change what the caller reads, and
 // over a signal handler, which must not change what the interrupted code reads.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The shared ring from inside: its lock, its cursors, its slots. For the ring itself and for the log channel, which
 // writes its records straight into the slots.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock between processes: thin calls on a System V semaphore set that holds exactly one semaphore.
 
 #include <devsupport/ipc/Semaphore.h>

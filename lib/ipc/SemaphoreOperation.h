@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one system call of every lock and unlock. Inline, because the ring makes two for each cell and little else:
 // after a system call each return costs more than what it returns from.
 #pragma once

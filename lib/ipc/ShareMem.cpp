@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // System V shared-memory segments, by key: create or attach, detach and remove, count the users.
 
 #include <devsupport/ipc/ShareMem.h>

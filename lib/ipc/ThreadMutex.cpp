@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Mutexes between threads: the thread library's own, under the names that the rest of the library uses.
 
 #include <devsupport/ipc/ThreadMutex.h>

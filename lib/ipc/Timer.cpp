@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Timers: numbered millisecond timers in arrays, whose callbacks run inside a real-time signal.
 //
 // The main flow and the handler share the table and the cells without a lock, since a handler must not wait for

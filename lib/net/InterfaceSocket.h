@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The socket for every question about an interface, and the request record that carries the question.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Link states: the Ethernet port's out of its driver's file, the switch's through its driver's private request.
 
 #include <devsupport/net/LinkStatus.h>

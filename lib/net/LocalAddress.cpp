@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The device's own addresses, as the kernel's interface requests and /proc/net/if_inet6 tell them.
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A text file of the kernel, read line by line.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The choice of the WAN interface: a dialled link before the switch, the switch before the plain Ethernet port.
 
 #include <devsupport/db/DbParam.h>

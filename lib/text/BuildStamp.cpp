@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The moment of a build as a text of fixed width.
 
 #include <devsupport/text/BuildStamp.h>

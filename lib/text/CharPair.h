@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One or two characters, each compared with every character of a text: what nearly all lists are split by.
 #pragma once
 

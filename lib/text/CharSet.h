@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sets of characters: 256 bits, of which only those of the seven-bit characters can be set.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one decimal conversion of all number parsers: strtol at base 10 as the device has it, where a long has
 // 32 bits, with the same result on every host.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Decimal text to numbers.
 
 #include <devsupport/detail/text/NumberParsing.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tokenizer: source, search and match of strings, and the token.
 
 #include <devsupport/detail/text/StrTok.h>

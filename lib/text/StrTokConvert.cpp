@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tokenizer's typed values and shorthands.
 
 #include <devsupport/text/NumberParsing.h>

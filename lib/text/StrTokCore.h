@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tokenizer's sources share: the position rules, the spans that may be read, and the copies.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tokenizer's scans by sets of characters.
 
 #include <devsupport/detail/text/StrTokScan.h>

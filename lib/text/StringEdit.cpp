@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bounded copy and in-place editing of NUL-terminated texts.
 
 #include <devsupport/text/StringEdit.h>

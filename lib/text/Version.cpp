@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The version of the library as a text.
 
 #include <devsupport/text/Version.h>

@@ -6,6 +6,7 @@
 #   script/bench device ring log   the rows whose names begin so
 #   script/bench device --write    also writes the counts into docs/benchmarks.md; takes all rows
 #   script/bench device --accept   takes the counts on record, in bench/baseline/device.txt; say why in the commit
+# SPDX-License-Identifier: MIT
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Checks the labelled lines of the contracts in the headers; script/check calls it.
 
 A contract is a comment with lines such as "/// Returns    1 stored, 0 full". A label is a word of the list below and

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Sums up what gcovr counted, by folder, and names the lines that no test executes.
 
 usage: coverage.py GCOVR_JSON FIGURES

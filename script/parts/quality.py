@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Puts the figures that the suites left in build/figures into one page, each beside the command that shows it.
 
 usage: quality.py [--missing]

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Weighs what the device holds and says which aims are reached; script/parts/size.sh builds it and calls this.
 
 usage: size.py [--write] [--resident FILE]

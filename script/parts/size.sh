@@ -3,6 +3,7 @@
 # usage: script/bench size [--write]      fails when an aim is missed
 #   script/bench size            prints the tables, each number with its change since it was last recorded
 #   script/bench size --write    also records them in docs/benchmarks.md
+# SPDX-License-Identifier: MIT
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 

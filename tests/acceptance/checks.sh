@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What the acceptance scripts of cpld share: checks that print a line each and count, and the summary.
 #
 # The scripts run beside any driver, with cpld on the PATH; plain POSIX shell, so that the device's shell takes them,

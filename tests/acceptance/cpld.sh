@@ -1,5 +1,6 @@
 #!/bin/sh
 # The acceptance of cpld beside a driver of four channels whose registers are all 0 at the beginning.
+# SPDX-License-Identifier: MIT
 . "${0%/*}/checks.sh"
 
 # Every command, and what it leaves in the registers.

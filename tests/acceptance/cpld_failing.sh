@@ -1,5 +1,6 @@
 #!/bin/sh
 # The acceptance of cpld beside a driver that lets every request fail.
+# SPDX-License-Identifier: MIT
 . "${0%/*}/checks.sh"
 
 answers 'ch=1, reg23, data=0x0 value=0xffffffff' '23270000 01000000 17000000 00000000 00000000 00000000' 0 1 23

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Runs an acceptance script of cpld beside the simulated driver, which leaves its trace in a file.
 # usage: on_simulator.sh ANALOGSIM CPLD SCRIPT [OPTION_OF_ANALOGSIM...]
+# SPDX-License-Identifier: MIT
 simulator=$1 script=$3
 PATH=${2%/*}:$PATH
 shift 3

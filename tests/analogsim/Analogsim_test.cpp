@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The real analogsim with real commands: exit statuses, signals, trace, state shared by sessions.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How the simulated driver answers requests, and what it remembers.
 
 #include "tools/analogsim/Driver.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of analogsim, and the numbers and names in it.
 
 #include "tools/analogsim/Options.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/analogsim/Simulated.h"
 
 #include <cstdlib>

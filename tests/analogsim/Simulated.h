@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a command beside the simulated driver and takes its trace apart.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The text of a state file, both ways.
 
 #include "tools/analogsim/StateText.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The state file: kept, shared, replaced in one step, never replaced when damaged.
 
 #include "tools/analogsim/Store.h"

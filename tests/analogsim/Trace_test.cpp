@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The line that describes one request.
 
 #include "tools/analogsim/Trace.h"

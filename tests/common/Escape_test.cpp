@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How foreign bytes are shown to people. Their JSON form is tested with its reader (devconf/Json_test.cpp).
 
 #include "tools/common/Escape.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numbers on the command line: what is taken, what is refused.
 
 #include "tools/common/Numbers.h"

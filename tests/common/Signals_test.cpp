@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Signals that wait, and standard descriptors that were closed.
 
 #include "tools/common/Signals.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Slices of texts.
 
 #include "tools/common/Text.h"

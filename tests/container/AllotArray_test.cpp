@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The slot allocator: its order of handing out, its messages, and long random scripts against a naive one.
 
 #include <devsupport/container/AllotArray.h>

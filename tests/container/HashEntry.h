@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The entries and callbacks that the tests of the hash table use: text keys, an empty text is "no key".
 #pragma once
 

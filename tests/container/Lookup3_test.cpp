@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table's hash: the published values, and the same number as the byte-wise definition wherever the key lies.
 
 #include "lib/container/Lookup3.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The hash table's making and its buckets: sizes that are refused, memory that runs out, built-in and owner's hash.
 
 #include <devsupport/container/MyHash.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A hash table for one test, of text keys, made from a record full of rubbish.
 #pragma once
 

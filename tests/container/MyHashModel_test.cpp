@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Long random scripts on the hash table against a naive one: results, slots, chains and the allocator's record.
 
 #include <devsupport/container/MyHash.h>

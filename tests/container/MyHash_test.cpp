@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The hash table: chains, results and out-parameters.
 
 #include <devsupport/container/MyHash.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Long random scripts on the ring queue against a naive one, and producers and consumers that share a queue.
 
 #include <devsupport/container/MyQueue.h>

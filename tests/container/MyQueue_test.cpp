@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The ring queue: what it stores, cuts and drops, its assertions, its lock, and memory that runs out.
 
 #include <devsupport/container/MyQueue.h>

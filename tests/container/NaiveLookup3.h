@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // lookup3's byte hash as it is published, a byte at a time: the measure for the library's.
 #pragma once
 

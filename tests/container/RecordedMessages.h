@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Collects what goes through MyErrPrintf while it lives.
 #pragma once
 

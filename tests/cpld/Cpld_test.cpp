@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The real cpld beside the simulated driver, and without any driver: what it sends, prints and ends with.
 
 #include <gtest/gtest.h>

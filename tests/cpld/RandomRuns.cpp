@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs cpld with random command lines and looks at what each run prints and ends with. A program of its own, so that
 // all runs happen beside the same simulated driver.
 //

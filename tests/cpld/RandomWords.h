@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random command lines for cpld: near enough to real ones to get past the first check, odd enough to hurt.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of cpld turned into a request record: word counts, conversions, the record's bytes.
 
 #include "cpld/Request.h"

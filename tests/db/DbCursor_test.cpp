@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Cursors: one step for the caller, and what a cursor that is left open means for the others.
 
 #include <db.h>

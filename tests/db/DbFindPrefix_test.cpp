@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The prefix search: which records it finds, how it cuts them, and what ends it.
 
 #include <db.h>

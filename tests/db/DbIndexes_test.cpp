@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How the tables and their indexes are ordered, and the secondary keys that their records get.
 
 #include <db.h>

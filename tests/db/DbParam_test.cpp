@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Settings with defaults.
 
 #include <devsupport/db/DbParam.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The record operations against a plain map.
 
 #include <db.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Single records: read, written, deleted, looked up through an index.
 
 #include <db.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/db/Deaths.h"
 
 #include <db.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How processes die in the tests of the store.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A store that cannot be opened: the code and the report of each cause, and the store's error output.
 
 #include <db.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several changes as one: all of them or none, with the indexes, whatever ends the process.
 
 #include "db/for_project/RecordAccess.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the record operations share: an open store, and what it prints when the library fails.
 #pragma once
 

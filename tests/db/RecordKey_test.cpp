@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Keys made from names: the keypad digits, and the phone book's key.
 
 #include <db.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/db/Store.h"
 
 #include <sched.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the configuration store share: a home of their own, in shared memory of their own, and a look at
 // the stored bytes from outside.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Damaged files: each page of the tables' file and each part of each log file in turn. Damage is noticed or harmless,
 // and a store that is refused stays as it is. DEVSUPPORT_STORE_ROUNDS=10 tries every tenth.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls below the store that fail: closing files, memory, the clock, the binding of an index.
 
 #include <db.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock around the store's shared memory: who gets in, and what the others learn when somebody died inside.
 
 #include <db.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process dies inside the store: the others lose time and nothing else. One situation after the other;
 // StoreStorm_test.cpp is about all of them at once.
 

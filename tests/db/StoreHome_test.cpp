@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One home at a time: what a copy, a second home, or a foreign object at the store's keys can do. Nothing.
 
 #include <db.h>

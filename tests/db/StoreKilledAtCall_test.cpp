@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process is killed at each system call of an operation, of opening, of closing and of the healing after another
 // death. The one who stays and the one who opens next find a whole record each time.
 // DEVSUPPORT_STORE_CALLS=1 tries every call; usually long operations are killed at every 150th, from a random one on.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What processes leave without meaning to: forked children that never use the store, cursors and handles of the dead,
 // descriptors that were closed before the store was opened, and too many at once.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store on a medium that becomes full: what was acknowledged stays, reading goes on, and with room writing does.
 // DEVSUPPORT_STORE_SIZES=1 tries every amount of free room; usually it is every seventh, from a random one on.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several processes and threads at once: opening together, working on the same records, and being killed.
 // DEVSUPPORT_STORE_ROUNDS=<n> runs n per cent of the usual rounds; TMPDIR=<folder> puts the homes there.
 

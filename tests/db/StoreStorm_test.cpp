@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Processes are killed at random among others that mix all operations and keep journals of what was acknowledged.
 // DEVSUPPORT_STORE_ROUNDS=<n> runs n per cent of the usual rounds; TMPDIR=<folder> puts the homes there.
 

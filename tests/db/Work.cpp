@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/db/Work.h"
 
 #include <db.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Work on the store that keeps a journal: what a process has begun and what was acknowledged, in memory that outlives
 // it, so that others can say afterwards whether anything is lost, half done or double.
 #pragma once

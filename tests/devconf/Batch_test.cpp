@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several changes at once: batch, diff that prints for it, and imports that are killed.
 
 #include <gmock/gmock.h>

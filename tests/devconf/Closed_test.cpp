@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading a store that nobody has open, and a copied file: without a trace, and with nothing but the right to read.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The real devconf on real stores: every command, what it prints, how it ends.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The text form of records: what is written, what is read, what is refused.
 
 #include "tools/devconf/Json.h"

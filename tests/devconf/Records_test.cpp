@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading records whole, with the library's own operations: any bytes, any size, in every table's order.
 
 #include "tools/devconf/Records.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // salvage: what can be read of a damaged file comes out, nothing else does, and it ends.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/devconf/Shell.h"
 
 #include <db.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of devconf share: a home of their own, and the real program in it.
 #pragma once
 

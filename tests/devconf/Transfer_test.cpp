@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Export and import: nothing is lost, nothing is half done.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // verify: what it finds, when it does not look, and that it changes nothing.
 
 #include <gmock/gmock.h>

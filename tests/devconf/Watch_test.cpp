@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // watch: what changes in the store is printed, whoever changes it.
 
 #include <gmock/gmock.h>

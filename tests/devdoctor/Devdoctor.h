@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The real devdoctor beside what the test has made, in an IPC namespace of the test's own.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What devdoctor says about the rings and the queues: each fault is produced, and named.
 
 #include <devsupport/ipc/MyShareMemory.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What devdoctor says about the store: each fault is produced, and named.
 
 #include <fcntl.h>

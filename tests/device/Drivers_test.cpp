@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's network queries and the analog requests beside the kernel's drivers, on the emulated device.
 
 #include <devsupport/db/BerkeleyDB.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes to the configuration store on a disk whose power fails: checks first that everything acknowledged is there,
 // then writes on and on, one line of output for each acknowledged change.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One cell, taken apart and judged.
 
 #include "tools/devlog/Cell.h"

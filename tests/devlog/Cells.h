@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Cells of a log ring, made by hand from their bits: nothing here knows the library's own headers.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // devlog --cursor: the next run goes on where the last one stopped.
 
 #include <sched.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/devlog/Devlog.h"
 
 #include <fcntl.h>

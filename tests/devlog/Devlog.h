@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The real devlog beside rings whose cells were made by hand, in an IPC namespace of the test's own.
 #pragma once
 

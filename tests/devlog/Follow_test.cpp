@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // devlog -f beside writers that write on: what comes is shown once, and what is lost is counted.
 
 #include <sched.h>

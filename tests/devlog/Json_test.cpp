@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whatever bytes a record holds, its JSON line is one that a stranger's parser takes, and says what they were.
 
 #include <gtest/gtest.h>

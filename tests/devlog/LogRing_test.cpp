@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The ring as devlog attaches it, when the system refuses.
 
 #include "tools/devlog/LogRing.h"

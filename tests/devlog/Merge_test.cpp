@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Both rings in one order, though records have no date.
 
 #include "tools/devlog/Merge.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Records put together to messages, and what is said about the gaps between them.
 
 #include "tools/devlog/Message.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names for types and processes out of a file.
 
 #include "tools/devlog/Names.h"

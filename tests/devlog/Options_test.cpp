@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of devlog, and the numbers and times in it.
 
 #include "tools/devlog/Options.h"

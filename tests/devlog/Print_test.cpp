@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How messages look: for people, with colours, as JSON.
 
 #include "tools/devlog/Print.h"

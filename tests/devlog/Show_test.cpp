@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // devlog over recorded rings: what it shows, what it leaves alone, how it ends.
 
 #include <fcntl.h>

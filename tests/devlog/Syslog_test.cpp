@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // devlog --syslog beside a system log of the test's own: /dev/log in a mount namespace.
 
 #include <fcntl.h>

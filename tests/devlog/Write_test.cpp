@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // devlog write: what it writes, and that devlog reads it back.
 
 #include "tests/devlog/Devlog.h"

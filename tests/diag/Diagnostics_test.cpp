@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the error printer hands to its output, and what the fatal report leaves.
 
 #include <devsupport/diag/Diagnostics.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The local time of the log channel's records: zones, changes of them, steps of the clock, and who waits for whom.
 
 #include "lib/diag/LocalTime.h"

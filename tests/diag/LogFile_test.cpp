@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the log file writers leave in their files.
 
 #include <devsupport/detail/diag/LogFile.h>

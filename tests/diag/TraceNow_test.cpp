@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The trace at a known time.
 
 #include <devsupport/diag/TraceNow.h>

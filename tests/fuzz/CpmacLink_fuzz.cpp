@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Ethernet driver's link file: any text reads as a naive reader reads it.
 
 #include <devsupport/net/LinkStatus.h>

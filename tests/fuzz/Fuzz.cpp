@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What every fuzz target does under libFuzzer before its first input.
 
 #include <gtest/gtest.h>

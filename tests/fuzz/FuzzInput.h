@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bytes of one fuzzing input, read as what a target needs: numbers, pieces, or simply the rest.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file of JSON lines for the configuration store. What is taken is JSON to an independent reader, too, and says the
 // same there; it comes back whole when it is exported and read again. What is refused is refused with its line, and
 // the lines before that one are taken.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The kernel's table of IPv6 addresses. Whatever stands in it, an address that comes out is a canonical one and its
 // buffer is not overrun; a table of lines as the kernel writes them gives exactly what a naive reader finds.
 //

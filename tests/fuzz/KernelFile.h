@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file of the kernel whose text a fuzz target makes up: the C library's fopen opens it in its place.
 // The target's devsupport_fuzz() names fopen under WRAP.
 #pragma once

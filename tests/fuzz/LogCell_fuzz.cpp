@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Cells of a log ring as any writer, or none, may have left them: taken apart, put together to messages, printed.
 // Nothing outside the cells is read, each cell is accounted for, and what is printed is safe for a terminal and for
 // readers of JSON.

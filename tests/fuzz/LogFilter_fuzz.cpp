@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The list of log parameters: a name's entry in any list is what a naive search makes of it, and nothing is read
 // beyond what the store gave.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The number parsers: any text gives what the naive parsers make of it, and numbers come back from their own text.
 
 #include <algorithm>

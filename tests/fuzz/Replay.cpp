@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replays the corpus of one fuzz target: every input that taught the fuzzer something, and every one that ever
 // failed.
 

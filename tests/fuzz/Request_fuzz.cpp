@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of cpld: any words give the record that a naive reader makes of them, and none that the driver
 // must not get.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is printed on a standard stream, caught without a system call: the stream itself is exchanged, so that the
 // descriptor stays free for what a sanitizer has to say.
 #pragma once

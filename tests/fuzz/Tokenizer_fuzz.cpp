@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tokenizer, its scans by sets and its conversions: a script of operations read from the input goes as it goes
 // through the naive tokenizer, in results, copies and every field of the record.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Fails when the umbrella header leaves out a public header.
 file(READ "${UMBRELLA}" text)
 foreach(header IN LISTS HEADERS)

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Fails when the shared library does not export a function that a header declares.
 # usage: [NM=nm] exports_test.sh SHARED_LIBRARY HEADER...
+# SPDX-License-Identifier: MIT
 set -eu
 library=$1
 shift

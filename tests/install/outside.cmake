@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # A stranger's project: copied out of the tree by package_test.sh and built against the installed package.
 cmake_minimum_required(VERSION 3.16)
 project(outside LANGUAGES C CXX)

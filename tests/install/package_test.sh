@@ -2,6 +2,7 @@
 # Installs the build into a folder of its own and builds a C and a C++ program against it there,
 # outside the tree: through the CMake package and through pkg-config.
 # usage: package_test.sh CMAKE BUILD_DIR
+# SPDX-License-Identifier: MIT
 set -eu
 cmake=$1
 build=$2

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The stranger's program, the same in C and in C++: uses the library through its umbrella header. */
 #include <devsupport/devsupport.h>
 #include <string.h>

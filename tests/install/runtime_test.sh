@@ -1,6 +1,7 @@
 #!/bin/sh
 # Fails when the library needs a symbol of a C++ runtime, or exports a name that is not C's.
 # usage: [NM=nm] [READELF=readelf] runtime_test.sh STATIC_LIBRARY SHARED_LIBRARY
+# SPDX-License-Identifier: MIT
 set -eu
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory whose neighbours nobody may touch: a step outside stops the test.
 #pragma once
 

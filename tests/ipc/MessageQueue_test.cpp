@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Message queues: what opening, sending, receiving and removing answer and print, on real queues.
 
 #include <devsupport/ipc/MessageQueue.h>

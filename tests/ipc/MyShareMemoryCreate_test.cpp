@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Making, attaching and leaving the shared ring: the segment's bytes, the messages, and creators that died half way.
 
 #include <devsupport/ipc/MyShareMemory.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any process can scribble over a ring's segment. Whatever stands there: no operation reads or writes outside the
 // segment or the caller's buffer, and a ring whose indices are no slots answers as an empty one does.
 //

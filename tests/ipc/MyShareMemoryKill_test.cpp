@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Processes die of SIGKILL at random moments inside the ring's operations. The others go on at once, the ring stays
 // usable, and what went in agrees with what came out.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random scripts over several attached records of one ring, against an oracle that keeps the whole segment as plain
 // bytes and multiplies where the ring steps. After every operation results, buffers and all bytes must agree.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process is killed after any one instruction of an operation of the ring. The next one finds the semaphore free,
 // the operation done or not done, and a ring that works.
 

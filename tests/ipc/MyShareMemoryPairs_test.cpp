@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Two processes use the ring at the same time: the first one is stopped after any one of its instructions, the second
 // one runs to its end, or until it has to wait, and then the first one goes on. What comes out is what would have
 // come out one after the other.

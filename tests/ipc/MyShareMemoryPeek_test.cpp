@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Peeking into the shared ring: positions from both ends, walks in both directions, and where they stop.
 
 #include <devsupport/ipc/MyShareMemory.h>

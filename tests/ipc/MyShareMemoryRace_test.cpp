@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Twenty processes start at once on fresh keys: one makes the ring, all see it initialised, and nobody sees the user
 // area before its creator has let go.
 

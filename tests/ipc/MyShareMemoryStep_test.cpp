@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process that dies is stopped between two instructions. Here the ring is looked at after every single instruction
 // of an operation, as the one who takes the lock next would find it; and the life of a ring is ended at every single
 // system call.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Four processes push and take while a timer signal hits each of them a thousand times a second.
 
 #include <devsupport/ipc/MyShareMemory.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How an operation of the ring waits for the semaphore: some attempts first, then asleep, and a real-time process
 // asleep at once.
 

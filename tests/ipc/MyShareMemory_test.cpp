@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The shared ring's cells: storing, overwriting, taking, counting, clearing, locking.
 
 #include <devsupport/ipc/MyShareMemory.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the shared ring share: rings under keys of their own, and a look at the raw segment.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages that prove themselves: each has an identity, and every byte of it follows from that.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock between processes: who makes it, who gets it, and what signals, removal and death do to it.
 
 #include <devsupport/ipc/Semaphore.h>

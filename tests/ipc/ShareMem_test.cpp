@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Segments by key: who makes them, what is printed when that fails, who removes them, who uses them.
 
 #include <devsupport/ipc/ShareMem.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The mutex operations: mutual exclusion, and the thread library's answers passed through unchanged.
 
 #include <devsupport/ipc/ThreadMutex.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests share that let timers expire: callbacks that count themselves, and a fixture that waits for them.
 #pragma once
 

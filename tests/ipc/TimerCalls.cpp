@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/ipc/TimerCalls.h"
 
 #include <cerrno>

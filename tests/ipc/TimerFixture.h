@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the timers share: arrays that go after each test, and the proof that every timer went once.
 #pragma once
 

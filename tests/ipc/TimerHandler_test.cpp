@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Timers from the signal's side: what an expiry, a late signal and a foreign signal do, also at the worst moment.
 
 #include <devsupport/ipc/Timer.h>

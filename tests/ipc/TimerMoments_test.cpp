@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A signal arrives after any one instruction of the timers' operations: of the current arming, of the one before, of
 // one that never was. Afterwards the kernel holds a timer for each active cell, and no other.
 

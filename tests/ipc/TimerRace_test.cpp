@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Timers against the handler in the same thread and in others: long random scripts, and handlers that never rest.
 
 #include <devsupport/ipc/Timer.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A program that loads the library by hand, starts a timer and unloads the library.
 
 #include <devsupport/ipc/Timer.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Timers from the caller's side: making arrays, arming and disarming cells, what fails and what is printed then.
 
 #include <devsupport/ipc/Timer.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/logmgr/FakeClock.h"
 
 #include <atomic>

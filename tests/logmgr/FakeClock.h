@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A wall clock that a test sets. Its program wraps clock_gettime and links FakeClock.cpp.
 #pragma once
 

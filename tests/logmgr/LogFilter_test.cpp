@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The log filter out of a real configuration store.
 
 #include <devsupport/logmgr/LogFilter.h>

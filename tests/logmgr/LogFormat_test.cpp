@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Values as log messages show them, each in a buffer that is just large enough.
 
 #include <devsupport/logmgr/LogFormat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Anybody may scribble over the rings. Writing a message stays inside the segment and reads no more than the text.
 
 #include <devsupport/detail/ipc/MyShareMemory.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writers die of SIGKILL at random moments. The others go on at once, and the ring holds nothing but whole records.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>

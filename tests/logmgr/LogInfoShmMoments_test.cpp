@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A writer is killed after any one instruction of a message of several records. Those who come after it find whole
 // records, consecutive numbers but for the one that it took with it, and a ring that works.
 

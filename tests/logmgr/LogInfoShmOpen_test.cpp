@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The log channel's life: opened, opened again, not opened, closed.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>

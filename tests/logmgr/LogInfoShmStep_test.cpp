@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The log ring is looked at after every single instruction of a write, as the one who comes after a writer that was
 // killed there would find it.
 

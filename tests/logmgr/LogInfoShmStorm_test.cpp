@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Four processes write messages of several records while a timer signal hits each of them a thousand times a second
 // and a fifth one reads.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads of one process write to the channel and ask its filter at the same time.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>

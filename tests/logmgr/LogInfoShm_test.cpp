@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The log channel's messages: what stands in the rings after each of them.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The builders of log messages: what they hand to the channel.
 
 #include <devsupport/detail/logmgr/LogRecord.h>

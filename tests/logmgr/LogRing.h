@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the log channel share: shared memory of their own, since the channel's keys are fixed, and a look
 // at the raw rings that knows nothing of the library's own headers.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a daemon starts: its pid file, its priority, and its signals as the kernel knows them.
 
 #include <devsupport/logmgr/ProcessStart.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages that prove themselves: who wrote them, which they are, and every character of them follows from that.
 #pragma once
 

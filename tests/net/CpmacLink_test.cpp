@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Ethernet port's link state out of a driver's file of our own, whatever stands in it.
 
 #include <devsupport/net/LinkStatus.h>

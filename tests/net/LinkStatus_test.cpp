@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The switch's link state out of a stand-in for its driver, and which interface is asked how.
 
 #include <devsupport/net/LinkStatus.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Addresses of real interfaces, as each query tells them and as it fails.
 
 #include <devsupport/net/LocalAddress.h>

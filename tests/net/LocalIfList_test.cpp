@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The list of the interfaces that have an address: which are in it, in what order, and how it fails.
 
 #include <devsupport/net/LocalAddress.h>

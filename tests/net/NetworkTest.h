@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the network units share: a private network for each test, with an eye on its descriptors.
 #pragma once
 

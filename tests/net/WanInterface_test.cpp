@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The choice of the WAN interface among real interfaces, with the parameter "vlan" out of a real store.
 
 #include <devsupport/db/BerkeleyDB.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C library's calls that the network tests wrap: socket and ioctl fail on demand, and the switch's driver has a
 // stand-in. Included by one file of each test program, whose devsupport_test() names socket and ioctl under WRAP.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/CapturedOutput.h"
 
 #include <sys/mman.h>

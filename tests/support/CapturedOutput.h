@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Captures what the code under test prints on standard output or standard error, to be compared whole.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Real second processes for the tests: forked children that run one function, and private namespaces.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a real program and catches what it printed on both streams and how it ended.
 //
 //   const CommandResult result = Command({CPLD_PATH, "0", "1", "23"}).Run();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The counters of executed lines, which a process writes when it returns from main() and loses when it ends
 // otherwise.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Part of every test program in a build that counts executed lines: a process that aborts writes its counters first.
 
 #include <csignal>

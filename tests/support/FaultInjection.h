@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Makes the n-th call of a C library function fail, so that a test can see the contract's answer.
 //
 // A test file names its fault points once and its devsupport_test() names the same functions under WRAP:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/IpcKey.h"
 
 #include <sys/ipc.h>

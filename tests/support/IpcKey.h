@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // System V keys that belong to one test alone, and the removal of whatever was made under them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The moments of an operation: after its first instruction, after its second one, and so on to its end.
 #pragma once
 

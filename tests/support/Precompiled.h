@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Compiled once for all tests: the headers that cost most of their time. Each test still includes what it uses.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Real network interfaces for the tests: a child process with a network, mounts and IPC all of its own.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the processes of one test tell each other: counters and flags in memory that forked children share.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/SmallMedium.h"
 
 #include <fcntl.h>

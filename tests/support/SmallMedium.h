@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A medium that can be full: a file system in memory of a limited size, which only the test's processes see.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/Tally.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Counts over a whole suite, which is many processes: faults injected, processes killed.
 #pragma once
 

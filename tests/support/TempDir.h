@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A folder of the test's own, removed with everything in it when the object goes.
 #pragma once
 

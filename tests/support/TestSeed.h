@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Seeds of randomised tests: new at every run, printed when a test fails, replayable.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A child that is moved on instruction by instruction, or system call by system call, and can be looked at in
 // between.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The build stamp made of the compiler's date and time texts.
 
 #include <devsupport/text/BuildStamp.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A buffer on the heap, exactly as large as the contract asks for, between bytes that must not change.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Naive number parsers that follow the contract word for word, and the comparison of the real ones with them.
 #pragma once
 

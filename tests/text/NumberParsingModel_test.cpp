@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random texts through the number parsers and through naive ones that follow the contract word for word.
 
 #include <gtest/gtest.h>

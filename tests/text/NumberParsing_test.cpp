@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the number parsers accept, what they store, and what they leave when they fail.
 
 #include <devsupport/detail/text/NumberParsing.h>

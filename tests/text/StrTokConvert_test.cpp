@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The token as a number, and the shorthands that advance first.
 
 #include <devsupport/detail/text/StrTok.h>

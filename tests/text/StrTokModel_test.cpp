@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Long random scripts through the tokenizer and through a naive one.
 
 #include <gtest/gtest.h>

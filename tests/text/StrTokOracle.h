@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A naive tokenizer for the model test: the contract word for word, with offsets instead of pointers, one character
 // at a time, and without any thought for speed.
 #pragma once

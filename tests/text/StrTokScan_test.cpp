@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tokenizer's scans by sets of characters: membership, bounds of a run, and lists with several delimiters.
 
 #include <devsupport/detail/text/StrTok.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One script through the tokenizer and through a naive one: results, copies and every field of the record must agree.
 // Sources and buffers are heap blocks of exactly their size, so that the address sanitizer sees any access outside
 // them.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Short words for what the tokenizer tests look at: the token as it stands, as it is copied, and what lies ahead.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Copies, comparisons and second tokenizers of the current token.
 
 #include <devsupport/detail/text/StrTok.h>

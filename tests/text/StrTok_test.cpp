@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tokenizer's positions, copies and oddities, one by one; long scripts are in StrTokModel_test.cpp.
 
 #include <devsupport/detail/text/StrTok.h>

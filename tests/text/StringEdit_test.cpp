@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bounded copy and the editing helpers, at and around every limit of position, count and room.
 
 #include <devsupport/text/StringEdit.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <devsupport/text/Version.h>
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs the user's command to its end, with its signals where they belong.
 #pragma once
 

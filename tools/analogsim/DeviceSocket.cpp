@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One thread a connection. A connection carries frames of three words: what is wanted, and two values. For an ioctl
 // we ask for the record that its argument points to, write it back when it has changed, and then send the result.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Our end of the socket to which umockdev's preloaded library leads the requests of a command.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulated analog driver: how it answers one request.
 
 #include "tools/analogsim/Driver.h"

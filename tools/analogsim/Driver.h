@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulated analog driver: what it remembers, and how it answers one request. No I/O.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // analogsim: runs a command in which /dev/analog/0 is a simulated analog driver.
 
 #include <unistd.h>

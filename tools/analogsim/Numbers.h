@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numbers and error names as people write them on the command line.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of analogsim.
 
 #include "tools/analogsim/Options.h"

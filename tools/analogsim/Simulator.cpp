@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One request from its arrival to its answer.
 
 #include "tools/analogsim/Simulator.h"

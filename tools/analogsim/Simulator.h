@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One request from its arrival to its answer: registers fetched and kept, words for the user.
 #pragma once
 

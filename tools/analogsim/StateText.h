@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The text of a state file: the registers as JSON that people can read and edit.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the registers are kept: the state file.
 
 #include "tools/analogsim/Store.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the registers are kept while nobody asks for them: in memory, or in a file that outlives the session.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The world that the command sees, made by umockdev: a library that it preloads into the command leads
 // open() and ioctl() of /dev/analog/0 to a socket of ours.
 

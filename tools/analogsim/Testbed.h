@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The world that the command sees: /dev/analog/0, its requests answered by a function of ours.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One line of words for each request that the driver answered.
 #pragma once
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Completes the options of analogsim, and after them the command as if it stood alone.
 
 _analogsim() {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How bytes that anybody may have written are shown to people and put into JSON.
 
 #include "tools/common/Escape.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Small files, read and written whole.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numbers as people write them on the command line.
 
 #include "tools/common/Numbers.h"

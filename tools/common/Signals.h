@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Signals that wait while a tool does what must be finished.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Standard input, output and error, which a caller may have closed.
 #pragma once
 

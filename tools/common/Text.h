@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Slices of texts. string_view::substr and what is made of it can throw: that needs a C++ runtime.
 #pragma once
 

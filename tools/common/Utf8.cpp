@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The characters of texts that anybody may have written.
 
 #include "tools/common/Utf8.h"

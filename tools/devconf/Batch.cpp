@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several changes out of lines of text. A line is a command as it is given on the command line:
 //   set [--table TABLE] NAME VALUE      pb set NAME DATA
 //   del [--table TABLE] NAME            pb del NAME

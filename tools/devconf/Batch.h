@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several changes out of lines of text, made together.
 #pragma once
 

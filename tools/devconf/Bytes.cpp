@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Byte strings that grow.
 
 #include "tools/devconf/Bytes.h"

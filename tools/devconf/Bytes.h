@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A byte string that grows, for what has no size that is known beforehand.
 #pragma once
 

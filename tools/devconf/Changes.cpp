@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Changes of the store that are made together.
 
 #include "tools/devconf/Changes.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The commands that read and change single records, and what each command needs of the store.
 
 #include "tools/devconf/Commands.h"

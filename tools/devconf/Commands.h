@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The commands. Each prints its result and its complaints, and returns the exit status.
 #pragma once
 

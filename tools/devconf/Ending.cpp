@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a signal ends devconf.
 
 #include "tools/devconf/Ending.h"

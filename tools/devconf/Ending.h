@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a signal ends devconf: politely at first, and in any case.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tables of a file that is only read.
 
 #include "tools/devconf/FileTables.h"

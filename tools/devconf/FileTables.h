@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tables of a file, opened to be read and outside of any environment: a copy, or a store that nobody has open.
 #pragma once
 

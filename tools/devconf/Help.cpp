@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What devconf --help prints.
 
 #include "tools/devconf/Options.h"

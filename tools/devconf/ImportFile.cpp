@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads and checks a file of JSON lines. Nothing here knows the store: what passes can be stored.
 
 #include "tools/devconf/ImportFile.h"

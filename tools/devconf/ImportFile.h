@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file of JSON lines, checked and ready to be stored.
 #pragma once
 

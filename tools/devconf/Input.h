@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads a file whole.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads and writes the text form of records.
 
 #include "tools/devconf/Json.h"

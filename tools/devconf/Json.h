@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The text form of records: one flat JSON object of strings a line. Pure functions over the caller's memory, no heap.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // devconf: shows and changes the configuration store from a shell.
 
 #include <cstdio>

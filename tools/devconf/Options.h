@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of devconf. Reads it without printing or changing anything.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Standard output and standard error, held or not.
 
 #include "tools/devconf/Output.h"

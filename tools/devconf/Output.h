@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What devconf writes to standard output and standard error. It can be held until it is known to be right.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints records and complaints.
 
 #include "tools/devconf/Print.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What devconf prints: records and words for people, or JSON; complaints.
 #pragma once
 

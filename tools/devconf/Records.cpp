@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads records whole.
 
 #include "tools/devconf/Records.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads records whole: any bytes, and as many as there are.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store's own rescuer, in a process of its own.
 
 #include "tools/devconf/Rescue.h"

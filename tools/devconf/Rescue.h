@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lets the store's own rescuer read a damaged file, in a process of its own: it may crash, and it may never end.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Gets out of a damaged file what can be read, as a file for import.
 
 #include "tools/devconf/Salvage.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The seal of a store that nobody has open.
 
 #include "tools/devconf/Seal.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The seal of a store that nobody has open, while its files are read.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Searches through the indexes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Keys and values as people read and write them.
 
 #include "tools/devconf/Shown.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Keys and values as people read and write them. The form can be undone: no byte is lost in it.
 //   \\ \n \r \t \" \'   the character itself
 //   \xNN                one byte

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How the program can end. The numbers are documented; scripts depend on them.
 #pragma once
 

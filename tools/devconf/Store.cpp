@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens and closes the store.
 
 #include "tools/devconf/Store.h"

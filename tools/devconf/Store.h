@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store, open for the time of a command.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tables, and the keys of their records.
 
 #include "tools/devconf/Tables.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tables as devconf names them, and the keys that the library gives records.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Export, import, and what an import would change.
 #pragma once
 

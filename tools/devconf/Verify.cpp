@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checks the store. The library's operations show an index only through the library's eyes, so here, with nobody else
 // at work and the store closed, the file itself is read.
 

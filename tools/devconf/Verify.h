@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checks the store: the indexes against their tables, and the file by the store's own checker.
 #pragma once
 

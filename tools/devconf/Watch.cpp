@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints changes of the store as they happen. The gate counts the changes of all processes: when it has counted any,
 // the tables are read again and compared with what was read before.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints changes of the store as they happen.
 #pragma once
 

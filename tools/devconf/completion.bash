@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Completes the commands, options and tables of devconf.
 
 _devconf() {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // devdoctor: one look at what the programs of the device share.
 
 #include <signal.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Other processes, as the kernel tells of them.
 
 #include "tools/devdoctor/Process.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Other processes, as the kernel tells of them. Everything may be gone the moment after.
 #pragma once
 

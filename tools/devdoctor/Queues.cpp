@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Message queues and timers, as the kernel lists them.
 
 #include "tools/devdoctor/Queues.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Message queues and timers.
 #pragma once
 

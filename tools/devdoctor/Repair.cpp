@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What can be repaired without doing harm.
 
 #include "tools/devdoctor/Repair.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What can be repaired without doing harm, one step at a time, each asked for.
 #pragma once
 

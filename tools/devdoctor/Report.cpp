@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What devdoctor has found, as words, JSON or metrics.
 
 #include "tools/devdoctor/Report.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What devdoctor has found: sentences, figures, and faults with what to do about them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two rings of the log channel, looked at without their locks. Nothing in them is believed.
 
 #include "tools/devdoctor/Rings.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two rings of the log channel.
 #pragma once
 

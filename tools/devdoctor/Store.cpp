@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The configuration store, looked at from outside: files, gate, members, regions. Nothing in shared memory is
 // believed.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Completes the options of devdoctor.
 
 _devdoctor() {

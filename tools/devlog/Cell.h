@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One cell of a log ring as its writer left it, taken apart and judged. Nothing in it is believed.
 #pragma once
 

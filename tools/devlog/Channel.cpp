@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rings that the user asked for, each with the records and messages that were found in it.
 
 #include "tools/devlog/Channel.h"

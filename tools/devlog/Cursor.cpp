@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the last run stopped.
 
 #include "tools/devlog/Cursor.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the last run stopped: a small file, written after everything that was shown.
 #pragma once
 

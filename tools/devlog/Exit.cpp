@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What devlog says besides its data.
 
 #include "tools/devlog/Exit.h"

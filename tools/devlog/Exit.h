@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How devlog ends, and what it says besides its data.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which messages are shown.
 
 #include "tools/devlog/Filter.h"

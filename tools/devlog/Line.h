@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One line of output: built in place, escaped, never longer than its room.
 #pragma once
 

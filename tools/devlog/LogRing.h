@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One ring of the log channel as devlog finds it: attached without making anything, copied under its lock.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // devlog: shows what the programs of the device write into the log channel.
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The messages of both rings in one order.
 #pragma once
 

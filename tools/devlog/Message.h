@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A ring's records put together to messages, with notes about what is missing between them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names for the record types and the processes.
 
 #include "tools/devlog/Names.h"

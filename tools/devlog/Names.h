@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names for the record types, and the names of the processes, out of a small file:
 //
 //   # what the numbers mean here

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numbers, types and times as people write them on the command line.
 
 #include "tools/devlog/Numbers.h"

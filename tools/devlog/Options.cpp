@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of devlog.
 
 #include "tools/devlog/Options.h"

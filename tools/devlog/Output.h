@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the lines go: standard output or the system log.
 #pragma once
 

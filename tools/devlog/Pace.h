@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long to wait between two looks into the rings.
 #pragma once
 

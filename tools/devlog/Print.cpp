@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How one message looks: for people, as JSON, for syslog.
 
 #include "tools/devlog/Print.h"

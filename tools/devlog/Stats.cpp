@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shows what the rings are like.
 
 #include "tools/devlog/Stats.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system log, spoken to without the C library.
 
 #include "tools/devlog/SystemLog.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system log, spoken to without the C library: its syslog() does not tell whether a message arrived.
 #pragma once
 

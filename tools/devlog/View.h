@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shows the rings: once, or on and on.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes records, for scripts and for trying things out.
 
 #include "tools/devlog/Write.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Completes the options of devlog and of `devlog write`.
 
 _devlog() {

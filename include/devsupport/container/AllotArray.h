@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Slot allocator: hands out and takes back slot numbers in constant time and lists those in use. */
 #ifndef DEVSUPPORT_CONTAINER_ALLOTARRAY_H
 #define DEVSUPPORT_CONTAINER_ALLOTARRAY_H

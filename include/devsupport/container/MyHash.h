@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Hash table: a fixed number of fixed-size entries, copied in by value, found through the owner's callbacks. */
 #ifndef DEVSUPPORT_CONTAINER_MYHASH_H
 #define DEVSUPPORT_CONTAINER_MYHASH_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Ring queue inside one process: bounded, first in first out, messages of varying length copied in and out. */
 #ifndef DEVSUPPORT_CONTAINER_MYQUEUE_H
 #define DEVSUPPORT_CONTAINER_MYQUEUE_H

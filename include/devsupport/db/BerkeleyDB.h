@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The configuration store: thirteen tables in one file, shared by all processes. Opens and closes it. */
 #ifndef DEVSUPPORT_DB_BERKELEYDB_H
 #define DEVSUPPORT_DB_BERKELEYDB_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Named settings: the parameter table of the configuration store, read with defaults. */
 #ifndef DEVSUPPORT_DB_DBPARAM_H
 #define DEVSUPPORT_DB_DBPARAM_H

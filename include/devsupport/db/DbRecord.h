@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The configuration store's records: read, written, deleted, looked up through an index, searched by prefix. */
 #ifndef DEVSUPPORT_DB_DBRECORD_H
 #define DEVSUPPORT_DB_DBRECORD_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Console diagnostics: the non-fatal error printer with its replaceable output, and the fatal report. */
 #ifndef DEVSUPPORT_DIAG_DIAGNOSTICS_H
 #define DEVSUPPORT_DIAG_DIAGNOSTICS_H

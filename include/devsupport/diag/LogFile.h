@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Log files: the formatting front end that appends one line to a named file. */
 #ifndef DEVSUPPORT_DIAG_LOGFILE_H
 #define DEVSUPPORT_DIAG_LOGFILE_H

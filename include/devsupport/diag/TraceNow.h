@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A trace line with the local time. */
 #ifndef DEVSUPPORT_DIAG_TRACENOW_H
 #define DEVSUPPORT_DIAG_TRACENOW_H

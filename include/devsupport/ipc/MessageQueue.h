@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Message queues: System V queues found by an agreed key, with the library's permissions, result codes and reports.
  *
  * A message is the system's own: a long type, positive when it is sent, followed by the data. Sizes are bytes of

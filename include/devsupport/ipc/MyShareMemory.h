@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The shared ring: a bounded queue of fixed-size cells in a shared-memory segment, one semaphore, many processes. */
 #ifndef DEVSUPPORT_IPC_MYSHAREMEMORY_H
 #define DEVSUPPORT_IPC_MYSHAREMEMORY_H

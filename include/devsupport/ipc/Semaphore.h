@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A lock between processes: one two-state System V semaphore per key, which the kernel frees when its holder dies. */
 #ifndef DEVSUPPORT_IPC_SEMAPHORE_H
 #define DEVSUPPORT_IPC_SEMAPHORE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* System V shared-memory segments: create or attach by key, detach, remove when no process is left, count the users.
  */
 #ifndef DEVSUPPORT_IPC_SHAREMEM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Mutexes between the threads of one process. */
 #ifndef DEVSUPPORT_IPC_THREADMUTEX_H
 #define DEVSUPPORT_IPC_THREADMUTEX_H

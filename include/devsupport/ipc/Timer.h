@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Timers: numbered millisecond timers in arrays, whose callbacks run inside a real-time signal.
  *
  * A process has up to 64 timer arrays. An array has a fixed number of cells; each cell is armed and disarmed by its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A process's log filter out of the configuration store: settings that hold lists of the form sipd=3,cfgd=5. */
 #ifndef DEVSUPPORT_LOGMGR_LOGFILTER_H
 #define DEVSUPPORT_LOGMGR_LOGFILTER_H

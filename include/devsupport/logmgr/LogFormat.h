@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Values as log messages show them, each as a text in the caller's buffer. */
 #ifndef DEVSUPPORT_LOGMGR_LOGFORMAT_H
 #define DEVSUPPORT_LOGMGR_LOGFORMAT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The log channel: short, time-stamped records in two rings in shared memory, written by every process of the device
  * and read by one. Writers never wait for the reader and never fail for lack of room. */
 #ifndef DEVSUPPORT_LOGMGR_LOGINFOSHM_H

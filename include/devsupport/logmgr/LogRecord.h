@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Builders of log messages: printf-like, and out of pieces with the place in the source after them. */
 #ifndef DEVSUPPORT_LOGMGR_LOGRECORD_H
 #define DEVSUPPORT_LOGMGR_LOGRECORD_H

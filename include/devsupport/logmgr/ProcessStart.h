@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* What a daemon does when it starts: leaves its process number, takes its priority, decides about its signals. */
 #ifndef DEVSUPPORT_LOGMGR_PROCESSSTART_H
 #define DEVSUPPORT_LOGMGR_PROCESSSTART_H

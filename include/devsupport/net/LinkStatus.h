@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Whether the Ethernet port's and the switch's link is up, which of the two the device has, and a trace with the
  * time. */
 #ifndef DEVSUPPORT_NET_LINKSTATUS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The device's own network addresses: of one interface, of all interfaces, and what kind of text an address is. */
 #ifndef DEVSUPPORT_NET_LOCALADDRESS_H
 #define DEVSUPPORT_NET_LOCALADDRESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The choice of the interface that carries the WAN. */
 #ifndef DEVSUPPORT_NET_WANINTERFACE_H
 #define DEVSUPPORT_NET_WANINTERFACE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The moment of a build as a text of fixed width, made from what the compiler calls __DATE__ and __TIME__. */
 #ifndef DEVSUPPORT_TEXT_BUILDSTAMP_H
 #define DEVSUPPORT_TEXT_BUILDSTAMP_H

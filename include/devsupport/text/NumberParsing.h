@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Decimal text to numbers: a success flag as the result, the value through a pointer, no allocation, no errno. */
 #ifndef DEVSUPPORT_TEXT_NUMBERPARSING_H
 #define DEVSUPPORT_TEXT_NUMBERPARSING_H

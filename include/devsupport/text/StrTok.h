@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tokenizer: a cursor over a caller-owned text; cuts it into tokens without copying or changing it. */
 #ifndef DEVSUPPORT_TEXT_STRTOK_H
 #define DEVSUPPORT_TEXT_STRTOK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tokenizer, typed values: the token as a number, and shorthands that advance and copy or convert in one call. */
 #ifndef DEVSUPPORT_TEXT_STRTOKCONVERT_H
 #define DEVSUPPORT_TEXT_STRTOKCONVERT_H

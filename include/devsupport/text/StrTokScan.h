@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tokenizer, scanning by sets of characters: runs of members or non-members, and lists with several delimiters. */
 #ifndef DEVSUPPORT_TEXT_STRTOKSCAN_H
 #define DEVSUPPORT_TEXT_STRTOKSCAN_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Bounded copy and in-place editing of NUL-terminated texts. */
 #ifndef DEVSUPPORT_TEXT_STRINGEDIT_H
 #define DEVSUPPORT_TEXT_STRINGEDIT_H

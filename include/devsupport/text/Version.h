@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The version of the headers that a program was compiled with, and of the library that it runs with. */
 #ifndef DEVSUPPORT_TEXT_VERSION_H
 #define DEVSUPPORT_TEXT_VERSION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Internal operations of the ring queue: callable, not promised. They never lock. */
 #ifndef DEVSUPPORT_DETAIL_CONTAINER_MYQUEUE_H
 #define DEVSUPPORT_DETAIL_CONTAINER_MYQUEUE_H

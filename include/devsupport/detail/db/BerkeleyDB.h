@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Internal operations of the configuration store's opening. */
 #ifndef DEVSUPPORT_DETAIL_DB_BERKELEYDB_H
 #define DEVSUPPORT_DETAIL_DB_BERKELEYDB_H

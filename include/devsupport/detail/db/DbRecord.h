@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Internal operations of the configuration store's records. */
 #ifndef DEVSUPPORT_DETAIL_DB_DBRECORD_H
 #define DEVSUPPORT_DETAIL_DB_DBRECORD_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Internal operations of the log files: callable, not promised. */
 #ifndef DEVSUPPORT_DETAIL_DIAG_LOGFILE_H
 #define DEVSUPPORT_DETAIL_DIAG_LOGFILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The shared ring's segment header and its internal operations: callable, not promised. */
 #ifndef DEVSUPPORT_DETAIL_IPC_MYSHAREMEMORY_H
 #define DEVSUPPORT_DETAIL_IPC_MYSHAREMEMORY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The log channel's rings and the record in their cells, bit by bit: for who writes them and for who reads them.
  * The same map, as a picture, is in docs/formats.md. C99 and C++. */
 #ifndef DEVSUPPORT_DETAIL_LOGMGR_LOGCELL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The log channel's process-wide record and its writer: callable, not promised. */
 #ifndef DEVSUPPORT_DETAIL_LOGMGR_LOGINFOSHM_H
 #define DEVSUPPORT_DETAIL_LOGMGR_LOGINFOSHM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The location format of the record builders: readable, not promised. */
 #ifndef DEVSUPPORT_DETAIL_LOGMGR_LOGRECORD_H
 #define DEVSUPPORT_DETAIL_LOGMGR_LOGRECORD_H

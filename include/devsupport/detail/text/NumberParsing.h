@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Internal operations of number parsing: callable, not promised. */
 #ifndef DEVSUPPORT_DETAIL_TEXT_NUMBERPARSING_H
 #define DEVSUPPORT_DETAIL_TEXT_NUMBERPARSING_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Internal operations of the tokenizer: the position rules that every scan uses. Callable, not promised. */
 #ifndef DEVSUPPORT_DETAIL_TEXT_STRTOK_H
 #define DEVSUPPORT_DETAIL_TEXT_STRTOK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Internal operations of the tokenizer's scans by sets. Callable, not promised. */
 #ifndef DEVSUPPORT_DETAIL_TEXT_STRTOKSCAN_H
 #define DEVSUPPORT_DETAIL_TEXT_STRTOKSCAN_H
