@@ -156,7 +156,7 @@ class SealText {
 
   bool AppendEnd() { return Append("end %08x\n", static_cast<unsigned>(CrcOf(dwBytes_))); }
 
-  // Reads a seal. False when it is none, or not a whole one.
+  // Reads a seal. False when the file is no seal, or an unfinished one.
   bool Read(const File &file) {
     struct stat status = {};
     if (file.Fd() < 0 || fstat(file.Fd(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
@@ -201,7 +201,7 @@ class Comparison {
  public:
   Comparison(int nHomeFd, const char *pFile) : nHomeFd_(nHomeFd), pFile_(pFile) {}
 
-  // Takes one line of the seal: "<size> <checksum> <name>". False when it is none.
+  // Takes one line of the seal: "<size> <checksum> <name>". False when the line has another form.
   bool Take(const char *pLine, std::size_t dwLine) {
     char szLine[PATH_MAX + 64];
     if (dwLine >= sizeof szLine) return false;

@@ -24,7 +24,7 @@ struct SealFinding {
 /// pFile      in      name of the tables' file, as for BerkDb_Open
 SealFinding CheckSeal(int nHomeFd, const char *pFile);
 
-/// Writes the seal for the files as they are, after flushing them. Returns 0 or an error number; then there is none.
+/// Writes the seal for the files as they are, after flushing them. Returns 0, or an error number: then there is no seal.
 int WriteSeal(int nHomeFd, const char *pFile);
 
 /// Removes the seal, so that it is gone after a loss of power, too. Returns 0, also without one, or an error number.

@@ -49,7 +49,7 @@ TEST_F(Shell, Version_IsOneLine) { EXPECT_THAT(Print({"--version"}), ::testing::
 
 TEST_F(Shell, AMistakenCommandLine_Is2AndSaysSo) {
   Expect({"put"}, kMistake, "", "devconf: unknown command \"put\"\ndevconf --help lists the commands.\n");
-  Expect({"set", "a"}, kMistake, "", "devconf: too few words after \"set\"\ndevconf --help lists the commands.\n");
+  Expect({"set", "a"}, kMistake, "", "devconf: missing argument after \"set\"\ndevconf --help lists the commands.\n");
 }
 
 TEST_F(Shell, AnUnknownTable_Is2AndOpensNothing) {

@@ -125,11 +125,11 @@ TEST(Options, ThatAreMistaken_AreNamed) {
   EXPECT_EQ(Read({"put"}).mistake, "unknown command|put");
   EXPECT_EQ(Read({"pb"}).mistake, "pb needs one of the words set, del, find and number|");
   EXPECT_EQ(Read({"pb", "put", "x"}).mistake, "pb needs one of the words set, del, find and number|");
-  EXPECT_EQ(Read({"get"}).mistake, "too few words after|get");
-  EXPECT_EQ(Read({"set", "a"}).mistake, "too few words after|set");
-  EXPECT_EQ(Read({"pb", "add", "Bob"}).mistake, "too few words after|add");
-  EXPECT_EQ(Read({"get", "a", "b"}).mistake, "too many words:|b");
-  EXPECT_EQ(Read({"pb", "add", "a", "b", "c"}).mistake, "too many words:|c");
+  EXPECT_EQ(Read({"get"}).mistake, "missing argument after|get");
+  EXPECT_EQ(Read({"set", "a"}).mistake, "missing argument after|set");
+  EXPECT_EQ(Read({"pb", "add", "Bob"}).mistake, "missing argument after|add");
+  EXPECT_EQ(Read({"get", "a", "b"}).mistake, "unexpected argument:|b");
+  EXPECT_EQ(Read({"pb", "add", "a", "b", "c"}).mistake, "unexpected argument:|c");
   EXPECT_EQ(Read({"--jsn", "get"}).mistake, "unknown option|--jsn");
   EXPECT_EQ(Read({"-x"}).mistake, "unknown option|-x");
   EXPECT_EQ(Read({"--homes=x", "get", "a"}).mistake, "unknown option|--homes=x");

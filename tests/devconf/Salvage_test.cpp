@@ -159,8 +159,9 @@ TEST_F(Salvage, OfScribbledFiles_EndsAndPrintsWhatImportTakes) {
   Fill();
   for (int i = 0; i < std::max(1, Count("DEVSUPPORT_STORE_ROUNDS", 100) / 3); ++i) {
     std::string damaged = bytes_;
-    for (std::size_t n = 1 + random() % 30; n > 0; --n)
-      damaged[random() % damaged.size()] = static_cast<char>(random());
+    for (std::size_t n = 1 + static_cast<std::size_t>(random() % 30); n > 0; --n) {
+      damaged[static_cast<std::size_t>(random() % damaged.size())] = static_cast<char>(random());
+    }
     const CommandResult result = SalvageBytes(damaged);
     ASSERT_TRUE(result.status == 0 || result.status == kDamaged) << result.status;
     EXPECT_LE(Lines(result.err).size(), 10U);

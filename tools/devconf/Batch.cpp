@@ -32,7 +32,7 @@ class Words {
   /// Returns nullptr, or what is wrong with the line.
   const char *Split(std::string_view line) {
     for (SkipBlanks(line); !line.empty(); SkipBlanks(line)) {
-      if (count_ == kMost) return "too many words";
+      if (count_ == kMost) return "unexpected argument";
       if (const char *wrong = TakeWord(line, words_[count_]); wrong != nullptr) return wrong;
       ++count_;
     }
@@ -103,8 +103,8 @@ const char *AddLine(std::string_view line, unsigned number, Changes &changes) {
   if (!isSet && !words.Take("del")) return "a line begins with set, del, pb set or pb del";
   const Table *table = nullptr;
   if (const char *wrong = TakeTable(words, isPhoneBook, table); wrong != nullptr) return wrong;
-  if (words.Left() < (isSet ? 2U : 1U)) return "too few words";
-  if (words.Left() > (isSet ? 2U : 1U)) return "too many words";
+  if (words.Left() < (isSet ? 2U : 1U)) return "missing argument";
+  if (words.Left() > (isSet ? 2U : 1U)) return "unexpected argument";
   Bytes key;
   Bytes value;
   KeyOf(*table, words.Take(), key);

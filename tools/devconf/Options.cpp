@@ -198,7 +198,7 @@ class Reader {
   }
 
   bool TakePlain(const char *word) {
-    if (plainCount_ == kMostNameWords + Options::kMostWords) return Fail("too many words:", word);
+    if (plainCount_ == kMostNameWords + Options::kMostWords) return Fail("unexpected argument:", word);
     plain_[plainCount_++] = word;
     return true;
   }
@@ -220,8 +220,8 @@ class Reader {
     if (row == nullptr) return Fail("unknown command", plain_[0]);
     const int first = row->second.empty() ? 1 : 2;
     const int count = plainCount_ - first;
-    if (count < FewestWords(*row)) return Fail("too few words after", plain_[first - 1]);
-    if (count > row->most) return Fail("too many words:", plain_[first + row->most]);
+    if (count < FewestWords(*row)) return Fail("missing argument after", plain_[first - 1]);
+    if (count > row->most) return Fail("unexpected argument:", plain_[first + row->most]);
     options_.command = row->command;
     for (int i = 0; i < count; ++i) options_.words[i] = plain_[first + i];
     return CheckOptions(*row);
