@@ -224,11 +224,13 @@ TEST_F(Faults, AllocationsThatFailInOpening_AreACodeAndNoMore) {
 }
 
 TEST_F(Faults, WaitingForAnother_NeverLooksAtTheWallClock) {
+  Event opened;
   Event inside;
   Child holder([&] {
     static const Event *s_inside = nullptr;
     s_inside = &inside;
     Open();
+    opened.Wait();
     db_env_set_func_fsync([](int) {
       s_inside->Announce();
       return ::pause();
@@ -236,6 +238,7 @@ TEST_F(Faults, WaitingForAnother_NeverLooksAtTheWallClock) {
     return BerkDb_Set(g_uDb.tb_tone, "k", "v");
   });
   Open();
+  opened.Announce();
   inside.Wait();
   const CapturedOutput err(stderr);
   const int before = g_wallClockReads;
