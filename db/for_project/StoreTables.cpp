@@ -19,8 +19,8 @@ const TableRule kTableRules[BERKDB_TABLES] = {
     {.pName = "tb_parameter"},
     {.pName = "tb_dm", .pfnCompare = CompareTbDm},
     {.pName = "tb_pb"},
-    {.pName = "stb_pb", .dwFlags = kSortedDuplicates, .nPrimary = kPhoneBook, .pfnKey = KeyOfStbPb},
-    {.pName = "stb_1_pb", .dwFlags = kDuplicatesAndSorted, .nPrimary = kPhoneBook, .pfnKey = KeyOfStb1Pb},
+    {.pName = "stb_pb", .dwFlags = kSortedDuplicates, .pfnKey = KeyOfStbPb, .nPrimary = kPhoneBook},
+    {.pName = "stb_1_pb", .dwFlags = kDuplicatesAndSorted, .pfnKey = KeyOfStb1Pb, .nPrimary = kPhoneBook},
     {.pName = "tb_speedd"},
     {.pName = "tb_dialp"},
     {.pName = "tb_fkey"},
@@ -29,10 +29,10 @@ const TableRule kTableRules[BERKDB_TABLES] = {
     {.pName = "tb_route"},
     {.pName = "stb_route",
      .dwFlags = kSortedDuplicates,
+     .dwAssociateFlags = kBuildIndex,
      .pfnCompareDuplicates = CompareStbRouteDuplicates,
-     .nPrimary = kRoutes,
      .pfnKey = KeyOfStbRoute,
-     .dwAssociateFlags = kBuildIndex},
+     .nPrimary = kRoutes},
     {.pName = "tb_tone"},
 };
 

@@ -17,11 +17,11 @@ using KeyRule = int (*)(DB *, const DBT *, const DBT *, DBT *);
 struct TableRule {
   const char *pName;
   std::uint32_t dwFlags = 0;  // to be set before opening
+  std::uint32_t dwAssociateFlags = 0;
   Order pfnCompare = nullptr;
   Order pfnCompareDuplicates = nullptr;
-  std::int8_t nPrimary = -1;  // row of the table that an index belongs to
   KeyRule pfnKey = nullptr;
-  std::uint32_t dwAssociateFlags = 0;
+  std::int8_t nPrimary = -1;  // row of the table that an index belongs to
 
   bool IsIndex() const { return nPrimary >= 0; }
 };
