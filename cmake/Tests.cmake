@@ -1,16 +1,26 @@
 # SPDX-License-Identifier: MIT
 # How tests enter the build.
 #
-# devsupport_test(<Unit>_test.cpp [WRAP <function>...] [LIBS <target>...] [LABELS <label>...]
+# devsupport_test(<Unit>_test.cpp... [NAME <name>] [WRAP <function>...] [LIBS <target>...] [LABELS <label>...]
 #                 [SOURCES <file>...])
 #
-# Builds one GoogleTest program from the file, with the further SOURCES, and registers every test in it with ctest.
-# WRAP names functions of the C library whose calls the test can make fail (see tests/support/FaultInjection.h);
+# Builds one GoogleTest program from the files, with the further SOURCES, and registers every test in it with ctest. The
+# program is called after its area and the name, or the one file. Several files are compiled together, some at a time:
+# most of what the compiler does for one of them, it does for all.
+# WRAP names functions of the C library whose calls the tests can make fail (see tests/support/FaultInjection.h);
 # LABELS sort the tests into suites that script/test can pick; the area and the program's name are labels anyway.
-function(devsupport_test source)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "WRAP;LIBS;LABELS;SOURCES")
-  cmake_path(GET source STEM name)
-  devsupport_test_program(${name} SOURCES ${source} ${arg_SOURCES} WRAP ${arg_WRAP} LIBS ${arg_LIBS})
+function(devsupport_test)
+  cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME" "WRAP;LIBS;LABELS;SOURCES")
+  if(arg_NAME)
+    set(name ${arg_NAME}_test)
+  else()
+    cmake_path(GET arg_UNPARSED_ARGUMENTS STEM name)
+  endif()
+  devsupport_test_program(${name} SOURCES ${arg_UNPARSED_ARGUMENTS} ${arg_SOURCES} WRAP ${arg_WRAP} LIBS ${arg_LIBS})
+  if(arg_NAME)
+    set_target_properties(${DEVSUPPORT_TEST_TARGET} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 5)
+    set_source_files_properties(${arg_SOURCES} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+  endif()
   target_link_libraries(${DEVSUPPORT_TEST_TARGET} PRIVATE GTest::gmock_main)
   gtest_discover_tests(${DEVSUPPORT_TEST_TARGET}
     TEST_PREFIX "${DEVSUPPORT_TEST_AREA}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES

@@ -13,8 +13,6 @@
 #include "tests/container/NaiveLookup3.h"
 #include "tests/support/FaultInjection.h"
 
-DEVSUPPORT_FAULT_POINT(void *, malloc, (std::size_t nBytes), (nBytes), nullptr, ENOMEM)
-
 namespace {
 
 using devsupport::test::Chain;

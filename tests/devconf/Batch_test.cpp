@@ -15,11 +15,8 @@
 
 namespace {
 
+using namespace devconf_test;
 using namespace devsupport::test;
-
-constexpr int kNothingFound = 1;
-constexpr int kNoDatabase = 3;
-constexpr int kRefused = 5;
 
 class Batch : public devconf_test::DevconfTest {
  protected:

@@ -16,13 +16,10 @@
 
 namespace {
 
+using namespace devconf_test;
 using namespace devsupport::test;
-using devconf_test::Words;
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-constexpr int kNoDatabase = 3;
-constexpr int kDamaged = 6;
 
 class Closed : public devconf_test::DevconfTest {
  protected:

@@ -15,16 +15,11 @@
 
 namespace {
 
+using namespace devconf_test;
 using namespace devsupport::test;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-constexpr int kNothingFound = 1;
-constexpr int kMistake = 2;
-constexpr int kNoDatabase = 3;
-constexpr int kFailed = 4;
-constexpr int kRefused = 5;
 
 class Shell : public devconf_test::DevconfTest {
  protected:

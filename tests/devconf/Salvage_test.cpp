@@ -15,12 +15,11 @@
 
 namespace {
 
+using namespace devconf_test;
 using namespace devsupport::test;
 using ::testing::HasSubstr;
 using ::testing::IsSubsetOf;
 
-constexpr int kNoDatabase = 3;
-constexpr int kDamaged = 6;
 constexpr std::size_t kPageBytes = 2048;
 
 class Salvage : public devconf_test::DevconfTest {

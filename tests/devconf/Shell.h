@@ -13,6 +13,15 @@ namespace devconf_test {
 using devsupport::test::CommandResult;
 using Words = std::vector<std::string>;
 
+/// Exit codes.
+constexpr int kNothingFound = 1;
+constexpr int kMistake = 2;
+constexpr int kNoDatabase = 3;
+constexpr int kFailed = 4;
+constexpr int kRefused = 5;
+constexpr int kDamaged = 6;
+constexpr int kInUse = 7;
+
 /// Gives each test an empty home in a private IPC namespace, which the program inherits.
 class DevconfTest : public devsupport::test::StoreTest {
  protected:

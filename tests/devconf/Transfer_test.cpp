@@ -10,10 +10,8 @@
 
 namespace {
 
+using namespace devconf_test;
 using namespace devsupport::test;
-
-constexpr int kMistake = 2;
-constexpr int kRefused = 5;
 
 const std::string kPrimaries[] = {"tb_parameter", "tb_dm",   "tb_pb",    "tb_speedd", "tb_dialp",
                                   "tb_fkey",      "tb_line", "tb_siptk", "tb_route",  "tb_tone"};

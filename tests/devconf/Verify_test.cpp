@@ -13,14 +13,10 @@
 
 namespace {
 
+using namespace devconf_test;
 using namespace devsupport::test;
-using devconf_test::Words;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
-
-constexpr int kNoDatabase = 3;
-constexpr int kDamaged = 6;
-constexpr int kInUse = 7;
 
 class VerifyOf : public devconf_test::DevconfTest {
  protected:

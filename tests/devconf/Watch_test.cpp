@@ -11,11 +11,8 @@
 
 namespace {
 
+using namespace devconf_test;
 using namespace devsupport::test;
-using devconf_test::Words;
-
-constexpr int kMistake = 2;
-constexpr int kNoDatabase = 3;
 
 /// A running devconf watch.
 class Watching {

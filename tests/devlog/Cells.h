@@ -24,6 +24,11 @@ struct Entry {
   unsigned ms = 789;
 };
 
+/// A time of the day, in ms.
+constexpr devlog::DayTime At(int hour, int minute, int second = 0) {
+  return ((hour * 60 + minute) * 60 + second) * 1000;
+}
+
 inline void SetWord(devlog::Cell &cell, std::size_t offset, std::uint32_t word) {
   std::memcpy(cell.record + offset, &word, sizeof word);
 }

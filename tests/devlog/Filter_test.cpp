@@ -5,11 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/devlog/Cells.h"
+
 namespace {
 
 using namespace devlog;
-
-constexpr DayTime At(int hour, int minute, int second = 0) { return ((hour * 60 + minute) * 60 + second) * 1000; }
+using devlog_test::At;
 
 bool Passes(const Wanted &wanted, const Message &message, std::string_view text = "text") {
   const Filter filter(wanted);

@@ -8,11 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "tests/devlog/Cells.h"
+
 namespace {
 
 using namespace devlog;
-
-constexpr DayTime At(int hour, int minute, int second = 0) { return ((hour * 60 + minute) * 60 + second) * 1000; }
+using devlog_test::At;
 
 std::vector<Message> MessagesAt(Ring ring, const std::vector<DayTime> &times, DayTime now) {
   std::vector<Message> messages;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Message queues: what opening, sending, receiving and removing answer and print, on real queues.
+// QueueMessage queues: what opening, sending, receiving and removing answer and print, on real queues.
 
 #include <devsupport/ipc/MessageQueue.h>
 #include <gtest/gtest.h>
@@ -35,13 +35,13 @@ using devsupport::test::IpcKey;
 constexpr int kPresetErrno = 4711;
 constexpr std::int32_t kUnwritten = -4711;
 
-struct Message {
+struct QueueMessage {
   long type;
   char data[1024];
 };
 
-Message Filled(long type, char fill) {
-  Message message{};
+QueueMessage Filled(long type, char fill) {
+  QueueMessage message{};
   message.type = type;
   std::memset(message.data, fill, sizeof message.data);
   return message;
@@ -52,7 +52,7 @@ class MsgQueue : public ::testing::Test {
   int Open() { return id_ = KMsgQue_Open(key_, 0); }
 
   void Send(long type, std::int32_t bytes, char fill = 'x') {
-    const Message message = Filled(type, fill);
+    const QueueMessage message = Filled(type, fill);
     ASSERT_EQ(KMsgQue_Send(id_, &message, bytes, 0), 1);
   }
 
@@ -177,10 +177,10 @@ TEST_F(MsgQueue, Close_WhereTheQueueCannotBeRemoved_PrintsSo) {
 
 TEST_F(MsgQueue, SendAndGet_CarryTypeDataAndLength) {
   Open();
-  Message sent = Filled(42, 'a');
+  QueueMessage sent = Filled(42, 'a');
   CapturedOutput err(stderr);
   ASSERT_EQ(KMsgQue_Send(id_, &sent, 17, 1), 1);
-  Message got = Filled(-1, '#');
+  QueueMessage got = Filled(-1, '#');
   std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, 0), 1);
   EXPECT_EQ(err.Take(), "");
@@ -192,14 +192,14 @@ TEST_F(MsgQueue, SendAndGet_CarryTypeDataAndLength) {
 TEST_F(MsgQueue, Get_WithoutLengthPointer_Receives) {
   Open();
   Send(1, 3);
-  Message got{};
+  QueueMessage got{};
   EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, nullptr, 0), 1);
 }
 
 TEST_F(MsgQueue, Get_OfAMessageWithoutData_StoresLength0) {
   Open();
   Send(1, 0);
-  Message got{};
+  QueueMessage got{};
   std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, 0, 0, &length, 0), 1);
   EXPECT_EQ(length, 0);
@@ -209,7 +209,7 @@ TEST_F(MsgQueue, Get_ChoosesByType) {
   Open();
   for (const long type : {5L, 3L, 4L, 3L}) Send(type, static_cast<std::int32_t>(type));
   const auto next = [this](std::int32_t wanted) {
-    Message got{};
+    QueueMessage got{};
     return KMsgQue_Get(id_, &got, sizeof got.data, wanted, nullptr, IPC_NOWAIT) == 1 ? got.type : 0;
   };
   EXPECT_EQ(next(4), 4);    // the first of this type
@@ -222,7 +222,7 @@ TEST_F(MsgQueue, Get_ChoosesByType) {
 TEST_F(MsgQueue, Get_OnAnEmptyQueueWithoutWait_Returns0AndStoresAndPrintsNothing) {
   Open();
   CapturedOutput err(stderr);
-  Message got = Filled(-1, '#');
+  QueueMessage got = Filled(-1, '#');
   std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, IPC_NOWAIT), 0);
   EXPECT_EQ(err.Take(), "");
@@ -234,7 +234,7 @@ TEST_F(MsgQueue, Get_OnAnEmptyQueueWithoutWait_Returns0AndStoresAndPrintsNothing
 TEST_F(MsgQueue, Get_OfATypeThatDoesNotWait_Returns0AndLeavesTheOthers) {
   Open();
   Send(1, 8);
-  Message got{};
+  QueueMessage got{};
   EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 2, nullptr, IPC_NOWAIT), 0);
   EXPECT_EQ(Waiting(), 1);
 }
@@ -243,7 +243,7 @@ TEST_F(MsgQueue, Get_OfAnOversizeMessage_Returns3AndLeavesItInTheQueue) {
   Open();
   Send(1, 9);
   CapturedOutput err(stderr);
-  Message got = Filled(-1, '#');
+  QueueMessage got = Filled(-1, '#');
   std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, 8, 0, &length, 0), 3);
   EXPECT_EQ(err.Take(), "");
@@ -255,7 +255,7 @@ TEST_F(MsgQueue, Get_OfAnOversizeMessage_Returns3AndLeavesItInTheQueue) {
 TEST_F(MsgQueue, Get_OfAnOversizeMessageWithNoError_CutsItToTheCapacity) {
   Open();
   Send(1, 9);
-  Message got = Filled(-1, '#');
+  QueueMessage got = Filled(-1, '#');
   std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, 8, 0, &length, MSG_NOERROR), 1);
   EXPECT_EQ(length, 8);
@@ -274,7 +274,7 @@ TEST_F(MsgQueue, Get_InterruptedBySignals_Returns4AndPrintsNothing) {
   const itimerval everyMillisecond{{0, 1000}, {0, 1000}};
   const itimerval never{};
   CapturedOutput err(stderr);
-  Message got{};
+  QueueMessage got{};
   std::int32_t length = kUnwritten;
   ::setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
   const int result = KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, 0);
@@ -289,7 +289,7 @@ TEST_F(MsgQueue, Get_OnARemovedQueue_PrintsIdentifierAndFlagsAndReturns5) {
   Open();
   KMsgQue_Close(key_);
   CapturedOutput err(stderr);
-  Message got{};
+  QueueMessage got{};
   std::int32_t length = kUnwritten;
   EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, IPC_NOWAIT | MSG_NOERROR), 5);
   EXPECT_EQ(errno, EINVAL);
@@ -311,7 +311,7 @@ TEST_F(MsgQueue, Get_WhoseQueueIsRemovedDuringTheWait_PrintsSoAndReturns5) {
   CapturedOutput err(stderr);
   Event aboutToWait;
   Child receiver([&] {
-    Message got{};
+    QueueMessage got{};
     aboutToWait.Announce();
     return KMsgQue_Get(id_, &got, sizeof got.data, 0, nullptr, 0);
   });
@@ -326,7 +326,7 @@ TEST_F(MsgQueue, Get_WithNegativeCapacity_IsRefused) {
   Open();
   Send(1, 8);
   CapturedOutput err(stderr);
-  Message got{};
+  QueueMessage got{};
   EXPECT_EQ(KMsgQue_Get(id_, &got, -1, 0, nullptr, IPC_NOWAIT), 5);
   EXPECT_EQ(err.Take(), "KMsgQue_Get: msgrcv(MsgQ ID: " + IdText() + ", Flag:2048) failed(Invalid argument)\n");
 }
@@ -335,7 +335,7 @@ TEST_F(MsgQueue, Send_OnAFullQueueWithoutWait_PrintsFlag2048AndReturns0) {
   Open();
   Limit(16);
   Send(1, 10);
-  const Message message = Filled(1, 'y');
+  const QueueMessage message = Filled(1, 'y');
   CapturedOutput err(stderr);
   EXPECT_EQ(KMsgQue_Send(id_, &message, 10, 0), 0);
   EXPECT_EQ(errno, EAGAIN);
@@ -350,13 +350,13 @@ TEST_F(MsgQueue, Send_OnAFullQueueWithWait_GoesOnWhenThereIsRoom) {
   Send(1, 10);
   Event aboutToWait;
   Child sender([&] {
-    const Message message = Filled(2, 'y');
+    const QueueMessage message = Filled(2, 'y');
     aboutToWait.Announce();
     return KMsgQue_Send(id_, &message, 10, -1);
   });
   aboutToWait.Wait();
   while (!Sleeps(sender.Pid())) ::sched_yield();
-  Message got{};
+  QueueMessage got{};
   EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 1, nullptr, 0), 1);
   EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 2, nullptr, 0), 1);
   EXPECT_EQ(sender.Wait(), 1);
@@ -365,7 +365,7 @@ TEST_F(MsgQueue, Send_OnAFullQueueWithWait_GoesOnWhenThereIsRoom) {
 TEST_F(MsgQueue, Send_WithWaitOnARemovedQueue_PrintsFlag0AndReturns0) {
   Open();
   KMsgQue_Close(key_);
-  const Message message = Filled(1, 'y');
+  const QueueMessage message = Filled(1, 'y');
   CapturedOutput err(stderr);
   EXPECT_EQ(KMsgQue_Send(id_, &message, 1, 1), 0);
   EXPECT_EQ(err.Take(), "KMsgQue_Send: msgsnd(MsgQ ID:" + IdText() + ", Flag:0) failed(Invalid argument)\n");
@@ -375,7 +375,7 @@ TEST_F(MsgQueue, Send_OfTypeNotPositiveOrNegativeSize_IsRefused) {
   Open();
   const std::string refused = "KMsgQue_Send: msgsnd(MsgQ ID:" + IdText() + ", Flag:2048) failed(Invalid argument)\n";
   CapturedOutput err(stderr);
-  Message message = Filled(0, 'y');
+  QueueMessage message = Filled(0, 'y');
   EXPECT_EQ(KMsgQue_Send(id_, &message, 1, 0), 0);
   message.type = 1;
   EXPECT_EQ(KMsgQue_Send(id_, &message, -1, 0), 0);
@@ -390,7 +390,7 @@ TEST_F(MsgQueue, ManyProcesses_ReceiveEveryMessageOnce) {
   std::vector<Child> senders;
   for (int sender = 0; sender < kSenders; ++sender) {
     senders.emplace_back([this, sender] {
-      Message message{};
+      QueueMessage message{};
       message.type = sender + 1;
       for (int n = 0; n < kEach; ++n) {
         std::memcpy(message.data, &n, sizeof n);
@@ -401,7 +401,7 @@ TEST_F(MsgQueue, ManyProcesses_ReceiveEveryMessageOnce) {
   }
   int next[kSenders] = {};
   for (int n = 0; n < kSenders * kEach; ++n) {
-    Message got{};
+    QueueMessage got{};
     std::int32_t length = kUnwritten;
     int value = -1;
     ASSERT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, 0), 1);

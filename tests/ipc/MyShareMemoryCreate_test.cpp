@@ -14,13 +14,6 @@
 #include "tests/support/Child.h"
 #include "tests/support/FaultInjection.h"
 
-DEVSUPPORT_FAULT_POINT(int, semget, (key_t key, int count, int flags), (key, count, flags), -1, ENOSPC)
-DEVSUPPORT_FAULT_POINT(int, semctl, (int id, int number, int command, void *argument),
-                       (id, number, command, argument), -1, ERANGE)
-DEVSUPPORT_FAULT_POINT(int, shmget, (key_t key, std::size_t size, int flags), (key, size, flags), -1, EACCES)
-DEVSUPPORT_FAULT_POINT(void *, shmat, (int id, const void *address, int flags), (id, address, flags),
-                       reinterpret_cast<void *>(std::intptr_t{-1}), ENOMEM)
-
 namespace {
 
 using devsupport::test::AwaitWaiter;

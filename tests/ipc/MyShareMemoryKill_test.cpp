@@ -26,7 +26,7 @@ using devsupport::test::SeedHint;
 using devsupport::test::SharedBlock;
 using devsupport::test::TestSeed;
 
-constexpr std::uint32_t kCells = 8;
+constexpr std::uint32_t kRingCells = 8;
 constexpr std::uint32_t kMostMessages = 1u << 22;
 
 struct Books {
@@ -80,7 +80,7 @@ class RingKill : public devsupport::test::RingFixture {
   }
   void AttachAndLeave() {
     TShmQueue mine{};
-    if (Create(mine, kCells, kMessageBytes) != 1) books->broken.fetch_add(1);
+    if (Create(mine, kRingCells, kMessageBytes) != 1) books->broken.fetch_add(1);
     TShmQueue_Close(&mine, 1);
   }
 
@@ -111,7 +111,7 @@ class RingKill : public devsupport::test::RingFixture {
   template <typename Operation>
   void KillAmongOthers(int times, const Operation &operation) {
     SCOPED_TRACE(SeedHint(seed_));
-    ASSERT_EQ(Create(ring, kCells, kMessageBytes), 1);
+    ASSERT_EQ(Create(ring, kRingCells, kMessageBytes), 1);
     Child writer([this] {
       for (; !books->stop; books->writerTurns.fetch_add(1)) Push();
       return 0;
@@ -124,7 +124,7 @@ class RingKill : public devsupport::test::RingFixture {
       KillInside(operation);
       AwaitTurnsOf(books->writerTurns);
       AwaitTurnsOf(books->readerTurns);
-      EXPECT_LE(TShmQueue_GetCount(&ring), static_cast<int>(kCells));
+      EXPECT_LE(TShmQueue_GetCount(&ring), static_cast<int>(kRingCells));
     }
     books->stop = true;
     EXPECT_EQ(writer.Wait(), 0);
@@ -147,9 +147,9 @@ class RingKill : public devsupport::test::RingFixture {
   // The ring is empty; it takes its cells, no more, and gives them back in order.
   void ExpectUsable() {
     EXPECT_EQ(TShmQueue_GetCount(&ring), 0);
-    for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(PushText(ring, std::to_string(i)), 1);
+    for (std::uint32_t i = 0; i < kRingCells; ++i) EXPECT_EQ(PushText(ring, std::to_string(i)), 1);
     EXPECT_EQ(PushText(ring, "one too many"), 0);
-    for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(GetText(ring), std::to_string(i));
+    for (std::uint32_t i = 0; i < kRingCells; ++i) EXPECT_EQ(GetText(ring), std::to_string(i));
     EXPECT_EQ(GetText(ring), "<empty>");
     EXPECT_EQ(ring.header->dwReadOffset, ring.header->dwReadIdx * ring.dwStride);
     EXPECT_EQ(ring.header->dwWriteOffset, ring.header->dwWriteIdx * ring.dwStride);
@@ -183,12 +183,12 @@ TEST_F(RingKill, InCreateOfARingInUse_TheOthersGoOnAndTheCountsAgree) {
 }
 
 TEST_F(RingKill, InOverwriteOfAFullRing_LosesNoMoreThanTheOldestCell) {
-  ASSERT_EQ(Create(ring, kCells, kMessageBytes), 1);
+  ASSERT_EQ(Create(ring, kRingCells, kMessageBytes), 1);
   for (int i = 0; i < 60; ++i) {
-    for (std::uint32_t cell = 0; cell < kCells; ++cell) PushText(ring, "x");
+    for (std::uint32_t cell = 0; cell < kRingCells; ++cell) PushText(ring, "x");
     KillInside([this] { Overwrite(); });
-    EXPECT_GE(TShmQueue_GetCount(&ring), static_cast<int>(kCells) - 1);
-    EXPECT_LE(TShmQueue_GetCount(&ring), static_cast<int>(kCells));
+    EXPECT_GE(TShmQueue_GetCount(&ring), static_cast<int>(kRingCells) - 1);
+    EXPECT_LE(TShmQueue_GetCount(&ring), static_cast<int>(kRingCells));
   }
 }
 
@@ -197,14 +197,14 @@ TEST_F(RingKill, InTheWholeLifeOfARing_TheNextCreatorHasAWorkingRing) {
     KillInside([this] {
       TShmQueue mine{};
       TShmQueueOpt opt{36, 1, 0};
-      if (Create(mine, kCells, kMessageBytes, &opt) != 1) return;
+      if (Create(mine, kRingCells, kMessageBytes, &opt) != 1) return;
       if (opt.bNewCreated != 0) TShmQueue_Unlock(&mine);
       PushText(mine, "x");
       GetText(mine);
       TShmQueue_Close(&mine, 1);
     });
     TShmQueueOpt opt{36, 0, 0};
-    ASSERT_EQ(Create(ring, kCells, kMessageBytes, &opt), 1);
+    ASSERT_EQ(Create(ring, kRingCells, kMessageBytes, &opt), 1);
     EXPECT_EQ(SemValue(), 1);
     const std::string left = GetText(ring);
     EXPECT_TRUE(left == "x" || left == "<empty>") << left;

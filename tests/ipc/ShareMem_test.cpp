@@ -32,17 +32,17 @@ using devsupport::test::Event;
 using devsupport::test::FailCall;
 using devsupport::test::IpcKey;
 
-constexpr int kNever = -4711;  // what no operation writes into a flag
+constexpr int kUntouched = -4711;  // what no operation writes into a flag
 void *const kNotAttached = reinterpret_cast<void *>(std::intptr_t{-1});
 
-bool Exists(int key) { return ::shmget(key, 0, 0) != -1; }
+bool SegmentExists(int key) { return ::shmget(key, 0, 0) != -1; }
 
 unsigned long AttachmentsOf(int key) {
   shmid_ds status{};
   return ::shmctl(::shmget(key, 0, 0), IPC_STAT, &status) == 0 ? status.shm_nattch : 4711;
 }
 
-std::string Message(char step, int key, int error) {
+std::string ReportOf(char step, int key, int error) {
   char text[512];
   std::snprintf(text, sizeof text, "\n *** share memory create fail(%c), key=0x%X (%s) ***\n:%s\n", step,
                 static_cast<unsigned>(key), std::strerror(error), std::strerror(error));
@@ -57,8 +57,8 @@ class ShareMem : public ::testing::Test {
   }
 
   IpcKey key;
-  TShareMem shm{kNever, nullptr};
-  int created = kNever;
+  TShareMem shm{kUntouched, nullptr};
+  int created = kUntouched;
 };
 
 TEST_F(ShareMem, Create_OfNewKey_MakesAZeroFilledSegmentForEverybody) {
@@ -78,8 +78,8 @@ TEST_F(ShareMem, Create_OfNewKey_MakesAZeroFilledSegmentForEverybody) {
 
 TEST_F(ShareMem, Create_OfExistingKey_ShowsItsContentsAndIsNotTheCreator) {
   std::memcpy(Create(100), "contents", 9);
-  TShareMem again{kNever, nullptr};
-  int createdAgain = kNever;
+  TShareMem again{kUntouched, nullptr};
+  int createdAgain = kUntouched;
   void *address = ShareMem_Create(key, 100, &again, &createdAgain);
   ASSERT_NE(address, nullptr);
   EXPECT_NE(address, shm.address);
@@ -100,11 +100,11 @@ TEST_F(ShareMem, Create_OfLargerSegment_Attaches) {
 
 TEST_F(ShareMem, Create_OfSmallerSegment_PrintsMessageAAndReturnsNull) {
   ASSERT_NE(Create(100), nullptr);
-  TShareMem larger{kNever, nullptr};
-  int createdLarger = kNever;
+  TShareMem larger{kUntouched, nullptr};
+  int createdLarger = kUntouched;
   CapturedOutput err(stderr);
   void *address = ShareMem_Create(key, 101, &larger, &createdLarger);
-  EXPECT_EQ(err.Take(), Message('a', key, EINVAL));
+  EXPECT_EQ(err.Take(), ReportOf('a', key, EINVAL));
   EXPECT_EQ(address, nullptr);
   EXPECT_EQ(larger.shmid, -1);
   EXPECT_EQ(createdLarger, 0);
@@ -114,7 +114,7 @@ TEST_F(ShareMem, Create_OfSmallerSegment_PrintsMessageAAndReturnsNull) {
 TEST_F(ShareMem, Create_WhenTheSystemRefuses_PrintsMessageAWithTheErrorTextTwice) {
   FailCall fail("shmget", FailCall::kEvery);
   CapturedOutput err(stderr);
-  TShareMem refused{kNever, nullptr};
+  TShareMem refused{kUntouched, nullptr};
   EXPECT_EQ(ShareMem_Create(0x0ABCDEF1, 100, &refused, &created), nullptr);
   EXPECT_EQ(err.Take(),
             "\n *** share memory create fail(a), key=0xABCDEF1 (Permission denied) ***\n:Permission denied\n");
@@ -127,7 +127,7 @@ TEST_F(ShareMem, Create_WithNegativeKey_PrintsItAs32BitHexadecimal) {
   CapturedOutput err(stderr);
   TShareMem refused{};
   EXPECT_EQ(ShareMem_Create(-2, 100, &refused, &created), nullptr);
-  EXPECT_EQ(err.Take(), Message('a', -2, EACCES));
+  EXPECT_EQ(err.Take(), ReportOf('a', -2, EACCES));
 }
 
 TEST_F(ShareMem, Create_WhenOnlyTheExclusiveRequestFails_IsNotTheCreator) {
@@ -141,11 +141,11 @@ TEST_F(ShareMem, Create_WhenNewSegmentCannotBeAttached_PrintsMessageBAndRemovesI
   FailCall fail("shmat", 1);
   CapturedOutput err(stderr);
   EXPECT_EQ(Create(100), nullptr);
-  EXPECT_EQ(err.Take(), Message('b', key, ENOMEM));
+  EXPECT_EQ(err.Take(), ReportOf('b', key, ENOMEM));
   EXPECT_EQ(shm.address, kNotAttached);
   EXPECT_NE(shm.shmid, -1);
   EXPECT_EQ(created, 1);
-  EXPECT_FALSE(Exists(key));
+  EXPECT_FALSE(SegmentExists(key));
 }
 
 TEST_F(ShareMem, Create_WhenUnusedSegmentOfOthersCannotBeAttached_RemovesItToo) {
@@ -153,35 +153,35 @@ TEST_F(ShareMem, Create_WhenUnusedSegmentOfOthersCannotBeAttached_RemovesItToo) 
   FailCall fail("shmat", 1);
   CapturedOutput err(stderr);
   EXPECT_EQ(Create(100), nullptr);
-  EXPECT_EQ(err.Take(), Message('b', key, ENOMEM));
+  EXPECT_EQ(err.Take(), ReportOf('b', key, ENOMEM));
   EXPECT_EQ(created, 0);
-  EXPECT_FALSE(Exists(key));
+  EXPECT_FALSE(SegmentExists(key));
 }
 
 TEST_F(ShareMem, Create_WhenSegmentInUseCannotBeAttached_LeavesItToItsUsers) {
   ASSERT_NE(Create(100), nullptr);
-  TShareMem second{kNever, nullptr};
+  TShareMem second{kUntouched, nullptr};
   FailCall fail("shmat", 1);
   CapturedOutput err(stderr);
   EXPECT_EQ(ShareMem_Create(key, 100, &second, &created), nullptr);
-  EXPECT_EQ(err.Take(), Message('b', key, ENOMEM));
+  EXPECT_EQ(err.Take(), ReportOf('b', key, ENOMEM));
   EXPECT_EQ(AttachmentsOf(key), 1u);
 }
 
 TEST_F(ShareMem, Close_ByTheLastUserWithRemoval_RemovesTheSegment) {
   ASSERT_NE(Create(100), nullptr);
-  int wasLast = kNever;
+  int wasLast = kUntouched;
   EXPECT_EQ(ShareMem_Close(&shm, 1, &wasLast), 1);
   EXPECT_EQ(wasLast, 1);
-  EXPECT_FALSE(Exists(key));
+  EXPECT_FALSE(SegmentExists(key));
 }
 
 TEST_F(ShareMem, Close_ByTheLastUserWithoutRemoval_LeavesTheSegmentAndSaysLast) {
   ASSERT_NE(Create(100), nullptr);
-  int wasLast = kNever;
+  int wasLast = kUntouched;
   EXPECT_EQ(ShareMem_Close(&shm, 0, &wasLast), 1);
   EXPECT_EQ(wasLast, 1);
-  EXPECT_TRUE(Exists(key));
+  EXPECT_TRUE(SegmentExists(key));
   EXPECT_EQ(AttachmentsOf(key), 0u);
 }
 
@@ -189,7 +189,7 @@ TEST_F(ShareMem, Close_WhileOthersUseTheSegment_LeavesItAndSaysNotLast) {
   ASSERT_NE(Create(100), nullptr);
   TShareMem second{};
   ASSERT_NE(ShareMem_Create(key, 100, &second, &created), nullptr);
-  int wasLast = kNever;
+  int wasLast = kUntouched;
   EXPECT_EQ(ShareMem_Close(&second, 1, &wasLast), 1);
   EXPECT_EQ(wasLast, 0);
   EXPECT_EQ(AttachmentsOf(key), 1u);
@@ -198,31 +198,31 @@ TEST_F(ShareMem, Close_WhileOthersUseTheSegment_LeavesItAndSaysNotLast) {
 TEST_F(ShareMem, Close_WhenDetachingFails_Returns0AndStillRemoves) {
   ASSERT_NE(Create(100), nullptr);
   ::shmdt(shm.address);
-  int wasLast = kNever;
+  int wasLast = kUntouched;
   EXPECT_EQ(ShareMem_Close(&shm, 1, &wasLast), 0);
   EXPECT_EQ(wasLast, 1);
-  EXPECT_FALSE(Exists(key));
+  EXPECT_FALSE(SegmentExists(key));
   shm.address = nullptr;
 }
 
 TEST_F(ShareMem, Close_WhenTheStatusCannotBeRead_Returns0AndSaysNotLast) {
   ASSERT_NE(Create(100), nullptr);
-  int wasLast = kNever;
+  int wasLast = kUntouched;
   FailCall fail("shmctl", 1);
   EXPECT_EQ(ShareMem_Close(&shm, 1, &wasLast), 0);
   EXPECT_EQ(wasLast, 0);
-  EXPECT_TRUE(Exists(key));
+  EXPECT_TRUE(SegmentExists(key));
   shm.address = nullptr;
 }
 
 TEST_F(ShareMem, Close_WhenRemovingFails_Returns0AndSaysLast) {
   ASSERT_NE(Create(100), nullptr);
-  int wasLast = kNever;
+  int wasLast = kUntouched;
   FailCall fail("shmctl", 2);
   EXPECT_EQ(ShareMem_Close(&shm, 1, &wasLast), 0);
   EXPECT_TRUE(fail.Happened());
   EXPECT_EQ(wasLast, 1);
-  EXPECT_TRUE(Exists(key));
+  EXPECT_TRUE(SegmentExists(key));
   shm.address = nullptr;
 }
 
@@ -300,7 +300,7 @@ TEST_F(ShareMem, Create_ByManyProcessesAtOnce_HasOneCreator) {
     children.emplace_back([&] {
       go.Wait();
       TShareMem mine{};
-      int first = kNever;
+      int first = kUntouched;
       return ShareMem_Create(key, 100, &mine, &first) != nullptr ? first : 2;
     });
   }

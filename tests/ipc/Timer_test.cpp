@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/ipc/TimerCallbacks.h"
 #include "tests/ipc/TimerCalls.h"
 #include "tests/ipc/TimerFixture.h"
 #include "tests/support/CapturedOutput.h"
@@ -25,11 +26,10 @@ using devsupport::test::FailCall;
 using devsupport::test::Ignore;
 using devsupport::test::kHourMs;
 using devsupport::test::kNoArray;
+using devsupport::test::kOneShot;
+using devsupport::test::kRepeating;
 using devsupport::test::SignalValue;
 using devsupport::test::TimerSignal;
-
-constexpr int kOneShot = 1;
-constexpr int kRepeating = 0;
 
 using Timers = devsupport::test::TimerTest;
 

@@ -4,6 +4,7 @@
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -100,6 +101,16 @@ class LogStorm : public OpenChannelTest {
     EXPECT_EQ(SemValue(kLogRing), 1);
   }
 
+  // Writers ask for the lock again before they wait, so they seldom wait. This holds it for several alarms at times.
+  void LetThemWait() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now < nextHold_) return;
+    nextHold_ = now + std::chrono::milliseconds(20);
+    ASSERT_EQ(TShmQueue_Lock(&_g_uLogInfoShmData.uLogQue), 1);
+    ::usleep(3000);
+    TShmQueue_Unlock(&_g_uLogInfoShmData.uLogQue);
+  }
+
   static bool Take(Listener &listener) {
     std::uint8_t slot[140];
     std::uint32_t length = 0;
@@ -110,16 +121,21 @@ class LogStorm : public OpenChannelTest {
   }
 
   SharedBlock<Storm> storm;
+
+ private:
+  std::chrono::steady_clock::time_point nextHold_{};
 };
 
 TEST_F(LogStorm, EveryMessage_ArrivesOnceInOrderAndWhole) {
   std::vector<Child> writers = StartWriters(true);
   Listener listener;
-  while (storm->writing != 0)
+  while (storm->writing != 0) {
+    LetThemWait();
     if (Take(listener))
       storm->unread.fetch_sub(1);
     else
       ::sched_yield();
+  }
   ExpectGoodEnds(writers);
   while (Take(listener)) continue;
   listener.End();
@@ -138,6 +154,7 @@ TEST_F(LogStorm, FullRing_HoldsWholeRecordsWithConsecutiveNumbers) {
   const RawRing ring(kLogRing);
   unsigned looks = 0;
   while (storm->writing != 0) {
+    LetThemWait();
     ASSERT_EQ(TShmQueue_Lock(&_g_uLogInfoShmData.uLogQue), 1);
     const std::vector<std::uint8_t> bytes(ring.Bytes(), ring.Bytes() + ring.Size());
     TShmQueue_Unlock(&_g_uLogInfoShmData.uLogQue);

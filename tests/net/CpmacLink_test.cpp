@@ -18,10 +18,9 @@ namespace {
 
 using devsupport::test::AskSilently;
 using devsupport::test::HideFolder;
+using devsupport::test::kLinkFile;
 using devsupport::test::NetworkTest;
 using devsupport::test::WriteFile;
-
-constexpr const char *kLinkFile = "/proc/avalanche/cpmac_link";
 
 int AskCpmacLink() { return AskSilently(GetCpmacLink); }
 

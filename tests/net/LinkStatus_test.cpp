@@ -24,6 +24,7 @@ using devsupport::test::AskSilently;
 using devsupport::test::CapturedOutput;
 using devsupport::test::FailCall;
 using devsupport::test::HideFolder;
+using devsupport::test::kLinkFile;
 using devsupport::test::NetworkTest;
 using devsupport::test::WriteFile;
 
@@ -133,7 +134,6 @@ TEST_F(RealEswLink, InterfaceOfThatNameWithAnotherDriver_ReadsDown) {
 
 // ---- Which of the two is asked --------------------------------------------------------------------------------
 
-constexpr const char *kLinkFile = "/proc/avalanche/cpmac_link";
 constexpr const char *kLinkIsUp = "number = 1\nport: link: UP\n";
 
 class LinkStatus : public NetworkTest {};

@@ -11,6 +11,9 @@
 
 namespace devsupport::test {
 
+/// What the link file's driver offers.
+inline constexpr const char *kLinkFile = "/proc/avalanche/cpmac_link";
+
 /// Base of all tests that need interfaces of their own.
 class NetworkTest : public ::testing::Test {
  protected:

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Makes the n-th call of a C library function fail, so that a test can see the contract's answer.
 //
-// A test file names its fault points once and its devsupport_test() names the same functions under WRAP:
+// The files of a test program name each fault point once, and its devsupport_test() names the functions under WRAP:
 //
 //   DEVSUPPORT_FAULT_POINT(void *, malloc, (std::size_t n), (n), nullptr, ENOMEM)
 //

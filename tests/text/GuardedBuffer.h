@@ -3,11 +3,16 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace devsupport::test {
+
+/// A size that is no limit.
+inline constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
 
 class GuardedBuffer {
  public:

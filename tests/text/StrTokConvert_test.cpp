@@ -16,13 +16,8 @@ namespace {
 
 using devsupport::test::GuardedBuffer;
 using devsupport::test::Tokenizer;
+using devsupport::test::Whole;
 using namespace std::string_literals;
-
-Tokenizer Whole(const std::string &text, bool trim = false) {
-  Tokenizer t(text, trim);
-  _SetPosToEnd(&t.tok);
-  return t;
-}
 
 /// Flag and value of one conversion of a token.
 template <typename Number>

@@ -20,11 +20,11 @@ namespace {
 
 using devsupport::test::Fields;
 using devsupport::test::GuardedBuffer;
+using devsupport::test::kMost;
 using devsupport::test::SamePosition;
 using devsupport::test::Tokenizer;
 using List = std::vector<std::string>;
 
-constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
 constexpr std::uint32_t kDigits = 1;
 constexpr std::uint32_t kLetters = 6;
 
@@ -319,28 +319,28 @@ TEST(Workers, TakeTheLimitsBeforeTheFlag) {
 
 // ---- Fields ----
 
-List FieldsOf(const std::string &text, const char *delimiters, bool canEmpty) {
+List FieldsByAny(const std::string &text, const char *delimiters, bool canEmpty) {
   return Fields(text, [=](TStrTok *tok) { return TStrTok_GoDelimit_AnyChar(tok, delimiters, canEmpty); });
 }
 
 TEST(GoDelimitAnyChar, EmptyFields_AreDelivered) {
-  EXPECT_EQ(FieldsOf(",a;;b,", ",;", true), (List{"", "a", "", "b", ""}));
+  EXPECT_EQ(FieldsByAny(",a;;b,", ",;", true), (List{"", "a", "", "b", ""}));
 }
 
 TEST(GoDelimitAnyChar, EmptyFields_AreSkipped) {
-  EXPECT_EQ(FieldsOf(",a;;b,", ",;", false), (List{"a", "b"}));
-  EXPECT_EQ(FieldsOf(";,;,", ",;", false), List{});
+  EXPECT_EQ(FieldsByAny(",a;;b,", ",;", false), (List{"a", "b"}));
+  EXPECT_EQ(FieldsByAny(";,;,", ",;", false), List{});
 }
 
 TEST(GoDelimitAnyChar, EmptySource_HasNoField) {
-  EXPECT_EQ(FieldsOf("", ",;", true), List{});
-  EXPECT_EQ(FieldsOf("", ",;", false), List{});
+  EXPECT_EQ(FieldsByAny("", ",;", true), List{});
+  EXPECT_EQ(FieldsByAny("", ",;", false), List{});
 }
 
 TEST(GoDelimitAnyChar, NoDelimiters_MakeOneField) {
   for (const char *none : {static_cast<const char *>(nullptr), "", "x", "\x80"}) {
-    EXPECT_EQ(FieldsOf("a,b", none, true), (List{"a,b"}));
-    EXPECT_EQ(FieldsOf("a,b", none, false), (List{"a,b"}));
+    EXPECT_EQ(FieldsByAny("a,b", none, true), (List{"a,b"}));
+    EXPECT_EQ(FieldsByAny("a,b", none, false), (List{"a,b"}));
   }
 }
 
@@ -364,7 +364,7 @@ TEST(GoDelimitAnyChar, ListWithLongFields_IsSplitAtEveryPosition) {
   // Fields of every length up to 40, so that a delimiter stands at every distance from the cursor.
   for (std::size_t length = 0; length < 40; ++length) {
     const std::string field(length, 'x');
-    EXPECT_EQ(FieldsOf(field + ";" + field + ",", ",;", true), (List{field, field, ""})) << length;
+    EXPECT_EQ(FieldsByAny(field + ";" + field + ",", ",;", true), (List{field, field, ""})) << length;
   }
 }
 
@@ -382,10 +382,10 @@ TEST(GoDelimitAnyChar, NoOtherByte_IsTakenForADelimiter) {
 }
 
 TEST(GoDelimitAnyChar, OneDelimiterOrMany_SplitAlike) {
-  EXPECT_EQ(FieldsOf("aaaaaaaaaaa,b,;c", ",", true), (List{"aaaaaaaaaaa", "b", ";c"}));
-  EXPECT_EQ(FieldsOf("aaaaaaaaaaa,b:;c", ",;:", true), (List{"aaaaaaaaaaa", "b", "", "c"}));
-  EXPECT_EQ(FieldsOf("aaaaaaaaaaa,b:;c", ",;:", false), (List{"aaaaaaaaaaa", "b", "c"}));
-  EXPECT_EQ(FieldsOf("a\xac,b\xac", ",\xac", true), (List{"a\xac", "b\xac"}));
+  EXPECT_EQ(FieldsByAny("aaaaaaaaaaa,b,;c", ",", true), (List{"aaaaaaaaaaa", "b", ";c"}));
+  EXPECT_EQ(FieldsByAny("aaaaaaaaaaa,b:;c", ",;:", true), (List{"aaaaaaaaaaa", "b", "", "c"}));
+  EXPECT_EQ(FieldsByAny("aaaaaaaaaaa,b:;c", ",;:", false), (List{"aaaaaaaaaaa", "b", "c"}));
+  EXPECT_EQ(FieldsByAny("a\xac,b\xac", ",\xac", true), (List{"a\xac", "b\xac"}));
 }
 
 }  // namespace

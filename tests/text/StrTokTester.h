@@ -44,6 +44,13 @@ class Tokenizer {
   std::vector<char> text_;
 };
 
+/// A tokenizer whose token is the whole text.
+inline Tokenizer Whole(const std::string &text, bool trim = false) {
+  Tokenizer tokenizer(text, trim);
+  _SetPosToEnd(&tokenizer.tok);
+  return tokenizer;
+}
+
 /// All fields that repeated advances deliver, copied.
 template <typename Advance>
 std::vector<std::string> Fields(const std::string &text, Advance advance) {

@@ -17,14 +17,8 @@ namespace {
 
 using devsupport::test::GuardedBuffer;
 using devsupport::test::Tokenizer;
+using devsupport::test::Whole;
 using namespace std::string_literals;
-
-/// A tokenizer whose token is the whole text.
-Tokenizer Whole(const std::string &text, bool trim = false) {
-  Tokenizer t(text, trim);
-  _SetPosToEnd(&t.tok);
-  return t;
-}
 
 /// "a::b,c" with the token b: two characters of delimiter before it, one after it.
 Tokenizer Middle(const std::string &text = "a::b,c") {

@@ -17,12 +17,11 @@ namespace {
 
 using devsupport::test::Fields;
 using devsupport::test::GuardedBuffer;
+using devsupport::test::kMost;
 using devsupport::test::SamePosition;
 using devsupport::test::Tokenizer;
 using namespace std::string_literals;
 using List = std::vector<std::string>;
-
-constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
 
 // ---- Source ----
 
@@ -383,32 +382,32 @@ TEST(Match2EndCanEmpty, DelimiterAtTheEnd_IsFollowedByOneEmptyField) {
 
 // ---- Fields ----
 
-List FieldsOf(const std::string &text, const char *delimiter, bool canEmpty) {
+List FieldsByText(const std::string &text, const char *delimiter, bool canEmpty) {
   return Fields(text, [=](TStrTok *tok) { return TStrTok_GoDelimit_Str(tok, delimiter, canEmpty, 0); });
 }
 
 TEST(GoDelimitStr, EmptyFields_AreDelivered) {
-  EXPECT_EQ(FieldsOf("a,,b", ",", true), (List{"a", "", "b"}));
-  EXPECT_EQ(FieldsOf("a,", ",", true), (List{"a", ""}));
-  EXPECT_EQ(FieldsOf(",", ",", true), (List{"", ""}));
-  EXPECT_EQ(FieldsOf("a--b-c--", "--", true), (List{"a", "b-c", ""}));
+  EXPECT_EQ(FieldsByText("a,,b", ",", true), (List{"a", "", "b"}));
+  EXPECT_EQ(FieldsByText("a,", ",", true), (List{"a", ""}));
+  EXPECT_EQ(FieldsByText(",", ",", true), (List{"", ""}));
+  EXPECT_EQ(FieldsByText("a--b-c--", "--", true), (List{"a", "b-c", ""}));
 }
 
 TEST(GoDelimitStr, EmptyFields_AreSkipped) {
-  EXPECT_EQ(FieldsOf("a,,b", ",", false), (List{"a", "b"}));
-  EXPECT_EQ(FieldsOf(",,a,", ",", false), (List{"a"}));
-  EXPECT_EQ(FieldsOf(",,", ",", false), List{});
+  EXPECT_EQ(FieldsByText("a,,b", ",", false), (List{"a", "b"}));
+  EXPECT_EQ(FieldsByText(",,a,", ",", false), (List{"a"}));
+  EXPECT_EQ(FieldsByText(",,", ",", false), List{});
 }
 
 TEST(GoDelimitStr, EmptySource_HasNoField) {
-  EXPECT_EQ(FieldsOf("", ",", true), List{});
-  EXPECT_EQ(FieldsOf("", ",", false), List{});
+  EXPECT_EQ(FieldsByText("", ",", true), List{});
+  EXPECT_EQ(FieldsByText("", ",", false), List{});
 }
 
 TEST(GoDelimitStr, NoDelimiter_MakesOneField) {
   for (const char *none : {static_cast<const char *>(nullptr), "", "x"}) {
-    EXPECT_EQ(FieldsOf("a,b", none, true), (List{"a,b"}));
-    EXPECT_EQ(FieldsOf("a,b", none, false), (List{"a,b"}));
+    EXPECT_EQ(FieldsByText("a,b", none, true), (List{"a,b"}));
+    EXPECT_EQ(FieldsByText("a,b", none, false), (List{"a,b"}));
   }
 }
 

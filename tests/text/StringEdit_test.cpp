@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <limits>
 #include <string>
 
 #include "tests/text/GuardedBuffer.h"
@@ -13,9 +12,9 @@
 namespace {
 
 using devsupport::test::GuardedBuffer;
+using devsupport::test::kMost;
 using namespace std::string_literals;
 
-constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
 constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();
 
 std::string Copied(std::size_t room, const char *source) {
