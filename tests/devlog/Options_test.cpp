@@ -109,8 +109,6 @@ TEST(OptionsMistake, IsToldAndEndsWith2) {
   EXPECT_EQ(Complaint({"--ring", "x"}), std::string("devlog: unknown ring 'x'\n") + kHint);
   EXPECT_EQ(Complaint({"--since", "24:00"}), std::string("devlog: invalid time '24:00'\n") + kHint);
   EXPECT_EQ(Complaint({"--stats", "-f"}), std::string("devlog: --stats goes with --ring and --json only\n") + kHint);
-  EXPECT_EQ(Complaint({"--syslog", "--json"}),
-            std::string("devlog: --syslog and --json exclude each other\n") + kHint);
 }
 
 TEST(OptionsStats, GoWithRingAndJson) {

@@ -160,6 +160,53 @@ TEST_F(SystemLog, ThatIsAwaited_DoesNotKeepDevlogFromEnding) {
   EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
 }
 
+// What a daemon had not read when it went away is lost with its socket.
+TEST_F(SystemLog, ThatEndsBeforeItHasReadAll_IsFollowedByOneThatGetsAllOfIt) {
+  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}});
+  RunningDevlog devlog({"-f", "--syslog", "--consume", "--ring", "log"});
+  EXPECT_EQ(NextToCome(), "<14>devlog: 12:34:56.789 log    0  one");
+  pollfd second{socket_, POLLIN, 0};
+  ::poll(&second, 1, -1);
+  ::close(socket_);
+  ::unlink("/dev/log");
+  Listen();
+  EXPECT_EQ(NextToCome(), "<14>devlog: 12:34:56.789 log    0  one");
+  EXPECT_EQ(NextToCome(), "<14>devlog: 12:34:56.789 log    0  two");
+  while (TShmQueue_GetCount(&Log().Queue()) != 0) ::sched_yield();
+}
+
+TEST_F(SystemLog, ThatHasReadAllBeforeItEnds_IsFollowedByOneThatGetsNewOnesOnly) {
+  Log().Write({.text = "one", .sequence = 0});
+  RunningDevlog devlog({"-f", "--syslog", "--consume", "--ring", "log"});
+  EXPECT_EQ(NextToCome(), "<14>devlog: 12:34:56.789 log    0  one");
+  while (TShmQueue_GetCount(&Log().Queue()) != 0) ::sched_yield();
+  ::close(socket_);
+  ::unlink("/dev/log");
+  Listen();
+  Log().Write({.text = "two", .sequence = 1});
+  EXPECT_EQ(NextToCome(), "<14>devlog: 12:34:56.789 log    0  two");
+}
+
+TEST_F(SystemLog, ThatReadsNothing_DoesNotKeepDevlogFromEnding) {
+  Log().Write({.text = "one", .sequence = 0});
+  RunningDevlog devlog({"-f", "--syslog", "--consume", "--ring", "log"});
+  pollfd first{socket_, POLLIN, 0};
+  ::poll(&first, 1, -1);
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
+  devlog.Process().Signal(SIGTERM);
+  EXPECT_EQ(devlog.Wait(), 1000 + SIGTERM);
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 0);  // the system log has it, and can still read it
+}
+
+TEST_F(SystemLog, GetsJsonWhenThatIsAskedFor) {
+  Log().Write({.text = "one", .sequence = 7, .type = 3});
+  EXPECT_EQ(Devlog({"--syslog", "--json"}).Run().status, 0);
+  EXPECT_EQ(Next(),
+            R"(<14>devlog: {"time":"12:34:56.789","ring":"log","type":3,"type_name":"","sequence":7,"records":1,)"
+            R"("status":"ok","detail":"","process":"","text":"one"})");
+  EXPECT_EQ(Next(), "<none>");
+}
+
 TEST_F(SystemLog, GetsWhatIsChosenOnly) {
   Log().Write({{.text = "one", .sequence = 0, .type = 3}, {.text = "two", .sequence = 1, .type = 4}});
   EXPECT_EQ(Devlog({"--syslog", "-t", "4"}).CloseOutput().Run().status, 0);

@@ -221,10 +221,6 @@ bool IsConsistent(const Options &options) {
     Say("--stats goes with --ring and --json only");
     return false;
   }
-  if (options.syslog && options.json) {
-    Say("--syslog and --json exclude each other");
-    return false;
-  }
   if (wanted.patternCount == 0 && (wanted.ignoreCase || wanted.invert)) {
     Say("option '%s' needs an option '-e'", wanted.invert ? "-v" : "-i");
     return false;

@@ -19,6 +19,7 @@ namespace devlog {
 namespace {
 
 constexpr int kRetryMs = 250;
+constexpr int kReadMs = 1;
 
 }  // namespace
 
@@ -47,6 +48,12 @@ bool Output::WriteToSystemLog(std::string_view line, int priority) {
   }
   if (hasSaid) Say("the system log takes messages again");
   return true;
+}
+
+void Output::AwaitRead() {
+  if (!isPatient_) return;
+  while (systemLog_.HasUnread() && !tools::IsAnyPending(kEndingSignals)) ::poll(nullptr, 0, kReadMs);
+  systemLog_.CheckPeer();  // asked last: a socket that is closed drops what is in it
 }
 
 bool Output::Flush() {

@@ -21,6 +21,14 @@ class Output {
   /// Returns   false when the line was not taken; the user has been told.
   bool Write(std::string_view line, int priority);
 
+  /// Begins anew: what was written before does not matter to what follows.
+  void Begin() { systemLog_.Begin(); }
+  /// The system log went away and may not have read what was written: write it again.
+  bool HasLost() const { return systemLog_.HasLost(); }
+  /// Waits, when patient, until the system log has read what was written, has gone away, or a signal says that it is
+  /// enough.
+  void AwaitRead();
+
   /// Writes out what is buffered. False when something could not be written, now or before; the user has been told,
   /// but for a reader that went away, which is no news.
   bool Flush();

@@ -3,7 +3,9 @@
 
 #include "tools/devlog/SystemLog.h"
 
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <sys/un.h>
@@ -74,7 +76,7 @@ bool SystemLog::SendOnce(std::string_view head, std::string_view text) {
   message.msg_iov = parts;
   message.msg_iovlen = 3;
   for (;;) {
-    if (::sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0) return true;
+    if (::sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0) return hasSent_ = true;
     if (errno == EINTR) continue;
     if (errno != EAGAIN) return false;
     pollfd room{fd_, POLLOUT, 0};
@@ -85,12 +87,29 @@ bool SystemLog::SendOnce(std::string_view head, std::string_view text) {
 }
 
 bool SystemLog::Send(int priority, std::string_view text) {
+  if (hasLost_) return true;
   char room[64];
   const std::string_view head = Head(priority, room);
   if (SendOnce(head, text)) return true;
   if (!IsConnectionLost(errno)) return false;
   Close();  // the daemon was started anew: there is another socket
-  return SendOnce(head, text);
+  hasLost_ = hasSent_;
+  return hasLost_ || SendOnce(head, text);
+}
+
+bool SystemLog::HasUnread() const {
+  int unread = 0;
+  return fd_ >= 0 && ::ioctl(fd_, SIOCOUTQ, &unread) == 0 && unread > 0;
+}
+
+// A datagram without bytes is no message, and cannot be sent to a socket that was closed.
+void SystemLog::CheckPeer() {
+  if (fd_ < 0 || !hasSent_) return;
+  char byte = 0;
+  const ssize_t result =
+      isStream_ ? ::recv(fd_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) : ::send(fd_, &byte, 0, MSG_NOSIGNAL | MSG_DONTWAIT);
+  hasLost_ = (isStream_ && result == 0) || (result < 0 && IsConnectionLost(errno));
+  if (hasLost_) Close();
 }
 
 }  // namespace devlog

@@ -17,8 +17,17 @@ class SystemLog {
 
   /// Hands one message to /dev/log, and waits a while when there is no room for it just now. A lost connection is made
   /// again.
-  /// Returns  false, with errno set, when the message was not taken.
+  /// Returns  false, with errno set, when the message was not taken; true also when HasLost() says so.
   bool Send(int priority, std::string_view text);
+
+  /// From here on HasLost() is about what comes.
+  void Begin() { hasSent_ = hasLost_ = false; }
+  /// The system log went away after it took messages, and may not have read all of them. No more is sent before Begin().
+  bool HasLost() const { return hasLost_; }
+  /// Whether messages wait in the socket. They are lost when the system log closes it.
+  bool HasUnread() const;
+  /// Finds out whether the system log has gone away since it took messages.
+  void CheckPeer();
 
  private:
   bool Connect();
@@ -27,6 +36,8 @@ class SystemLog {
 
   int fd_ = -1;
   bool isStream_ = false;
+  bool hasSent_ = false;
+  bool hasLost_ = false;
 };
 
 }  // namespace devlog

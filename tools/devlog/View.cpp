@@ -74,6 +74,7 @@ class Viewer {
   int Follow();
   /// A ring that is locked just now will be unlocked; there is time when we follow.
   static bool IsGoingOn(int status) { return status == kShown || status == kUnusable; }
+  std::size_t Deliver(std::size_t first, std::size_t end);
   std::size_t KeepWanted(std::size_t count) const;
   std::size_t FirstOfLast(std::size_t count) const;
   Known KnownOf(const Message &message) const;
@@ -131,16 +132,28 @@ int Viewer::ShowNews(bool isLimited) {
   pace_.Saw(channel_.event().Records(), kEventCells);
   std::size_t count = Merge(channel_.log().messages, channel_.event().messages, g_order);
   count = KeepWanted(count);
-  bool isWritten = true;
-  for (std::size_t index = isLimited ? FirstOfLast(count) : 0; isWritten && index < count; ++index) {
-    isWritten = Write(*g_order[index]);
-    if (isWritten) channel_.Of(g_order[index]->ring).Delivered(*g_order[index]);
-  }
+  const std::size_t first = isLimited ? FirstOfLast(count) : 0;
+  const std::size_t end = Deliver(first, count);
+  for (std::size_t index = first; index < end; ++index) channel_.Of(g_order[index]->ring).Delivered(*g_order[index]);
+  const bool isWritten = end == count;
   // What was not delivered stays where it is: in the ring, and after the cursor.
   if (!output_.Flush()) return kOutput;
   for (Track *track : {&channel_.log(), &channel_.event()}) isDone = track->Pass(isWritten) && isDone;
   if (!channel_.SaveCursor() || !isWritten) return kOutput;
   return isDone ? kShown : kUnusable;
+}
+
+/// Returns where it came to an end. A system log that went away gets all again, because what it read is not known.
+std::size_t Viewer::Deliver(std::size_t first, std::size_t end) {
+  std::size_t index = first;
+  output_.Begin();
+  while (index < end && Write(*g_order[index])) {
+    if (++index == end) output_.AwaitRead();
+    if (!output_.HasLost()) continue;
+    output_.Begin();
+    index = first;
+  }
+  return index;
 }
 
 std::size_t Viewer::KeepWanted(std::size_t count) const {
