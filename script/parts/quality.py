@@ -27,6 +27,7 @@ COMMANDS = {
     "fuzz": "script/fuzz",
     "device": "script/device test",
     "mutation": "script/mutate",
+    "fleet": "script/fleet",
 }
 
 AREAS = {
@@ -225,6 +226,18 @@ def mutation(page):
     ])
 
 
+def fleet(page):
+    figures = page.suites["fleet"]
+    page.text("## A fleet", "", "Simulated devices write logs, which go through devlog, rsyslog on the devices, a central "
+              "rsyslog, files and PostgreSQL, while all of these are restarted or killed. Every record arrives, in order, "
+              "and once in the database (`docs/fleet.md`).")
+    page.table(("", "", "shown by"), [(what, figures.number(key), command("fleet")) for what, key in (
+        ("devices", "devices"), ("records a second, written", "rate"), ("records", "records"),
+        ("missing at the end", "missing"), ("repeated in the files", "repeated-in-files"),
+        ("missing in the database until the files were loaded", "reloaded"),
+        ("stores that were compared and changed", "stores"))])
+
+
 def main():
     suites = {suite: Figures(suite) for suite in COMMANDS}
     if "--missing" in sys.argv[1:]:
@@ -240,7 +253,7 @@ def main():
     old = ", ".join(command(suite) for suite, figures in suites.items() if figures.is_old())
     if old:
         page.text(f"The code has been changed since these were run: {old}.")
-    for part in (tests, coverage, fuzzing, survival, moments, healing, mutation):
+    for part in (tests, coverage, fuzzing, survival, moments, healing, mutation, fleet):
         part(page)
     page.text("To repeat all of it: `rm -r build/figures; script/quality --run --write`.")
     print("\n".join(page.lines).rstrip())

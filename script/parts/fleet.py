@@ -1,0 +1,354 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
+"""The trial of script/fleet, inside its namespaces: devices write numbered records, and each one has to arrive in the
+central files and in PostgreSQL, while everything on the way is restarted or killed.
+
+usage: fleet.py --devices N --seconds N --group N
+A group of devices shares one rsyslog, because 200 of them would measure two processors changing tasks. Each device has
+its own shared memory, /dev/log and devlog. The central rsyslog and PostgreSQL have a lower priority, because on real
+machines they take no time from the devices. Leaves figures.txt and table.md in build/fleet.
+"""
+
+import argparse
+import collections
+import itertools
+import json
+import os
+import pathlib
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import time
+
+RATE = 100  # records a second of each device
+HERE = pathlib.Path("/mnt/fleet")  # build/fleet
+PACKAGING = pathlib.Path("packaging/rsyslog")
+HOPS = {"writer": "programs that write", "devlog": "`devlog`", "relay": "rsyslog on the devices",
+        "central": "central rsyslog, with the files", "database": "PostgreSQL"}
+TICK = os.sysconf("SC_CLK_TCK")
+Cost = collections.namedtuple("Cost", "seconds kilobytes")
+
+
+def children(pid):
+    text = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text(encoding="ascii")
+    return [int(child) for child in text.split()]
+
+
+def cost(pid):
+    """Processor seconds of a process with its children, those that have ended too; its highest memory."""
+    stat = pathlib.Path(f"/proc/{pid}/stat").read_text(encoding="ascii").rsplit(")", 1)[1].split()
+    memory = re.search(r"VmHWM:\s*(\d+)", pathlib.Path(f"/proc/{pid}/status").read_text(encoding="ascii"))
+    costs = [cost(child) for child in children(pid)]
+    return Cost(sum(int(ticks) for ticks in stat[11:15]) / TICK + sum(one.seconds for one in costs),
+                max([int(memory.group(1)) if memory else 0, *(one.kilobytes for one in costs)]))
+
+
+class Service:
+    """A program that can be ended and started again. Its costs are summed up."""
+
+    def __init__(self, name, command, nice=0):
+        self.name, self.command = name, ["nice", "-n", str(nice), *command]
+        self.seconds, self.kilobytes = 0.0, 0
+        self.start()
+
+    def start(self):
+        with open(HERE / "said" / self.name, "ab") as said:
+            self.process = subprocess.Popen(self.command, stdin=subprocess.DEVNULL, stdout=said, stderr=said)
+
+    def count(self):
+        now = cost(self.process.pid)
+        return Cost(self.seconds + now.seconds, max(self.kilobytes, now.kilobytes))
+
+    def end(self, number=signal.SIGTERM):
+        assert self.process.poll() is None, f"{self.name} has ended by itself"
+        self.seconds, self.kilobytes = self.count()
+        self.process.send_signal(number)
+        self.process.wait()
+
+
+def config(name, places, more=""):
+    """A shipped configuration with this trial's places instead of an operator's."""
+    text = (PACKAGING / name).read_text(encoding="utf-8")
+    for place, here in places.items():
+        assert place in text, f"{name} does not name {place}"
+        text = text.replace(place, str(here))
+    return text + more
+
+
+def rsyslog(name, text, nice=0):
+    spool = HERE / name
+    spool.mkdir()
+    (spool / "rsyslog.conf").write_text(text, encoding="utf-8")
+    run("/usr/sbin/rsyslogd", "-N1", "-f", spool / "rsyslog.conf")
+    # A copy: where AppArmor confines Debian's program, it may not use these folders.
+    return Service(name, [HERE / "rsyslogd", "-n", "-i", "NONE", "-f", spool / "rsyslog.conf"], nice)
+
+
+def statistics(name):
+    return f"""
+module(load="impstats" interval="1" format="json" log.syslog="off" log.file="{HERE / name / 'statistics'}")
+"""
+
+
+class Database:
+    BIN = max(pathlib.Path("/usr/lib/postgresql").iterdir(), key=lambda path: int(path.name)) / "bin"
+    AS = ["setpriv", "--reuid=postgres", "--regid=postgres", "--clear-groups"]
+
+    def __init__(self):
+        folder = HERE / "postgresql"
+        folder.mkdir()
+        shutil.chown(folder, "postgres", "postgres")
+        run(*self.AS, self.BIN / "initdb", "-D", folder / "data", "-A", "trust", "-U", "postgres")
+        self.service = Service("postgres", [*self.AS, self.BIN / "postgres", "-D", folder / "data", "-k", folder,
+                                            "-c", "listen_addresses="], nice=10)
+        self.folder = folder
+        until(lambda: subprocess.run([self.BIN / "pg_isready", "-qh", folder], check=False).returncode == 0)
+        self.ask("create role rsyslog login")
+        self.ask("create database logs")
+        self.psql("-f", PACKAGING / "records.sql")
+
+    def psql(self, *words, database="logs", **how):
+        return run(self.BIN / "psql", "-qAtX", "-v", "ON_ERROR_STOP=1", "-h", self.folder, "-U", "postgres",
+                   "-d", database, *words, **how)
+
+    def ask(self, query):
+        return self.psql("-c", query, database="logs" if "records" in query else "postgres")
+
+
+def run(*command, **how):
+    result = subprocess.run(command, check=False, capture_output=True, text=True, **how)
+    if result.returncode != 0:
+        sys.exit(f"script/fleet: {' '.join(map(str, command))} failed:\n{result.stdout}{result.stderr}")
+    return result.stdout
+
+
+def until(is_done, seconds=600):
+    end = time.monotonic() + seconds
+    while not is_done():
+        if time.monotonic() > end:
+            sys.exit("script/fleet: what was waited for did not happen")
+        time.sleep(0.2)
+
+
+class Device:
+    """Shared memory and /dev/log of its own, and a devlog that is started again when it ends."""
+
+    COMMAND = re.search("^ExecStart=(.*)$", (PACKAGING / "devlog.service").read_text(encoding="utf-8"), re.M).group(1)
+
+    def __init__(self, number):
+        self.name = f"device-{number:03}"
+        self.folder = pathlib.Path("/mnt") / self.name
+        self.folder.mkdir()
+        devlog = self.COMMAND.replace("/usr/bin", str(HERE / "release/tools/devlog")).replace("%t/devlog", "/mnt/self")
+        self.service = Service(self.name, [
+            "unshare", "--ipc", "--mount", "--propagation", "private", "sh", "-c",
+            f"mount --bind {self.folder} /mnt/self; while :; do {devlog}; sleep 0.2; done"])
+        self.writer = None
+
+    def write(self, seconds):
+        self.writer = subprocess.Popen([
+            "nsenter", "--ipc", "-t", str(self.service.process.pid), HERE / "fleet_writer", self.name, str(RATE),
+            str(RATE * seconds)])
+
+    def signal(self, number):
+        for devlog in children(self.service.process.pid):
+            os.kill(devlog, number)
+
+
+class Trial:
+    def __init__(self, options):
+        self.options = options
+        self.expected = options.devices * options.seconds * RATE
+        (HERE / "said").mkdir()
+        shutil.copy("/usr/sbin/rsyslogd", HERE)
+        self.database = Database()
+        self.central = rsyslog("central", config("central.conf", {
+            "/var/spool/rsyslog": HERE / "central", "/var/log/devices": HERE / "devices",
+            "/var/run/postgresql": self.database.folder}, statistics("central")), nice=5)
+        self.devices = [Device(number) for number in range(options.devices)]
+        mine = os.readlink("/proc/self/ns/ipc")
+        until(lambda: all(os.readlink(f"/proc/{device.service.process.pid}/ns/ipc") != mine for device in self.devices))
+        self.relays = [self.relay(first) for first in range(0, options.devices, options.group)]
+
+    def relay(self, first):
+        name = f"relay-{first:03}"
+        inputs = "".join(f'input(type="imuxsock" Socket="{device.folder}/log" HostName="{device.name}" '
+                         'RateLimit.Interval="0")\n'
+                         for device in self.devices[first:first + self.options.group])
+        return rsyslog(name, config("device.conf", {
+            "/var/spool/rsyslog": HERE / name, "logs.example.net": "127.0.0.1",
+            'SysSock.RateLimit.Interval="0"': 'SysSock.Use="off"', "64m": f"{64 * self.options.group}m"}, inputs + statistics(name)))
+
+    def stored(self):
+        return int(self.database.ask("select last_value from records_id_seq"))
+
+    def disturb(self):
+        """Restarts and kills everything while the devices write. Yields what to do, with its time."""
+        def each_tenth(first, number):
+            for device in self.devices[first::10]:
+                device.signal(number)
+        yield 0.05, "an rsyslog on a device restarted", lambda: (self.relays[0].end(), self.relays[0].start())
+        yield 0.10, "devlog restarted on each tenth device", lambda: each_tenth(0, signal.SIGTERM)
+        yield 0.15, "devlog killed on each tenth device", lambda: each_tenth(5, signal.SIGKILL)
+        yield 0.25, "the central rsyslog ended", self.central.end
+        yield 0.45, "the central rsyslog started", self.central.start
+        yield 0.60, "PostgreSQL restarted", lambda: (self.database.service.end(signal.SIGINT),
+                                                     self.database.service.start())
+        yield 0.80, "the central rsyslog killed", lambda: self.central.end(signal.SIGKILL)
+        yield 0.85, "the central rsyslog started", self.central.start
+
+    def run(self):
+        start = time.monotonic()
+        for device in self.devices:
+            device.write(self.options.seconds)
+        for when, what, act in self.disturb():
+            time.sleep(max(0, start + when * self.options.seconds - time.monotonic()))
+            print(f"{time.monotonic() - start:5.1f} s  {what}", flush=True)
+            act()
+        usages = [os.wait4(device.writer.pid, 0) for device in self.devices]
+        assert not any(status for _, status, _ in usages), "a device could not write"
+        written = time.monotonic() - start
+        print(f"{written:5.1f} s  all records written", flush=True)
+        last, since = -1, 0
+        while since < 10:  # the rest arrives
+            time.sleep(1)
+            now = self.stored()
+            last, since = now, since + 1 if now == last else 0
+        self.stored_after = time.monotonic() - start - since
+        print(f"{self.stored_after:5.1f} s  all that comes has come", flush=True)
+        return Cost(sum(usage.ru_utime + usage.ru_stime for _, _, usage in usages),
+                    max(usage.ru_maxrss for _, _, usage in usages)), written
+
+
+def numbers(records):
+    """Checks the records of one device: what is missing, what is there again, whether the rest is in order."""
+    seen, highest, again, disorder, lost = set(), -1, 0, 0, 0
+    for record in records:
+        fields = json.loads(record)
+        if fields["status"] == "lost":
+            lost += fields["records"]
+            continue
+        number = int(fields["text"].split()[1])
+        if number in seen:
+            again += 1
+            continue
+        seen.add(number)
+        disorder += number < highest
+        highest = max(highest, number)
+    return collections.Counter(seen=len(seen), again=again, disorder=disorder, lost=lost)
+
+
+def in_files(trial):
+    total = collections.Counter()
+    for device in trial.devices:
+        lines = []
+        for path in sorted((HERE / "devices" / device.name).glob("*.jsonl")):
+            lines += path.read_text(encoding="utf-8").splitlines()
+        total += numbers(lines)
+    return total
+
+
+def in_database(trial):
+    text = trial.database.ask("copy (select device, record from records order by device, id) "
+                              "to stdout (format csv, quote e'\\x01', delimiter e'\\x02')")
+    total = collections.Counter()
+    rows = (line.split("\x02") for line in text.splitlines())
+    for _, group in itertools.groupby(rows, key=lambda row: row[0]):
+        total += numbers(record for _, record in group)
+    return total
+
+
+def rates(name, counter):
+    """What one rsyslog took in each second, by the statistics that it left; it counts from 0 after a restart."""
+    taken, last = [], 0
+    for line in (HERE / name / "statistics").read_text(encoding="utf-8").splitlines():
+        entry = json.loads(line[line.index("{"):])
+        if entry["name"].startswith(counter) and "submitted" in entry:
+            taken.append(entry["submitted"] - (last if entry["submitted"] >= last else 0))
+            last = entry["submitted"]
+    return taken
+
+
+def busy(taken):
+    """Mean rate from the first to the last second with records, and the highest of a second."""
+    used = [second for second, count in enumerate(taken) if count]
+    return sum(taken) // (used[-1] - used[0] + 1), max(taken)
+
+
+def report(trial, writers, written):
+    costs = {
+        "writer": (writers, len(trial.devices)),
+        "devlog": (sum_up(device.service for device in trial.devices), len(trial.devices)),
+        "relay": (sum_up(trial.relays), len(trial.relays)),
+        "central": (trial.central.count(), 1),
+        "database": (trial.database.service.count(), 1),
+    }
+    relayed = [sum(each) for each in itertools.zip_longest(*(rates(relay.name, "imuxsock") for relay in trial.relays),
+                                                           fillvalue=0)]
+    speeds = {"writer": (trial.expected / written, RATE * len(trial.devices)), "devlog": busy(relayed),
+              "relay": busy(rates("central", "imrelp")), "central": busy(rates("central", "imrelp")),
+              "database": (trial.stored() / trial.stored_after, 0)}
+    figures = {}
+    for hop, (spent, processes) in costs.items():
+        figures |= {f"{hop}-rate": int(speeds[hop][0]), f"{hop}-peak": int(speeds[hop][1]),
+                    f"{hop}-nanoseconds": int(spent.seconds * 1e9 / trial.expected),
+                    f"{hop}-kilobytes": spent.kilobytes, f"{hop}-processes": processes}
+    return figures
+
+
+def table(figures):
+    """The figures as docs/fleet.md shows them."""
+    lines = ["| | processes | records a second, mean | highest second | processor time for a record | memory of one |",
+             "|---|---:|---:|---:|---:|---:|"]
+    for hop, name in HOPS.items():
+        peak = figures[f"{hop}-peak"]
+        lines.append(f"| {name} | {figures[f'{hop}-processes']} | {figures[f'{hop}-rate']:,} | "
+                     f"{format(peak, ',') if peak else ''} | {figures[f'{hop}-nanoseconds'] / 1000:.1f} µs | "
+                     f"{figures[f'{hop}-kilobytes'] / 1024:.1f} MiB |")
+    return "\n".join(["", *lines, "", f"{figures['records']:,} records of {figures['devices']} devices; all in the "
+                      f"files and in the database. Repeated in the files: {figures['repeated-in-files']:,}. Stored "
+                      f"by `reload` after the central rsyslog was killed: {figures['reloaded']:,}.", "", ""])
+
+
+def sum_up(services):
+    costs = [service.count() for service in services]
+    return Cost(sum(one.seconds for one in costs), max(one.kilobytes for one in costs))
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    for name in ("--devices", "--seconds", "--group"):
+        parser.add_argument(name, type=int, required=True)
+    trial = Trial(parser.parse_args())
+    writers, written = trial.run()
+    figures = report(trial, writers, written)
+    for service in (*trial.relays, trial.central):
+        service.end()
+    files, before = in_files(trial), in_database(trial)
+    print("files   ", dict(files), flush=True)
+    print("database", dict(before), flush=True)
+    reload = run(PACKAGING / "reload", *sorted((HERE / "devices").glob("*/*.jsonl")))
+    trial.database.psql(input=reload)
+    after = in_database(trial)
+    trial.database.service.end(signal.SIGINT)
+    figures |= {"devices": len(trial.devices), "records": trial.expected, "rate": RATE * len(trial.devices),
+                "missing": trial.expected - after["seen"], "repeated-in-files": files["again"],
+                "reloaded": after["seen"] - before["seen"]}
+    (HERE / "figures.txt").write_text("".join(f"{key} {value}\n" for key, value in figures.items()), encoding="ascii")
+    (HERE / "table.md").write_text(table(figures), encoding="utf-8")
+    print(table(figures))
+    faults = [what for what, is_so in (
+        ("records are missing in the files", files["seen"] != trial.expected),
+        ("records are missing in the database", after["seen"] != trial.expected),
+        ("records are twice in the database", before["again"] or after["again"]),
+        ("records are out of order in the files", files["disorder"]),
+        ("a ring was overrun", files["lost"])) if is_so]
+    if faults:
+        sys.exit("script/fleet: " + "; ".join(faults))
+    print(f"each of {trial.expected:,} records arrived, in order")
+
+
+if __name__ == "__main__":
+    main()
