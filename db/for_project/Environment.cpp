@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "db/for_project/DbLibrary.h"
+#include "db/for_project/HomeFiles.h"
 #include "db/for_project/LibraryHooks.h"
 #include "db/for_project/OpenReport.h"
 #include "db/for_project/Regions.h"
@@ -81,6 +82,7 @@ int OpenRegions(DB_ENV *pEnv, bool bCreate) {
   if (bCreate) {
     g_gate.DemandRebuild();  // whoever comes after our death begins anew
     RemoveRegions(g_store.nHomeFd);
+    if (const int nError = FlushHome(g_store.nHomeFd, g_store.pFile); nError != 0) return nError;
   }
   const int nResult = pEnv->open(pEnv, g_store.pHome, kEnvOpenFlags | (bCreate ? kEnvFirstFlags : 0), 0);
   if (nResult != 0) return nResult;

@@ -5,10 +5,14 @@
 
 #include <db.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
+#include <cstdio>
+#include <cstring>
 
 namespace devsupport::store {
 
@@ -21,6 +25,26 @@ constexpr int kFirstDescriptor = 3;
 int CloseAnyway(int nFd) {
   close(nFd);
   return 0;
+}
+
+// After a power cut a new file is there only when its folder was flushed, whatever was flushed of the file itself. A
+// log file that is missing takes its changes with it. Where a folder cannot be flushed, the file can be used all the
+// same.
+void FlushFolderOf(const char *pPath) {
+  char szFolder[PATH_MAX];
+  const char *pName = std::strrchr(pPath, '/');
+  const int nFolder = pName != nullptr ? static_cast<int>(pName - pPath) + 1 : 0;
+  const int nBytes = std::snprintf(szFolder, sizeof szFolder, "%.*s.", nFolder, pPath);
+  if (nBytes >= static_cast<int>(sizeof szFolder)) return;
+  const int nFd = OpenAboveStandardAt(AT_FDCWD, szFolder, O_RDONLY | O_DIRECTORY);
+  if (nFd < 0) return;
+  fsync(nFd);
+  close(nFd);
+}
+
+bool IsEmpty(int nFd) {
+  struct stat status = {};
+  return fstat(nFd, &status) == 0 && status.st_size == 0;
 }
 
 }  // namespace
@@ -43,7 +67,9 @@ int OpenAboveStandard(const char *pPath, int nFlags, ...) {
   va_start(arguments, nFlags);
   const int nMode = (nFlags & O_CREAT) != 0 ? va_arg(arguments, int) : 0;
   va_end(arguments);
-  return OpenAboveStandardAt(AT_FDCWD, pPath, nFlags, nMode);
+  const int nFd = OpenAboveStandardAt(AT_FDCWD, pPath, nFlags, nMode);
+  if (nFd >= 0 && (nFlags & O_CREAT) != 0 && IsEmpty(nFd)) FlushFolderOf(pPath);
+  return nFd;
 }
 
 void InstallLibraryHooks() {

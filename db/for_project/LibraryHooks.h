@@ -6,6 +6,7 @@ namespace devsupport::store {
 
 /// Opens a file as open() does, with a descriptor of at least 3 that does not survive exec. A program that closed its
 /// standard descriptors would otherwise write its messages into the store's files.
+/// OpenAboveStandard, which Berkeley DB uses, also flushes the folder of a file that it makes.
 int OpenAboveStandard(const char *pPath, int nFlags, ...);
 int OpenAboveStandardAt(int nFolder, const char *pPath, int nFlags, int nMode = 0);
 

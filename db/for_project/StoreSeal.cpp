@@ -3,7 +3,6 @@
 
 #include "db/for_project/StoreSeal.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "db/for_project/HomeFiles.h"
 #include "db/for_project/LibraryHooks.h"
 
 namespace devsupport::store {
@@ -112,24 +112,10 @@ bool IsLogName(const char *pName) {
          std::strspn(pName + 4, "0123456789") == kLogNameBytes - 5;
 }
 
-// Calls visit(name) for each log file until it returns an error number. Returns that, or why the home cannot be read.
+// Calls visit(name) for each log file, as VisitNames does.
 template <typename TVisit>
 int VisitLogs(int nHomeFd, TVisit visit) {
-  const int nFd = OpenAboveStandardAt(nHomeFd, ".", O_RDONLY | O_DIRECTORY);
-  DIR *pFolder = nFd < 0 ? nullptr : fdopendir(nFd);
-  if (pFolder == nullptr) {
-    const int nError = errno;
-    if (nFd >= 0) close(nFd);
-    return nError;
-  }
-  int nError = 0;
-  while (nError == 0) {
-    const dirent *pEntry = readdir(pFolder);
-    if (pEntry == nullptr) break;
-    if (IsLogName(pEntry->d_name)) nError = visit(pEntry->d_name);
-  }
-  closedir(pFolder);
-  return nError;
+  return VisitNames(nHomeFd, [&](const char *pName) { return IsLogName(pName) ? visit(pName) : 0; });
 }
 
 // The text of a seal, on the heap for the time of one call.
@@ -271,8 +257,6 @@ class Comparison {
   char szMissingLog_[kLogNameBytes] = "";
   char szDamagedLog_[kLogNameBytes] = "";
 };
-
-int FlushFolder(int nHomeFd) { return fsync(nHomeFd) == 0 || errno == EINVAL ? 0 : errno; }
 
 // Flushes a file and adds its line.
 int Seal(int nHomeFd, const char *pName, SealText &text) {

@@ -24,6 +24,7 @@ COMMANDS = {
     "coverage": "script/coverage",
     "moments": "script/moments",
     "healing": "script/healing",
+    "powerloss": "script/powerloss",
     "fuzz": "script/fuzz",
     "device": "script/device test",
     "mutation": "script/mutate",
@@ -217,6 +218,18 @@ def healing(page):
     ])
 
 
+def powerloss(page):
+    figures = page.suites["powerloss"]
+    page.text("## Power cuts at every write of the store", "", "What a home can hold when the power fails: after each "
+              "write, flush and change of a name of recorded runs, with any part of what was not flushed "
+              "(`docs/decisions/store-power.md`). Each state has to open, with everything acknowledged and nothing "
+              "half done. Media that tear a page of the tables are not promised anything.")
+    page.table(("the medium writes whole", "events", "states", "cannot be opened", "wrong", "shown by"), [
+        (what, *(figures.number(prefix + key) for key in ("events", "states", "refused", "wrong")),
+         command("powerloss")) for what, prefix in (("pages", ""), ("sectors of 512 bytes", "torn-"))])
+    page.text(f"It took {figures.number('seconds')} seconds.")
+
+
 def mutation(page):
     figures = page.suites["mutation"]
     page.text("## Planted bugs", "", "Small bugs, planted one at a time, that the tests have to catch.")
@@ -253,7 +266,7 @@ def main():
     old = ", ".join(command(suite) for suite, figures in suites.items() if figures.is_old())
     if old:
         page.text(f"The code has been changed since these were run: {old}.")
-    for part in (tests, coverage, fuzzing, survival, moments, healing, mutation, fleet):
+    for part in (tests, coverage, fuzzing, survival, moments, healing, powerloss, mutation, fleet):
         part(page)
     page.text("To repeat all of it: `rm -r build/figures; script/quality --run --write`.")
     print("\n".join(page.lines).rstrip())

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/db/Store.h"
 
+#include <db.h>
 #include <sched.h>
 #include <unistd.h>
 
@@ -56,7 +57,6 @@ std::vector<std::string> Lines(const std::string &text) {
 
 std::string CString(const std::string &bytes) { return bytes.substr(0, bytes.find('\0')); }
 
-// The three rules of the indexes, written once more and in another way than in the library.
 std::string StbPbKey(const std::string & /*key*/, const std::string &data) {
   const std::string text = CString(data);
   const std::size_t semicolon = text.find(';');
@@ -71,6 +71,9 @@ std::string Stb1PbKey(const std::string &key, const std::string & /*data*/) {
 std::string StbRouteKey(const std::string &key, const std::string & /*data*/) { return key.substr(0, 3); }
 
 }  // namespace
+
+const IndexRule kIndexRules[] = {
+    {"stb_pb", "tb_pb", StbPbKey}, {"stb_1_pb", "tb_pb", Stb1PbKey}, {"stb_route", "tb_route", StbRouteKey}};
 
 void StoreTest::SetUp() {
   if (::unshare(CLONE_NEWIPC) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0) {
@@ -125,15 +128,9 @@ Records StoreTest::Dump(const std::string &table) const {
 }
 
 ::testing::AssertionResult StoreTest::IndexesAgree() const {
-  const struct {
-    const char *index;
-    const char *primary;
-    std::string (*rule)(const std::string &, const std::string &);
-  } rules[] = {
-      {"stb_pb", "tb_pb", StbPbKey}, {"stb_1_pb", "tb_pb", Stb1PbKey}, {"stb_route", "tb_route", StbRouteKey}};
-  for (const auto &[index, primary, rule] : rules) {
+  for (const auto &[index, primary, ruleKey] : kIndexRules) {
     Records expected;
-    for (const auto &[key, data] : Dump(primary)) expected.emplace_back(rule(key, data), key);
+    for (const auto &[key, data] : Dump(primary)) expected.emplace_back(ruleKey(key, data), key);
     Records seen = Dump(index);
     std::sort(expected.begin(), expected.end());
     std::sort(seen.begin(), seen.end());
@@ -143,6 +140,26 @@ Records StoreTest::Dump(const std::string &table) const {
     }
   }
   return ::testing::AssertionSuccess();
+}
+
+Records ReadAll(DB *pDb) {
+  Records records;
+  DBC *cursor = nullptr;
+  if (pDb->cursor(pDb, nullptr, &cursor, 0) != 0) return records;
+  DBT key = {};
+  DBT data = {};
+  while (cursor->get(cursor, &key, &data, DB_NEXT) == 0) {
+    records.emplace_back(std::string(static_cast<char *>(key.data), key.size),
+                         std::string(static_cast<char *>(data.data), data.size));
+  }
+  cursor->close(cursor);
+  return records;
+}
+
+std::map<std::string, Records> ReadAllTables() {
+  std::map<std::string, Records> tables;
+  for (const TDbTbl &row : g_auDbTbl) tables[row.pName] = ReadAll(*row.ppDb);
+  return tables;
 }
 
 std::string Get(struct __db *pDb, const char *pKey) {

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -52,6 +53,19 @@ class StoreTest : public ::testing::Test {
 
   std::string home_;
 };
+
+/// How an index gets its keys, written once more and in another way than in the library.
+struct IndexRule {
+  const char *index;
+  const char *primary;
+  std::string (*key)(const std::string &key, const std::string &data);
+};
+extern const IndexRule kIndexRules[3];
+
+/// All records of an open table, as a cursor finds them; in an index, the secondary keys with the primary's values.
+Records ReadAll(struct __db *pDb);
+/// The same of all tables, by their names.
+std::map<std::string, Records> ReadAllTables();
 
 /// Reads a value; "<code>" instead when that fails.
 std::string Get(struct __db *pDb, const char *pKey);

@@ -40,26 +40,6 @@ enum Outcome : int {
   kWorked = 5,  // changed files although it refused
 };
 
-Records ReadAll(DB *pDb) {
-  Records records;
-  DBC *cursor = nullptr;
-  if (pDb->cursor(pDb, nullptr, &cursor, 0) != 0) return records;
-  DBT key = {};
-  DBT data = {};
-  while (cursor->get(cursor, &key, &data, DB_NEXT) == 0) {
-    records.emplace_back(std::string(static_cast<char *>(key.data), key.size),
-                         std::string(static_cast<char *>(data.data), data.size));
-  }
-  cursor->close(cursor);
-  return records;
-}
-
-Tables ReadAllTables() {
-  Tables tables;
-  for (const TDbTbl &row : g_auDbTbl) tables[row.pName] = ReadAll(*row.ppDb);
-  return tables;
-}
-
 std::map<std::string, std::string> Files(const std::string &home) {
   std::map<std::string, std::string> files;
   for (const auto &entry : fs::directory_iterator(home)) {

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+// Records what processes do to the files of one folder: each write, each flush, each change of a name. The program
+// that uses this wraps openat, unlinkat, renameat, write and fsync.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace devsupport::test {
+
+/// One step of a recorded process. Files are known by their inode, so that they keep their identity when renamed.
+struct PowerEvent {
+  enum class Kind : std::uint8_t {
+    kWrite,        // data at offset
+    kTruncate,     // to offset bytes
+    kFlush,        // the file's content
+    kFlushFolder,  // the names
+    kCreate,       // name
+    kUnlink,       // name
+    kRename,       // name, to data
+    kBegun,        // step number offset of the script
+    kDone,         // ... is acknowledged
+  };
+  Kind kind;
+  std::uint64_t inode = 0;
+  std::uint64_t offset = 0;
+  std::string name;
+  std::string data;
+};
+
+/// The record of one script. Children of the process that made it write to the same record.
+class PowerRecord {
+ public:
+  explicit PowerRecord(std::string home);
+  ~PowerRecord();
+  PowerRecord(const PowerRecord &) = delete;
+  PowerRecord &operator=(const PowerRecord &) = delete;
+
+  /// Records what this process and its children do from here on.
+  void Begin() const;
+  /// Kills this process after so many further events.
+  static void DieAfter(int events);
+  static void Mark(PowerEvent::Kind kind, std::uint64_t step);
+
+  std::vector<PowerEvent> Events() const;
+
+ private:
+  std::string home_;
+  int log_;
+};
+
+/// Lets flushes of this process do nothing: for what only looks at files.
+void SkipFlushes();
+
+}  // namespace devsupport::test

@@ -1,0 +1,496 @@
+// SPDX-License-Identifier: MIT
+// The power fails at each write of a recorded run, and of what was not flushed any part is there. The store opens
+// each time, holds what was acknowledged and nothing half done, and goes on. DEVSUPPORT_POWER_STATES=<n> tries every
+// n-th state; usually there are too many of them to try all.
+
+#include <db.h>
+#include <devsupport/detail/db/DbRecord.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+#include "db/for_project/RecordAccess.h"
+
+#include "tests/db/Deaths.h"
+#include "tests/db/PowerRecord.h"
+#include "tests/db/PowerStates.h"
+#include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
+#include "tests/support/SharedBlock.h"
+#include "tests/support/TestSeed.h"
+
+namespace {
+
+using namespace devsupport::test;
+using devsupport::store::ApplyChanges;
+using devsupport::store::Change;
+using Kind = PowerEvent::Kind;
+namespace fs = std::filesystem;
+
+constexpr int kParameters = 0;
+constexpr int kReversed = 1;
+constexpr int kPhoneBook = 2;
+constexpr int kLines = 8;
+constexpr int kRoutes = 10;
+constexpr int kTones = 12;
+
+// What the medium writes whole: a page of the system, a page of the tables, a sector of an old disk.
+constexpr std::size_t kSystemPage = 4096;
+constexpr std::size_t kTablePage = 2048;
+constexpr std::size_t kSector = 512;
+
+// How many states are only opened and read for each in which the store also goes on, closes and opens again.
+constexpr std::uint64_t kGoesOn = 8;
+
+using Contents = std::map<std::string, std::map<std::string, std::string>>;  // of the primary tables
+
+struct Item {
+  int row;
+  std::string name;
+  std::string value;
+};
+
+std::string StoredKey(int row, const std::string &name) {
+  std::string key = name + '\0';
+  if (row != kPhoneBook) return key;
+  for (const char c : name) key += _Letter2Num(c);
+  return key + '\0';
+}
+
+// What a process does with the store. The same script runs twice: to see what the store should hold after each step,
+// and in a process that is recorded.
+class Script {
+ public:
+  explicit Script(std::string home) : home_(std::move(home)), contents_(1) {}
+
+  /// From here on it is done and not only thought.
+  void Begin() {
+    real_ = true;
+    victims_ = std::make_unique<Starter>([this](int events) {
+      if (BerkDb_Open(home_.c_str(), nullptr, nullptr) != 1) return 2;
+      PowerRecord::DieAfter(events);
+      return BerkDb_Set(g_uDb.tb_tone, "dies", kDyingValue.c_str());
+    });
+  }
+
+  void Open() const {
+    if (!real_) return;
+    ASSERT_EQ(BerkDb_Open(home_.c_str(), nullptr, nullptr), 1);
+  }
+  void Close() const {
+    if (real_) BerkDb_Close();
+  }
+  void Set(int row, const std::string &name, const std::string &value) {
+    Keep(row, name, value);
+    Do([&] { return BerkDb_Set(*g_auDbTbl[row].ppDb, name.c_str(), value.c_str()); });
+  }
+  void Delete(int row, const std::string &name) {
+    Next()[g_auDbTbl[row].pName].erase(StoredKey(row, name));
+    Do([&] { return BerkDb_Del(*g_auDbTbl[row].ppDb, name.c_str()); });
+  }
+  /// All as one.
+  void Batch(const std::vector<Item> &items) {
+    Contents &contents = Next();
+    std::vector<std::string> bytes;
+    for (const auto &[row, name, value] : items) {
+      contents[g_auDbTbl[row].pName][StoredKey(row, name)] = value + '\0';
+      bytes.push_back(StoredKey(row, name));
+      bytes.push_back(value + '\0');
+    }
+    std::vector<Change> changes;
+    for (std::size_t i = 0; i < items.size(); ++i)
+      changes.push_back(
+          {Change::Kind::kPut, static_cast<std::uint8_t>(items[i].row), bytes[2 * i], bytes[2 * i + 1]});
+    Do([&] { return ApplyChanges(changes, nullptr).nResult; });
+  }
+  /// Another process begins a change and is killed after so many of its writes and flushes; this one goes on, or opens
+  /// the store after it.
+  void SurviveDeath(int events, bool isOpen) {
+    if (!isOpen) Close();
+    Keep(kTones, "dies", kDyingValue);
+    if (real_) {
+      PowerRecord::Mark(Kind::kBegun, Step());
+      EXPECT_EQ(victims_->Run(events), 1000 + SIGKILL);
+    }
+    if (!isOpen) Open();
+    Set(kTones, "dies", "no more");
+  }
+
+  bool Holds(int row, const std::string &name) const {
+    const auto table = contents_.back().find(g_auDbTbl[row].pName);
+    return table != contents_.back().end() && table->second.contains(StoredKey(row, name));
+  }
+  const std::vector<Contents> &AfterEachStep() const { return contents_; }
+
+ private:
+  inline static const std::string kDyingValue = std::string(5000, 'd');
+
+  std::size_t Step() const { return contents_.size() - 1; }
+  Contents &Next() {
+    contents_.push_back(contents_.back());
+    return contents_.back();
+  }
+  void Keep(int row, const std::string &name, const std::string &value) {
+    Next()[g_auDbTbl[row].pName][StoredKey(row, name)] = value + '\0';
+  }
+  void Do(const std::function<int()> &change) const {
+    if (!real_) return;
+    PowerRecord::Mark(Kind::kBegun, Step());
+    EXPECT_EQ(change(), 0);
+    PowerRecord::Mark(Kind::kDone, Step());
+  }
+
+  std::string home_;
+  bool real_ = false;
+  std::unique_ptr<Starter> victims_;
+  std::vector<Contents> contents_;
+};
+
+using Part = std::function<void(Script &)>;
+
+// A restart leaves nothing of the shared memory.
+void ForgetSharedMemory() {
+  shmid_ds segment = {};
+  for (int i = ::shmctl(0, SHM_INFO, &segment); i >= 0; --i) {
+    if (const int id = ::shmctl(i, SHM_STAT, &segment); id >= 0) ::shmctl(id, IPC_RMID, nullptr);
+  }
+  seminfo info = {};
+  for (int i = ::semctl(0, 0, SEM_INFO, &info); i >= 0; --i) {
+    if (const int id = ::semctl(i, 0, SEM_STAT, &info); id >= 0) ::semctl(id, 0, IPC_RMID);
+  }
+}
+
+// Whether all tables, the indexes among them, hold what these contents make of them.
+std::string Difference(const std::map<std::string, Records> &found, const Contents &contents) {
+  std::map<std::string, Records> expected;
+  for (const auto &[table, records] : contents) expected[table].assign(records.begin(), records.end());
+  for (const auto &[index, primary, ruleKey] : kIndexRules)
+    for (const auto &[key, data] : expected[primary]) expected[index].emplace_back(ruleKey(key, data), data);
+  for (auto [table, records] : found) {
+    std::sort(records.begin(), records.end());
+    std::sort(expected[table].begin(), expected[table].end());
+    if (records == expected[table]) continue;
+    return table + " holds " + std::to_string(records.size()) + " records and should hold " +
+           std::to_string(expected[table].size()) + ", or others";
+  }
+  return "";
+}
+
+bool IsClean(const std::string &file) {
+  DB *pDb = nullptr;
+  return ::db_create(&pDb, nullptr, 0) == 0 && pDb->verify(pDb, file.c_str(), nullptr, nullptr, DB_NOORDERCHK) == 0;
+}
+
+enum Verdict : int { kGood, kGoodWithWords, kRefused, kWrong };
+
+struct Answer {
+  std::atomic<int> verdict;
+  char text[1024];
+};
+
+// Looks at a store after the power is back. Any of the steps from first to last may be the last one that is there.
+// Opening runs the checker over all pages and compares the indexes.
+Verdict Judge(const std::string &home, const Contents *first, const Contents *last, bool goesOn, std::string &said) {
+  CapturedOutput err(stderr);
+  if (BerkDb_Open(home.c_str(), nullptr, nullptr) != 1) {
+    said = "not opened: " + err.Take();
+    return kRefused;
+  }
+  const auto found = ReadAllTables();
+  std::string faults = "-";
+  for (const Contents *contents = last; contents >= first && !faults.empty(); --contents)
+    faults = Difference(found, *contents);
+  if (goesOn) {
+    if (BerkDb_Set(g_uDb.tb_pb, "Zoe", "9;new") != BERKDB_OK) faults += "; does not store";
+    BerkDb_Close();
+    if (!IsClean(home + "/config.db")) faults += "; not clean";
+    if (BerkDb_Open(home.c_str(), nullptr, nullptr) != 1 || Get(g_uDb.tb_pb, "Zoe") != "9;new")
+      faults += "; not opened again";
+  }
+  said = err.Take();
+  if (faults.empty()) return said.empty() ? kGood : kGoodWithWords;
+  said.insert(0, faults + ": ");
+  return kWrong;
+}
+
+struct Tried {
+  std::atomic<long> distinct;
+  std::atomic<long> states;
+  std::atomic<long> of[kWrong + 1];
+};
+
+class PowerLoss : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    if (IsSkipped()) return;
+    home_ += "/home";
+    fs::create_directory(home_);
+  }
+  void TearDown() override {
+    StoreTest::TearDown();
+    fs::remove_all(fs::path(home_).parent_path());
+  }
+
+  /// Records a script in a home that others have prepared, and tries its states.
+  void CutPowerDuring(const Part &script, const Part &preparation = {}, std::size_t unitBytes = kSystemPage) {
+    const std::uint64_t seed = TestSeed();
+    SCOPED_TRACE(SeedHint(seed));
+    Record(preparation, script, unitBytes);
+    std::vector<std::unique_ptr<Child>> workers;
+    const unsigned count = std::max(1U, std::thread::hardware_concurrency());
+    for (unsigned worker = 0; worker < count; ++worker) {
+      workers.push_back(std::make_unique<Child>([=, this] {
+        return RunInPrivateIpc([=, this] {
+          TryStates(seed, worker, count);
+          return 0;
+        });
+      }));
+    }
+    for (const auto &worker : workers) EXPECT_EQ(worker->Wait(), 0);
+    std::cout << tried_->states << " states of " << tried_->distinct << ", " << events_.size() << " events; "
+              << tried_->of[kGoodWithWords] << " with a word, " << tried_->of[kRefused] << " refused, "
+              << tried_->of[kWrong] << " wrong\n";
+    EXPECT_GT(tried_->states, 0);
+  }
+
+  void ExpectAllGood() const {
+    EXPECT_EQ(tried_->of[kRefused], 0);
+    EXPECT_EQ(tried_->of[kWrong], 0);
+  }
+
+  SharedBlock<Tried> tried_;
+  bool flushesCount_ = true;
+  bool tells_ = true;
+
+ private:
+  void Record(const Part &preparation, const Part &script, std::size_t unitBytes) {
+    Script thought(home_);
+    if (preparation) {
+      preparation(thought);
+      Child child([&] {
+        Script prepared(home_);
+        prepared.Begin();
+        preparation(prepared);
+        return 0;
+      });
+      ASSERT_EQ(child.Wait(), 0);
+    }
+    done_ = thought.AfterEachStep().size() - 1;
+    start_ = std::make_unique<PowerStates>(unitBytes, home_);
+    const PowerRecord record(home_);
+    Child child([&] {
+      Script real(home_);
+      if (preparation) preparation(real);
+      record.Begin();
+      real.Begin();
+      script(real);
+      return 0;
+    });
+    ASSERT_EQ(child.Wait(), 0);
+    script(thought);
+    contents_ = thought.AfterEachStep();
+    events_ = record.Events();
+  }
+
+  void TryStates(std::uint64_t seed, unsigned worker, unsigned workers) {
+    const auto stride = static_cast<std::uint64_t>(std::max(1, Count("DEVSUPPORT_POWER_STATES", 200)));
+    const int samples = Count("DEVSUPPORT_POWER_SAMPLES", 300);
+    std::mt19937_64 random(seed);
+    std::unordered_set<std::uint64_t> seen;
+    PowerStates &states = *start_;  // of this process alone
+    std::size_t done = done_;
+    std::size_t begun = done_;
+    for (std::size_t i = 0; i < events_.size(); ++i) {
+      const PowerEvent &event = events_[i];
+      if (event.kind == Kind::kDone) done = event.offset;
+      if (event.kind == Kind::kBegun) begun = event.offset;
+      const bool isFlush = event.kind == Kind::kFlush || event.kind == Kind::kFlushFolder;
+      if (flushesCount_ || !isFlush) states.Take(event);
+      states.ForEach(random, samples, [&](const PowerFolder &folder) {
+        const std::uint64_t key = PowerStates::Key(folder) * 31 + done * 7 + begun;
+        if (key % workers != worker || !seen.insert(key).second) return;
+        ++tried_->distinct;
+        if (key / workers % stride == seed % stride) Try(states, folder, i, done, begun, (key >> 32) % kGoesOn == 0);
+      });
+    }
+  }
+
+  void Try(const PowerStates &states, const PowerFolder &folder, std::size_t event, std::size_t done,
+           std::size_t begun, bool goesOn) {
+    const std::string path = home_ + "-" + std::to_string(::getpid());
+    fs::remove_all(path);
+    fs::create_directory(path);
+    states.Write(folder, path);
+    ForgetSharedMemory();
+    const SharedBlock<Answer> answer;
+    answer->verdict = kWrong;
+    Child child([&] {
+      ::alarm(300);
+      SkipFlushes();
+      std::string said;
+      const Verdict verdict = Judge(path, &contents_[done], &contents_[begun], goesOn, said);
+      std::snprintf(answer->text, sizeof answer->text, "%s", said.c_str());
+      answer->verdict = verdict;
+      return 0;
+    });
+    const int status = child.Wait();
+    ++tried_->states;
+    const int verdict = status == 0 ? answer->verdict.load() : kWrong;
+    if (tried_->of[verdict]++ < 5 && verdict != kGood && tells_) Tell(folder, event, status, answer->text);
+  }
+
+  void Tell(const PowerFolder &folder, std::size_t event, int status, const char *said) const {
+    std::string text = "power cut after event " + std::to_string(event) + " of " + std::to_string(events_.size()) +
+                       ", status " + std::to_string(status) + ": " + said + "\n";
+    for (const auto &[name, inode] : folder.names) {
+      const auto file = folder.files.find(inode);
+      text += "  " + name + ": " + std::to_string(file != folder.files.end() ? file->second.size : 0) + " bytes\n";
+    }
+    std::cerr << text;
+  }
+
+  std::unique_ptr<PowerStates> start_;
+  std::vector<PowerEvent> events_;
+  std::vector<Contents> contents_;
+  std::size_t done_ = 0;
+};
+
+void MakeAStore(Script &script) {
+  script.Open();
+  for (int i = 0; i < 12; ++i) {
+    const std::string number = std::to_string(i);
+    script.Set(kParameters, "name " + number, number);
+    script.Set(kPhoneBook, "Bob " + number, number + "00;" + std::string(60, 'b'));
+    script.Set(kRoutes, number + "00 route", "way " + number);
+  }
+  script.Close();
+}
+
+void ChangeRecords(Script &script) {
+  script.Open();
+  script.Set(kParameters, "name 1", "one");
+  script.Set(kParameters, "new", "1");
+  script.Set(kPhoneBook, "Bob 1", "555;other");
+  script.Set(kPhoneBook, "Ann", "777");
+  script.Delete(kPhoneBook, "Bob 2");
+  script.Delete(kParameters, "new");
+  script.Set(kReversed, "b", std::string(1500, 'x'));
+  script.Set(kReversed, "a", std::string(5000, 'y'));  // on pages of its own
+  script.Delete(kReversed, "a");
+  script.Set(kRoutes, "100 route", "another way");
+  script.Close();
+}
+
+void ChangeManyAsOne(Script &script) {
+  std::vector<Item> items;
+  for (int i = 0; i < 60; ++i) {
+    const std::string number = std::to_string(100 + i);
+    items.push_back({kPhoneBook, "Bob " + number, number + ";" + std::string(100, 'm')});
+    items.push_back({kLines, "line " + number, std::string(200, 'l')});
+  }
+  script.Open();
+  script.Batch(items);
+  script.Set(kParameters, "after", "it");
+  script.Close();
+}
+
+// Values of 2 KB go through several log files, and old ones are removed.
+void FillLogs(Script &script) {
+  script.Open();
+  for (int i = 0; i < 90; ++i)
+    script.Set(kLines, "line " + std::to_string(i % 4), std::string(static_cast<std::size_t>(3000 + i), 'l'));
+  script.Close();
+}
+
+// The same each time, so that what is recorded does not depend on the seed.
+void ChangeAtRandom(Script &script) {
+  std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp)
+  const int rows[] = {kParameters, kReversed, kPhoneBook, kPhoneBook, kLines, kRoutes};
+  script.Open();
+  for (int i = 0; i < 150; ++i) {
+    const int row = rows[random() % std::size(rows)];
+    const std::string name = "at random " + std::to_string(random() % 8);
+    if (random() % 16 == 0) {
+      script.Batch({{row, name, "one"}, {kLines, name, std::string(random() % 3000, 'b')}, {kParameters, name, "3"}});
+    } else if (script.Holds(row, name) && random() % 4 == 0) {
+      script.Delete(row, name);
+    } else {
+      script.Set(row, name, std::to_string(i) + ";" + std::string(random() % (i % 20 == 0 ? 6000 : 100), 'r'));
+    }
+  }
+  script.Close();
+}
+
+TEST_F(PowerLoss, WhileTheStoreIsMade_LosesNothing) {
+  CutPowerDuring(MakeAStore);
+  ExpectAllGood();
+}
+
+TEST_F(PowerLoss, DuringChanges_LosesNothing) {
+  CutPowerDuring(ChangeRecords, MakeAStore);
+  ExpectAllGood();
+}
+
+TEST_F(PowerLoss, DuringManyChangesAsOne_LeavesAllOrNone) {
+  CutPowerDuring(ChangeManyAsOne, MakeAStore);
+  ExpectAllGood();
+}
+
+TEST_F(PowerLoss, DuringManyLogFiles_LosesNothing) {
+  CutPowerDuring(FillLogs, MakeAStore);
+  ExpectAllGood();
+}
+
+TEST_F(PowerLoss, DuringChangesAtRandom_LosesNothing) {
+  CutPowerDuring(ChangeAtRandom, MakeAStore);
+  ExpectAllGood();
+}
+
+TEST_F(PowerLoss, WhileAStoreHealsAfterADeath_LosesNothing) {
+  CutPowerDuring(
+      [](Script &script) {
+        script.Open();
+        for (int events = 1; events <= 8; ++events) script.SurviveDeath(events, events % 2 == 0);
+        script.Close();
+      },
+      MakeAStore);
+  ExpectAllGood();
+}
+
+TEST_F(PowerLoss, OnAMediumThatWritesPagesOfTheTablesWhole_LosesNothing) {
+  CutPowerDuring(ChangeRecords, MakeAStore, kTablePage);
+  ExpectAllGood();
+}
+
+// Kept apart: the library trusts that a page of the tables is written whole.
+TEST_F(PowerLoss, OnAMediumThatTearsPages_IsCounted) {
+  tells_ = false;
+  CutPowerDuring(ChangeRecords, MakeAStore, kSector);
+}
+
+// What the tests above would say of a store that does not flush.
+TEST_F(PowerLoss, OnAMediumThatIgnoresFlushes_LosesChanges) {
+  tells_ = false;
+  flushesCount_ = false;
+  CutPowerDuring(ChangeRecords, MakeAStore);
+  EXPECT_GT(tried_->of[kWrong], 0);
+}
+
+}  // namespace
