@@ -59,6 +59,23 @@ TEST_F(Healing, ASurvivorsNextOperations_AnswerAsUsual) {
   ExpectSoundFile();
 }
 
+TEST_F(Healing, After256Deaths_NeedsTheStoreOpenedAgain) {
+  Open();
+  for (int death = 1; death <= 256; ++death) {
+    Kill();
+    ASSERT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x") << death;
+  }
+  Kill();
+  char value[64];
+  EXPECT_EQ(BerkDb_Get(g_uDb.tb_pb, "Bob 1", value, sizeof value), BERKDB_ERROR);
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_ERROR);
+  BerkDb_Close();
+  Open();
+  EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
+  BerkDb_Close();
+  ExpectSoundFile();
+}
+
 TEST_F(Healing, AnyOperationThatComesFirst_IsCarriedOut) {
   char primary[64];
   char data[64];
