@@ -36,7 +36,7 @@ AREAS = {
     "ipc": "semaphores, shared memory, shared ring, message queues, timers", "net": "addresses and links",
     "logmgr": "log channel, builders, filter", "db": "configuration store",
     "cpld": "`cpld`, alone and beside the simulated driver", "analogsim": "the simulated driver",
-    "devlog": "the log viewer", "devconf": "the configuration shell",
+    "devlog": "the log viewer", "devconf": "the configuration shell", "devdoctor": "the look at the whole device",
     "acceptance": "the acceptance of `cpld` beside the simulated driver", "fuzz": "replay of the fuzzing corpora",
 }
 

@@ -4,6 +4,8 @@
 #include <devsupport/ipc/MyShareMemory.h>
 #include <sys/msg.h>
 #include <sys/prctl.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -196,6 +198,50 @@ TEST_F(NoRings, AQueueWhoseUsersAreDead_IsStaleWhileMessagesWait) {
   EXPECT_THAT(result.out, HasSubstr("(key 0x4711) holds 1 messages of 4 bytes, and its users are dead"));
   ::msgctl(id, IPC_RMID, nullptr);
   EXPECT_EQ(Devdoctor(kNoStore).status, 0);
+}
+
+TEST_F(NoRings, ASegmentWhoseUsersAreDead_IsStaleWhileNobodyHasItAttached) {
+  Child maker([] { return ::shmget(0x4711, 100, IPC_CREAT | 0666) == -1; });
+  ASSERT_EQ(maker.Wait(), 0);
+  const int id = ::shmget(0x4711, 0, 0);
+  CommandResult result = Devdoctor(kNoStore);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out,
+              HasSubstr("(key 0x4711) of 100 bytes is attached nowhere, and who made and used it is dead"));
+  EXPECT_THAT(result.out, HasSubstr("'ipcrm -m " + std::to_string(id) + "'"));
+  ::shmat(id, nullptr, 0);
+  EXPECT_EQ(Devdoctor(kNoStore).status, 0);
+  ::shmctl(id, IPC_RMID, nullptr);
+}
+
+TEST_F(NoRings, ASemaphoreThatADeadProcessTook_IsStale) {
+  const int id = ::semget(0x4711, 1, IPC_CREAT | 0666);
+  const auto add = [id](short what) {
+    sembuf step{0, what, 0};
+    return ::semop(id, &step, 1);
+  };
+  ASSERT_EQ(add(1), 0);
+  EXPECT_EQ(Devdoctor(kNoStore).status, 0);
+  Child taker([&] { return add(-1); });
+  const std::string number = std::to_string(taker.Pid());
+  ASSERT_EQ(taker.Wait(), 0);
+  const CommandResult result = Devdoctor(kNoStore);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out, HasSubstr("(key 0x4711) is taken, by process " + number + ", which is dead; 0 wait"));
+  ::semctl(id, 0, IPC_RMID);
+}
+
+TEST_F(NoRings, WithoutTheKernelsLists_AreNotCalledWell) {
+  const CommandResult result =
+      devsupport::test::Command({"unshare", "--mount", "sh", "-c",
+                                 "mount -t tmpfs none /proc/sysvipc || exit 77; exec \"$0\" \"$@\"", DEVDOCTOR_PATH,
+                                 "--home", "/nonexistent"})
+          .Run();
+  if (result.status == 77) GTEST_SKIP() << "the machine does not let us mount: " << result.err;
+  EXPECT_EQ(result.status, 2);
+  for (const char *list :
+       {"segments: /proc/sysvipc/shm", "semaphores: /proc/sysvipc/sem", "queues: /proc/sysvipc/msg"})
+    EXPECT_THAT(result.out, HasSubstr(std::string(list) + " cannot be read: No such file or directory"));
 }
 
 TEST_F(NoRings, OfAProcess_TellItsQueues) {

@@ -6,11 +6,14 @@
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 
+#include "db/for_project/StoreGate.h"
 #include "tests/db/Store.h"
 #include "tests/devdoctor/Devdoctor.h"
 #include "tests/support/Child.h"
@@ -33,6 +36,26 @@ constexpr int kGateKey = 0x12345677;
 class Store : public StoreTest {
  protected:
   CommandResult Look() const { return Devdoctor({"--home", home_}); }
+  /// Two records in tb_parameter, and closed in order.
+  void MakeClosed() {
+    Open();
+    ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "one", "1"), BERKDB_OK);
+    ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "two", "2"), BERKDB_OK);
+    BerkDb_Close();
+  }
+};
+
+/// The gate's record, as processes that have the store open see it.
+class GateView {
+ public:
+  GateView() : address_(::shmat(::shmget(kGateKey, 0, 0), nullptr, 0)) {}
+  ~GateView() { ::shmdt(address_); }
+  GateView(const GateView &) = delete;
+  GateView &operator=(const GateView &) = delete;
+  devsupport::store::GateRecord *operator->() const { return static_cast<devsupport::store::GateRecord *>(address_); }
+
+ private:
+  void *address_;
 };
 
 TEST_F(Store, ThatNobodyOpened_IsWell) {
@@ -131,6 +154,128 @@ TEST_F(Store, OfAnotherHome_SaysSo) {
   const CommandResult result = Devdoctor({"--home", other.Path().string()});
   EXPECT_EQ(result.status, 1) << result.out;
   EXPECT_THAT(result.out, HasSubstr("WARNING: store gate: it belongs to another folder"));
+}
+
+// The files of a store.
+
+TEST_F(Store, ThatWasClosedInOrder_HasItsRecordsCounted) {
+  MakeClosed();
+  const std::string before = devsupport::test::FileText(FilePath());
+  CommandResult result = Look();
+  EXPECT_EQ(result.status, 0) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("store: it was closed in order: sealed, and as it was then"));
+  EXPECT_THAT(result.out, HasSubstr("store: its reserve is there"));
+  EXPECT_THAT(result.out, HasSubstr("tb_parameter: 2 records"));
+  EXPECT_THAT(result.out, HasSubstr("tb_route: 0 records"));
+  result = Devdoctor({"--home", home_, "--prometheus"});
+  EXPECT_THAT(result.out, HasSubstr("devdoctor_records{object=\"tb_parameter\"} 2\n"));
+  EXPECT_EQ(devsupport::test::FileText(FilePath()), before);
+}
+
+TEST_F(Store, ThatIsOpen_HasItsRecordsLeftAlone) {
+  Open();
+  const CommandResult result = Look();
+  EXPECT_EQ(result.status, 0) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("store: its records are not counted while a program has it open"));
+  EXPECT_THAT(result.out, Not(HasSubstr("tb_parameter")));
+}
+
+TEST_F(Store, ThatWasNotClosed_SaysThatItMustRecover) {
+  Child child([&] {
+    Open();
+    ::raise(SIGKILL);
+    return 0;
+  });
+  child.Wait();
+  ::shmctl(::shmget(kGateKey, 0, 0), IPC_RMID, nullptr);  // as after a restart of the system
+  const CommandResult result = Look();
+  EXPECT_EQ(result.status, 1) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("WARNING: store: it was not closed in order"));
+}
+
+TEST_F(Store, WhoseFileWasChangedSinceItWasClosed_SaysSo) {
+  MakeClosed();
+  std::string text = devsupport::test::FileText(FilePath());
+  text.back() = static_cast<char>(~text.back());
+  devsupport::test::WriteFile(FilePath(), text);
+  const CommandResult result = Look();
+  EXPECT_EQ(result.status, 1) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("WARNING: store: files were changed since the store was closed in order"));
+  EXPECT_THAT(result.out, Not(HasSubstr("tb_parameter")));
+}
+
+TEST_F(Store, WhoseLogWasCut_NamesTheFile) {
+  MakeClosed();
+  std::string log;
+  for (const auto &entry : std::filesystem::directory_iterator(home_)) {
+    if (entry.path().filename().string().starts_with("log.")) log = entry.path().filename().string();
+  }
+  ASSERT_EQ(::truncate((home_ + "/" + log).c_str(), 100), 0);
+  const CommandResult result = Look();
+  EXPECT_EQ(result.status, 2) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("ERROR: store: the file " + log + " is not as it was"));
+}
+
+// What the gate's record tells.
+
+TEST_F(Store, WhoseUserIsStoppedInside_NamesItAndThenItsDeath) {
+  Child child([&]() -> int {
+    Open();
+    for (;;) BerkDb_Set(g_uDb.tb_parameter, "name", "value");
+  });
+  while (::shmget(kGateKey, 0, 0) == -1) ::usleep(1000);
+  const GateView gate;
+  for (;;) {
+    child.Signal(SIGSTOP);
+    ::waitpid(child.Pid(), nullptr, WUNTRACED);
+    if (gate->nInside.load() == child.Pid()) break;
+    child.Signal(SIGCONT);
+    ::usleep(1000);
+  }
+  const std::string number = std::to_string(child.Pid());
+  CommandResult result = Look();
+  EXPECT_EQ(result.status, 2);
+  EXPECT_THAT(result.out,
+              HasSubstr("(" + number + ") is stopped in the middle of an operation, and all others wait"));
+  EXPECT_THAT(result.out, HasSubstr("kill -CONT " + number));
+  child.Signal(SIGKILL);
+  child.Wait();
+  result = Look();
+  EXPECT_EQ(result.status, 1) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("store gate: process " + number + " died in the middle of an operation"));
+}
+
+TEST_F(Store, WhoseSharedMemoryMustBeMadeAnew_SaysSo) {
+  Open();
+  const GateView gate;
+  const std::uint32_t generation = gate->dwGeneration.exchange(0);
+  const CommandResult result = Look();
+  gate->dwGeneration = generation;
+  EXPECT_EQ(result.status, 1) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("WARNING: store: its shared memory must be made anew"));
+}
+
+TEST_F(Store, WhoseIndexIsInDoubt_SaysSo) {
+  Open();
+  const GateView gate;
+  gate->bIndexDoubt = 1;
+  const CommandResult result = Look();
+  EXPECT_EQ(result.status, 1) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("WARNING: store: an index may lack entries"));
+}
+
+TEST_F(Store, WithoutRoomForItsReserve_SaysThatChangesAreRefused) {
+  if (!SmallMedium::CanMake()) GTEST_SKIP() << "the machine does not let us mount";
+  const SmallMedium medium(home_, 4 * 1024 * 1024);
+  MakeClosed();
+  ASSERT_EQ(::unlink((home_ + "/store.reserve").c_str()), 0);
+  medium.LeaveFree(140 * 1024);
+  Open();
+  const CommandResult result = Look();
+  EXPECT_EQ(result.status, 2);
+  EXPECT_THAT(result.out, HasSubstr("store: it has no reserve"));
+  EXPECT_THAT(result.out, HasSubstr("ERROR: store: its reserve is used up: changes are refused until there is room"));
+  BerkDb_Close();
 }
 
 TEST_F(Store, OnAFullDisk_SaysSo) {

@@ -34,6 +34,7 @@ int Run(const Options &options) {
   ::alarm(kMaxSeconds);
   CheckRings(report, repairs);
   CheckStore(report, options.home, options.file);
+  CheckOwners(report);
   CheckQueues(report);
   if (options.pid != 0) DescribeProcess(report, options.pid);
   ::alarm(0);

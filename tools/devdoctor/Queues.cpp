@@ -1,19 +1,30 @@
 // SPDX-License-Identifier: MIT
-// Message queues and timers, as the kernel lists them.
+// Segments, semaphores, message queues and timers, as the kernel lists them.
 
 #include "tools/devdoctor/Queues.h"
+
+#include <devsupport/detail/logmgr/LogCell.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "db/for_project/StoreKeys.h"
 #include "tools/devdoctor/Process.h"
 
 namespace devdoctor {
 
 namespace {
 
+using devsupport::store::kGateKey;
+using devsupport::store::kMaxRegions;
+using devsupport::store::kShmKey;
+
 constexpr char kQueues[] = "message queues";
+constexpr char kSegments[] = "segments";
+constexpr char kSemaphores[] = "semaphores";
 constexpr char kProcess[] = "process";
 
 struct Queue {
@@ -25,27 +36,86 @@ struct Queue {
   int receiver;
 };
 
-/// Calls for each System V message queue. False when the kernel has no list.
+/// Calls for each line of one of the kernel's lists of System V objects but its head. False when there is no list.
 template <typename Call>
-bool ForEachQueue(Call call) {
-  std::FILE *list = std::fopen("/proc/sysvipc/msg", "re");
+bool ForEachLine(const char *path, Call call) {
+  std::FILE *list = std::fopen(path, "re");
   if (list == nullptr) return false;
   char line[256];
-  while (std::fgets(line, sizeof line, list) != nullptr) {
+  if (std::fgets(line, sizeof line, list) != nullptr) {
+    while (std::fgets(line, sizeof line, list) != nullptr) call(line);
+  }
+  std::fclose(list);
+  return true;
+}
+
+template <typename Call>
+bool ForEachQueue(Call call) {
+  return ForEachLine("/proc/sysvipc/msg", [&](const char *line) {
     Queue queue{};
     int key = 0;
     const int found = std::sscanf(line, "%d %d %*o %lu %lu %d %d", &key, &queue.id, &queue.bytes, &queue.messages,
                                   &queue.sender, &queue.receiver);
     queue.key = static_cast<unsigned>(key);
     if (found == 6) call(queue);
-  }
-  std::fclose(list);
-  return true;
+  });
 }
 
+/// A process of another PID namespace has the number 0: of it nothing is known.
 bool IsDead(pid_t pid) { return pid != 0 && !Look(pid).IsAlive(); }
 
+void SayNoList(Report &report, const char *object, const char *path) {
+  report.Fault(Severity::Error, object, "unreadable", "mount /proc; a kernel without System V IPC runs none of this",
+               "%s cannot be read: %s", path, std::strerror(errno));
+}
+
+/// The rings, the gate and the store's regions stay when their programs end, and are looked at by themselves.
+bool IsKnown(int key) {
+  const auto region = static_cast<unsigned>(key) - static_cast<unsigned>(kShmKey);
+  return key == LOGRING_LOG_SHARE_KEY || key == LOGRING_EVT_SHARE_KEY || key == LOGRING_LOG_SEM_KEY ||
+         key == LOGRING_EVT_SEM_KEY || key == kGateKey || region < static_cast<unsigned>(kMaxRegions);
+}
+
+void CheckSegment(Report &report, const char *line) {
+  int key = 0;
+  int id = 0;
+  int maker = 0;
+  int last = 0;
+  unsigned long bytes = 0;
+  unsigned long attached = 0;
+  const int found = std::sscanf(line, "%d %d %*o %lu %d %d %lu", &key, &id, &bytes, &maker, &last, &attached);
+  if (found != 6 || IsKnown(key) || attached != 0 || !IsDead(maker) || (last != 0 && !IsDead(last))) return;
+  char advice[96];
+  std::snprintf(advice, sizeof advice, "when no program is to use it again: 'ipcrm -m %d'", id);
+  report.Fault(Severity::Warning, kSegments, "stale_segment", advice,
+               "segment %d (key 0x%x) of %lu bytes is attached nowhere, and who made and used it is dead", id,
+               static_cast<unsigned>(key), bytes);
+}
+
+/// Of sets with several semaphores it cannot be told what they mean.
+void CheckSemaphore(Report &report, const char *line) {
+  int key = 0;
+  int id = 0;
+  unsigned long count = 0;
+  if (std::sscanf(line, "%d %d %*o %lu", &key, &id, &count) != 3 || IsKnown(key) || count != 1) return;
+  const pid_t holder = ::semctl(id, 0, GETPID);
+  if (::semctl(id, 0, GETVAL) != 0 || holder <= 0 || !IsDead(holder)) return;
+  char advice[96];
+  std::snprintf(advice, sizeof advice, "end the programs that use it, and remove it with 'ipcrm -s %d'", id);
+  report.Fault(Severity::Warning, kSemaphores, "stale_semaphore", advice,
+               "semaphore %d (key 0x%x) is taken, by process %d, which is dead; %d wait", id,
+               static_cast<unsigned>(key), static_cast<int>(holder), ::semctl(id, 0, GETNCNT));
+}
+
 }  // namespace
+
+void CheckOwners(Report &report) {
+  constexpr char kShm[] = "/proc/sysvipc/shm";
+  constexpr char kSem[] = "/proc/sysvipc/sem";
+  if (!ForEachLine(kShm, [&](const char *line) { CheckSegment(report, line); })) SayNoList(report, kSegments, kShm);
+  if (!ForEachLine(kSem, [&](const char *line) { CheckSemaphore(report, line); }))
+    SayNoList(report, kSemaphores, kSem);
+}
 
 void CheckQueues(Report &report) {
   unsigned queues = 0;
@@ -60,7 +130,7 @@ void CheckQueues(Report &report) {
                  "queue %d (key 0x%x) holds %lu messages of %lu bytes, and its users are dead", queue.id, queue.key,
                  queue.messages, queue.bytes);
   });
-  if (!hasList) return;
+  if (!hasList) return SayNoList(report, kQueues, "/proc/sysvipc/msg");
   report.Note(kQueues, "%u, with %lu messages", queues, messages);
   report.Figure(kQueues, "queues", queues);
   report.Figure(kQueues, "waiting_messages", messages);

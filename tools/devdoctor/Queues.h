@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Message queues and timers.
+// Segments, semaphores, message queues and timers, as the kernel lists them.
 #pragma once
 
 #include <sys/types.h>
@@ -7,6 +7,10 @@
 #include "tools/devdoctor/Report.h"
 
 namespace devdoctor {
+
+/// Finds segments that no process has attached, and semaphores that are taken, whose users are dead; but for those that
+/// CheckRings and CheckStore look at.
+void CheckOwners(Report &report);
 
 /// Finds message queues whose users are dead and in which messages still wait.
 void CheckQueues(Report &report);

@@ -20,6 +20,7 @@
 #include "db/for_project/Processes.h"
 #include "db/for_project/StoreGate.h"
 #include "db/for_project/StoreKeys.h"
+#include "tools/devdoctor/Closed.h"
 #include "tools/devdoctor/Process.h"
 
 namespace devdoctor {
@@ -51,12 +52,12 @@ class Path {
   char text_[PATH_MAX];
 };
 
-/// A table file begins with a page that says what it is.
-void CheckFile(Report &report, const Path &path) {
+/// A table file begins with a page that says what it is. False when there is no file.
+bool CheckFile(Report &report, const Path &path) {
   struct stat status {};
   if (::stat(path.Text(), &status) != 0) {
     report.Note(kStore, "no file %s: no program has stored anything yet", path.Text());
-    return;
+    return false;
   }
   report.Note(kStore, "file %s of %llu bytes", path.Text(), static_cast<unsigned long long>(status.st_size));
   report.Figure(kStore, "file_bytes", static_cast<std::uint64_t>(status.st_size));
@@ -64,7 +65,7 @@ void CheckFile(Report &report, const Path &path) {
   if (fd < 0) {
     report.Fault(Severity::Error, kStore, "unreadable", "run devdoctor as root", "the file cannot be read: %s",
                  std::strerror(errno));
-    return;
+    return true;
   }
   constexpr std::uint32_t kMagic = 0x053162;
   constexpr std::size_t kMagicAt = 12;
@@ -78,10 +79,9 @@ void CheckFile(Report &report, const Path &path) {
   std::memcpy(&pageSize, page + kPageSizeAt, sizeof pageSize);
   const bool isSound = got == sizeof page && magic == kMagic && pageSize >= 512 &&
                        static_cast<std::uint64_t>(status.st_size) % pageSize == 0;
-  if (isSound) return;
-  report.Fault(Severity::Error, kStore, "broken_file",
-               "see what 'devconf verify' says; bring back an export, or get out what can be read with devconf",
-               "the file is not one of tables, or was cut");
+  if (isSound) return true;
+  report.Fault(Severity::Error, kStore, "broken_file", kVerifyAdvice, "the file is not one of tables, or was cut");
+  return true;
 }
 
 void CheckRoom(Report &report, const char *home) {
@@ -120,7 +120,8 @@ class Gate {
   std::uint8_t bytes_[sizeof(GateRecord)];
 };
 
-void CheckMembers(Report &report, const Gate &gate) {
+/// Whether a living process has the store open.
+bool CheckMembers(Report &report, const Gate &gate) {
   unsigned living = 0;
   unsigned dead = 0;
   for (std::uint32_t place = 0; place < GateRecord::kMembers; ++place) {
@@ -140,6 +141,7 @@ void CheckMembers(Report &report, const Gate &gate) {
     report.Fault(Severity::Warning, kStore, "dead_members", "nothing: the next program that uses the store cleans up",
                  "%u programs ended without closing it", dead);
   }
+  return living != 0;
 }
 
 void CheckInside(Report &report, const Gate &gate) {
@@ -159,7 +161,8 @@ void CheckInside(Report &report, const Gate &gate) {
   }
 }
 
-void CheckRecord(Report &report, const Gate &gate, const struct stat *home) {
+/// Whether the store may be open.
+bool CheckRecord(Report &report, const Gate &gate, const struct stat *home) {
   const auto word = [&gate](std::size_t offset) { return gate.At<std::uint32_t>(offset); };
   if (word(offsetof(GateRecord, dwMagic)) != GateRecord::kMagic ||
       word(offsetof(GateRecord, dwBytes)) != sizeof(GateRecord)) {
@@ -167,7 +170,7 @@ void CheckRecord(Report &report, const Gate &gate, const struct stat *home) {
                  "when no program has the store open: remove it with ipcrm; else find who wrote over it",
                  "the segment at key 0x%x is no gate of this library, was never finished, or was written over",
                  static_cast<unsigned>(kGateKey));
-    return;
+    return true;
   }
   report.Note(kGate, "of %.*s, generation %u, %u open cursors", static_cast<int>(GateRecord::kHomeBytes), gate.Home(),
               word(offsetof(GateRecord, dwGeneration)), word(offsetof(GateRecord, dwCursors)));
@@ -179,7 +182,7 @@ void CheckRecord(Report &report, const Gate &gate, const struct stat *home) {
     report.Fault(Severity::Warning, kGate, "another_home", "name the store's folder with --home",
                  "it belongs to another folder than the one that was looked at");
   }
-  CheckMembers(report, gate);
+  const bool isOpen = CheckMembers(report, gate);
   CheckInside(report, gate);
   if (word(offsetof(GateRecord, dwGeneration)) == 0) {
     report.Fault(Severity::Warning, kStore, "must_recover",
@@ -193,19 +196,21 @@ void CheckRecord(Report &report, const Gate &gate, const struct stat *home) {
     report.Fault(Severity::Warning, kStore, "index_doubt", "see what 'devconf verify' says",
                  "an index may lack entries");
   }
+  return isOpen && isOfHome;
 }
 
-void CheckGate(Report &report, const struct stat *home) {
+/// Whether the store may be open.
+bool CheckGate(Report &report, const struct stat *home) {
   const int id = ::shmget(kGateKey, 0, 0);
   if (id == -1 && errno == ENOENT) {
     report.Note(kStore, "no program has opened it since the system started");
-    return;
+    return false;
   }
   shmid_ds status{};
   if (id == -1 || ::shmctl(id, IPC_STAT, &status) != 0) {
     report.Fault(Severity::Error, kGate, "unreadable", "run devdoctor as root, or in the group of the store's folder",
                  "it may not be looked at: %s", std::strerror(errno));
-    return;
+    return true;
   }
   const Described maker(status.shm_cpid);
   const bool isOurs = home == nullptr || devsupport::store::IsOurs(status.shm_perm, *home);
@@ -215,10 +220,10 @@ void CheckGate(Report &report, const struct stat *home) {
                  "the segment at key 0x%x is not ours: %zu bytes, rights %04o, user %u; made by %s",
                  static_cast<unsigned>(kGateKey), static_cast<std::size_t>(status.shm_segsz),
                  status.shm_perm.mode & 0777U, static_cast<unsigned>(status.shm_perm.cuid), maker.text);
-    return;
+    return true;
   }
   Gate gate;
-  if (gate.Copy(id)) CheckRecord(report, gate, home);
+  return !gate.Copy(id) || CheckRecord(report, gate, home);
 }
 
 /// Semaphore 0 is taken by the process that opens or closes, semaphore 1 by the next one at the gate; 0 is free.
@@ -278,13 +283,15 @@ void CheckRegions(Report &report) {
 void CheckStore(Report &report, const char *home, const char *file) {
   struct stat status {};
   const bool hasHome = ::stat(home, &status) == 0;
+  bool hasFile = false;
   if (hasHome) {
-    CheckFile(report, Path(home, file));
+    hasFile = CheckFile(report, Path(home, file));
     CheckRoom(report, home);
   } else {
     report.Note(kStore, "no folder %s: %s", home, std::strerror(errno));
   }
-  CheckGate(report, hasHome ? &status : nullptr);
+  const bool isOpen = CheckGate(report, hasHome ? &status : nullptr);
+  if (hasFile) CheckClosed(report, home, file, isOpen);
   CheckGateSemaphores(report);
   CheckRegions(report);
 }
