@@ -29,6 +29,8 @@ COMMANDS = {
     "device": "script/device test",
     "mutation": "script/mutate",
     "fleet": "script/fleet",
+    "times": "script/times",
+    "ci": ".ci/run",
 }
 
 AREAS = {
@@ -37,6 +39,7 @@ AREAS = {
     "logmgr": "log channel, builders, filter", "db": "configuration store",
     "cpld": "`cpld`, alone and beside the simulated driver", "analogsim": "the simulated driver",
     "devlog": "the log viewer", "devconf": "the configuration shell", "devdoctor": "the look at the whole device",
+    "common": "what the tools share", "examples": "the examples",
     "acceptance": "the acceptance of `cpld` beside the simulated driver", "fuzz": "replay of the fuzzing corpora",
 }
 
@@ -251,6 +254,17 @@ def fleet(page):
         ("stores that were compared and changed", "stores"))])
 
 
+def times(page):
+    figures = page.suites["times"]
+    page.text("## Time", "", "What somebody waits for who has just cloned the repository, with the packages installed and "
+              "nothing else running, in seconds.")
+    page.table(("", "s", "shown by"), [
+        ("`cmake -S . -B build && cmake --build build`: library and tools", figures.number("plain"), command("times")),
+        ("`script/test`, build and run", figures.number("test"), command("times")),
+        ("`script/test dev -L container` after a change of one test file", figures.number("change"), command("times")),
+        ("all that a change has to pass", page.suites["ci"].number("seconds"), command("ci"))])
+
+
 def main():
     suites = {suite: Figures(suite) for suite in COMMANDS}
     if "--missing" in sys.argv[1:]:
@@ -266,7 +280,7 @@ def main():
     old = ", ".join(command(suite) for suite, figures in suites.items() if figures.is_old())
     if old:
         page.text(f"The code has been changed since these were run: {old}.")
-    for part in (tests, coverage, fuzzing, survival, moments, healing, powerloss, mutation, fleet):
+    for part in (tests, coverage, fuzzing, survival, moments, healing, powerloss, mutation, fleet, times):
         part(page)
     page.text("To repeat all of it: `rm -r build/figures; script/quality --run --write`.")
     print("\n".join(page.lines).rstrip())
