@@ -57,38 +57,47 @@ void PowerStates::Take(const PowerEvent &event) {
     case Kind::kBegun:
     case Kind::kDone:
       return;
-    default: {
-      const bool known = event.kind == Kind::kRename;
-      pending_.push_back({event.kind, known ? latest_.names[event.name] : event.inode, event.offset, kNoUnit, nullptr,
-                          event.name, event.data});
-      Apply(latest_, pending_.back());
-    }
+    case Kind::kTruncate:
+      return TakeTruncate(event);
+    case Kind::kRename:
+      return Add({event.kind, latest_.names[event.name], 0, kNoUnit, nullptr, event.name, event.data});
+    default:
+      Add({event.kind, event.inode, 0, kNoUnit, nullptr, event.name, {}});
   }
+}
+
+void PowerStates::Add(Part part) {
+  Apply(latest_, part);
+  pending_.push_back(std::move(part));
+}
+
+// What is after the end of the file is zero from then on.
+void PowerStates::TakeTruncate(const PowerEvent &event) {
+  const PowerFile &file = latest_.files[event.inode];
+  const std::size_t unit = event.offset / unitBytes_;
+  const std::size_t kept = event.offset % unitBytes_;
+  Part part = {event.kind, event.inode, event.offset, kNoUnit, nullptr, {}, {}};
+  if (kept != 0 && unit < file.units.size() && file.units[unit] != nullptr) {
+    part.unit = unit;
+    part.image = Intern(file.units[unit]->first.substr(0, kept) + std::string(unitBytes_ - kept, '\0'));
+  }
+  Add(std::move(part));
 }
 
 void PowerStates::TakeWrite(const PowerEvent &event) {
   PowerFile &file = latest_.files[event.inode];
   const std::uint64_t end = event.offset + event.data.size();
-  const std::uint64_t sizeBefore = file.size;
-  if (end > file.size) {  // the size alone can be there
-    pending_.push_back({Kind::kWrite, event.inode, end, kNoUnit, nullptr, {}, {}});
-    Apply(latest_, pending_.back());
-  }
+  // The size alone can be there.
+  if (end > file.size) Add({Kind::kWrite, event.inode, end, kNoUnit, nullptr, {}, {}});
   for (std::uint64_t at = event.offset; at < end;) {
     const std::size_t unit = at / unitBytes_;
     const std::uint64_t start = unit * unitBytes_;
     const std::uint64_t next = std::min(end, start + unitBytes_);
     std::string bytes = file.units[unit] != nullptr ? file.units[unit]->first : std::string(unitBytes_, '\0');
-    if (sizeBefore < next) {  // what is after the end is zero, also where something was cut off
-      const std::size_t stale = sizeBefore > start ? sizeBefore - start : 0;
-      bytes.replace(stale, std::string::npos, unitBytes_ - stale, '\0');
-    }
     bytes.replace(at - start, next - at, event.data, at - event.offset, next - at);
     const PowerUnit *image = Intern(std::move(bytes));
-    if (image != file.units[unit]) {
-      pending_.push_back({Kind::kWrite, event.inode, std::min(file.size, start + unitBytes_), unit, image, {}, {}});
-      Apply(latest_, pending_.back());
-    }
+    if (image != file.units[unit])
+      Add({Kind::kWrite, event.inode, std::min(file.size, start + unitBytes_), unit, image, {}, {}});
     at = next;
   }
 }

@@ -63,6 +63,8 @@ class PowerStates {
   static constexpr std::size_t kNoUnit = SIZE_MAX;
 
   void TakeWrite(const PowerEvent &event);
+  void TakeTruncate(const PowerEvent &event);
+  void Add(Part part);
   void Settle(const std::function<bool(const Part &)> &isFlushed);
   void Apply(PowerFolder &folder, const Part &part) const;
   const PowerUnit *Intern(std::string bytes);

@@ -267,7 +267,7 @@ class PowerLoss : public StoreTest {
     std::cout << tried_->states << " states of " << tried_->distinct << ", " << events_.size() << " events; "
               << tried_->of[kGoodWithWords] << " with a word, " << tried_->of[kRefused] << " refused, "
               << tried_->of[kWrong] << " wrong\n";
-    EXPECT_GT(tried_->states, 0);
+    EXPECT_GT(tried_->distinct, 0);
   }
 
   void ExpectAllGood() const {
@@ -310,8 +310,8 @@ class PowerLoss : public StoreTest {
   }
 
   void TryStates(std::uint64_t seed, unsigned worker, unsigned workers) {
-    const auto stride = static_cast<std::uint64_t>(std::max(1, Count("DEVSUPPORT_POWER_STATES", 200)));
-    const int samples = Count("DEVSUPPORT_POWER_SAMPLES", 300);
+    const auto stride = static_cast<std::uint64_t>(std::max(1, Count("DEVSUPPORT_POWER_STATES", 40)));
+    const int samples = Count("DEVSUPPORT_POWER_SAMPLES", 30);
     std::mt19937_64 random(seed);
     std::unordered_set<std::uint64_t> seen;
     PowerStates &states = *start_;  // of this process alone
@@ -490,7 +490,7 @@ TEST_F(PowerLoss, OnAMediumThatIgnoresFlushes_LosesChanges) {
   tells_ = false;
   flushesCount_ = false;
   CutPowerDuring(ChangeRecords, MakeAStore);
-  EXPECT_GT(tried_->of[kWrong], 0);
+  EXPECT_GT(tried_->of[kRefused] + tried_->of[kWrong], 0);
 }
 
 }  // namespace
