@@ -156,6 +156,11 @@ class Device:
         for devlog in children(self.service.process.pid):
             os.kill(devlog, number)
 
+    def stop(self):
+        devlogs = children(self.service.process.pid)
+        for pid in (self.service.process.pid, *devlogs):
+            os.kill(pid, signal.SIGKILL)
+
 
 class Trial:
     def __init__(self, options):
@@ -211,15 +216,28 @@ class Trial:
         assert not any(status for _, status, _ in usages), "a device could not write"
         written = time.monotonic() - start
         print(f"{written:5.1f} s  all records written", flush=True)
-        last, since = -1, 0
-        while since < 10:  # the rest arrives
-            time.sleep(1)
-            now = self.stored()
-            last, since = now, since + 1 if now == last else 0
-        self.stored_after = time.monotonic() - start - since
-        print(f"{self.stored_after:5.1f} s  all that comes has come", flush=True)
-        return Cost(sum(usage.ru_utime + usage.ru_stime for _, _, usage in usages),
-                    max(usage.ru_maxrss for _, _, usage in usages)), written
+        settled = self.settle(start, lambda: sum(path.stat().st_size for path in (HERE / "devices").glob("*/*")))
+        print(f"{settled - start:5.1f} s  the files have all that comes", flush=True)
+        costs = {"writer": Cost(sum(usage.ru_utime + usage.ru_stime for _, _, usage in usages),
+                                max(usage.ru_maxrss for _, _, usage in usages)),
+                 "devlog": sum_up(device.service for device in self.devices), "relay": sum_up(self.relays)}
+        for device in self.devices:  # they would go on looking for records
+            device.stop()
+        stored = self.settle(settled, self.stored) - start
+        print(f"{stored:5.1f} s  the database has all that comes", flush=True)
+        costs |= {"central": self.central.count(), "database": self.database.service.count()}
+        return costs, written, stored
+
+    @staticmethod
+    def settle(changed, measure, seconds=5):
+        """Waits until something changes no more. Returns the time of the last change, or the one given."""
+        last, begin = measure(), time.monotonic()
+        while time.monotonic() - max(begin, changed) < seconds:
+            time.sleep(0.5)
+            now = measure()
+            if now != last:
+                last, changed = now, time.monotonic()
+        return changed
 
 
 def numbers(records):
@@ -277,24 +295,18 @@ def busy(taken):
     return sum(taken) // (used[-1] - used[0] + 1), max(taken)
 
 
-def report(trial, writers, written):
-    costs = {
-        "writer": (writers, len(trial.devices)),
-        "devlog": (sum_up(device.service for device in trial.devices), len(trial.devices)),
-        "relay": (sum_up(trial.relays), len(trial.relays)),
-        "central": (trial.central.count(), 1),
-        "database": (trial.database.service.count(), 1),
-    }
+def report(trial, costs, written, stored):
+    processes = {"writer": len(trial.devices), "devlog": len(trial.devices), "relay": len(trial.relays)}
     relayed = [sum(each) for each in itertools.zip_longest(*(rates(relay.name, "imuxsock") for relay in trial.relays),
                                                            fillvalue=0)]
     speeds = {"writer": (trial.expected / written, RATE * len(trial.devices)), "devlog": busy(relayed),
               "relay": busy(rates("central", "imrelp")), "central": busy(rates("central", "imrelp")),
-              "database": (trial.stored() / trial.stored_after, 0)}
+              "database": (trial.expected / stored, 0)}
     figures = {}
-    for hop, (spent, processes) in costs.items():
+    for hop, spent in costs.items():
         figures |= {f"{hop}-rate": int(speeds[hop][0]), f"{hop}-peak": int(speeds[hop][1]),
                     f"{hop}-nanoseconds": int(spent.seconds * 1e9 / trial.expected),
-                    f"{hop}-kilobytes": spent.kilobytes, f"{hop}-processes": processes}
+                    f"{hop}-kilobytes": spent.kilobytes, f"{hop}-processes": processes.get(hop, 1)}
     return figures
 
 
@@ -322,8 +334,7 @@ def main():
     for name in ("--devices", "--seconds", "--group"):
         parser.add_argument(name, type=int, required=True)
     trial = Trial(parser.parse_args())
-    writers, written = trial.run()
-    figures = report(trial, writers, written)
+    figures = report(trial, *trial.run())
     for service in (*trial.relays, trial.central):
         service.end()
     files, before = in_files(trial), in_database(trial)
