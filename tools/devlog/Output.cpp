@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -19,7 +20,7 @@ namespace devlog {
 namespace {
 
 constexpr int kRetryMs = 250;
-constexpr int kReadMs = 1;
+constexpr int kMaxReadMs = 16;
 
 }  // namespace
 
@@ -52,7 +53,10 @@ bool Output::WriteToSystemLog(std::string_view line, int priority) {
 
 void Output::AwaitRead() {
   if (!isPatient_) return;
-  while (systemLog_.HasUnread() && !tools::IsAnyPending(kEndingSignals)) ::poll(nullptr, 0, kReadMs);
+  for (int ms = 1; systemLog_.HasUnread() && !tools::IsAnyPending(kEndingSignals);
+       ms = std::min(2 * ms, kMaxReadMs)) {
+    ::poll(nullptr, 0, ms);
+  }
   systemLog_.CheckPeer();  // asked last: a socket that is closed drops what is in it
 }
 
