@@ -64,12 +64,12 @@ void *TShmQueue_PeekNext(TShmQueue *pQue, void **ppSlot) {
 // Kept: the walk ends by comparing the slot after the cursor with the oldest cell. A cursor after the newest cell
 // of a ring that is not full is not at that end, so the first step shows the free slot.
 void *TShmQueue_PeekPrev(TShmQueue *pQue, void **ppSlot) {
-  std::int32_t nBehindIdx = pQue->nPeekIdx;
-  std::uint32_t dwBehindOffset = pQue->dwPeekOffset;
-  _TShmQueue_GetNextIdx(&nBehindIdx, &dwBehindOffset, pQue);
+  std::int32_t nAfterIdx = pQue->nPeekIdx;
+  std::uint32_t dwAfterOffset = pQue->dwPeekOffset;
+  _TShmQueue_GetNextIdx(&nAfterIdx, &dwAfterOffset, pQue);
   std::uint32_t dwReadIdx = 0;
   if (!LoadIndex(*pQue, RingEnd::Read, &dwReadIdx)) return nullptr;
-  if (static_cast<std::uint32_t>(nBehindIdx) == dwReadIdx) return nullptr;
+  if (static_cast<std::uint32_t>(nAfterIdx) == dwReadIdx) return nullptr;
 
   void *pPayload = ShowSlot(pQue, ppSlot);
   _TShmQueue_GetPrevIdx(&pQue->nPeekIdx, &pQue->dwPeekOffset, pQue);
