@@ -31,7 +31,7 @@ def value_text(value, unit):
 
 
 def read_remarks(path):
-    """What stands in the way, by row: sections headed `## row, row`."""
+    """The reasons, by row: sections headed `## row, row`."""
     with open(path, encoding="utf-8") as file:
         sections = re.split(r"^## (.+)$", file.read(), flags=re.MULTILINE)[1:]
     return {row.strip(): " ".join(text.split())
@@ -87,7 +87,7 @@ def table(row):
 
 
 def notes(row, remarks):
-    """The verdict, what stands in the way where it is bad, and who failed."""
+    """The verdict, the reason where an aim is missed, and who failed."""
     verdict = row.verdict()
     lines = [verdict.text + "."] if verdict else []
     lines += [row.note] if row.note else []
@@ -131,7 +131,7 @@ def as_markdown(row, remarks, plots):
 
 
 def summary(rows):
-    """Heading and cells of the table that stands in front: every row that has an aim."""
+    """Heading and cells of the table at the beginning: every row that has an aim."""
     cells = []
     for row in rows:
         verdict = row.verdict()
@@ -261,7 +261,10 @@ def page(rows, context, remarks, arguments):
 
 def draw(rows, folder):
     """The plots of these rows; others that are there stay."""
-    for row in filter(plot.can_plot, rows):
+    wanted = list(filter(plot.can_plot, rows))
+    if wanted:
+        subprocess.run(["script/bootstrap", "gnuplot-nox"], check=True)
+    for row in wanted:
         os.makedirs(folder, exist_ok=True)
         with open(f"{folder}/{row.name}.svg", "w", encoding="utf-8") as file:
             file.write(plot.draw(row))
