@@ -31,7 +31,7 @@ constexpr int kHeld = 8;
 
 using Buffer = std::array<char, kRoom>;
 
-// Stands in for std::mutex where nobody else is there: a queue without locks costs nothing for it.
+// Replaces std::mutex where there is one thread: a queue without locks then costs nothing for it.
 struct NoMutex {
   void lock() {}
   void unlock() {}

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Configuration store: a setting read and set, the store opened. What grows stands in StoreGrowth.cpp.
+// Configuration store: a setting read and set, the store opened. The rows over growing stores are in StoreGrowth.cpp.
 
 #include <devsupport/db/DbParam.h>
 

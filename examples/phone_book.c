@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/* A phone book that finds its entries by the keys of the keypad: 2 stands for a, b and c, 3 for d, e and f, and so
+/* A phone book that finds its entries by the keys of the keypad: 2 means a, b and c, 3 means d, e and f, and so
  * on. The store keeps this index itself.
  *
  * usage: phone_book HOME add NAME TEXT   stores an entry in the store whose folder is HOME

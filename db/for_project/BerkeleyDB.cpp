@@ -60,8 +60,8 @@ int BerkDb_Open(const char *pHome, const char *pFile, int32_t *pnResult) {
   int32_t nUnused = 0;
   if (pnResult == nullptr) pnResult = &nUnused;
   *pnResult = BERKDB_OPEN_OK;
-  OpeningTurn turn;
-  if (!OpenEnvironment(pHome != nullptr ? pHome : kDefaultHome, pFile != nullptr ? pFile : kDefaultFile, turn)) {
+  OpeningLock lock;
+  if (!OpenEnvironment(pHome != nullptr ? pHome : kDefaultHome, pFile != nullptr ? pFile : kDefaultFile, lock)) {
     *pnResult = BERKDB_OPEN_ENVIRONMENT;
     return 0;
   }
@@ -70,13 +70,13 @@ int BerkDb_Open(const char *pHome, const char *pFile, int32_t *pnResult) {
 
 void BerkDb_Close(void) {
   if (g_pEnv == nullptr) return;
-  OpeningTurn turn;
-  const int nGate = turn.TakeToClose();
+  OpeningLock lock;
+  const int nGate = lock.TakeToClose();
   if (nGate != 0) {
     g_pEnv->err(g_pEnv, nGate, "FAIL to close database %s", "(environment)");
     AbandonEnvironment();
   } else {
-    CloseEnvironment(turn);
+    CloseEnvironment(lock);
   }
   ForgetTables();
 }

@@ -65,7 +65,7 @@ class PrefixWalk {
   char szKey_[sizeof TDbFindRec::szKey];
   char szPrimary_[sizeof TDbFindRec::szKey];
   char szData_[sizeof TDbFindRec::szData];
-  // Set once: of a record in the caller's memory, a step changes nothing but the size.
+  // Set once: in a record in the caller's memory, a step changes only the size.
   DBT key_ = OutputRecord(szKey_, sizeof szKey_);
   DBT primary_ = OutputRecord(szPrimary_, sizeof szPrimary_);
   DBT data_ = OutputRecord(szData_, sizeof szData_);
@@ -83,7 +83,7 @@ int PrefixWalk::Run(DB *pDb) {
 int PrefixWalk::Walk(DBC *pCursor) {
   dwFound_ = 0;
   bFull_ = false;
-  // An empty prefix is before every key of a table that runs upwards, but behind those of "tb_dm".
+  // An empty prefix is before every key of an ascending table, but after those of "tb_dm".
   std::uint32_t dwOperation = prefix_.empty() ? kStepFirst : kStepToRange;
   for (;; dwOperation = kStepNext) {
     const int nResult = Step(pCursor, dwOperation);

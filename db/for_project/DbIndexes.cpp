@@ -31,7 +31,7 @@ struct Route {
   explicit Route(std::string_view bytes) {
     if (bytes.empty()) return;
     std::snprintf(szNumber, sizeof szNumber, "%d,", static_cast<std::int8_t>(bytes.front()));
-    text = TextOf(Behind(bytes, 1));
+    text = TextOf(After(bytes, 1));
   }
 };
 
@@ -44,10 +44,10 @@ int KeyOfStbPb(DB * /*pIndex*/, const DBT * /*pKey*/, const DBT *pData, DBT *pRe
   return Answer(pResult, dwEnd != std::string_view::npos ? First(text, dwEnd) : TextWithTerminator(Bytes(*pData)));
 }
 
-// A key that was not made from a name has no digits behind it: its secondary key is empty.
+// A key that was not made from a name has no digits after it: its secondary key is empty.
 int KeyOfStb1Pb(DB * /*pIndex*/, const DBT *pKey, const DBT * /*pData*/, DBT *pResult) {
   const std::string_view key = Bytes(*pKey);
-  return Answer(pResult, TextWithTerminator(Behind(key, TextWithTerminator(key).size())));
+  return Answer(pResult, TextWithTerminator(After(key, TextWithTerminator(key).size())));
 }
 
 int KeyOfStbRoute(DB * /*pIndex*/, const DBT *pKey, const DBT * /*pData*/, DBT *pResult) {

@@ -53,8 +53,8 @@ int ReadRecord(DB *pDb, const char *pKey, KeyForm form, char *pBuf, std::int32_t
   });
 }
 
-// Lets old log files go, when enough has been written since the last time. The change is safe without it, so what
-// becomes of it does not matter to the caller.
+// Lets the library remove old log files, when enough has been written since the last time. The change is safe without
+// it, so a failure does not matter to the caller.
 void CheckpointWhenDue(std::size_t dwBytes) {
   if (g_gate.CountChange(kCheckpointChanges, dwBytes)) g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);
 }
@@ -89,7 +89,7 @@ int DeleteRecord(DB *pDb, const char *pKey, KeyForm form) {
   });
 }
 
-// The writing operations know one failure only, and say it twice.
+// The writing operations have one code for all failures, and print the text twice.
 int CodeOfWrite(DB *pDb, int nResult) {
   if (nResult == 0) return BERKDB_OK;
   Report(pDb, nResult);

@@ -22,7 +22,7 @@ inline std::string_view First(std::string_view bytes, std::size_t dwCount) {
 }
 
 /// What follows the first dwCount bytes.
-inline std::string_view Behind(std::string_view bytes, std::size_t dwCount) {
+inline std::string_view After(std::string_view bytes, std::size_t dwCount) {
   bytes.remove_prefix(std::min(dwCount, bytes.size()));
   return bytes;
 }

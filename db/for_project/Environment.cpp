@@ -34,7 +34,7 @@ DB_ENV *g_pEnv = nullptr;
 
 namespace {
 
-// How often a process goes over to new regions. Each time some 50 KB of old handles stay allocated.
+// How often a process changes to new regions. Each time some 50 KB of old handles stay allocated.
 constexpr int kMaxFollows = 256;
 
 // What this process has open.
@@ -77,10 +77,10 @@ void Configure(DB_ENV *pEnv) {
   pEnv->set_lk_detect(pEnv, kDetect);
 }
 
-// Opens the environment on the regions of today, or on new ones. Inside the gate.
+// Opens the environment on the current regions, or on new ones. Inside the gate.
 int OpenRegions(DB_ENV *pEnv, bool bCreate) {
   if (bCreate) {
-    g_gate.DemandRebuild();  // whoever comes after our death begins anew
+    g_gate.DemandRebuild();  // if this process dies here, the next one starts again
     RemoveRegions(g_store.nHomeFd);
     if (const int nError = FlushHome(g_store.nHomeFd, g_store.pFile); nError != 0) return nError;
   }
@@ -113,7 +113,7 @@ bool BindGate(const char *pHome, bool bAlone) {
   return true;
 }
 
-// A place among the members. The dead give theirs up when the regions are made anew.
+// Takes a place among the members. The places of dead processes become free when the regions are made anew.
 bool JoinMembers() {
   if (g_gate.Join()) return true;
   if (g_gate.HasDead()) {
@@ -147,7 +147,8 @@ int CheckPages() {
   return DB_VERIFY_BAD;
 }
 
-// Looks at the files before anything is served or written. Returns 0 or why the store cannot be opened, reported.
+// Checks the files before anything is read or written. Returns 0, or why the store cannot be opened, which was
+// reported.
 int CheckFiles(SealState &state) {
   state = SealState::kFits;
   if (g_store.pFile == nullptr) return 0;
@@ -168,7 +169,7 @@ int CheckFiles(SealState &state) {
   return RemoveSeal(g_store.nHomeFd, g_store.pFile);
 }
 
-// A medium that is full gives the reserve up for what must be written now. True when that made room. The library may
+// On a full medium, removes the reserve for what must be written now. True when that made room. The library may
 // answer that the environment is broken, and not that the medium is full.
 bool MakeRoom(int nResult) {
   if (!IsMediumFull(nResult) && HasRoomForOpening(g_store.nHomeFd)) return false;
@@ -176,8 +177,8 @@ bool MakeRoom(int nResult) {
   return ReleaseReserve(g_store.nHomeFd);
 }
 
-// Opens the environment. Once more, when that can help: with more room, or with new regions instead of broken ones. A
-// failed open leaves a handle that can only be closed.
+// Opens the environment, and tries again when that can help: with more room, or with new regions instead of broken
+// ones. A failed open leaves a handle that can only be closed.
 int OpenRegionsOrTryAgain(DB_ENV *&pEnv, bool bCreate) {
   const int nResult = OpenRegions(pEnv, bCreate);
   const bool bBroken = nResult == DB_RUNRECOVERY && !bCreate;
@@ -195,7 +196,7 @@ bool IsBroken() {
   return g_pEnv->get_flags(g_pEnv, &dwFlags) == 0 && (dwFlags & DB_PANIC_ENVIRONMENT) != 0;
 }
 
-// Gives the reserve up beforehand when the medium is nearly full: opening writes to the log.
+// Removes the reserve beforehand when the medium is nearly full: opening writes to the log.
 void PrepareReserve() {
   const bool bReserve = MakeReserve(g_store.nHomeFd) == 0;
   g_gate.Record().bNoReserve = bReserve && HasRoomBesidesReserve(g_store.nHomeFd) ? 0 : 1;
@@ -209,13 +210,13 @@ int OpenInside(bool bAlone) {
     if (const int nResult = CheckFiles(seal); nResult != 0) return nResult;
   }
   PrepareReserve();
-  // What is in the shared memory does not belong to files that were changed meanwhile. Idle children of processes
-  // that have closed the store can keep it there.
+  // The shared memory does not fit files that were changed meanwhile. It can still exist, because idle children of
+  // processes that have closed the store keep it.
   if (seal == SealState::kChanged || seal == SealState::kStale) g_gate.DemandRebuild();
   const bool bCreate = g_gate.NeedsRebuild() || AttachedToRegions() == 0;
   const int nResult = OpenRegionsOrTryAgain(g_pEnv, bCreate);
   if (nResult != 0 || !bAlone || !bCreate || seal == SealState::kFits) return nResult;
-  // Recovery has made of the files what it could. What the seal could not vouch for is looked at.
+  // Recovery is done. The pages are checked unless the seal has shown that they are unchanged.
   const int nPages = seal == SealState::kChanged ? 0 : CheckPages();
   if (nPages != 0) g_gate.DemandRebuild();  // nobody joins this environment
   g_store.bCheckIndexes = true;
@@ -223,13 +224,13 @@ int OpenInside(bool bAlone) {
   return nPages;
 }
 
-// The caller's turn is his from here on, whatever comes out.
-int OpenInTurn(const char *pHome, const char *pFile, OpeningTurn &turn) {
-  if (const int nError = turn.TakeToOpen(pHome); nError != 0) return nError;
+// The caller holds the lock from here on, also after a failure.
+int OpenLocked(const char *pHome, const char *pFile, OpeningLock &lock) {
+  if (const int nError = lock.TakeToOpen(pHome); nError != 0) return nError;
   if (!RememberHome(pHome, pFile)) return ENOMEM;
   const bool bAlone = !g_gate.HasLivingOthers();
   if (bAlone && AttachedToRegions() == 0) g_gate.Reset();
-  if (const int nGate = turn.EnterGate(); nGate != 0) return nGate;
+  if (const int nGate = lock.EnterGate(); nGate != 0) return nGate;
   if (!BindGate(pHome, bAlone)) return EBUSY;
   if (!JoinMembers()) return ENOMEM;
   const int nResult = OpenInside(bAlone);
@@ -237,8 +238,8 @@ int OpenInTurn(const char *pHome, const char *pFile, OpeningTurn &turn) {
   return nResult;
 }
 
-// Lets the handles of this process go. What they use of the shared memory may be torn, or in use by others: first the
-// segments are let go of, then what is left is marked as broken, so that closing closes the files and nothing else.
+// Gives up the handles of this process. The shared memory that they use may be inconsistent, or in use by others:
+// first the segments are detached, then the environment is marked as broken, so that closing closes only the files.
 // False when there is no memory for that.
 bool Retire() {
   if (!RetireTables()) return false;
@@ -254,7 +255,7 @@ bool Retire() {
   return true;
 }
 
-// Today's regions with a new environment handle, and the tables in it.
+// Opens the current regions with a new environment handle, and the tables in it.
 int OpenAnew(DB_ENV *&pEnv) {
   if (const int nResult = db_env_create(&pEnv, 0); nResult != 0) return nResult;
   Configure(pEnv);
@@ -266,7 +267,7 @@ int OpenAnew(DB_ENV *&pEnv) {
   return g_store.pFile == nullptr || OpenTables(pEnv, g_store.pFile, false, nCode) ? 0 : DB_RUNRECOVERY;
 }
 
-// A closed environment cannot report itself any more.
+// Reports through the process: the environment's handle is closed.
 void ReportEnvironment(int nResult) {
   if (nResult != 0) ReportSentence("FAIL to close database %s: %s", "(environment)", db_strerror(nResult));
 }
@@ -287,7 +288,7 @@ bool CloseInOrder(bool bLast) {
 
 }  // namespace
 
-OpeningTurn::~OpeningTurn() {
+OpeningLock::~OpeningLock() {
   LeaveGate();
   if (bLocked_) g_semaphores.ReleaseOpening();
   if (g_pEnv != nullptr) return;
@@ -296,7 +297,7 @@ OpeningTurn::~OpeningTurn() {
   ForgetStore();
 }
 
-int OpeningTurn::TakeToOpen(const char *pHome) {
+int OpeningLock::TakeToOpen(const char *pHome) {
   g_store.nHomeFd = OpenAboveStandard(pHome, O_RDONLY | O_DIRECTORY);
   if (g_store.nHomeFd < 0 || fstat(g_store.nHomeFd, &g_store.home) != 0) return errno;
   if (const int nError = g_semaphores.TakeOpening(g_store.home); nError != 0) return nError;
@@ -304,24 +305,24 @@ int OpeningTurn::TakeToOpen(const char *pHome) {
   return g_gate.Attach(g_store.home);
 }
 
-int OpeningTurn::TakeToClose() {
+int OpeningLock::TakeToClose() {
   if (g_gate.IsAttached()) bLocked_ = g_semaphores.TakeOpening(g_store.home) == 0;
   return g_store.bAttached ? EnterGate() : 0;
 }
 
-int OpeningTurn::EnterGate() {
+int OpeningLock::EnterGate() {
   Deadline deadline;
   const int nResult = g_gate.Enter(deadline);
   bInside_ = nResult == 0;
   return nResult;
 }
 
-void OpeningTurn::LeaveGate() {
+void OpeningLock::LeaveGate() {
   if (bInside_) g_gate.Leave();
   bInside_ = false;
 }
 
-bool OpenEnvironment(const char *pHome, const char *pFile, OpeningTurn &turn) {
+bool OpenEnvironment(const char *pHome, const char *pFile, OpeningLock &lock) {
   if (g_pEnv != nullptr) {
     g_pEnv->err(g_pEnv, EBUSY, "FAIL to open environment %s", pHome);
     return false;
@@ -333,7 +334,7 @@ bool OpenEnvironment(const char *pHome, const char *pFile, OpeningTurn &turn) {
     return false;
   }
   Configure(g_pEnv);
-  const int nResult = OpenInTurn(pHome, pFile, turn);
+  const int nResult = OpenLocked(pHome, pFile, lock);
   if (nResult == 0) return true;
   if (g_pEnv != nullptr) {
     g_pEnv->err(g_pEnv, nResult, "FAIL to open environment %s", pHome);
@@ -348,11 +349,11 @@ bool OpenStoreTables(int &nCode) {
   return g_store.bComplete;
 }
 
-void CloseEnvironment(OpeningTurn &turn) {
+void CloseEnvironment(OpeningLock &lock) {
   if (g_store.bAttached && IsBroken()) g_gate.DemandRebuild();
   if (g_store.bAttached && !g_gate.IsCurrent()) {
-    // Somebody died inside meanwhile, or the library gave up. What was acknowledged is in the log; the next one who
-    // comes recovers.
+    // A process died inside meanwhile, or the library gave up. What was acknowledged is in the log; the next process
+    // that opens the store recovers it.
     Retire();
   } else if (!g_store.bRetired) {
     const bool bLast = g_store.bAttached && !g_gate.HasLivingOthers();
@@ -360,7 +361,7 @@ void CloseEnvironment(OpeningTurn &turn) {
     if (bComplete && WriteSeal(g_store.nHomeFd, g_store.pFile) != 0) RemoveSeal(g_store.nHomeFd, g_store.pFile);
   }
   if (g_gate.IsAttached()) g_gate.Quit();
-  turn.LeaveGate();
+  lock.LeaveGate();
   Publish(nullptr);
 }
 
@@ -417,6 +418,6 @@ bool HasRoomForChange() {
 }  // namespace devsupport::store
 
 int _BerkDb_CreateEnvir(const char *pHome) {
-  devsupport::store::OpeningTurn turn;
-  return devsupport::store::OpenEnvironment(pHome, nullptr, turn) ? 1 : 0;
+  devsupport::store::OpeningLock lock;
+  return devsupport::store::OpenEnvironment(pHome, nullptr, lock) ? 1 : 0;
 }

@@ -12,13 +12,13 @@ namespace devsupport::store {
 extern DB_ENV *g_pEnv;
 
 /// What this process does alone on the whole device: opening or closing. It takes the opening lock, then the gate, and
-/// gives both back at its end. With the store closed by then, it lets go of everything.
-class OpeningTurn {
+/// gives both back at its end. When the store is closed by then, it detaches everything.
+class OpeningLock {
  public:
-  OpeningTurn() = default;
-  ~OpeningTurn();
-  OpeningTurn(const OpeningTurn &) = delete;
-  OpeningTurn &operator=(const OpeningTurn &) = delete;
+  OpeningLock() = default;
+  ~OpeningLock();
+  OpeningLock(const OpeningLock &) = delete;
+  OpeningLock &operator=(const OpeningLock &) = delete;
 
   /// Waits for the processes that open or close at the moment, and attaches the gate. Returns 0 or an error number.
   int TakeToOpen(const char *pHome);
@@ -35,22 +35,22 @@ class OpeningTurn {
   bool bInside_ = false;
 };
 
-/// Steps 1 to the last of opening the environment. The turn stays with the caller, who opens the tables with
+/// Opens the environment. The caller keeps the lock and opens the tables with
 /// OpenStoreTables. pFile may be nullptr when there are to be no tables.
-bool OpenEnvironment(const char *pHome, const char *pFile, OpeningTurn &turn);
+bool OpenEnvironment(const char *pHome, const char *pFile, OpeningLock &lock);
 
 /// Opens the tables of the environment. Returns as OpenTables.
 bool OpenStoreTables(int &nCode);
 
 /// Closes tables and environment and reports what fails. The last process seals the file.
-void CloseEnvironment(OpeningTurn &turn);
+void CloseEnvironment(OpeningLock &lock);
 
-/// Lets go of an environment that cannot be closed, without touching what the processes share. Files and shared memory
-/// are let go of, the handles stay allocated.
+/// Gives up an environment that cannot be closed, without changing what the processes share. Files and shared memory are
+/// closed and detached; the handles stay allocated.
 void AbandonEnvironment();
 
-/// Goes over to the regions of today, inside the gate: makes them anew when somebody died inside, joins them when
-/// another one has made them anew already. Returns 0 or the library's result.
+/// Changes to the current regions, inside the gate: makes them anew when a process died inside, joins them when another
+/// process has made them anew already. Returns 0 or the library's result.
 int FollowStore();
 
 /// What an operation does after it failed inside the gate.

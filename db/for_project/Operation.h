@@ -82,7 +82,7 @@ inline DBT OutputRecord(void *pBuf, std::int32_t nBufBytes) {
   return record;
 }
 
-/// Puts a terminator behind a text that was stored without one, if there is room.
+/// Puts a terminator after a text that was stored without one, if there is room.
 inline void Terminate(const DBT &record) {
   char *pText = static_cast<char *>(record.data);
   if (record.size < record.ulen && (record.size == 0 || pText[record.size - 1] != '\0')) pText[record.size] = '\0';

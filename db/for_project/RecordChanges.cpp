@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Several changes as one transaction.
 //
-// The store's lock table is small, and a transaction needs a lock for each page that it touches. But whoever is
-// inside the gate is alone in the shared memory, so that locks have nothing to tell: they are switched off meanwhile
+// The store's lock table is small, and a transaction needs a lock for each page that it changes. But a process inside
+// the gate is alone in the shared memory and needs no locks: they are switched off meanwhile
 // (docs/decisions/store-changes.md).
 
 #include <cerrno>
@@ -48,7 +48,7 @@ class Changer {
   }
 
  private:
-  // A record that is there already is not written again: it costs the flash memory nothing.
+  // A record that is stored already is not written again, to save the flash memory.
   int Put(DB *pDb, DBT &key, std::string_view value, bool bThere) {
     if (bThere && before_.View() == value) {
       ++result_.counts.dwUnchanged;

@@ -58,7 +58,7 @@ class FirstBytes {
     close(nFd);
   }
 
-  // The library would take such a file for one that it has just begun, and begin it.
+  // The library would take such a file for a new one, and initialise it.
   bool IsZero() const {
     if (nBytes_ <= 0) return false;
     for (const std::uint32_t dwWord : words_) {

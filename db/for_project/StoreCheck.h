@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Looks whether what lies in the tables' file is whole: when nobody can tell that it was closed in order.
+// Checks whether the tables' file is whole, when there is no proof that it was closed in order.
 #pragma once
 
 #include <db.h>

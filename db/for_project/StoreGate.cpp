@@ -169,8 +169,8 @@ int StoreGate::EnterQueued(Deadline &deadline) {
   return Admit(nError);
 }
 
-// The kernel gives the semaphore back for the dead, but tells nobody. So whoever is inside says so, and who finds it
-// said by another one knows that he died there.
+// The kernel gives the semaphore of a dead process back, but does not report it. So the process inside writes its
+// number down, and one that finds the number of another process knows that this one died inside.
 int StoreGate::EnterBySemaphore(Deadline &deadline) {
   if (!g_semaphores.Take(StoreSemaphores::kQueue, deadline)) return DB_LOCK_NOTGRANTED;
   if (pRecord_->nInside.exchange(nPid_) != 0) DemandRebuild();
@@ -197,7 +197,7 @@ void StoreGate::BeginGeneration() {
 bool StoreGate::Join() {
   GateMember *pFree = nullptr;
   for (GateMember &member : pRecord_->aMembers) {
-    if (member.nPid == nPid_) return true;  // while the store was rebuilt we were taken for dead, or not
+    if (member.nPid == nPid_) return true;  // a rebuild may have kept our place
     if (member.nPid == 0 && pFree == nullptr) pFree = &member;
   }
   if (pFree == nullptr) return false;

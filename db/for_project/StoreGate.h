@@ -35,7 +35,7 @@ struct GateRecord {
   std::uint32_t dwBytes;     // of this record
   std::uint32_t bSemaphore;  // 1: the queue's semaphore is the gate, because there are no robust mutexes
   // Of the environment's regions: changes whenever they are made anew. 0: they must be made anew before anybody uses
-  // them, because somebody died inside, or while he made them.
+  // them, because a process died inside, or while it made them.
   std::atomic<std::uint32_t> dwGeneration;
   std::uint32_t dwLastGeneration;        // the last one that was given
   std::atomic<std::uint32_t> dwQueued;   // 1 while the head of the queue waits for the gate
@@ -71,7 +71,7 @@ class StoreGate {
   void BindTo(const struct stat &home, const char *pPath);
 
   /// Waits for the gate and closes it after the caller. Returns 0, or DB_LOCK_NOTGRANTED when the deadline is over.
-  /// When somebody died inside, NeedsRebuild says so.
+  /// When a process died inside, NeedsRebuild returns true.
   int Enter(Deadline &deadline) {
     if (pRecord_ == nullptr) return 0;  // a table outside the environment
     if (pRecord_->bSemaphore != 0) [[unlikely]]
@@ -88,9 +88,9 @@ class StoreGate {
     pthread_mutex_unlock(&pRecord_->inside);
   }
 
-  // Everything below is for the one that is inside.
+  // Everything below is for the process that is inside.
 
-  /// Whether the regions that this process uses are the ones of today.
+  /// Whether this process uses the current regions.
   bool IsCurrent() const {
     return pRecord_ == nullptr || pRecord_->dwGeneration.load(std::memory_order_relaxed) == dwGeneration_;
   }
@@ -98,7 +98,7 @@ class StoreGate {
   void DemandRebuild() { pRecord_->dwGeneration.store(0, std::memory_order_relaxed); }
   /// The regions are new: gives them a generation, and forgets what belonged to the old ones, dead members included.
   void BeginGeneration();
-  /// This process uses today's regions from here on.
+  /// This process uses the current regions from here on.
   void Adopt() { dwGeneration_ = pRecord_->dwGeneration.load(std::memory_order_relaxed); }
 
   /// Gives this process a place among the members. False when all are taken.

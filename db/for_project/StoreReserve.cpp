@@ -33,7 +33,7 @@ constexpr std::size_t kBlockBytes = 4096;
 
 bool HasRoom(int nHomeFd, std::size_t dwBytes) {
   struct statvfs status = {};
-  if (fstatvfs(nHomeFd, &status) != 0) return true;  // writing will tell
+  if (fstatvfs(nHomeFd, &status) != 0) return true;  // a write will show it
   const auto qwBlocks = geteuid() == 0 ? status.f_bfree : status.f_bavail;
   return static_cast<std::uint64_t>(qwBlocks) * status.f_frsize >= dwBytes;
 }

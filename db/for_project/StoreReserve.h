@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Room on the medium that the store keeps for itself: a file that is given up when the medium is full. What was begun
-// can then be ended, and the store be opened and read; changes are refused until there is room for a new reserve.
+// The reserve: a file that is removed when the medium is full. Operations that have begun can then end, and the store
+// can be opened and read; changes are refused until there is room for a new reserve.
 #pragma once
 
 namespace devsupport::store {
@@ -18,7 +18,7 @@ bool HasRoomBesidesReserve(int nHomeFd);
 /// Whether opening with recovery has room without the reserve, whatever it has to write.
 bool HasRoomForOpening(int nHomeFd);
 
-/// Gives the reserve up. False when there was none.
+/// Removes the reserve. False when there was none.
 bool ReleaseReserve(int nHomeFd);
 
 }  // namespace devsupport::store

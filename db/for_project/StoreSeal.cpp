@@ -202,7 +202,7 @@ class Comparison {
   }
 
   SealFinding Result() {
-    if (bTablesGone_) return {};  // somebody begins anew
+    if (bTablesGone_) return {};  // a new store begins
     // Log files after the last sealed one: the store was used.
     VisitLogs(nHomeFd_, [this](const char *pName) {
       if (std::strcmp(pName, szLastLog_) > 0) bGrown_ = true;

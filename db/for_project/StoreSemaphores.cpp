@@ -62,7 +62,7 @@ int StoreSemaphores::TakeOpening(const struct stat &home) {
     TakeSteps take(kOpening);
     if (semop(nId_, take.steps, 2) == 0) return 0;
     if (errno == EIDRM || errno == EINVAL) {
-      nId_ = -1;  // somebody removed the set while we waited: the next one is ours, too
+      nId_ = -1;  // the set was removed while we waited: make or attach the next one
     } else if (errno != EINTR) {
       return errno;
     }

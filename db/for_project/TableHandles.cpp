@@ -96,13 +96,13 @@ bool OpenTables(DB_ENV *pEnv, const char *pFile, bool bCheckIndexes, int &nCode)
   return true;
 }
 
-// Indexes before their primaries would be tidier; the catalogue's order it is, and the library does not mind.
+// In the catalogue's order: the library also closes a table before its indexes.
 bool CloseTables(DB_ENV *pEnv) {
   bool bAll = true;
   for (const TDbTbl &row : g_auDbTbl) {
     DB *pDb = *row.ppDb;
     if (pDb == nullptr) continue;
-    // Closing frees the handle whatever it answers, so that only the environment can still speak for it.
+    // Closing frees the handle in any case, so the report goes through the environment.
     const int nResult = pDb->close(pDb, 0);
     if (nResult != 0) pEnv->err(pEnv, nResult, "FAIL to close database %s", row.pName);
     bAll = bAll && nResult == 0;

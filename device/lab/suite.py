@@ -34,7 +34,7 @@ class Results:
         self.figures = collections.Counter()
 
     def check(self, is_good, name, detail="", weight=1):
-        """detail: what there is to say about a failure. weight: for how many checks the line stands."""
+        """detail: what there is to say about a failure. weight: how many checks the line counts for."""
         text = f"ok {name}" if is_good else f"not ok {name}"
         if detail and not is_good:
             text += "".join(f"\n  {line}" for line in detail.rstrip().split("\n"))

@@ -14,7 +14,7 @@ namespace analogsim {
 
 namespace {
 
-// SIGPIPE is held too: a reader of our trace that goes away must not take the device with it.
+// SIGPIPE is blocked too: the simulation goes on when the reader of the trace goes away.
 constexpr int kHeld[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2, SIGCHLD, SIGPIPE};
 
 std::vector<char *> Pointers(const std::vector<std::string> &texts) {
@@ -66,7 +66,7 @@ CommandSignals::CommandSignals() : held_(kHeld) {
   ::sigaction(SIGPIPE, nullptr, &pipe);
   ::sigemptyset(&defaults_);
   if (pipe.sa_handler == SIG_DFL) ::sigaddset(&defaults_, SIGPIPE);
-  ::signal(SIGCHLD, SIG_DFL);  // ignored by our caller, it would take the command's status from us
+  ::signal(SIGCHLD, SIG_DFL);  // if our caller ignores it, the command's status is lost
 }
 
 int RunCommand(const std::vector<std::string> &words, const std::vector<std::string> &environment,

@@ -29,7 +29,7 @@ namespace fs = std::filesystem;
 
 fs::path With(const fs::path &file, const char *suffix) { return file.string() + suffix; }
 
-/// Keeps everybody else's updates out while it lives. The state file itself cannot carry the lock: each
+/// Blocks updates by other processes while it exists. The state file itself cannot carry the lock: each
 /// update puts a new file in its place.
 class Lock {
  public:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where the registers are kept while nobody asks for them: in memory, or in a file that outlives the session.
+// Where the registers are kept between requests: in memory, or in a file that outlives the session.
 #pragma once
 
 #include <filesystem>

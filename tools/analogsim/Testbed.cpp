@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The world that the command sees, made by umockdev: a library that it preloads into the command leads
+// The device that the command sees, made by umockdev: a library that it preloads into the command leads
 // open() and ioctl() of /dev/analog/0 to a socket of ours.
 
 #include "tools/analogsim/Testbed.h"
@@ -58,7 +58,7 @@ void RequireFolderForTemporaryFiles() {
   throw std::runtime_error("cannot make files in " + folder.string() + ": " + std::strerror(errno));
 }
 
-/// The folder in which the testbed keeps its world.
+/// The folder in which the testbed keeps its files.
 std::string RootOf(UMockdevTestbed *testbed) {
   const std::unique_ptr<char, decltype(&g_free)> root(umockdev_testbed_get_root_dir(testbed), &g_free);
   return root.get();

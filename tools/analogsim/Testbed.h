@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The world that the command sees: /dev/analog/0, its requests answered by a function of ours.
+// The device that the command sees: /dev/analog/0, whose requests the simulator answers.
 #pragma once
 
 #include <memory>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How bytes that anybody may have written are shown to people and put into JSON.
+// How bytes from any source are shown to people and put into JSON.
 
 #include "tools/common/Escape.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How bytes that anybody may have written are shown to people and put into JSON.
+// How bytes from any source are shown to people and put into JSON.
 //
 // A JSON string holds bytes in one of two forms; the name of its member says which:
 //   text    what is UTF-8 without a NUL; a character of the string is a character of the text

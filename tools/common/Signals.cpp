@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Signals that wait while a tool does what must be finished.
+// Signals that are blocked while a tool does something that must be finished.
 
 #include "tools/common/Signals.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Signals that wait while a tool does what must be finished.
+// Signals that are blocked while a tool does something that must be finished.
 #pragma once
 
 #include <signal.h>
@@ -8,7 +8,7 @@
 
 namespace tools {
 
-/// While it lives, these signals wait. Threads that are made meanwhile inherit that.
+/// While it exists, these signals are blocked. Threads that are made meanwhile inherit that.
 class HeldSignals {
  public:
   explicit HeldSignals(std::span<const int> signals);
@@ -17,7 +17,7 @@ class HeldSignals {
   HeldSignals &operator=(const HeldSignals &) = delete;
 
   const sigset_t &Held() const { return held_; }
-  /// What waited already.
+  /// The signals that were blocked before.
   const sigset_t &Before() const { return before_; }
 
  private:
@@ -25,7 +25,7 @@ class HeldSignals {
   sigset_t before_{};
 };
 
-/// Whether one of these signals waits: time to come to an end.
+/// Whether one of these signals is pending: the program should end.
 bool IsAnyPending(std::span<const int> signals);
 
 }  // namespace tools

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Slices of texts. string_view::substr and what is made of it can throw: that needs a C++ runtime.
+// Slices of texts. string_view::substr can throw, which needs a C++ runtime.
 #pragma once
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The characters of texts that anybody may have written.
+// The characters of texts from any source.
 
 #include "tools/common/Utf8.h"
 

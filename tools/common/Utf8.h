@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The characters of texts that anybody may have written.
+// The characters of texts from any source.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ std::size_t FirstCharacter(std::string_view bytes, std::uint32_t &point);
 /// Whether the bytes are UTF-8 without a NUL.
 bool IsText(std::string_view bytes);
 
-/// Whether a character turns the direction of the text around it: what is shown would not be what is written.
+/// Whether a character changes the direction of the text around it, so that what is shown differs from what is written.
 constexpr bool IsDirection(std::uint32_t point) {
   return point == 0x61c || point == 0x200e || point == 0x200f || (point >= 0x202a && point <= 0x202e) ||
          (point >= 0x2066 && point <= 0x2069);

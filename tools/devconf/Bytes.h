@@ -8,7 +8,7 @@
 
 namespace devconf {
 
-/// Memory that cannot be had ends the program: the store is closed, and the exit status says that it failed.
+/// When there is no memory, the program ends: the store is closed, and the exit status says that it failed.
 class Bytes {
  public:
   Bytes() = default;

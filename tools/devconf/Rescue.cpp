@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The store's own rescuer, in a process of its own.
+// Berkeley DB's salvager, in a process of its own.
 
 #include "tools/devconf/Rescue.h"
 
@@ -52,7 +52,7 @@ bool Look(const char *path, std::FILE *dump, std::uint32_t flags) {
   if (dump == nullptr) ::_exit(kFoundDamage);
   const bool isRescued = Look(path, dump, DB_SALVAGE);
   const bool isWritten = std::fflush(dump) == 0;
-  // The rescuer passes over pages that lead nowhere, and says nothing.
+  // The salvager skips pages that lead nowhere, and prints nothing.
   const bool isWhole = Look(path, nullptr, DB_NOORDERCHK);
   ::_exit(isRescued && isWritten && isWhole ? kFoundNothing : kFoundDamage);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Lets the store's own rescuer read a damaged file, in a process of its own: it may crash, and it may never end.
+// Lets Berkeley DB's salvager read a damaged file, in a process of its own: it may crash, and it may never end.
 #pragma once
 
 #include <cstdint>
@@ -9,14 +9,14 @@
 
 namespace devconf {
 
-/// How the rescuer ended.
+/// How the salvager ended.
 enum class RescueEnd : std::uint8_t {
   kWhole,    ///< it found no damage
   kDamaged,  ///< it found damage, and read all that it could
   kBroken    ///< it crashed, or was stopped because it did not come to an end
 };
 
-/// Reads a file and appends what the rescuer wrote: the dump format of the store, tables one after the other. It is
+/// Reads a file and appends what the salvager wrote: the dump format of the store, tables one after the other. It is
 /// stopped when it writes nothing for so many milliseconds, or far more than the file can hold.
 RescueEnd RunRescue(const char *path, int mostSilentMs, Bytes &dump);
 

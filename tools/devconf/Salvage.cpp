@@ -18,7 +18,7 @@ namespace {
 using tools::After;
 using tools::First;
 
-// What the store's rescuer writes in the place of what it could not read.
+// What the salvager writes in place of what it could not read.
 constexpr std::string_view kLost[] = {"UNKNOWN_KEY", "UNKNOWN_DATA"};
 
 bool IsLost(std::string_view bytes) {

@@ -78,7 +78,7 @@ int Store::OpenAnyway(const Options &options) {
   return status::kNoDatabase;
 }
 
-// Nothing guards a copied file against damage, and the store's own operations trust what they read.
+// A copied file can be damaged, and the library's operations do not check what they read.
 int Store::OpenOffline(const char *path) {
   if (!IsDatabaseThere(path)) return status::kNoDatabase;
   if (!IsFileWhole(path)) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Checks the store. The library's operations show an index only through the library's eyes, so here, with nobody else
-// at work and the store closed, the file itself is read.
+// Checks the store. The library's operations cannot show entries of an index that lead nowhere, so the file itself is
+// read, with the store closed.
 
 #include "tools/devconf/Verify.h"
 
@@ -117,7 +117,7 @@ void CheckIndexes(const char *path, Findings &findings) {
   }
 }
 
-// When the pages are damaged, the file had better not be read.
+// When the pages are damaged, reading the file could crash.
 void CheckFile(const char *path, Findings &findings) {
   if (!IsFileWhole(path)) return findings.Add("(file)", "the store's checker found damage");
   for (const Table &table : kCatalogue) {
@@ -150,7 +150,7 @@ int SayInUse() {
   return status::kInUse;
 }
 
-// A store that was closed in order: its files say everything. Nothing keeps others from opening it meanwhile.
+// After a close in order, the files hold everything. Other processes can open the store meanwhile.
 int LookAtClosed(const char *path, const Seal &seal, bool json) {
   HoldOutput();
   Findings findings(json);
@@ -167,7 +167,7 @@ int LookAtClosed(const char *path, const Seal &seal, bool json) {
   return SayInUse();
 }
 
-// What was not closed in order and cannot be opened either is not in the file alone, so that the file says little.
+// After a crash, part of the data is only in the log. When the store cannot be opened, the file alone is incomplete.
 int LookAtUnopened(const char *path, bool json) {
   Complain("the store cannot be opened, so that not all of it can be verified");
   Findings findings(json);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One cell of a log ring as its writer left it, taken apart and judged.
+// One cell of a log ring as its writer left it, decoded and checked.
 
 #include "tools/devlog/Cell.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One cell of a log ring as its writer left it, taken apart and judged. Nothing in it is believed.
+// One cell of a log ring as its writer left it, decoded and checked.
 #pragma once
 
 #include <devsupport/detail/logmgr/LogCell.h>

@@ -39,7 +39,7 @@ class Filter {
 
   /// text     the message's text; NUL-terminated
   /// process  the name in front of it; empty when there is none
-  /// Damaged cells and notes about lost records always pass: nobody knows what they held.
+  /// Damaged cells and notes about lost records always pass: their contents are not known.
   bool Passes(const Message &message, std::string_view text, std::string_view process) const;
 
  private:

@@ -42,7 +42,7 @@ struct News {
   std::uint32_t overrun = 0;
 };
 
-/// The first words of a slot. When the ring was written once round, they are others.
+/// The first words of a slot. They have changed when the ring has been written once round.
 struct Mark {
   std::uint32_t words[3];
   bool operator==(const Mark &) const = default;
@@ -90,8 +90,8 @@ class LogRing {
 
   /// Copies what came into the ring after the position, under the ring's lock. The next look copies it again, unless
   /// Pass() says that it is done with.
-  /// A lock that is not to be had within a second is done without, and the user is told.
-  /// Returns  false when records are to be taken and the lock is not to be had: then nothing was copied.
+  /// When the lock cannot be taken within a second, it reads without the lock and tells the user.
+  /// Returns  false when records are to be taken and the lock cannot be taken: then nothing was copied.
   bool CopyNew(News &news);
 
   /// Moves the position over the first `count` cells of the last copy, and with Access::Take takes them and what was
@@ -102,7 +102,7 @@ class LogRing {
   /// Of the moment of the last CopyNew(), but for the processes.
   Figures Measure() const;
 
-  /// True when somebody has removed the ring from the system: nobody will write to it any more but who has it still.
+  /// True when the ring was removed from the system: only processes that still have it attached can write to it.
   bool IsRemoved() const;
 
  private:

@@ -31,7 +31,7 @@ int Run(const Options &options) {
 }  // namespace devlog
 
 int main(int argCount, char *args[]) {
-  // A buffer of our own: the C library would ask the system for memory, and for more than one look at a time.
+  // A static buffer: the C library would allocate one.
   static char output[16 * 1024];
   std::setvbuf(stdout, output, _IOFBF, sizeof output);
   return devlog::Run(devlog::ReadOptions(argCount, args));

@@ -9,10 +9,11 @@ namespace {
 
 constexpr DayTime kClockSlack = 60 * 1000;  // a record that is so much younger than now is not from yesterday
 
-/// A neighbour that is so much earlier belongs to the same day: the clock was set back, for the winter if nothing else.
+/// A neighbour that is so much earlier belongs to the same day: the clock was set back, for example at the end of summer
+/// time.
 constexpr DayTime kSetBack = 2 * 60 * 60 * 1000;
 
-/// How long after one time of day comes another; a little before it counts as a little before it, not as a day later.
+/// How long after one time of day another one comes. A time shortly before counts as earlier, not as a day later.
 DayTime WayTo(DayTime from, DayTime to) {
   const DayTime way = to - from;
   return way < -kSetBack ? way + kDay : way > kDay - kSetBack ? way - kDay : way;
@@ -21,7 +22,7 @@ DayTime WayTo(DayTime from, DayTime to) {
 }  // namespace
 
 void Place(std::span<Message> messages, DayTime now) {
-  DayTime time = kUnknownTime;  // of the message behind
+  DayTime time = kUnknownTime;  // of the next message
   std::int64_t when = now;
   for (std::size_t index = messages.size(); index-- > 0;) {
     Message &message = messages.data()[index];

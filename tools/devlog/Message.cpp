@@ -84,7 +84,7 @@ std::size_t Assembler::Assemble(std::span<const Cell> cells, std::span<Message> 
   for (const Cell &cell : cells) {
     const Fragment fragment = Decode(cell);
     if (fragment.damage != Damage::None) {
-      // What it says is not believed; but it is one record, and stands where one record stood.
+      // Its contents are not used, but it counts as one record.
       Begin(cell, fragment, end);
       open_ = nullptr;
       isBroken_ = true;

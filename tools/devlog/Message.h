@@ -25,7 +25,7 @@ struct Message {
   Ring ring = Ring::Log;
   Status status = Status::Ok;
   Damage damage = Damage::None;
-  DayTime time = kUnknownTime;  ///< of a note: of the record behind the gap
+  DayTime time = kUnknownTime;  ///< of a note: of the record after the gap
   unsigned type = 0;
   unsigned sequence = 0;   ///< of its first record
   unsigned records = 0;    ///< cells that it is made of; of a note: records lost
@@ -38,7 +38,7 @@ struct Message {
 inline constexpr std::size_t kMaxText = std::size_t{LOGCELL_FRAGMENTS} * LOGCELL_TEXT_CHARS;
 
 /// Puts the text of a message together.
-/// room     out     the text and a NUL behind it
+/// room     out     the text and a NUL after it
 /// Returns  the text, in room; empty for notes and where no length could be believed.
 std::string_view TextOf(const Message &message, std::span<char, kMaxText + 1> room);
 
@@ -80,7 +80,7 @@ class Assembler {
 
   Ring ring_;
   unsigned expected_ = kUnknown;  // sequence number of the next record
-  bool isBroken_ = true;          // nobody knows what stood before the next record
+  bool isBroken_ = true;          // what was before the next record is not known
   Message *open_ = nullptr;       // the message that the next fragment may belong to
   unsigned fragment_ = 0;         // number of its last fragment
   std::uint32_t overrun_ = 0;     // see Assemble(); less what has been found of them

@@ -24,8 +24,8 @@ constexpr int kMaxReadMs = 16;
 
 }  // namespace
 
-Output::Output(Target target, bool isPatient) : target_(target), isPatient_(isPatient) {
-  ::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is an exit status of ours
+Output::Output(Target target, bool isWaiting) : target_(target), isWaiting_(isWaiting) {
+  ::signal(SIGPIPE, SIG_IGN);  // a reader that goes away becomes an exit status
 }
 
 bool Output::IsTerminal() const { return target_ == Target::StandardOutput && ::isatty(STDOUT_FILENO) == 1; }
@@ -41,10 +41,10 @@ bool Output::WriteToSystemLog(std::string_view line, int priority) {
   bool hasSaid = false;
   while (!systemLog_.Send(priority, line)) {
     if (!hasSaid) {
-      Say("the system log takes no message: %s%s", std::strerror(errno), isPatient_ ? "; waiting" : "");
+      Say("the system log takes no message: %s%s", std::strerror(errno), isWaiting_ ? "; waiting" : "");
     }
     hasSaid = true;
-    if (!isPatient_ || tools::IsAnyPending(kEndingSignals)) return false;
+    if (!isWaiting_ || tools::IsAnyPending(kEndingSignals)) return false;
     ::poll(nullptr, 0, kRetryMs);
   }
   if (hasSaid) Say("the system log takes messages again");
@@ -52,7 +52,7 @@ bool Output::WriteToSystemLog(std::string_view line, int priority) {
 }
 
 void Output::AwaitRead() {
-  if (!isPatient_) return;
+  if (!isWaiting_) return;
   for (int ms = 1; systemLog_.HasUnread() && !tools::IsAnyPending(kEndingSignals);
        ms = std::min(2 * ms, kMaxReadMs)) {
     ::poll(nullptr, 0, ms);

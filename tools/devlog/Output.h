@@ -12,8 +12,8 @@ class Output {
  public:
   enum class Target : bool { StandardOutput, SystemLog };
 
-  /// isPatient  a system log that takes nothing is waited for, until a signal says that it is enough
-  Output(Target target, bool isPatient);
+  /// isWaiting  while the system log takes nothing, wait for it until a signal comes
+  Output(Target target, bool isWaiting);
 
   bool IsTerminal() const;
 
@@ -40,7 +40,7 @@ class Output {
   bool WriteToSystemLog(std::string_view line, int priority);
 
   Target target_;
-  bool isPatient_;
+  bool isWaiting_;
   SystemLog systemLog_;
 };
 

@@ -7,7 +7,7 @@
 
 namespace devlog {
 
-/// A ring tells nobody that it was written, so it is looked at again and again: 100 times a second while nothing
+/// There is no signal for a write to a ring, so the rings are polled: 100 times a second while nothing
 /// comes, which is often enough for the first 20 ms of 50,000 records a second to fit into the log ring, and the more
 /// often the faster it fills.
 class Pace {

@@ -72,7 +72,7 @@ class Viewer {
  private:
   int ShowNews(bool isLimited);
   int Follow();
-  /// A ring that is locked just now will be unlocked; there is time when we follow.
+  /// A locked ring will be unlocked; with --follow there is time to wait for it.
   static bool IsGoingOn(int status) { return status == kShown || status == kUnusable; }
   std::size_t Deliver(std::size_t first, std::size_t end);
   std::size_t KeepWanted(std::size_t count) const;
@@ -109,7 +109,7 @@ int Viewer::Follow() {
     channel_.OpenMissing();
     sinceHousekeeping += ms;
     const bool isTime = sinceHousekeeping >= kHousekeepingMs;
-    if (isTime) channel_.FindRemoved();  // asked first: what came before it is still shown
+    if (isTime) channel_.FindRemoved();  // checked first, so that what came before the removal is still shown
     const int status = ShowNews(false);
     if (!IsGoingOn(status)) return status;
     if (!isTime) continue;

@@ -34,7 +34,7 @@ bool Join(char **words, char (&text)[kMaxText + 1]) {
 class Writer {
  public:
   explicit Writer(const Options &options) : options_(options) {
-    constexpr int kLevel = 0;  // the filter is for callers that ask it, and we do not
+    constexpr int kLevel = 0;  // the filter is only for callers that ask it
     isOpen_ = TLogInfoShm_Open(kLevel, 0, nullptr) == 1;
   }
   ~Writer() { TLogInfoShm_Close(); }
