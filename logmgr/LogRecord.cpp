@@ -23,8 +23,8 @@ class Message {
   Message() { szText_[0] = '\0'; }
   void Append(const char *pPiece) {
     if (pPiece == nullptr) return;
-    void *pBehindNul = ::memccpy(pEnd_, pPiece, '\0', Room());
-    pEnd_ = pBehindNul != nullptr ? static_cast<char *>(pBehindNul) - 1 : pEnd_ + Room();
+    void *pAfterNul = ::memccpy(pEnd_, pPiece, '\0', Room());
+    pEnd_ = pAfterNul != nullptr ? static_cast<char *>(pAfterNul) - 1 : pEnd_ + Room();
     *pEnd_ = '\0';
   }
   const char *Text() const { return szText_; }

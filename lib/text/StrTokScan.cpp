@@ -103,12 +103,12 @@ std::int32_t GoDelimit(TStrTok &uTok, const Set &uSet, bool bCanEmpty) {
     const char *const pFound = uSet.Find(pField, pEnd);
     if (pFound >= pEnd) return LastField(uTok, bCanEmpty);
     uTok.nPrevDelimLen = uTok.nDelimLen;
-    const char *pBehind = pFound + 1;
-    while (!bCanEmpty && pBehind < pEnd && uSet.Has(*pBehind)) ++pBehind;
-    uTok.nDelimLen = static_cast<std::int32_t>(pBehind - pFound);
+    const char *pAfter = pFound + 1;
+    while (!bCanEmpty && pAfter < pEnd && uSet.Has(*pAfter)) ++pAfter;
+    uTok.nDelimLen = static_cast<std::int32_t>(pAfter - pFound);
     uTok.pTok = pField;
     uTok.pTokEnd = pFound;
-    uTok.pCur = pBehind;
+    uTok.pCur = pAfter;
     if (bCanEmpty || pField < pFound) return 1;
   }
 }

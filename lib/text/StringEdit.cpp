@@ -38,8 +38,8 @@ void StrDelete(char *pText, std::int32_t nPos, std::int32_t nCount) {
   if (uPos >= uLength) return;
 
   const auto uCount = static_cast<std::size_t>(nCount);
-  const std::size_t uBehind = uCount < uLength - uPos ? uPos + uCount : uLength;
-  std::memmove(pText + uPos, pText + uBehind, uLength - uBehind + 1);
+  const std::size_t uAfter = uCount < uLength - uPos ? uPos + uCount : uLength;
+  std::memmove(pText + uPos, pText + uAfter, uLength - uAfter + 1);
 }
 
 void StrCutTail(char *pText, std::int32_t nCount) {

@@ -124,10 +124,10 @@ def tests(page):
     others = f"{int(dev.values['tests']) - rest:,}" if "tests" in dev.values else MISSING
     rows.append(("headers, the installed package, the programs as they are linked", others, command("dev")))
     page.table(("of these, for", "tests", "shown by"), rows)
-    seeded = run("grep", "-rho", "SeedHint(seed)", "tests").count("\n") + 1
+    seeded = run("grep", "-rho", "TestSeed seed", "tests").count("\n") + 1
     page.table(("among them", "", "shown by"), [
         ("random scripts whose seed is printed and can be given again", f"{seeded}",
-         "`grep -rho 'SeedHint(seed)' tests \\| wc -l`")])
+         "`grep -rho 'TestSeed seed' tests \\| wc -l`")])
 
 
 def coverage(page):

@@ -27,15 +27,7 @@ namespace {
 
 using analogsim_test::Simulated;
 using analogsim_test::Words;
-using devsupport::test::Child;
-using devsupport::test::Command;
-using devsupport::test::CommandResult;
-using devsupport::test::FileText;
-using devsupport::test::Lines;
-using devsupport::test::SeedHint;
-using devsupport::test::TempDir;
-using devsupport::test::TestSeed;
-using devsupport::test::WriteFile;
+using namespace devsupport::test;
 
 constexpr int kOwnFailure = 125;
 
@@ -62,10 +54,8 @@ TEST(AnalogsimStatus, OfACommandThatASignalEnded_Is128AndTheSignal) {
 }
 
 TEST(AnalogsimStatus, OfACommandThatIsNotThere_Is127AndSaysSo) {
-  const CommandResult result = Simulated({}, {"/no/such/command"}).Run();
-  EXPECT_EQ(result.status, 127);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "analogsim: cannot run /no/such/command: No such file or directory\n");
+  EXPECT_EQ(Simulated({}, {"/no/such/command"}).Run(),
+            (CommandResult{127, "", "analogsim: cannot run /no/such/command: No such file or directory\n"}));
 }
 
 TEST(AnalogsimStatus, OfACommandThatCannotBeRun_Is126AndSaysSo) {
@@ -179,8 +169,7 @@ std::string RandomBytes(std::mt19937_64 &random) {
 }
 
 TEST(Analogsim, GarbageAtTheDevicesSocket_DisturbsNobody) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const TempDir folder;
   const std::string started = folder / "started";

@@ -70,7 +70,7 @@ TEST(Options, All_AreTaken) {
   EXPECT_EQ(options.command, Words{"true"});
 }
 
-TEST(OptionsCommand, KeepsEveryWordBehindTheSeparator) {
+TEST(OptionsCommand, KeepsEveryWordAfterTheSeparator) {
   const Words command = {"sh", "--", "-x", "--help", "[1,2]", "", "{}", "--trace"};
   Words words = {"--"};
   words.insert(words.end(), command.begin(), command.end());

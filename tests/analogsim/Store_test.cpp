@@ -18,10 +18,7 @@
 namespace {
 
 using namespace analogsim;
-using devsupport::test::Child;
-using devsupport::test::FileText;
-using devsupport::test::TempDir;
-using devsupport::test::WriteFile;
+using namespace devsupport::test;
 
 class StateFile : public ::testing::Test {
  protected:
@@ -153,7 +150,7 @@ TEST_F(StateFile, SharedByProcesses_LosesNoUpdate) {
 
 TEST_F(StateFile, OfAKilledProcess_IsWholeAndUnlocked) {
   for (int kill = 0; kill < 5; ++kill) {
-    devsupport::test::Event running;
+    Event running;
     const Child writer([&]() -> int {
       FileStore store(file_);
       for (int value = 0;; ++value) {

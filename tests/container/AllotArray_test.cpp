@@ -22,11 +22,7 @@ DEVSUPPORT_FAULT_POINT(void *, malloc, (std::size_t nBytes), (nBytes), nullptr, 
 
 namespace {
 
-using devsupport::test::CapturedOutput;
-using devsupport::test::FailCall;
-using devsupport::test::RecordedMessages;
-using devsupport::test::SeedHint;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -331,8 +327,7 @@ void DoRandomStep(std::mt19937_64 &random, TAllotArray *puAry, NaiveSlots &naive
 }
 
 TEST(AllotArray, LongRandomScripts_AgreeWithTheNaiveAllocator) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   for (const int nMaxCount : {1, 2, 3, 7, 64}) {
     Slots slots(nMaxCount);

@@ -18,9 +18,7 @@
 namespace {
 
 using devsupport::hashlittle;
-using devsupport::test::NaiveLookup3;
-using devsupport::test::SeedHint;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 
 constexpr std::string_view kSentence = "Four score and seven years ago";
 
@@ -38,8 +36,7 @@ TEST(Lookup3, TheTestsOwnDefinition_MeetsThePublishedValues) {
 }
 
 TEST(Lookup3, EveryLengthAtEveryAlignment_HashesLikeTheDefinitionAndReadsNothingElse) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   for (std::size_t nLength = 0; nLength <= 100; ++nLength) {
     for (std::size_t nOffset = 0; nOffset < 8; ++nOffset) {

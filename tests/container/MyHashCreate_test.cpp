@@ -15,14 +15,11 @@
 
 namespace {
 
-using devsupport::test::Chain;
-using devsupport::test::FailCall;
-using devsupport::test::HashEntry;
-using devsupport::test::NaiveLookup3;
+using namespace devsupport::test;
 using ::testing::ElementsAre;
 
-using MyHashCreate = devsupport::test::MyHashTest;
-using MyHashBuckets = devsupport::test::MyHashTest;
+using MyHashCreate = MyHashTest;
+using MyHashBuckets = MyHashTest;
 
 TEST_F(MyHashCreate, HasAtLeastAsManyBucketsAsEntries) {
   EXPECT_EQ(Create(10, 100), 1);

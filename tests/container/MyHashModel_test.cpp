@@ -19,15 +19,7 @@
 
 namespace {
 
-using devsupport::test::Chain;
-using devsupport::test::EntryKey;
-using devsupport::test::HashEntry;
-using devsupport::test::MakeEntry;
-using devsupport::test::MatchesText;
-using devsupport::test::NaiveLookup3;
-using devsupport::test::SeedHint;
-using devsupport::test::TestSeed;
-using devsupport::test::TextKey;
+using namespace devsupport::test;
 
 // The same table, written for being obviously right: a list of slots a bucket, a map from slot to entry.
 class NaiveTable {
@@ -154,14 +146,13 @@ class MyHashModel : public ::testing::TestWithParam<std::pair<int, int>> {
 
   const int nBuckets_ = GetParam().first;
   const int nCapacity_ = GetParam().second;
-  const std::uint64_t seed_ = TestSeed();
+  const TestSeed seed_;
   std::mt19937_64 random_{seed_};
   TMyHash uHash_;
   NaiveTable naive_;
 };
 
 TEST_P(MyHashModel, LongRandomScript_AgreesWithTheNaiveTable) {
-  SCOPED_TRACE(SeedHint(seed_));
   // Growing and shrinking in turns, so that full and empty tables are met often.
   for (int step = 0; step < 120000; ++step) {
     const int nAdds = step / 400 % 2 == 0 ? 60 : 20;

@@ -14,13 +14,11 @@
 
 namespace {
 
-using devsupport::test::Chain;
-using devsupport::test::HashEntry;
-using devsupport::test::MakeEntry;
+using namespace devsupport::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-using MyHash = devsupport::test::MyHashTest;
+using MyHash = MyHashTest;
 
 TEST_F(MyHash, Add_CopiesTheEntryAndTellsItsSlot) {
   ASSERT_EQ(Create(4, 4), 1);

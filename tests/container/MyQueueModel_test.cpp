@@ -19,8 +19,7 @@
 
 namespace {
 
-using devsupport::test::SeedHint;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 
 struct Sizes {
   int nCapacity, nUserSize, bUseMutex;
@@ -92,14 +91,13 @@ class MyQueueModel : public ::testing::TestWithParam<Sizes> {
     ASSERT_EQ(nIdx, uQue_.nPutIdx);
   }
 
-  const std::uint64_t seed_ = TestSeed();
+  const TestSeed seed_;
   std::mt19937_64 random_{seed_};
   TMyQueue uQue_{};
   std::deque<std::string> held_;
 };
 
 TEST_P(MyQueueModel, LongRandomScript_AgreesWithTheNaiveQueue) {
-  SCOPED_TRACE(SeedHint(seed_));
   for (int step = 0; step < 100000; ++step) {
     const unsigned nPushes = step / 300 % 2 == 0 ? 60 : 40;  // in turns nearly full and nearly empty
     const unsigned nChoice = Below(100);

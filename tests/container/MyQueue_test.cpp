@@ -52,8 +52,7 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *p) {
 
 namespace {
 
-using devsupport::test::CapturedOutput;
-using devsupport::test::FailCall;
+using namespace devsupport::test;
 
 constexpr std::uint32_t kUnsetLength = 0xDEADBEEF;
 constexpr char kUntouched = '#';
@@ -249,7 +248,7 @@ TEST_P(MyQueue, CellCount_AfterTheWrap_CountsAcrossTheEnd) {
   EXPECT_EQ(_TMyQueue_GetCurCellCount(&uQue_), 0 - 2 + 4);
 }
 
-TEST_P(MyQueue, NextIdxAndNextPtr_WrapBehindTheLastCell) {
+TEST_P(MyQueue, NextIdxAndNextPtr_WrapAfterTheLastCell) {
   ASSERT_EQ(Create(2, 4), 1);
   MutexCalls().clear();
   EXPECT_EQ(_TMyQueue_GetNextIdx(0, &uQue_), 1);

@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <iterator>
 #include <ostream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -22,13 +24,7 @@ namespace {
 using analogsim_test::ReceivedRecords;
 using analogsim_test::Simulated;
 using analogsim_test::Words;
-using devsupport::test::Command;
-using devsupport::test::CommandResult;
-using devsupport::test::FileText;
-using devsupport::test::Lines;
-using devsupport::test::SeedHint;
-using devsupport::test::TempDir;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 
 constexpr char kUsage[] =
     "usage: cpld cmd ch_id reg value \n"
@@ -43,6 +39,11 @@ Words Cpld(const Words &words) {
   Words command{CPLD_PATH};
   command.insert(command.end(), words.begin(), words.end());
   return command;
+}
+
+Words Split(const std::string &words) {
+  std::istringstream stream(words);
+  return {std::istream_iterator<std::string>(stream), {}};
 }
 
 /// One run of cpld beside a driver that behaves as the options say.
@@ -61,8 +62,8 @@ CommandResult RunSession(const std::string &script, const Words &options = {}) {
 
 struct Case {
   const char *name;
-  Words words;
-  Words driver;  ///< how the driver behaves: options of analogsim
+  const char *words;
+  const char *driver;  ///< how the driver behaves: options of analogsim
   const char *record;
   const char *printed;
 };
@@ -80,7 +81,7 @@ class EachCase : public ::testing::TestWithParam<Case> {};
 
 TEST_P(EachCase, SendsOneRecordPrintsOneLineAndExits0) {
   const Case &run = GetParam();
-  const CommandResult result = RunCpld(run.words, run.driver);
+  const CommandResult result = RunCpld(Split(run.words), Split(run.driver));
   EXPECT_EQ(ReceivedRecords(result.err), Words{run.record});
   EXPECT_EQ(Lines(result.err).size(), 1U) << result.err;
   EXPECT_EQ(result.out, run.printed);
@@ -90,97 +91,43 @@ TEST_P(EachCase, SendsOneRecordPrintsOneLineAndExits0) {
 INSTANTIATE_TEST_SUITE_P(
     Command, EachCase,
     ::testing::Values(
-        Case{"GetDirect",
-             {"0", "1", "23"},
-             {},
-             "23270000 01000000 17000000 00000000 00000000 00000000",
+        Case{"GetDirect", "0 1 23", "", "23270000 01000000 17000000 00000000 00000000 00000000",
              "ch=1, reg23, data=0x0 value=0x0\n"},
-        Case{"SetDirect",
-             {"1", "1", "23", "0x30"},
-             {},
-             "25270000 01000000 17000000 30000000 00000000 00000000",
+        Case{"SetDirect", "1 1 23 0x30", "", "25270000 01000000 17000000 30000000 00000000 00000000",
              "ch=1, reg23, data=0x30 value=0x0\n"},
-        Case{"SetDirectOctal",
-             {"1", "1", "23", "060"},
-             {},
-             "25270000 01000000 17000000 30000000 00000000 00000000",
+        Case{"SetDirectOctal", "1 1 23 060", "", "25270000 01000000 17000000 30000000 00000000 00000000",
              "ch=1, reg23, data=0x30 value=0x0\n"},
-        Case{"GetIndirect",
-             {"2", "1", "23"},
-             {},
-             "22270000 01000000 17000000 00000000 00000000 00000000",
+        Case{"GetIndirect", "2 1 23", "", "22270000 01000000 17000000 00000000 00000000 00000000",
              "ch=1, reg23, data=0x0 value=0x0\n"},
-        Case{"SetIndirect",
-             {"3", "2", "300", "-1"},
-             {},
-             "24270000 02000000 2c010000 ffffffff 00000000 00000000",
+        Case{"SetIndirect", "3 2 300 -1", "", "24270000 02000000 2c010000 ffffffff 00000000 00000000",
              "ch=2, reg300, data=0xffffffff value=0x0\n"},
-        Case{"DebugOn", {"4", "1"}, {}, "35270000 00000000 00000000 00000000 00000000 00000000", "debug on\n"},
-        Case{"DebugOffThatSucceeds",
-             {"4", "0"},
-             {},
-             "35270000 01000000 00000000 00000000 00000000 00000000",
+        Case{"DebugOn", "4 1", "", "35270000 00000000 00000000 00000000 00000000 00000000", "debug on\n"},
+        Case{"DebugOffThatSucceeds", "4 0", "", "35270000 01000000 00000000 00000000 00000000 00000000",
              "debug on\n"},
-        Case{"ValueBeyond32Bits",
-             {"1", "1", "23", "0xffffffff"},
-             {},
-             "25270000 01000000 17000000 ffffff7f 00000000 00000000",
+        Case{"ValueBeyond32Bits", "1 1 23 0xffffffff", "", "25270000 01000000 17000000 ffffff7f 00000000 00000000",
              "ch=1, reg23, data=0x7fffffff value=0x0\n"},
-        Case{"UnknownCommand",
-             {"7", "1", "2"},
-             {},
-             "00000000 01000000 02000000 00000000 00000000 00000000",
+        Case{"UnknownCommand", "7 1 2", "", "00000000 01000000 02000000 00000000 00000000 00000000",
              "ch=1, reg2, data=0x0 value=0xffffffff\n"},
-        Case{"NegativeCommand",
-             {"-1", "1", "2"},
-             {},
-             "00000000 01000000 02000000 00000000 00000000 00000000",
+        Case{"NegativeCommand", "-1 1 2", "", "00000000 01000000 02000000 00000000 00000000 00000000",
              "ch=1, reg2, data=0x0 value=0xffffffff\n"},
-        Case{"UnknownCommandOfTwoWords",
-             {"7", "1"},
-             {},
-             "00000000 01000000 00000000 00000000 00000000 00000000",
+        Case{"UnknownCommandOfTwoWords", "7 1", "", "00000000 01000000 00000000 00000000 00000000 00000000",
              "ch=1, reg0, data=0x0 value=0xffffffff\n"},
-        Case{"UnknownCommandWithAValue",
-             {"7", "1", "2", "0x30", "9"},
-             {},
-             "00000000 01000000 02000000 00000000 00000000 00000000",
+        Case{"UnknownCommandWithAValue", "7 1 2 0x30 9", "", "00000000 01000000 02000000 00000000 00000000 00000000",
              "ch=1, reg2, data=0x0 value=0xffffffff\n"},
-        Case{"NegativeNumbers",
-             {"0", "-1", "-23"},
-             {},
-             "23270000 ffffffff e9ffffff 00000000 00000000 00000000",
+        Case{"NegativeNumbers", "0 -1 -23", "", "23270000 ffffffff e9ffffff 00000000 00000000 00000000",
              "ch=-1, reg-23, data=0x0 value=0xffffffff\n"},
-        Case{"DriverChangesChannelRegisterAndValue",
-             {"0", "1", "23"},
-             {"--answer", "channel=7,register=-9,value=0x80001234"},
-             "23270000 01000000 17000000 00000000 00000000 00000000",
-             "ch=7, reg-9, data=0x80001234 value=0x0\n"},
-        Case{"DriverReturnsAPositiveNumber",
-             {"0", "1", "23"},
-             {"--answer", "result=0x2a"},
-             "23270000 01000000 17000000 00000000 00000000 00000000",
-             "ch=1, reg23, data=0x0 value=0x2a\n"},
-        Case{"DriverFails",
-             {"1", "1", "23", "0x30"},
-             {"--fail", "EIO"},
-             "25270000 01000000 17000000 30000000 00000000 00000000",
+        Case{"DriverChangesChannelRegisterAndValue", "0 1 23", "--answer channel=7,register=-9,value=0x80001234",
+             "23270000 01000000 17000000 00000000 00000000 00000000", "ch=7, reg-9, data=0x80001234 value=0x0\n"},
+        Case{"DriverReturnsAPositiveNumber", "0 1 23", "--answer result=0x2a",
+             "23270000 01000000 17000000 00000000 00000000 00000000", "ch=1, reg23, data=0x0 value=0x2a\n"},
+        Case{"DriverFails", "1 1 23 0x30", "--fail EIO", "25270000 01000000 17000000 30000000 00000000 00000000",
              "ch=1, reg23, data=0x30 value=0xffffffff\n"},
-        Case{"DriverFailsAndChangesTheRecord",
-             {"0", "1", "23"},
-             {"--fail", "EIO", "--answer", "channel=2,register=3,value=4"},
-             "23270000 01000000 17000000 00000000 00000000 00000000",
-             "ch=2, reg3, data=0x4 value=0xffffffff\n"},
-        Case{"DebugThatFails",
-             {"4", "1"},
-             {"--fail", "EBUSY"},
-             "35270000 00000000 00000000 00000000 00000000 00000000",
+        Case{"DriverFailsAndChangesTheRecord", "0 1 23", "--fail EIO --answer channel=2,register=3,value=4",
+             "23270000 01000000 17000000 00000000 00000000 00000000", "ch=2, reg3, data=0x4 value=0xffffffff\n"},
+        Case{"DebugThatFails", "4 1", "--fail EBUSY", "35270000 00000000 00000000 00000000 00000000 00000000",
              "debug off\n"},
-        Case{"DebugThatReturnsAPositiveNumber",
-             {"4", "1"},
-             {"--answer", "result=1"},
-             "35270000 00000000 00000000 00000000 00000000 00000000",
-             "debug off\n"}),
+        Case{"DebugThatReturnsAPositiveNumber", "4 1", "--answer result=1",
+             "35270000 00000000 00000000 00000000 00000000 00000000", "debug off\n"}),
     NameOf());
 
 TEST(CpldSession, ReadsBackWhatItWrote) {
@@ -197,10 +144,7 @@ TEST(CpldSession, ReadsBackWhatItWrote) {
 class UsageOf : public ::testing::TestWithParam<Words> {};
 
 TEST_P(UsageOf, PrintsTheWholeTextAsksNoDriverAndExits0) {
-  const CommandResult result = RunCpld(GetParam());
-  EXPECT_EQ(result.out, kUsage);
-  EXPECT_EQ(result.err, "");
-  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(RunCpld(GetParam()), (CommandResult{0, kUsage, ""}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Command, UsageOf,
@@ -222,10 +166,7 @@ Words WithoutDevice(const Words &command) {
 
 TEST(CpldWithoutDevice, Exits1WithoutAWord) {
   for (const Words &words : {Words{"0", "1", "23"}, Words{"1", "1", "23", "1"}, Words{"4", "1"}, Words{"7", "1"}}) {
-    const CommandResult result = Command(WithoutDevice(Cpld(words))).Run();
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(Command(WithoutDevice(Cpld(words))).Run(), (CommandResult{1, "", ""}));
   }
 }
 
@@ -332,12 +273,9 @@ TEST(CpldRandomCommandLines, AlwaysEndWith0Or1AndOneOfThreeForms) {
 #else
   constexpr char kRuns[] = "10000";
 #endif
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
-  const CommandResult result = Simulated({}, {RANDOM_RUNS_PATH, CPLD_PATH, kRuns, std::to_string(seed)}).Run();
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out, std::string(kRuns) + " runs\n");
-  EXPECT_EQ(result.err, "");
+  const TestSeed seed;
+  EXPECT_EQ(Simulated({}, {RANDOM_RUNS_PATH, CPLD_PATH, kRuns, std::to_string(seed)}).Run(),
+            (CommandResult{0, std::string(kRuns) + " runs\n", ""}));
 }
 
 }  // namespace

@@ -20,8 +20,7 @@ namespace {
 
 using cpld::Action;
 using cpld::TAnalogRegRequest;
-using devsupport::test::SeedHint;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 
 struct Parsed {
   Action action;
@@ -270,8 +269,7 @@ void ExpectSendable(const Parsed &parsed) {
 }
 
 TEST(RandomCommandLine, AlwaysGivesARecordThatCanBeSent) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   cpld_test::RandomWords random(seed);
   for (int line = 0; line < 10'000 && !::testing::Test::HasFailure(); ++line) {
     const std::vector<std::string> words = random.Line();

@@ -178,7 +178,7 @@ TEST_F(Store, Open_ConfiguresTheTables) {
   }
 }
 
-TEST_F(Store, Environment_LivesAtItsKeyAndTheKeysBehindIt) {
+TEST_F(Store, Environment_LivesAtItsKeyAndTheKeysAfterIt) {
   EXPECT_EQ(ShareMem_FindKeyAttchCount(kShmKey), 0);
   Open();
   EXPECT_EQ(ShareMem_FindKeyAttchCount(kShmKey), 1);

@@ -15,16 +15,26 @@ namespace {
 
 using namespace devsupport::test;
 
-using Cursor = Record;
+class Cursor : public Record {
+ protected:
+  // A step to a key (with DB_FIRST: from it) that leaves the cursor to the test. What is not written keeps its
+  // preset.
+  int Go(DB *pDb, const char *text, u_int32_t flags = DB_SET, std::int32_t room = 256) {
+    std::strcpy(key, text);
+    const auto keyBytes = static_cast<std::int32_t>(flags == DB_FIRST ? 0 : std::strlen(text) + 1);
+    return BerkDb_CursorGet(pDb, &pCursor, key, keyBytes, value, room, flags, &result);
+  }
+
+  char key[256] = "#";
+  char value[512] = "#";
+  DBC *pCursor = nullptr;
+  int result = -4711;
+};
 
 TEST_F(Cursor, Get_FindsAKeyAndHandsTheCursorBack) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "a", "1"), BERKDB_OK);
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "b", "2"), BERKDB_OK);
-  char key[256] = "a";
-  char value[256] = "#";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  EXPECT_EQ(Go(g_uDb.tb_tone, "a"), BERKDB_OK);
   EXPECT_EQ(result, 0);
   EXPECT_STREQ(value, "1");
   ASSERT_NE(pCursor, nullptr);
@@ -38,11 +48,7 @@ TEST_F(Cursor, Get_FindsAKeyAndHandsTheCursorBack) {
 TEST_F(Cursor, Get_WritesTheKeyThatItFinds) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, "a", "1"), BERKDB_OK);
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, "b", "2"), BERKDB_OK);
-  char key[256] = "#";
-  char value[256] = "#";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_dm, &pCursor, key, 0, value, sizeof value, DB_FIRST, &result), BERKDB_OK);
+  EXPECT_EQ(Go(g_uDb.tb_dm, "#", DB_FIRST), BERKDB_OK);
   EXPECT_EQ(result, 0);
   EXPECT_STREQ(key, "b");
   EXPECT_STREQ(value, "2");
@@ -50,11 +56,7 @@ TEST_F(Cursor, Get_WritesTheKeyThatItFinds) {
 }
 
 TEST_F(Cursor, Get_OfAMissingKey_Returns0WithTheLibrarysResult) {
-  char key[256] = "none";
-  char value[256] = "#";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 5, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  EXPECT_EQ(Go(g_uDb.tb_tone, "none"), BERKDB_OK);
   EXPECT_EQ(result, DB_NOTFOUND);
   EXPECT_NE(pCursor, nullptr);
   EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
@@ -63,13 +65,8 @@ TEST_F(Cursor, Get_OfAMissingKey_Returns0WithTheLibrarysResult) {
 TEST_F(Cursor, Get_FillsAtMostTheRoomItHasAnd256) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "255", std::string(255, 'x').c_str()), BERKDB_OK);
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "256", std::string(256, 'x').c_str()), BERKDB_OK);
-  const auto resultOf = [](const char *text, std::int32_t room) {
-    char key[256] = "";
-    char value[512] = "#";
-    std::strcpy(key, text);
-    DBC *pCursor = nullptr;
-    int result = -4711;
-    BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 4, value, room, DB_SET, &result);
+  const auto resultOf = [this](const char *text, std::int32_t room) {
+    Go(g_uDb.tb_tone, text, DB_SET, room);
     BerkDb_CursorClose(pCursor);
     return result;
   };
@@ -81,13 +78,9 @@ TEST_F(Cursor, Get_FillsAtMostTheRoomItHasAnd256) {
 
 TEST_F(Cursor, Get_WithoutACursor_Is11AndLeavesTheResultAlone) {
   g_uDb.tb_tone->cursor = [](DB *, DB_TXN *, DBC **, u_int32_t) { return ENOMEM; };
-  char key[256] = "k";
-  char value[256] = "#";
-  DBC *pCursor = static_cast<DBC *>(static_cast<void *>(value));
-  int result = -4711;
+  pCursor = static_cast<DBC *>(static_cast<void *>(value));
   CapturedOutput err(stderr);
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result),
-            BERKDB_NO_CURSOR);
+  EXPECT_EQ(Go(g_uDb.tb_tone, "k"), BERKDB_NO_CURSOR);
   EXPECT_EQ(err.Take(), "");
   EXPECT_EQ(pCursor, nullptr);
   EXPECT_EQ(result, -4711);
@@ -100,12 +93,7 @@ TEST_F(Cursor, Get_WithACursorDespiteTheFailure_ClosesIt) {
     s_real(pDb, txn, ppCursor, flags);
     return EIO;
   };
-  char key[256] = "k";
-  char value[256] = "#";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result),
-            BERKDB_NO_CURSOR);
+  EXPECT_EQ(Go(g_uDb.tb_tone, "k"), BERKDB_NO_CURSOR);
   EXPECT_EQ(pCursor, nullptr);
   g_uDb.tb_tone->cursor = s_real;
   CapturedOutput err(stderr);
@@ -122,7 +110,7 @@ TEST_F(Cursor, Get_ThatMeetsALock_ClosesItsCursorAndIsTriedAgain) {
   s_realCursor = g_uDb.tb_tone->cursor;
   s_closed = 0;
   g_uDb.tb_tone->cursor = [](DB *pDb, DB_TXN *txn, DBC **ppCursor, u_int32_t flags) {
-    const int result = s_realCursor(pDb, txn, ppCursor, flags);
+    const int opened = s_realCursor(pDb, txn, ppCursor, flags);
     pDb->cursor = s_realCursor;
     s_realGet = (*ppCursor)->get;
     s_realClose = (*ppCursor)->close;
@@ -133,32 +121,19 @@ TEST_F(Cursor, Get_ThatMeetsALock_ClosesItsCursorAndIsTriedAgain) {
       pOpen->close = s_realClose;
       return s_realClose(pOpen);
     };
-    return result;
+    return opened;
   };
-  char key[256] = "k";
-  char value[256] = "#";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  EXPECT_EQ(Go(g_uDb.tb_tone, "k"), BERKDB_OK);
   EXPECT_EQ(s_closed, 1);
   EXPECT_EQ(result, 0);
   EXPECT_STREQ(value, "v");
   EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
 }
 
-TEST_F(Cursor, Get_OfANullTable_Is6) {
-  char buffer[256] = "";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  EXPECT_EQ(BerkDb_CursorGet(nullptr, &pCursor, buffer, 1, buffer, 256, DB_FIRST, &result), BERKDB_NO_TABLE);
-}
+TEST_F(Cursor, Get_OfANullTable_Is6) { EXPECT_EQ(Go(nullptr, "", DB_FIRST), BERKDB_NO_TABLE); }
 
 TEST_F(Cursor, Close_ThatFails_ReportsAndReturns0) {
-  char key[256] = "k";
-  char value[256] = "#";
-  DBC *pCursor = nullptr;
-  int result = 0;
-  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  ASSERT_EQ(Go(g_uDb.tb_tone, "k"), BERKDB_OK);
   static decltype(pCursor->close) s_real;
   s_real = pCursor->close;
   pCursor->close = [](DBC *pOpen) {
@@ -176,11 +151,7 @@ TEST_F(Cursor, Close_ThatFails_ReportsAndReturns0) {
 
 TEST_F(Cursor, LeftOpen_LetsReadersPass) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
-  char key[256] = "k";
-  char value[256] = "";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, 256, DB_SET | DB_RMW, &result), BERKDB_OK);
+  ASSERT_EQ(Go(g_uDb.tb_tone, "k", DB_SET | DB_RMW), BERKDB_OK);
   EXPECT_EQ(result, 0);
   EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
   EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
@@ -188,11 +159,7 @@ TEST_F(Cursor, LeftOpen_LetsReadersPass) {
 
 TEST_F(Cursor, LeftOpen_HoldsAWriterOfTheSamePageUpUntilItIsClosed) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "old"), BERKDB_OK);
-  char key[256] = "k";
-  char value[256] = "";
-  DBC *pCursor = nullptr;
-  int result = -4711;
-  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_tone, &pCursor, key, 2, value, sizeof value, DB_SET, &result), BERKDB_OK);
+  ASSERT_EQ(Go(g_uDb.tb_tone, "k"), BERKDB_OK);
   static DBC *s_pCursor;
   static decltype(g_uDb.tb_tone->put) s_real;
   s_pCursor = pCursor;

@@ -14,6 +14,8 @@ namespace {
 
 using namespace devsupport::test;
 
+// An octal escape of three digits ends where the text goes on: "\00123" is the byte 1 and "23".
+
 class Indexes : public StoreTest {};
 
 TEST_F(Indexes, TbDm_RunsDownwards) {
@@ -31,16 +33,14 @@ TEST_F(Indexes, StbPb_KeyIsTheTextBeforeTheSemicolonWithoutTerminator) {
   Open();
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123;x"), BERKDB_OK);
   BerkDb_Close();
-  EXPECT_EQ(Dump("stb_pb"), (Records{{Raw("123"), Text("Bob\0"
-                                                       "262")}}));
+  EXPECT_EQ(Dump("stb_pb"), (Records{{Raw("123"), Text("Bob\000262")}}));
 }
 
 TEST_F(Indexes, StbPb_KeyWithoutSemicolonIsTheWholeTextWithTerminator) {
   Open();
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123"), BERKDB_OK);
   BerkDb_Close();
-  EXPECT_EQ(Dump("stb_pb"), (Records{{Text("123"), Text("Bob\0"
-                                                        "262")}}));
+  EXPECT_EQ(Dump("stb_pb"), (Records{{Text("123"), Text("Bob\000262")}}));
 }
 
 TEST_F(Indexes, StbPb_KeyOfAValueWithoutTerminatorIsTheWholeValue) {
@@ -55,8 +55,7 @@ TEST_F(Indexes, Stb1Pb_KeyIsTheDigitsWithTerminator) {
   Open();
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "x"), BERKDB_OK);
   BerkDb_Close();
-  EXPECT_EQ(Dump("stb_1_pb"), (Records{{Text("26201"), Text("Bob 1\0"
-                                                            "26201")}}));
+  EXPECT_EQ(Dump("stb_1_pb"), (Records{{Text("26201"), Text("Bob 1\00026201")}}));
 }
 
 TEST_F(Indexes, Stb1Pb_KeyOfARecordWithoutDigitsIsEmpty) {
@@ -68,48 +67,27 @@ TEST_F(Indexes, Stb1Pb_KeyOfARecordWithoutDigitsIsEmpty) {
 
 TEST_F(Indexes, StbRoute_KeyIsTheFirstThreeBytesOfTheRoutesKey) {
   Open();
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_route,
-                       "\x01"
-                       "23456",
-                       "x"),
-            BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_route, "\00123456", "x"), BERKDB_OK);
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_route, "", "one byte"), BERKDB_OK);
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_route, "\x02", "two bytes"), BERKDB_OK);
   BerkDb_Close();
-  EXPECT_EQ(Dump("stb_route"), (Records{{Raw("\0"), Text("")},
-                                        {Raw("\x01"
-                                             "23"),
-                                         Text("\x01"
-                                              "23456")},
-                                        {Raw("\x02\0"), Text("\x02")}}));
+  EXPECT_EQ(Dump("stb_route"),
+            (Records{{Raw("\0"), Text("")}, {Raw("\00123"), Text("\00123456")}, {Raw("\x02\0"), Text("\x02")}}));
   EXPECT_TRUE(IndexesAgree());
 }
 
 TEST_F(Indexes, StbRoute_DuplicatesRunDownwardsByNumberAsTextAndRest) {
   Open();
   // Same first three bytes, so duplicates of one another in the index; of different length and end.
-  for (const char *key : {"\x05"
-                          "12",
-                          "\x05"
-                          "129",
-                          "\x05"
-                          "12a",
-                          "\x05"
-                          "120"}) {
+  for (const char *key : {"\00512", "\005129", "\00512a", "\005120"}) {
     ASSERT_EQ(BerkDb_Set(g_uDb.tb_route, key, "x"), BERKDB_OK);
   }
   BerkDb_Close();
-  const std::string group =
-      "\x05"
-      "12";
-  EXPECT_EQ(Dump("stb_route"), (Records{{group, Text("\x05"
-                                                     "12a")},
-                                        {group, Text("\x05"
-                                                     "129")},
-                                        {group, Text("\x05"
-                                                     "120")},
-                                        {group, Text("\x05"
-                                                     "12")}}));
+  const std::string group = "\00512";
+  EXPECT_EQ(
+      Dump("stb_route"),
+      (Records{
+          {group, Text("\00512a")}, {group, Text("\005129")}, {group, Text("\005120")}, {group, Text("\00512")}}));
 }
 
 TEST(RouteOrder, TakesTheFirstByteAsASignedNumber) {
@@ -125,25 +103,14 @@ TEST(RouteOrder, TakesTheFirstByteAsASignedNumber) {
   EXPECT_LT(compare(Text("\x01"), Text("\xFF")), 0) << "downwards: 1 comes before -1";
   EXPECT_GT(compare(Text("\xFF"), Text("\x01")), 0);
   EXPECT_LT(compare(Text("\x02"), Text("\x0A")), 0) << "as texts, downwards: 2 comes before 10";
-  EXPECT_GT(compare(Text("\x05"
-                         "x"),
-                    Text("\x05"
-                         "y")),
-            0);
-  EXPECT_EQ(compare(Text("\x80"
-                         "x"),
-                    Raw("\x80"
-                        "x")),
-            0)
-      << "with a terminator or without";
+  EXPECT_GT(compare(Text("\005x"), Text("\005y")), 0);
+  EXPECT_EQ(compare(Text("\200x"), Raw("\200x")), 0) << "with a terminator or without";
   EXPECT_LT(compare(Text("\x05"), Raw("")), 0) << "a record without a byte comes last";
 }
 
 TEST_F(Indexes, StbRoute_LongRoutesThatBeginAlikeAreNotTakenForOne) {
   Open();
-  const std::string begin =
-      "\x80"
-      "12345678901234567890";
+  const std::string begin = "\20012345678901234567890";
   for (const char *end : {"a", "b", "c"})
     ASSERT_EQ(BerkDb_Set(g_uDb.tb_route, (begin + end).c_str(), end), BERKDB_OK);
   BerkDb_Close();
@@ -153,21 +120,14 @@ TEST_F(Indexes, StbRoute_LongRoutesThatBeginAlikeAreNotTakenForOne) {
 
 TEST_F(Indexes, StbRoute_IsBuiltFromTheRoutesWhenItIsEmpty) {
   Open();
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_route,
-                       "\x01"
-                       "23456",
-                       "x"),
-            BERKDB_OK);
+  ASSERT_EQ(BerkDb_Set(g_uDb.tb_route, "\00123456", "x"), BERKDB_OK);
   BerkDb_Close();
   DB *pFile = nullptr;
   ASSERT_EQ(db_create(&pFile, nullptr, 0), 0);
   ASSERT_EQ(pFile->remove(pFile, FilePath().c_str(), "stb_route", 0), 0);
   Open();
   BerkDb_Close();
-  EXPECT_EQ(Dump("stb_route"), (Records{{Raw("\x01"
-                                             "23"),
-                                         Text("\x01"
-                                              "23456")}}));
+  EXPECT_EQ(Dump("stb_route"), (Records{{Raw("\00123"), Text("\00123456")}}));
 }
 
 }  // namespace

@@ -17,8 +17,7 @@ namespace {
 using namespace devsupport::test;
 
 TEST_F(Record, RandomScript_AgreesWithAPlainMap) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
   DB *tables[] = {g_uDb.tb_parameter, g_uDb.tb_dm, g_uDb.tb_pb, g_uDb.tb_route};

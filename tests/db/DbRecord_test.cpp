@@ -114,7 +114,7 @@ TEST_F(Record, Get_OfAValueWithoutTerminator_EndsItWhereTheRecordEnds) {
   EXPECT_EQ(std::string(buffer, sizeof buffer), Raw("abc\0###\0"));
 }
 
-TEST_F(Record, Get_OfAValueWithoutTerminatorThatFitsExactly_WritesNothingBehindIt) {
+TEST_F(Record, Get_OfAValueWithoutTerminatorThatFitsExactly_WritesNothingAfterIt) {
   ASSERT_EQ(BerkDb_Put(g_uDb.tb_parameter, "raw", "abc", 3), BERKDB_OK);
   char buffer[5] = "####";
   EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "raw", buffer, 3), BERKDB_OK);
@@ -137,7 +137,7 @@ TEST_F(Record, Get_InThePhoneBook_LooksTheNameUpUnderNameAndDigits) {
                                      Text("123;x")}}));
 }
 
-TEST_F(Record, Read_OnAPhoneBookIndex_ReadsTheRecordBehindIt) {
+TEST_F(Record, Read_OnAPhoneBookIndex_ReadsTheRecordOfTheTable) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123"), BERKDB_OK);
   char buffer[8] = "#";
   EXPECT_EQ(BerkDb_Read(g_uDb.stb_1_pb, "262", buffer, sizeof buffer), BERKDB_OK);

@@ -266,8 +266,7 @@ TEST_F(KilledChanges, AtEachSystemCall_AreMadeOrNotMade) {
 }
 
 TEST_F(KilledChanges, AtARandomMoment_AreMadeOrNotMade) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const int rounds = std::max(1, 20 * Count("DEVSUPPORT_STORE_ROUNDS", 100) / 100);
   int generation = 0;

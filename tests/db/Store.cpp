@@ -168,6 +168,16 @@ std::string Get(struct __db *pDb, const char *pKey) {
   return code == BERKDB_OK ? buffer : "<" + std::to_string(code) + ">";
 }
 
+DBC *CursorOnFirst(DB *pDb) {
+  char key[256] = "";
+  char data[256];
+  DBC *cursor = nullptr;
+  int step = -4711;
+  EXPECT_EQ(BerkDb_CursorGet(pDb, &cursor, key, 0, data, sizeof data, DB_FIRST, &step), BERKDB_OK);
+  EXPECT_EQ(step, 0);
+  return cursor;
+}
+
 int Count(const char *variable, int normal) {
   const char *given = std::getenv(variable);
   return given != nullptr ? std::atoi(given) : normal;

@@ -70,6 +70,9 @@ std::map<std::string, Records> ReadAllTables();
 /// Reads a value; "<code>" instead when that fails.
 std::string Get(struct __db *pDb, const char *pKey);
 
+/// A cursor on the first record of a table; the caller closes it. A failure fails the test.
+struct __dbc *CursorOnFirst(struct __db *pDb);
+
 /// A count that a slow suite may raise: the value of an environment variable, or the default.
 int Count(const char *variable, int normal);
 

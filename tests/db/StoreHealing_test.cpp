@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A process dies inside the store: the others lose time and nothing else. One situation after the other;
-// StoreStorm_test.cpp is about all of them at once.
+// A process dies inside the store: the others lose time and nothing else. One situation in each test;
+// StoreStorm_test.cpp mixes all of them.
 
 #include <db.h>
 #include <devsupport/db/DbParam.h>
@@ -81,8 +81,6 @@ TEST_F(Healing, AnyOperationThatComesFirst_IsCarriedOut) {
   char data[64];
   TDbFindRec records[4];
   std::int32_t count = 4;
-  DBC *cursor = nullptr;
-  int step = -4711;
   Open();
   Kill();
   EXPECT_EQ(BerkDb_Set(g_uDb.tb_pb, "Ann", "7;y"), BERKDB_OK);
@@ -92,9 +90,7 @@ TEST_F(Healing, AnyOperationThatComesFirst_IsCarriedOut) {
   EXPECT_EQ(BerkDb_FindPrefix(g_uDb.stb_1_pb, "2", records, &count), BERKDB_OK);
   EXPECT_EQ(count, 2);
   Kill();
-  EXPECT_EQ(BerkDb_CursorGet(g_uDb.tb_pb, &cursor, primary, 0, data, sizeof data, DB_FIRST, &step), BERKDB_OK);
-  EXPECT_EQ(step, 0);
-  EXPECT_EQ(BerkDb_CursorClose(cursor), 1);
+  EXPECT_EQ(BerkDb_CursorClose(CursorOnFirst(g_uDb.tb_pb)), 1);
   Kill();
   EXPECT_EQ(BerkDb_Put(g_uDb.tb_parameter, "number", "12", 3), BERKDB_OK);
   Kill();
@@ -140,11 +136,8 @@ TEST_F(Healing, AHandleCopiedBefore_StillMeansItsTable) {
 
 TEST_F(Healing, ACursorFromBefore_IsClosed) {
   Open();
-  char key[256] = "";
-  char data[64];
-  DBC *cursor = nullptr;
-  int step = -4711;
-  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_pb, &cursor, key, 0, data, sizeof data, DB_FIRST, &step), BERKDB_OK);
+  DBC *cursor = CursorOnFirst(g_uDb.tb_pb);
+  ASSERT_NE(cursor, nullptr);
   Kill();
   CapturedOutput err(stderr);
   EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
@@ -159,11 +152,8 @@ TEST_F(Healing, ACursorFromBefore_IsClosed) {
 
 TEST_F(Healing, ACursorFromBeforeThatIsClosedFirst_SaysSo) {
   Open();
-  char key[256] = "";
-  char data[64];
-  DBC *cursor = nullptr;
-  int step = -4711;
-  ASSERT_EQ(BerkDb_CursorGet(g_uDb.tb_pb, &cursor, key, 0, data, sizeof data, DB_FIRST, &step), BERKDB_OK);
+  DBC *cursor = CursorOnFirst(g_uDb.tb_pb);
+  ASSERT_NE(cursor, nullptr);
   Kill();
   CapturedOutput err(stderr);
   EXPECT_EQ(BerkDb_CursorClose(cursor), 0);
@@ -291,7 +281,7 @@ TEST_F(Healing, AProcessThatWasStoppedMeanwhile_FollowsWhenItWakesUp) {
   idle.Signal(SIGSTOP);
   waiting.Signal(SIGSTOP);
   victim.Die();
-  waiting.Signal(SIGCONT);  // it is the next one, and the others are patient with the stopped
+  waiting.Signal(SIGCONT);  // it is the next one, and the others wait for the stopped one
   EXPECT_EQ(waiting.Wait(), 0);
   Open();
   EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);

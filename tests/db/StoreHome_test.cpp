@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One home at a time: what a copy, a second home, or a foreign object at the store's keys can do. Nothing.
+// One home at a time: a copy, a second home, or a foreign object at the store's keys does no harm.
 
 #include <db.h>
 #include <devsupport/ipc/ShareMem.h>
@@ -246,7 +246,7 @@ TEST_P(ForeignObject, AtTheGatesKey_IsRefusedWithAWordAboutIt) {
   EXPECT_EQ(refusal.code, BERKDB_OPEN_ENVIRONMENT);
   EXPECT_NE(refusal.said.find("0x12345677"), std::string::npos) << refusal.said;
   EXPECT_EQ(refusal.said.find("Cannot allocate memory"), std::string::npos) << refusal.said;
-  // Whoever is responsible removes it, and all is well.
+  // After its removal the store can be opened.
   ::shmctl(::shmget(kGateKey, 0, 0), IPC_RMID, nullptr);
   ::semctl(::semget(kGateKey, 0, 0), 0, IPC_RMID);
   Open();

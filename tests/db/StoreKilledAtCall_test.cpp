@@ -121,8 +121,7 @@ class KilledAtEachCall : public StoreTest {
   // Each call stops twice, before and after the kernel does its part.
   void KillAtEachStopOf(const Action &preparation, const Action &operation, int usual = 1) {
     const int every = usual * Stride();
-    const std::uint64_t seed = TestSeed();
-    SCOPED_TRACE(SeedHint(seed));
+    const TestSeed seed;
     int killed = 0;
     for (int stop = static_cast<int>(seed % static_cast<unsigned>(every));
          KillAt(PTRACE_SYSCALL, stop, preparation, operation); stop += every) {
@@ -137,8 +136,7 @@ class KilledAtEachCall : public StoreTest {
 
   // For operations that make no system call, or hardly any.
   void KillAtInstructionsOf(const Action &preparation, const Action &operation) {
-    const std::uint64_t seed = TestSeed();
-    SCOPED_TRACE(SeedHint(seed));
+    const TestSeed seed;
     std::mt19937_64 random(seed);
     const int instructions = CountInstructions(preparation, operation);
     if (instructions == 0) GTEST_SKIP() << "the processor has no single steps";

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The store on a medium that becomes full: what was acknowledged stays, reading goes on, and with room writing does.
-// DEVSUPPORT_STORE_SIZES=1 tries every amount of free room; usually it is every seventh, from a random one on.
+// The store on a medium that becomes full: acknowledged changes stay, reading goes on, and writing when there is
+// room. DEVSUPPORT_STORE_SIZES=1 tries every amount of free room; usually it is every seventh, from a random one on.
 
 #include <db.h>
 #include <unistd.h>
@@ -129,8 +129,7 @@ class Medium : public StoreTest {
 };
 
 TEST_F(Medium, OfAnySize_KeepsWhatWasAcknowledgedAndGoesOnWithRoom) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   const auto every = static_cast<std::size_t>(Count("DEVSUPPORT_STORE_SIZES", 7) * Stride());
   int sizes = 0;
   for (auto pages = static_cast<std::size_t>(seed % every); pages * kPage <= kMostFree; pages += every, ++sizes) {

@@ -250,8 +250,8 @@ class PowerLoss : public StoreTest {
 
   /// Records a script in a home that others have prepared, and tries its states.
   void CutPowerDuring(const Part &script, const Part &preparation = {}, std::size_t unitBytes = kSystemPage) {
-    const std::uint64_t seed = TestSeed();
-    SCOPED_TRACE(SeedHint(seed));
+    const TestSeed named;
+    const std::uint64_t seed = named;
     Record(preparation, script, unitBytes);
     std::vector<std::unique_ptr<Child>> workers;
     const unsigned count = std::max(1U, std::thread::hardware_concurrency());

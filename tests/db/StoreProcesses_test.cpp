@@ -129,8 +129,7 @@ TEST_F(Processes, TenOpeningAnEmptyHomeAtOnce_AllSucceed) {
 }
 
 TEST_F(Processes, AKilledOpener_LeavesTheWayFree) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   for (int round = 0; round < Rounds(100); ++round) {
     Event start;
@@ -194,8 +193,7 @@ int MixedWork(const std::string &home, int operations, std::uint64_t seed) {
 }
 
 TEST_F(Processes, FourMixingAllOperationsOnTheSameRecords_AllFinishWithoutAnError) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::vector<Child> workers;
   for (std::uint64_t i = 0; i < 4; ++i) {
     workers.emplace_back([&, i] { return MixedWork(home_, Rounds(5000), seed + i); });
@@ -258,8 +256,7 @@ TEST_F(Processes, AWriterInALoop_DoesNotKeepTheOthersOut) {
 // --- killed processes
 
 TEST_F(Processes, AWriterKilledAtAnyMoment_LosesNothingThatWasAcknowledged) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const Shared<Journal> journal;
   for (int round = 0; round < Rounds(100); ++round) {
@@ -300,8 +297,7 @@ int Survive(const std::string &home, int round, std::chrono::steady_clock::durat
 }
 
 TEST_F(Processes, ANeighbourKilledInItsWrites_LeavesTheOthersGoingOn) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const Shared<Journal> journal;
   const Shared<std::chrono::steady_clock::duration> longest;
@@ -335,8 +331,7 @@ TEST_F(Processes, ANeighbourKilledInItsWrites_LeavesTheOthersGoingOn) {
 }
 
 TEST_F(Processes, SurvivorsInFullSwing_AllGoOnWhenOneIsKilled) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const Shared<Journal> journal;
   for (int round = 0; round < Rounds(20); ++round) {

@@ -47,7 +47,7 @@ class Storm : public StoreTest {
   static int Rounds(int usual) { return std::max(1, usual * Count("DEVSUPPORT_STORE_ROUNDS", 100) / 100); }
 };
 
-// --- one victim after the other, and the time that it costs the others
+// --- one process killed after the other, and the time that it costs the others
 
 constexpr int kSurvivors = 4;
 
@@ -87,8 +87,7 @@ void Print(const char *what, std::vector<std::int64_t> &times) {
 }
 
 TEST_F(Storm, FourSurvivors_AllGoOnWhenAFifthIsKilledAnywhere) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const SharedBlock<Scene> scene;
   std::vector<Child> survivors;
@@ -198,8 +197,7 @@ int Live(const std::string &home, Crowd &crowd, std::size_t self, Role role, std
 constexpr int kRoundsOfStayers = 60;
 
 TEST_F(Storm, BusyIdleForgetfulAndCursorHoldersKilledAtRandom_LoseNothing) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const SharedBlock<Crowd> crowd;
   const auto start = [&](std::size_t worker, Role role) {

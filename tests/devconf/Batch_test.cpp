@@ -18,7 +18,7 @@ namespace {
 using namespace devconf_test;
 using namespace devsupport::test;
 
-class Batch : public devconf_test::DevconfTest {
+class Batch : public DevconfTest {
  protected:
   CommandResult RunBatch(const std::string &lines) const { return Devconf({"batch"}).InputFrom(File(lines)).Run(); }
 
@@ -76,10 +76,8 @@ TEST_F(Batch, OfNothing_ChangesNothing) {
 
 TEST_F(Batch, WithADeletionOfNothing_Is1AndChangesNothing) {
   Init();
-  const CommandResult result = RunBatch("set a 1\n\npb del Bob\nset b 2\n");
-  EXPECT_EQ(result.status, kNothingFound);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "devconf: standard input:3: no such record; nothing was changed\n");
+  EXPECT_EQ(RunBatch("set a 1\n\npb del Bob\nset b 2\n"),
+            (CommandResult{kNothingFound, "", "devconf: standard input:3: no such record; nothing was changed\n"}));
   EXPECT_EQ(Print({"list"}), "");
 }
 
@@ -145,8 +143,7 @@ TEST_F(Batch, Diff_OfAMistakenFile_Is5) {
 }
 
 TEST_F(Batch, OfADiff_DoesWhatTheImportDoes) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
   const char *const primaries[] = {"tb_parameter", "tb_dm", "tb_pb", "tb_route", "tb_tone"};
@@ -242,8 +239,7 @@ class KilledImport : public Batch {
 };
 
 TEST_F(KilledImport, HasStoredEverythingOrNothing) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   Init();
   Print({"import", FileOf(0)});
@@ -264,8 +260,7 @@ TEST_F(KilledImport, HasStoredEverythingOrNothing) {
 }
 
 TEST_F(KilledImport, BesideANeighbour_HasStoredEverythingOrNothingForIt) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   Init();
   Print({"import", FileOf(0)});

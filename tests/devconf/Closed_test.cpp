@@ -21,7 +21,7 @@ using namespace devsupport::test;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-class Closed : public devconf_test::DevconfTest {
+class Closed : public DevconfTest {
  protected:
   void Fill() {
     Open();
@@ -125,10 +125,7 @@ TEST_F(Closed, Store_WithTheRightToReadOnly_IsRead) {
                     home_, command, word})
         .Run();
   };
-  const CommandResult got = run("get", "a");
-  EXPECT_EQ(got.status, 0);
-  EXPECT_EQ(got.out, "1");
-  EXPECT_EQ(got.err, "");
+  EXPECT_EQ(run("get", "a"), (CommandResult{0, "1", ""}));
   EXPECT_EQ(run("find", "tb_pb").status, 2);
   EXPECT_NE(run("del", "a").status, 0);
   ASSERT_EQ(::chmod(home_.c_str(), 0700), 0);

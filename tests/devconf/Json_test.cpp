@@ -19,8 +19,7 @@ using devconf::IsText;
 using devconf::Member;
 using devconf::ReadObject;
 using devconf::Unescape;
-using devsupport::test::SeedHint;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 
 std::string Escape(std::string_view bytes, Form form) {
   std::string text;
@@ -48,7 +47,7 @@ TEST(JsonText, OfQuotesAndControls_IsEscaped) {
   EXPECT_EQ(Escape("\x01\x1f\x7f", Form::kText), "\\u0001\\u001f\\u007f");
 }
 
-TEST(JsonText, OfControlsBehindAscii_IsEscaped) {
+TEST(JsonText, OfControlsAfterAscii_IsEscaped) {
   EXPECT_EQ(Escape("\xc2\x80\xc2\x9b\xc2\x9f\xc2\xa0", Form::kText), "\\u0080\\u009b\\u009f\xc2\xa0");
 }
 
@@ -77,7 +76,7 @@ TEST(JsonRead, KnowsEveryEscape) {
 
 TEST(JsonRead, OfWrongEscapes_IsRefused) {
   EXPECT_EQ(Read("\\x41", Form::kText), "!unknown escape");
-  EXPECT_EQ(Read("a\\", Form::kText), "!nothing behind a backslash");
+  EXPECT_EQ(Read("a\\", Form::kText), "!nothing after a backslash");
   EXPECT_EQ(Read("\\u004", Form::kText), "!\\u needs four hexadecimal digits");
   EXPECT_EQ(Read("\\u00g0", Form::kText), "!\\u needs four hexadecimal digits");
   for (const char *half : {"\\ud83d", "\\ud83dx", "\\ude00", "\\ud83d\\u0041", "\\ud83d\\n", "\\ud83d\\ud83d"}) {
@@ -136,23 +135,22 @@ TEST(JsonObject, KnowsQuotesThatAreEscaped) { EXPECT_EQ(Split(R"({"a":"x\"y","b"
 TEST(JsonObject, OfAnotherForm_IsRefused) {
   EXPECT_EQ(Split(""), "!no '{' at the start");
   EXPECT_EQ(Split("[]"), "!no '{' at the start");
-  EXPECT_EQ(Split(R"({"a":"1")"), "!no ',' or '}' behind a member");
-  EXPECT_EQ(Split(R"({"a":"1" "b":"2"})"), "!no ',' or '}' behind a member");
+  EXPECT_EQ(Split(R"({"a":"1")"), "!no ',' or '}' after a member");
+  EXPECT_EQ(Split(R"({"a":"1" "b":"2"})"), "!no ',' or '}' after a member");
   EXPECT_EQ(Split(R"({"a":"1",})"), "!a member's name is missing, or its closing quote");
   EXPECT_EQ(Split(R"({a:"1"})"), "!a member's name is missing, or its closing quote");
   EXPECT_EQ(Split(R"({"a)"), "!a member's name is missing, or its closing quote");
   EXPECT_EQ(Split(R"({"a\)"), "!a member's name is missing, or its closing quote");
-  EXPECT_EQ(Split(R"({"a" "1"})"), "!no ':' behind a member's name");
+  EXPECT_EQ(Split(R"({"a" "1"})"), "!no ':' after a member's name");
   EXPECT_EQ(Split(R"({"a":1})"), "!a member's value is no string, or its closing quote is missing");
   EXPECT_EQ(Split(R"({"a":null})"), "!a member's value is no string, or its closing quote is missing");
   EXPECT_EQ(Split(R"({"a":"1\"})"), "!a member's value is no string, or its closing quote is missing");
-  EXPECT_EQ(Split(R"({"a":"1"}x)"), "!something behind the closing '}'");
+  EXPECT_EQ(Split(R"({"a":"1"}x)"), "!something after the closing '}'");
   EXPECT_EQ(Split(R"({"a":"","b":"","c":"","d":""})"), "!too many members");
 }
 
 TEST(JsonRandom, BytesOfEveryKind_ComeBackInBothForms) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
   int texts = 0;
@@ -169,8 +167,7 @@ TEST(JsonRandom, BytesOfEveryKind_ComeBackInBothForms) {
 }
 
 TEST(JsonRandom, LinesOfEveryKind_AreReadOrRefused) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
   constexpr std::string_view kLetters = "{}\":,\\ua0d8e\xc3\xbc\xff\t ";

@@ -10,7 +10,6 @@
 
 namespace {
 
-using devconf::Command;
 using devconf::Mistake;
 using devconf::Options;
 using devconf::ReadOptions;
@@ -33,7 +32,7 @@ Reading Read(std::vector<const char *> words) {
 TEST(Options, WithoutAny_AreTheDevices) {
   const Reading reading = Read({"tables"});
   ASSERT_TRUE(reading.ok);
-  EXPECT_EQ(reading.options.command, Command::kTables);
+  EXPECT_EQ(reading.options.command, devconf::Command::kTables);
   EXPECT_STREQ(reading.options.home, "/config_fs/DB/");
   EXPECT_STREQ(reading.options.file, "config.db");
   EXPECT_FALSE(reading.options.json);
@@ -41,34 +40,30 @@ TEST(Options, WithoutAny_AreTheDevices) {
 }
 
 TEST(Options, KnowEveryCommand) {
-  const std::pair<std::vector<const char *>, Command> commands[] = {
-      {{"init"}, Command::kInit},
-      {{"get", "a"}, Command::kGet},
-      {{"set", "a", "b"}, Command::kSet},
-      {{"salvage"}, Command::kSalvage},
-      {{"watch"}, Command::kWatch},
-      {{"watch", "a", "b"}, Command::kWatch},
-      {{"del", "a"}, Command::kDelete},
-      {{"list"}, Command::kList},
-      {{"list", "a", "b"}, Command::kList},
-      {{"find", "a", "b"}, Command::kFind},
-      {{"pb", "add", "a", "b"}, Command::kPhoneBookSet},
-      {{"pb", "set", "a", "b"}, Command::kPhoneBookSet},
-      {{"pb", "del", "a"}, Command::kPhoneBookDelete},
-      {{"pb", "find", "1"}, Command::kPhoneBookFind},
-      {{"pb", "number", "1"}, Command::kPhoneBookNumber},
-      {{"export"}, Command::kExport},
-      {{"export", "a"}, Command::kExport},
-      {{"import", "a"}, Command::kImport},
-      {{"diff", "a"}, Command::kDiff},
-      {{"batch"}, Command::kBatch},
-      {{"batch", "a"}, Command::kBatch},
-      {{"salvage"}, Command::kSalvage},
-      {{"watch"}, Command::kWatch},
-      {{"watch", "a", "b"}, Command::kWatch},
-      {{"del", "a"}, Command::kDelete},
-      {{"tables"}, Command::kTables},
-      {{"verify"}, Command::kVerify},
+  const std::pair<std::vector<const char *>, devconf::Command> commands[] = {
+      {{"init"}, devconf::Command::kInit},
+      {{"get", "a"}, devconf::Command::kGet},
+      {{"set", "a", "b"}, devconf::Command::kSet},
+      {{"list"}, devconf::Command::kList},
+      {{"list", "a", "b"}, devconf::Command::kList},
+      {{"find", "a", "b"}, devconf::Command::kFind},
+      {{"pb", "add", "a", "b"}, devconf::Command::kPhoneBookSet},
+      {{"pb", "set", "a", "b"}, devconf::Command::kPhoneBookSet},
+      {{"pb", "del", "a"}, devconf::Command::kPhoneBookDelete},
+      {{"pb", "find", "1"}, devconf::Command::kPhoneBookFind},
+      {{"pb", "number", "1"}, devconf::Command::kPhoneBookNumber},
+      {{"export"}, devconf::Command::kExport},
+      {{"export", "a"}, devconf::Command::kExport},
+      {{"import", "a"}, devconf::Command::kImport},
+      {{"diff", "a"}, devconf::Command::kDiff},
+      {{"batch"}, devconf::Command::kBatch},
+      {{"batch", "a"}, devconf::Command::kBatch},
+      {{"salvage"}, devconf::Command::kSalvage},
+      {{"watch"}, devconf::Command::kWatch},
+      {{"watch", "a", "b"}, devconf::Command::kWatch},
+      {{"del", "a"}, devconf::Command::kDelete},
+      {{"tables"}, devconf::Command::kTables},
+      {{"verify"}, devconf::Command::kVerify},
   };
   for (const auto &[words, command] : commands) {
     const Reading reading = Read(words);
@@ -115,9 +110,9 @@ TEST(Options, AfterTwoDashes_ThereAreNone) {
 }
 
 TEST(Options, HelpAndVersion_NeedNoCommand) {
-  EXPECT_EQ(Read({"--help"}).options.command, Command::kHelp);
-  EXPECT_EQ(Read({"get", "-h", "--nonsense"}).options.command, Command::kHelp);
-  EXPECT_EQ(Read({"-V"}).options.command, Command::kVersion);
+  EXPECT_EQ(Read({"--help"}).options.command, devconf::Command::kHelp);
+  EXPECT_EQ(Read({"get", "-h", "--nonsense"}).options.command, devconf::Command::kHelp);
+  EXPECT_EQ(Read({"-V"}).options.command, devconf::Command::kVersion);
 }
 
 TEST(Options, ThatAreMistaken_AreNamed) {
@@ -134,8 +129,8 @@ TEST(Options, ThatAreMistaken_AreNamed) {
   EXPECT_EQ(Read({"-x"}).mistake, "unknown option|-x");
   EXPECT_EQ(Read({"--homes=x", "get", "a"}).mistake, "unknown option|--homes=x");
   EXPECT_EQ(Read({"--json=x", "get", "a"}).mistake, "unknown option|--json=x");
-  EXPECT_EQ(Read({"get", "a", "--home"}).mistake, "an argument is missing for|--home");
-  EXPECT_EQ(Read({"get", "a", "--home="}).mistake, "an argument is missing for|--home=");
+  EXPECT_EQ(Read({"get", "a", "--home"}).mistake, "missing argument after|--home");
+  EXPECT_EQ(Read({"get", "a", "--home="}).mistake, "missing argument after|--home=");
   EXPECT_EQ(Read({"import", "a", "--merge", "--replace"}).mistake, "--merge and --replace exclude each other|");
   EXPECT_EQ(Read({"get", "a", "--raw", "--escape"}).mistake, "--raw and --escape exclude each other|");
   EXPECT_EQ(Read({"set", "a", "b", "--from", "f"}).mistake, "--from and a value exclude each other|");

@@ -234,8 +234,7 @@ TEST_F(RecordsOf, AnIndex_LeadToTheirRecords) {
 }
 
 TEST_F(RecordsOf, RandomTables_AreWhatADumpFromOutsideSees) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
   Open();

@@ -22,7 +22,7 @@ using ::testing::IsSubsetOf;
 
 constexpr std::size_t kPageBytes = 2048;
 
-class Salvage : public devconf_test::DevconfTest {
+class Salvage : public DevconfTest {
  protected:
   void Fill() {
     Open();
@@ -118,7 +118,7 @@ TEST_F(Salvage, OfAFileWithoutItsListOfTables_StillKnowsThePhoneBook) {
 TEST_F(Salvage, OfAStoreThatCannotBeOpened_CanBeImported) {
   Fill();
   std::string damaged = bytes_;
-  // The bytes behind the header of every leaf page of the phone book's index, where the places of its records are.
+  // The bytes after the header of every leaf page of the phone book's index, where the places of its records are.
   for (std::size_t page = 1; page < damaged.size() / kPageBytes; ++page) {
     if (damaged.find("name 7\x00", page * kPageBytes) == std::string::npos) continue;
     for (std::size_t i = 26; i < 40; ++i) damaged[page * kPageBytes + i] = '\x7f';
@@ -152,8 +152,7 @@ TEST_F(Salvage, OfGarbage_PrintsNothingAndEnds) {
 TEST_F(Salvage, OfAFileThatIsNotThere_Is3) { EXPECT_EQ(Run({"salvage"}).status, kNoDatabase); }
 
 TEST_F(Salvage, OfScribbledFiles_EndsAndPrintsWhatImportTakes) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   Fill();
   for (int i = 0; i < std::max(1, Count("DEVSUPPORT_STORE_ROUNDS", 100) / 3); ++i) {

@@ -42,6 +42,10 @@ Command DevconfTest::Devconf(const Words &words) const {
 
 CommandResult DevconfTest::Run(const Words &words) const { return Devconf(words).Run(); }
 
+void DevconfTest::Expect(const Words &words, int status, const std::string &out, const std::string &err) const {
+  EXPECT_EQ(Run(words), (CommandResult{status, out, err})) << ::testing::PrintToString(words);
+}
+
 std::string DevconfTest::Print(const Words &words) const {
   const CommandResult result = Run(words);
   EXPECT_EQ(result.status, 0);

@@ -32,13 +32,16 @@ class DevconfTest : public devsupport::test::StoreTest {
   /// Runs it, expects success and silence on standard error, and returns what it printed.
   std::string Print(const Words &words) const;
 
+  /// Runs it and expects all that it does.
+  void Expect(const Words &words, int status, const std::string &out, const std::string &err) const;
+
   /// Makes the database.
   void Init() const;
 
   /// Makes a file beside the database and returns its path.
   std::string File(const std::string &text) const;
 
-  /// Puts a record into a table as it is given, behind the library's back: the indexes do not follow.
+  /// Puts a record into a table as it is given, without the library: the indexes do not follow.
   /// The store must be closed.
   void Plant(const std::string &table, const std::string &key, const std::string &value);
   /// Takes such a record away, of several with the key the one with this value.

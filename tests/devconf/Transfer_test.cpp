@@ -16,10 +16,10 @@ using namespace devsupport::test;
 const std::string kPrimaries[] = {"tb_parameter", "tb_dm",   "tb_pb",    "tb_speedd", "tb_dialp",
                                   "tb_fkey",      "tb_line", "tb_siptk", "tb_route",  "tb_tone"};
 
-class Transfer : public devconf_test::DevconfTest {
+class Transfer : public DevconfTest {
  protected:
-  std::string Import(const std::string &text, const devconf_test::Words &options = {}) const {
-    devconf_test::Words words{"import", File(text)};
+  std::string Import(const std::string &text, const Words &options = {}) const {
+    Words words{"import", File(text)};
     words.insert(words.end(), options.begin(), options.end());
     return Print(words);
   }
@@ -78,10 +78,9 @@ TEST_F(Transfer, Export_OfOneTable_HasOnlyThat) {
 
 TEST_F(Transfer, Export_OfAnIndex_Is2AndNamesItsTable) {
   Init();
-  const CommandResult result = Run({"export", "stb_pb"});
-  EXPECT_EQ(result.status, kMistake);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "devconf: an index has no records of its own; export its table, \"tb_pb\"\n");
+  EXPECT_EQ(
+      Run({"export", "stb_pb"}),
+      (CommandResult{kMistake, "", "devconf: an index has no records of its own; export its table, \"tb_pb\"\n"}));
 }
 
 TEST_F(Transfer, Export_OfBytes_NamesTheForm) {
@@ -195,7 +194,7 @@ TEST_F(Transfer, AFileWithAMistake_IsRefusedWithItsLineAndChangesNothing) {
       {"x", "no '{' at the start"},
       {R"({"table":"tb_line","key":"a","value":1})",
        "a member's value is no string, or its closing quote is missing"},
-      {R"({"table":"tb_line","key":"a","value":"1"}{)", "something behind the closing '}'"},
+      {R"({"table":"tb_line","key":"a","value":"1"}{)", "something after the closing '}'"},
       {R"({})", "no table"},
       {R"({"key":"a","value":"1"})", "no table"},
       {R"({"table":"tb_x","key":"a","value":"1"})", "unknown table"},

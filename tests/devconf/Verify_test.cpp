@@ -18,7 +18,7 @@ using namespace devsupport::test;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
-class VerifyOf : public devconf_test::DevconfTest {
+class VerifyOf : public DevconfTest {
  protected:
   void Fill() {
     Open();
@@ -30,14 +30,8 @@ class VerifyOf : public devconf_test::DevconfTest {
   }
 
   void ExpectFinding(const std::string &err, const std::string &json) const {
-    const CommandResult result = Run({"verify"});
-    EXPECT_EQ(result.status, kDamaged);
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, err);
-    const CommandResult asJson = Run({"verify", "--json"});
-    EXPECT_EQ(asJson.status, kDamaged);
-    EXPECT_EQ(asJson.out, json);
-    EXPECT_EQ(asJson.err, "");
+    EXPECT_EQ(Run({"verify"}), (CommandResult{kDamaged, "", err}));
+    EXPECT_EQ(Run({"verify", "--json"}), (CommandResult{kDamaged, json, ""}));
   }
 };
 
@@ -90,7 +84,7 @@ TEST_F(VerifyOf, ARecordWithoutAnyIndex_IsFoundInEach) {
 TEST_F(VerifyOf, ADamagedPage_IsFound) {
   Fill();
   std::string bytes = FileText(FilePath());
-  // The bytes behind the header of a leaf page, where the places of its records stand.
+  // The bytes after the header of a leaf page, where the places of its records are.
   for (std::size_t page = 1; page < bytes.size() / 2048; ++page) {
     if (bytes[page * 2048 + 25] != 5) continue;
     for (std::size_t i = 26; i < 40; ++i) bytes[page * 2048 + i] = '\x7f';
@@ -109,10 +103,9 @@ TEST_F(VerifyOf, AValueThatWasChangedInTheFile_IsNeverClean) {
   ASSERT_NE(at, std::string::npos);
   bytes[at + 4] = 'y';
   WriteFile(FilePath(), bytes);
-  const CommandResult result = Run({"verify"});
-  EXPECT_EQ(result.status, kDamaged);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "devconf: config.db: the file is not as it was when the store was closed\n");
+  EXPECT_EQ(
+      Run({"verify"}),
+      (CommandResult{kDamaged, "", "devconf: config.db: the file is not as it was when the store was closed\n"}));
   EXPECT_EQ(Run({"verify", "--json"}).out,
             "{\"table\":\"config.db\",\"error\":\"the file is not as it was when the store was closed\"}\n"
             "{\"errors\":1}\n");
@@ -160,10 +153,8 @@ TEST_F(VerifyOf, AFileThatIsNoDatabase_IsDamagedAndStaysAsItIs) {
 TEST_F(VerifyOf, AStoreThatOthersHaveOpen_Is7AndLooksAtNothing) {
   Fill();
   Open();
-  const CommandResult result = Run({"verify"});
-  EXPECT_EQ(result.status, kInUse);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "devconf: others are using the store; verify needs it alone\n");
+  EXPECT_EQ(Run({"verify"}),
+            (CommandResult{kInUse, "", "devconf: others are using the store; verify needs it alone\n"}));
   EXPECT_EQ(Get(g_uDb.tb_pb, "Ann"), "123;x");
 }
 

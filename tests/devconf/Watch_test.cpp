@@ -54,7 +54,7 @@ class Watching {
   Child program_;
 };
 
-class Watch : public devconf_test::DevconfTest {
+class Watch : public DevconfTest {
  protected:
   /// Changes a record until the program sees it: from then on it sees everything.
   void WaitUntilItWatches(Watching &watching, const std::string &table, const std::string &begin) {

@@ -22,15 +22,7 @@
 namespace {
 
 using namespace devdoctor_test;
-using devsupport::test::ChannelTest;
-using devsupport::test::Child;
-using devsupport::test::CommandResult;
-using devsupport::test::Event;
-using devsupport::test::kLogRing;
-using devsupport::test::Lines;
-using devsupport::test::OpenChannelTest;
-using devsupport::test::RawRing;
-using devsupport::test::SemValue;
+using namespace devsupport::test;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -46,7 +38,7 @@ TEST_F(NoRings, AreWell) {
   EXPECT_EQ(result.err, "");
   EXPECT_THAT(result.out, HasSubstr("log ring: there is none"));
   EXPECT_THAT(result.out, HasSubstr("0 errors, 0 warnings\n"));
-  EXPECT_EQ(devsupport::test::CountIpcObjects(), 0);
+  EXPECT_EQ(CountIpcObjects(), 0);
 }
 
 TEST_F(Rings, ThatAreWell_AreDescribed) {
@@ -126,9 +118,9 @@ TEST_F(NoRings, AHalfMadeRing_IsNamedAndRemovedWhenThatIsAgreed) {
   EXPECT_THAT(result.out, HasSubstr("ERROR: log ring: it was never finished; made by process " +
                                     std::to_string(maker) + ", which is dead"));
   EXPECT_THAT(Answered("", "--repair --home /nonexistent").out, HasSubstr("left as it is"));
-  EXPECT_TRUE(devsupport::test::SegmentExists(kLogRing));
+  EXPECT_TRUE(SegmentExists(kLogRing));
   EXPECT_THAT(Answered("y\\n", "--repair --home /nonexistent").out, HasSubstr("[y/N] done\n"));
-  EXPECT_FALSE(devsupport::test::SegmentExists(kLogRing));
+  EXPECT_FALSE(SegmentExists(kLogRing));
 }
 
 TEST_F(Rings, WhoseHeaderIsScribbled_SaySo) {

@@ -23,11 +23,7 @@
 namespace {
 
 using namespace devdoctor_test;
-using devsupport::test::Child;
-using devsupport::test::CommandResult;
-using devsupport::test::Event;
-using devsupport::test::SmallMedium;
-using devsupport::test::StoreTest;
+using namespace devsupport::test;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -107,7 +103,7 @@ TEST_F(Store, WhoseOpeningIsStopped_NamesTheHolder) {
 
 TEST_F(Store, WhoseFileIsBroken_SaysSo) {
   for (const std::string &text : {std::string("garbage"), std::string(4096, '\0')}) {
-    devsupport::test::WriteFile(FilePath(), text);
+    WriteFile(FilePath(), text);
     const CommandResult result = Look();
     EXPECT_EQ(result.status, 2);
     EXPECT_THAT(result.out, HasSubstr("ERROR: store: the file is not one of tables, or was cut"));
@@ -150,7 +146,7 @@ TEST_F(Store, AScribbledGate_IsNamed) {
 
 TEST_F(Store, OfAnotherHome_SaysSo) {
   Open();
-  const devsupport::test::TempDir other;
+  const TempDir other;
   const CommandResult result = Devdoctor({"--home", other.Path().string()});
   EXPECT_EQ(result.status, 1) << result.out;
   EXPECT_THAT(result.out, HasSubstr("WARNING: store gate: it belongs to another folder"));

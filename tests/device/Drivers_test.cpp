@@ -29,11 +29,7 @@
 
 namespace {
 
-using devsupport::test::CapturedOutput;
-using devsupport::test::FileText;
-using devsupport::test::Ip;
-using devsupport::test::SeedHint;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 
 const std::string kSteering = "/sys/kernel/debug/phone_sim/";
 
@@ -52,7 +48,7 @@ void Steer(const std::string &file, const std::string &text) {
 
 std::string Steered(const std::string &file) { return FileText(kSteering + file); }
 
-/// Each test begins with drivers that have all links up and nothing to complain about.
+/// Each test begins with drivers that have all links up and report no fault.
 class Device : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -280,8 +276,7 @@ TEST_F(AnalogDriver, OrderedFailures_AreCountedDownAndChangeNothing) {
 }
 
 TEST_F(AnalogDriver, RandomRequests_LeaveItAnswering) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937 random(static_cast<std::mt19937::result_type>(seed));
   for (int i = 0; i < 20'000; ++i) {
     std::array<std::uint32_t, 6> record{};

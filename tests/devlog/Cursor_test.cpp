@@ -12,9 +12,7 @@
 namespace {
 
 using namespace devlog_test;
-using devsupport::test::CommandResult;
-using devsupport::test::Lines;
-using devsupport::test::TempDir;
+using namespace devsupport::test;
 
 class WithCursor : public RecordedRings {
  protected:
@@ -29,7 +27,7 @@ class WithCursor : public RecordedRings {
     for (; next_ < end; ++next_) Log().Write({.text = std::to_string(next_), .sequence = next_});
   }
   static std::string LineOf(unsigned number) { return "12:34:56.789 log    0  " + std::to_string(number); }
-  std::string Saved() const { return devsupport::test::FileText(path_); }
+  std::string Saved() const { return FileText(path_); }
 
   TempDir dir_;
   std::string path_ = (dir_ / "cursor").string();
@@ -85,7 +83,7 @@ TEST_F(WithCursor, AfterARestartOfTheSystem_RingsAreNewOnes) {
   std::string text = Saved();
   const std::size_t boot = text.find("boot ") + 5;
   text.replace(boot, text.find('\n', boot) - boot, "another");
-  devsupport::test::WriteFile(path_, text);
+  WriteFile(path_, text);
   EXPECT_EQ(Show(), (Words{LineOf(0), LineOf(1)}));
 }
 
@@ -115,7 +113,7 @@ TEST_F(WithCursor, ADamagedFileIsRefusedAndKept) {
        Words{"x", "devlog cursor 2\n", "devlog cursor 1\n", "devlog cursor 1\nboot x\nring" + ring.substr(3),
              sound.substr(0, sound.size() - 12), "devlog cursor 1\nboot x\nlog 0 0 ffff 0 0 0 0 0 0 0\n",
              "devlog cursor 1\nboot x\nlog 0 0 0 0 0 0 0 0 0 0 0\n"}) {
-    devsupport::test::WriteFile(path_, text);
+    WriteFile(path_, text);
     const CommandResult result = Devlog({"--cursor", path_}).Run();
     EXPECT_EQ(result.status, 4) << text;
     EXPECT_EQ(result.out, "");

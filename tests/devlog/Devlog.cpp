@@ -43,6 +43,13 @@ devsupport::test::Command Devlog(const Words &words) {
   return command;
 }
 
+std::string Shown(const Words &words) {
+  const devsupport::test::CommandResult result = Devlog(words).Run();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  return result.out;
+}
+
 WritableRing::WritableRing(const RingFacts &facts) {
   TShmQueueOpt opt{36, 0, 0};
   EXPECT_EQ(TShmQueue_Create(facts.shareKey, facts.semKey, facts.cells, 136, &opt, &que_), 1);

@@ -24,6 +24,9 @@ using Words = std::vector<std::string>;
 /// `devlog WORDS`, ready to run, without the colours and the time zone of who runs the tests: it is 20:00 for it.
 devsupport::test::Command Devlog(const Words &words);
 
+/// What it shows when all goes well.
+std::string Shown(const Words &words);
+
 /// A ring that is open for writing.
 class WritableRing {
  public:

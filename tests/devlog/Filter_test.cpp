@@ -57,7 +57,7 @@ TEST(Filter, OfAPattern_IsAnExtendedRegularExpression) {
   EXPECT_FALSE(Passes(wanted, {}, "off hook: line 12"));
 }
 
-TEST(Filter, OfAPattern_LooksBehindNulsToo) {
+TEST(Filter, OfAPattern_SearchesPastNulsToo) {
   const char text[] = "a\0needle";
   EXPECT_TRUE(Passes({.patterns = {"needle"}, .patternCount = 1}, {}, std::string_view(text, sizeof text - 1)));
 }

@@ -13,8 +13,7 @@
 namespace {
 
 using namespace devlog_test;
-using devsupport::test::Child;
-using devsupport::test::RawRing;
+using namespace devsupport::test;
 
 Entry Numbered(unsigned number) { return {.text = "record " + std::to_string(number), .sequence = number}; }
 

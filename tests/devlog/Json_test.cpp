@@ -72,8 +72,7 @@ TEST(Json, OfEachCharacter_IsThatCharacter) {
 }
 
 TEST(Json, OfRandomBytes_HasTheseBytes) {
-  const std::uint64_t seed = devsupport::test::TestSeed();
-  SCOPED_TRACE(devsupport::test::SeedHint(seed));
+  const devsupport::test::TestSeed seed;
   std::mt19937_64 random(seed);
   for (int round = 0; round < 2000; ++round) {
     std::string text(random() % 64, '\0');

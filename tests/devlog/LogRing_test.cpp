@@ -17,8 +17,7 @@ namespace {
 
 using namespace devlog;
 using devlog_test::RecordedRings;
-using devsupport::test::CapturedOutput;
-using devsupport::test::FailCall;
+using namespace devsupport::test;
 
 // NOLINTNEXTLINE(performance-no-int-to-ptr): as shmat has it
 DEVSUPPORT_FAULT_POINT(void *, shmat, (int id, const void *at, int flags), (id, at, flags),

@@ -76,7 +76,7 @@ TEST(Place, TakesALittleBackwardsForAClockThatWasSetBack) {
   EXPECT_EQ(messages[0].when, At(2, 59));
 }
 
-TEST(Place, OfAnUnknownTime_IsThatOfTheMessageBehind) {
+TEST(Place, OfAnUnknownTime_IsThatOfTheMessageAfterIt) {
   const std::vector<Message> messages =
       MessagesAt(Ring::Log, {At(8, 0), kUnknownTime, At(8, 5), kUnknownTime}, At(9, 0));
   EXPECT_EQ(messages[1].when, At(8, 5));

@@ -74,7 +74,7 @@ TEST_F(Assembling, TheLongestMessage_IsWhole) {
   EXPECT_EQ(Look(entries), Words{"ok 0+32 " + text});
 }
 
-TEST_F(Assembling, NumbersBehind4095_GoOnWith0) {
+TEST_F(Assembling, NumbersAfter4095_GoOnWith0) {
   EXPECT_EQ(Look({{.text = "a", .sequence = 4095}, {.text = "b", .sequence = 0}}),
             (Words{"ok 4095+1 a", "ok 0+1 b"}));
   EXPECT_EQ(assembler.Lost(), 0U);
@@ -106,7 +106,7 @@ TEST_F(Assembling, FragmentsWhoseBeginningWasOverwritten_AreAPartialMessage) {
             (Words{"partial 8+2 two three", "ok 10+1 next"}));
 }
 
-TEST_F(Assembling, FragmentsBehindAJump_AreAPartialMessageOfTheirOwn) {
+TEST_F(Assembling, FragmentsAfterAJump_AreAPartialMessageOfTheirOwn) {
   EXPECT_EQ(Look({{.text = "one ", .sequence = 7, .fragment = 0}, {.text = "three", .sequence = 9, .fragment = 2}}),
             (Words{"ok 7+1 one ", "lost 8+1", "partial 9+1 three"}));
 }
@@ -149,8 +149,7 @@ TEST_F(Assembling, ADamagedCellInsideAMessage_LeavesItsEndPartial) {
 }
 
 TEST_F(Assembling, CellsOfRandomBytes_GiveNoMoreThanThereIsRoomFor) {
-  const std::uint64_t seed = devsupport::test::TestSeed();
-  SCOPED_TRACE(devsupport::test::SeedHint(seed));
+  const devsupport::test::TestSeed seed;
   std::mt19937_64 random(seed);
   for (int round = 0; round < 200; ++round) {
     std::vector<Cell> cells(random() % 64);

@@ -15,8 +15,7 @@
 namespace {
 
 using devlog::Names;
-using devsupport::test::CapturedOutput;
-using devsupport::test::TempDir;
+using namespace devsupport::test;
 
 class NamesOfAFile : public ::testing::Test {
  protected:

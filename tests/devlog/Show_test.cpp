@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// devlog over recorded rings: what it shows, what it leaves alone, how it ends.
+// devlog over recorded rings: what it shows, and how it ends.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,33 +16,16 @@
 namespace {
 
 using namespace devlog_test;
-using devsupport::test::Attachments;
-using devsupport::test::Child;
-using devsupport::test::CommandResult;
-using devsupport::test::CountIpcObjects;
-using devsupport::test::Lines;
-using devsupport::test::RawRing;
-using devsupport::test::SemValue;
+using namespace devsupport::test;
 
 constexpr char kNoRings[] =
     "devlog: there are no rings: no program has opened the log channel since the system started\n";
-
-/// What is shown when all goes well.
-std::string Shown(const Words &words) {
-  const CommandResult result = Devlog(words).Run();
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.err, "");
-  return result.out;
-}
 
 // Rings that are not there.
 
 TEST_F(DevlogTest, WithoutRings_SaysSoEndsWith1AndCreatesNothing) {
   for (const Words &words : {Words{}, Words{"--json"}, Words{"--stats"}, Words{"--consume"}}) {
-    const CommandResult result = Devlog(words).Run();
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, kNoRings);
+    EXPECT_EQ(Devlog(words).Run(), (CommandResult{1, "", kNoRings}));
   }
   EXPECT_EQ(CountIpcObjects(), 0);
 }
@@ -50,18 +33,13 @@ TEST_F(DevlogTest, WithoutRings_SaysSoEndsWith1AndCreatesNothing) {
 TEST_F(DevlogTest, WithOneRing_ShowsItAndSaysThatTheOtherIsMissing) {
   WritableRing log(kLogRing);
   log.Write({.text = "hello"});
-  const CommandResult result = Devlog({}).Run();
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out, "12:34:56.789 log    0  hello\n");
-  EXPECT_EQ(result.err, "devlog: there is no event ring\n");
+  EXPECT_EQ(Devlog({}).Run(),
+            (CommandResult{0, "12:34:56.789 log    0  hello\n", "devlog: there is no event ring\n"}));
 }
 
 TEST_F(DevlogTest, WithoutTheOneRingAskedFor_EndsWith1) {
   const WritableRing log(kLogRing);
-  const CommandResult result = Devlog({"--ring", "event"}).Run();
-  EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "devlog: there is no event ring\n");
+  EXPECT_EQ(Devlog({"--ring", "event"}).Run(), (CommandResult{1, "", "devlog: there is no event ring\n"}));
 }
 
 TEST_F(DevlogTest, OfASegmentThatNobodyHasFinishedMaking_SaysThatThereIsNone) {
@@ -103,10 +81,9 @@ TEST_F(DevlogTest, OfARingThatIsTooSmall_SaysSoAndShowsTheOther) {
   ASSERT_NE(::shmget(kLogRing.shareKey, 16, IPC_CREAT | 0666), -1);
   WritableRing event(kEventRing);
   event.Write({.text = "hello"});
-  const CommandResult result = Devlog({}).Run();
-  EXPECT_EQ(result.status, 5);
-  EXPECT_EQ(result.out, "12:34:56.789 event  0  hello\n");
-  EXPECT_EQ(result.err, "devlog: the log ring has 16 bytes; this devlog knows rings of 143792\n");
+  EXPECT_EQ(Devlog({}).Run(),
+            (CommandResult{5, "12:34:56.789 event  0  hello\n",
+                           "devlog: the log ring has 16 bytes; this devlog knows rings of 143792\n"}));
 }
 
 // What is in them.
@@ -200,8 +177,7 @@ TEST_F(RecordedRings, WhoseIndicesAreNoSlots_AreDamaged) {
 }
 
 TEST_F(RecordedRings, OfRandomBytes_NeverStopIt) {
-  const std::uint64_t seed = devsupport::test::TestSeed();
-  SCOPED_TRACE(devsupport::test::SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   const RawRing raw(kLogRing);
   for (int round = 0; round < 8; ++round) {
@@ -264,112 +240,14 @@ TEST_F(ChosenMessages, ByProcess_AreThoseOfTheseProcesses) {
   EXPECT_EQ(Texts({"-p", "fi", "--ring", "event"}), "");
 }
 TEST_F(ChosenMessages, ByNameOfTheirType_AreThoseOfThatType) {
-  const devsupport::test::TempDir dir;
+  const TempDir dir;
   const std::string path = (dir / "names").string();
-  devsupport::test::WriteFile(path, "type 4 call\nprocess fo\n");
+  WriteFile(path, "type 4 call\nprocess fo\n");
   EXPECT_EQ(Shown({"--names", path, "-t", "call", "--ring", "event"}), "04:34:56.789 event call  fo: ur\n");
 }
 TEST_F(ChosenMessages, ByTime_AreThoseInBetween) {
   EXPECT_EQ(Texts({"--since", "02:00", "--until", "04:34:56"}), "two three four (2 records lost) ");
   EXPECT_EQ(Texts({"--since", "05:00", "--until", "01:59:59"}), "one (2 records lost) five ");
-}
-
-// What is left alone.
-
-TEST_F(RecordedRings, StayAsTheyAre) {
-  Log().Write({.text = "hello"});
-  const auto logBytes = Log().Bytes();
-  const auto eventBytes = Event().Bytes();
-  const int objects = CountIpcObjects();
-  for (const Words &words : {Words{}, Words{"--json", "-n", "1"}, Words{"--stats"}}) {
-    EXPECT_NE(Shown(words), "");
-    EXPECT_EQ(Log().Bytes(), logBytes);
-    EXPECT_EQ(Event().Bytes(), eventBytes);
-    EXPECT_EQ(SemValue(kLogRing), 1);
-    EXPECT_EQ(SemValue(kEventRing), 1);
-    EXPECT_EQ(Attachments(kLogRing), 1U);
-    EXPECT_EQ(CountIpcObjects(), objects);
-  }
-}
-
-TEST_F(RecordedRings, WhoseProgramsHaveAllLeft_AreShownWithoutALockAndNoneIsMade) {
-  Log().Write({.text = "hello"});
-  log_.reset();
-  event_.reset();
-  EXPECT_EQ(CountIpcObjects(), 2);
-  EXPECT_EQ(Shown({}), "12:34:56.789 log    0  hello\n");
-  EXPECT_EQ(CountIpcObjects(), 2);
-}
-
-TEST_F(RecordedRings, ThatOnlyDeadProgramsUsed_KeepTheirLocks) {
-  Log().Write({.text = "hello"});
-  ::shmdt(Log().Queue().header);
-  EXPECT_EQ(Attachments(kLogRing), 0U);
-  EXPECT_EQ(Shown({}), "12:34:56.789 log    0  hello\n");
-  EXPECT_EQ(SemValue(kLogRing), 1);
-}
-
-TEST_F(RecordedRings, WhoseLockIsNotGivenBack_AreReadWithoutIt) {
-  Log().Write({.text = "hello"});
-  TShmQueue_Lock(&Log().Queue());
-  const CommandResult result = Devlog({"--ring", "log"}).Run();
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out, "12:34:56.789 log    0  hello\n");
-  EXPECT_EQ(result.err, "devlog: the log ring's lock is held for long (process " + std::to_string(::getpid()) +
-                            " had it last); reading without it\n");
-  EXPECT_EQ(SemValue(kLogRing), 0);
-}
-
-// Taking records away.
-
-TEST_F(RecordedRings, WithConsume_AreEmptyAfterwards) {
-  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}});
-  Event().Write({.text = "three"});
-  EXPECT_EQ(Lines(Shown({"--consume"})).size(), 3U);
-  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 0);
-  EXPECT_EQ(TShmQueue_GetCount(&Event().Queue()), 0);
-  EXPECT_EQ(Shown({}), "");
-  Log().Write({.text = "four", .sequence = 2});
-  EXPECT_EQ(Shown({}), "12:34:56.789 log    0  four\n");
-}
-
-TEST_F(RecordedRings, WithConsume_LoseAlsoWhatIsNotShown) {
-  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1, .type = 2}});
-  EXPECT_EQ(Shown({"--consume", "-t", "2"}), "12:34:56.789 log    2  two\n");
-  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 0);
-}
-
-TEST_F(RecordedRings, WithConsume_KeepWhatCouldNotBeWritten) {
-  Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}});
-  EXPECT_EQ(Devlog({"--consume"}).OutputTo("/dev/full").Run().status, 4);
-  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 2);
-}
-
-TEST_F(RecordedRings, WithConsumeOfOneRing_KeepTheOther) {
-  Log().Write({.text = "one"});
-  Event().Write({.text = "two"});
-  EXPECT_EQ(Shown({"--consume", "--ring", "event"}), "12:34:56.789 event  0  two\n");
-  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
-}
-
-TEST_F(RecordedRings, WithConsumeAndALockThatIsNotToBeHad_KeepTheirRecords) {
-  Log().Write({.text = "one"});
-  TShmQueue_Lock(&Log().Queue());
-  const CommandResult result = Devlog({"--consume", "--ring", "log"}).Run();
-  EXPECT_EQ(result.status, 5);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "devlog: the log ring's lock is held for long (process " + std::to_string(::getpid()) +
-                            " had it last)\n");
-  TShmQueue_Unlock(&Log().Queue());
-  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
-}
-
-TEST_F(RecordedRings, WithConsumeAfterAllProgramsLeft_AreTakenUnderALockOfItsOwn) {
-  Log().Write({.text = "one"});
-  log_.reset();
-  EXPECT_EQ(Shown({"--consume"}), "12:34:56.789 log    0  one\n");
-  EXPECT_EQ(SemValue(kLogRing), 1);
-  EXPECT_EQ(Shown({}), "");
 }
 
 // Figures.

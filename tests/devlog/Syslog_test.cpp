@@ -77,10 +77,7 @@ class SystemLog : public RecordedRings {
 TEST_F(SystemLog, GetsEachMessageWithItsRingTypeAndTime) {
   Log().Write({{.text = "one", .sequence = 0, .type = 3, .hour = 1}, {.text = "%s\n", .sequence = 2, .hour = 3}});
   Event().Write({.text = "two", .type = 15, .hour = 2});
-  const CommandResult result = Devlog({"--syslog"}).Run();
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(Devlog({"--syslog"}).Run(), (CommandResult{0, "", ""}));
   EXPECT_EQ(Next(), "<14>devlog: 01:34:56.789 log    3  one");
   EXPECT_EQ(Next(), "<13>devlog: 02:34:56.789 event 15  two");
   EXPECT_EQ(Next(), "<12>devlog: 03:34:56.789 log    -  (1 record lost)");

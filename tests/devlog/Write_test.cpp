@@ -8,10 +8,7 @@
 namespace {
 
 using namespace devlog_test;
-using devsupport::test::CommandResult;
-using devsupport::test::CountIpcObjects;
-using devsupport::test::RawRing;
-using devsupport::test::Record;
+using namespace devsupport::test;
 
 CommandResult Write(Words words) {
   words.insert(words.begin(), "write");
@@ -19,10 +16,7 @@ CommandResult Write(Words words) {
 }
 
 TEST_F(DevlogTest, Write_MakesTheRingsAndWritesOneRecord) {
-  const CommandResult result = Write({"-t", "3", "hello"});
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(Write({"-t", "3", "hello"}), (CommandResult{0, "", ""}));
   const std::vector<Record> records = RawRing(kLogRing).Records();
   ASSERT_EQ(records.size(), 1U);
   EXPECT_EQ(records[0].text, "hello");
@@ -72,12 +66,12 @@ TEST_F(DevlogTest, WriteToARingOfOtherMeasures_EndsWith5) {
 class WriteFromInput : public DevlogTest {
  protected:
   CommandResult WriteLines(const std::string &input, Words words = {"-"}) {
-    devsupport::test::WriteFile(path_, input);
+    WriteFile(path_, input);
     words.insert(words.begin(), {"/bin/sh", "-c", "exec \"$0\" write \"$@\" <" + path_.string(), DEVLOG_PATH});
-    return devsupport::test::Command(words).Run();
+    return Command(words).Run();
   }
 
-  devsupport::test::TempDir dir_;
+  TempDir dir_;
   std::filesystem::path path_ = dir_ / "input";
 };
 

@@ -82,7 +82,7 @@ TEST_F(ErrPrinter, WithoutOutput_PrintsNothingAndReturns0) {
   EXPECT_EQ(err.Take(), "");
 }
 
-TEST(DebugBreak, ReportsTheTextBehindTwoNewlinesAndAborts) {
+TEST(DebugBreak, ReportsTheTextAfterTwoNewlinesAndAborts) {
   EXPECT_EXIT(MyDebugBreak("%s\nfile=%s\nline=%d\n", "a < b", "Ring", 12), ::testing::KilledBySignal(SIGABRT),
               "^\n\na < b\nfile=Ring\nline=12\n$");
 }

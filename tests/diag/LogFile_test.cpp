@@ -22,11 +22,7 @@ DEVSUPPORT_FAULT_POINT(int, fclose, (std::FILE * pFile), (pFile), (__real_fclose
 
 namespace {
 
-using devsupport::test::CapturedOutput;
-using devsupport::test::FailCall;
-using devsupport::test::FileText;
-using devsupport::test::TempDir;
-using devsupport::test::WriteFile;
+using namespace devsupport::test;
 
 // The first machine word of a text, as a value that a caller could pass.
 std::uintptr_t Word(const char *pText) {

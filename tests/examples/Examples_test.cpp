@@ -33,10 +33,7 @@ void ExpectInPrivateIpc(const std::function<void()> &body) {
 
 void ExpectRun(const std::vector<std::string> &words, int status, const std::string &out,
                const std::string &err = "") {
-  const CommandResult result = Command(words).Run();
-  EXPECT_EQ(result.status, status);
-  EXPECT_EQ(result.out, out);
-  EXPECT_EQ(result.err, err);
+  EXPECT_EQ(Command(words).Run(), (CommandResult{status, out, err}));
 }
 
 TEST(Cache, Full_DropsTheEntryUnusedForTheLongestTime) {

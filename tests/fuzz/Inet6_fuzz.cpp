@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The kernel's table of IPv6 addresses. Whatever stands in it, an address that comes out is a canonical one and its
+// The kernel's table of IPv6 addresses. Whatever it holds, an address that comes out is a canonical one and its
 // buffer is not overrun; a table of lines as the kernel writes them gives exactly what a naive reader finds.
 //
 // The input is the interface's name, a newline, and the table.
@@ -67,7 +67,7 @@ bool ReadKernelLine(const std::string &line, const std::string &name, Answer &an
   return true;
 }
 
-/// Nothing when a line stands there that the kernel does not write.
+/// Nothing when the table has a line that the kernel does not write.
 std::optional<Answer> NaiveAnswer(const std::string &name, std::string_view table) {
   devsupport::test::KernelLines lines(table, table.size());
   Answer answer;

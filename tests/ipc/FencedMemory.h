@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Memory whose neighbours nobody may touch: a step outside stops the test.
+// Memory between forbidden pages: an access outside stops the test.
 #pragma once
 
 #include <sys/mman.h>

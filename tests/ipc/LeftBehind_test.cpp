@@ -17,10 +17,7 @@
 
 namespace {
 
-using devsupport::test::CanMakeNamespaces;
-using devsupport::test::Child;
-using devsupport::test::CountIpcObjects;
-using devsupport::test::RunInPrivateIpc;
+using namespace devsupport::test;
 
 struct Program {
   std::string path;

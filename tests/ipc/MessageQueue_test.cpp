@@ -26,11 +26,7 @@ DEVSUPPORT_FAULT_POINT(int, msgctl, (int id, int command, msqid_ds *info), (id, 
 
 namespace {
 
-using devsupport::test::CapturedOutput;
-using devsupport::test::Child;
-using devsupport::test::Event;
-using devsupport::test::FailCall;
-using devsupport::test::IpcKey;
+using namespace devsupport::test;
 
 constexpr int kPresetErrno = 4711;
 constexpr std::int32_t kUnwritten = -4711;

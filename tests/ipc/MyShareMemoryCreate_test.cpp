@@ -16,18 +16,11 @@
 
 namespace {
 
-using devsupport::test::AwaitWaiter;
-using devsupport::test::CapturedOutput;
-using devsupport::test::Child;
-using devsupport::test::CreateMessage;
-using devsupport::test::Event;
-using devsupport::test::FailCall;
-using devsupport::test::kNever;
-using devsupport::test::MatchMessage;
+using namespace devsupport::test;
 
 static_assert(std::endian::native == std::endian::little, "the golden bytes below are those of the device");
 
-class RingCreation : public devsupport::test::RingFixture {
+class RingCreation : public RingFixture {
  protected:
   std::string SegmentMessage(char step, int error) const {
     char text[512];

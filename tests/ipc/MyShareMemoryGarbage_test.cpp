@@ -1,102 +1,32 @@
 // SPDX-License-Identifier: MIT
-// Any process can scribble over a ring's segment. Whatever stands there: no operation reads or writes outside the
+// Any process can overwrite a ring's segment. Whatever it holds, no operation reads or writes outside the
 // segment or the caller's buffer, and a ring whose indices are no slots answers as an empty one does.
 //
-// The ring stands between pages that nobody may touch, once against the page before and once against the page after,
-// so that a step outside ends the test whether or not a sanitizer watches.
+// The ring is between forbidden pages, once next to the page before and once next to the page after, so that a step
+// outside ends the test without a sanitizer, too.
 
 #include <devsupport/ipc/MyShareMemory.h>
 
 #include <array>
 #include <cstdint>
-#include <random>
 
 #include "tests/ipc/FencedMemory.h"
 #include "tests/ipc/RingFixture.h"
+#include "tests/ipc/Scribbler.h"
 #include "tests/support/CapturedOutput.h"
-#include "tests/support/Child.h"
 #include "tests/support/TestSeed.h"
 
 namespace {
 
-using devsupport::test::CapturedOutput;
-using devsupport::test::Child;
-using devsupport::test::CreateMessage;
-using devsupport::test::Event;
-using devsupport::test::FencedMemory;
-using devsupport::test::MatchMessage;
-using devsupport::test::SeedHint;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 
-constexpr std::uint32_t kCells = 5;
-constexpr std::uint16_t kCellSize = 20;
-constexpr std::uint32_t kUserBytes = 8;
-constexpr std::uint32_t kStride = kCellSize + 4;
-constexpr std::size_t kSize = 256 + kUserBytes + (kCells + 1) * kStride;
-
-// The record of a process that attached while the ring was whole. It runs unlocked, for speed.
-TShmQueue RingIn(std::uint8_t *segment) {
-  TShmQueue que{};
-  que.nSlotCount = kCells + 1;
-  que.wCellSize = kCellSize;
-  que.dwStride = kStride;
-  que.semid = -1;
-  que.header = static_cast<_U_ShmQueue_SHM_VARI *>(static_cast<void *>(segment));
-  que.cells = segment + 256 + kUserBytes;
-  que.pUserArea = segment + 256;
-  return que;
-}
-
-class Scribbler {
- public:
-  explicit Scribbler(std::uint64_t seed) : random_(seed) {}
-
-  std::uint32_t Below(std::uint32_t bound) { return static_cast<std::uint32_t>(random_() % bound); }
-
-  // Values at the edges of what an index, an offset and a length may be, and anything else.
-  std::uint32_t Word() {
-    const std::uint32_t edges[] = {0,
-                                   1,
-                                   kCells,
-                                   kCells + 1,
-                                   kCellSize,
-                                   kCellSize + 1,
-                                   kStride,
-                                   kCells * kStride,
-                                   kCells * kStride + 1,
-                                   (kCells + 1) * kStride,
-                                   0xFFFF,
-                                   0x10000,
-                                   0x7FFFFFFF,
-                                   0x80000000,
-                                   0xFFFFFFFE,
-                                   0xFFFFFFFF};
-    switch (Below(4)) {
-      case 0:
-        return Below(kCells + 3);
-      case 1:
-        return Below((kCells + 1) * kStride);
-      case 2:
-        return static_cast<std::uint32_t>(random_());
-      default:
-        return edges[Below(std::size(edges))];
-    }
-  }
-  void Scribble(std::uint8_t *segment) {
-    const std::uint32_t word = Word();
-    // Mostly the header, sometimes anywhere.
-    const std::size_t place = Below(4) != 0 ? 4 * Below(8) : Below(kSize - 3);
-    std::memcpy(segment + place, &word, sizeof word);
-  }
-
- private:
-  std::mt19937_64 random_;
-};
+constexpr RingMeasures kRing{5, 20, 8};
 
 /// Runs single operations with buffers that end at a forbidden page.
 class Victim {
  public:
-  explicit Victim(std::uint8_t *segment) : ring(RingIn(segment)), buffer_(kCellSize, FencedMemory::Against::Back) {}
+  explicit Victim(std::uint8_t *segment)
+      : ring(kRing.RingIn(segment)), buffer_(kRing.cellSize, FencedMemory::Against::Back) {}
 
   // One random operation; a result that no ring may give fails the test.
   void Operate(Scribbler &choice) {
@@ -112,14 +42,14 @@ class Victim {
         Expect01(TShmQueue_Get(&ring, buffer_.Start(), &stored, 0));
         break;
       case 3: {
-        const auto room = static_cast<std::uint16_t>(1 + choice.Below(kCellSize));
-        Expect01(TShmQueue_Get(&ring, buffer_.Start() + kCellSize - room, nullptr, room));
+        const auto room = static_cast<std::uint16_t>(1 + choice.Below(kRing.cellSize));
+        Expect01(TShmQueue_Get(&ring, buffer_.Start() + kRing.cellSize - room, nullptr, room));
         break;
       }
       case 4: {
         const int count = TShmQueue_GetCount(&ring);
         EXPECT_GE(count, 0);
-        EXPECT_LE(count, static_cast<int>(kCells));
+        EXPECT_LE(count, static_cast<int>(kRing.cells));
         break;
       }
       case 5:
@@ -139,7 +69,9 @@ class Victim {
   TShmQueue ring;
 
  private:
-  static std::uint16_t Length(Scribbler &choice) { return static_cast<std::uint16_t>(choice.Below(kCellSize + 1)); }
+  static std::uint16_t Length(Scribbler &choice) {
+    return static_cast<std::uint16_t>(choice.Below(kRing.cellSize + 1U));
+  }
   static void Expect01(int result) { EXPECT_TRUE(result == 0 || result == 1) << result; }
   void ExpectSlot(void *(*step)(TShmQueue *, void **)) {
     void *slot = nullptr;
@@ -147,7 +79,7 @@ class Victim {
     if (payload == nullptr) return;
     const auto *place = static_cast<const std::uint8_t *>(slot);
     EXPECT_GE(place, ring.cells);
-    EXPECT_LE(place, ring.cells + kCells * kStride);
+    EXPECT_LE(place, ring.cells + kRing.cells * kRing.Stride());
     EXPECT_EQ(payload, place + 4);
   }
 
@@ -156,13 +88,12 @@ class Victim {
 
 class RingGarbage : public ::testing::TestWithParam<FencedMemory::Against> {
  protected:
-  FencedMemory memory{kSize, GetParam()};
+  FencedMemory memory{kRing.Size(), GetParam()};
 };
 
 TEST_P(RingGarbage, NoOperation_StepsOutsideTheSegmentOrTheBuffer) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
-  Scribbler scribbler(seed);
+  const TestSeed seed;
+  Scribbler scribbler(kRing, seed);
   Victim victim(memory.Start());
   for (int round = 0; round < 400000 && !HasFailure(); ++round) {
     scribbler.Scribble(memory.Start());
@@ -171,26 +102,18 @@ TEST_P(RingGarbage, NoOperation_StepsOutsideTheSegmentOrTheBuffer) {
 }
 
 TEST_P(RingGarbage, ScribbledWhileOperationsRun_StillStaysInside) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
-  Event scribbling;
-  const Child vandal([&]() -> int {
-    Scribbler scribbler(seed);
-    scribbling.Announce();
-    for (;;) scribbler.Scribble(memory.Start());
-  });
-  scribbling.Wait();
-  Scribbler choice(seed + 1);
+  const TestSeed seed;
+  const Child vandal = StartScribbling(Scribbler(kRing, seed), memory.Start());
+  Scribbler choice(kRing, seed + 1);
   Victim victim(memory.Start());
   for (int round = 0; round < 400000 && !HasFailure(); ++round) victim.Operate(choice);
 }
 
 TEST_P(RingGarbage, UserAreaAndHeadersRest_AreNeverWritten) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
-  Scribbler scribbler(seed);
+  const TestSeed seed;
+  Scribbler scribbler(kRing, seed);
   Victim victim(memory.Start());
-  std::vector<std::uint8_t> rest(256 - 32 + kUserBytes, 0x5A);
+  std::vector<std::uint8_t> rest(256 - 32 + kRing.userBytes, 0x5A);
   std::memcpy(memory.Start() + 32, rest.data(), rest.size());
   for (int round = 0; round < 50000; ++round) {
     const std::uint32_t word = scribbler.Word();
@@ -205,7 +128,7 @@ INSTANTIATE_TEST_SUITE_P(FencedAt, RingGarbage,
 
 // --- what the ring answers ------------------------------------------------------------------------------------
 
-class ScribbledRing : public devsupport::test::RingFixture {
+class ScribbledRing : public RingFixture {
  protected:
   void SetUp() override {
     ASSERT_EQ(Create(ring, 3, 8), 1);

@@ -18,13 +18,7 @@
 
 namespace {
 
-using devsupport::test::Child;
-using devsupport::test::Event;
-using devsupport::test::kMessageBytes;
-using devsupport::test::Message;
-using devsupport::test::SeedHint;
-using devsupport::test::SharedBlock;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 
 constexpr std::uint32_t kRingCells = 8;
 constexpr std::uint32_t kMostMessages = 1u << 22;
@@ -42,13 +36,8 @@ struct Books {
   std::atomic<std::uint8_t> seen[kMostMessages];
 };
 
-class RingKill : public devsupport::test::RingFixture {
+class RingKill : public RingFixture {
  protected:
-  void SetUp() override {
-    seed_ = TestSeed();
-    random_.seed(seed_);
-  }
-
   // --- what the processes do, with the books kept after each operation ---
 
   void Push() {
@@ -110,7 +99,6 @@ class RingKill : public devsupport::test::RingFixture {
   // Kills while a writer and a reader go on: they must have turns after every kill.
   template <typename Operation>
   void KillAmongOthers(int times, const Operation &operation) {
-    SCOPED_TRACE(SeedHint(seed_));
     ASSERT_EQ(Create(ring, kRingCells, kMessageBytes), 1);
     Child writer([this] {
       for (; !books->stop; books->writerTurns.fetch_add(1)) Push();
@@ -159,8 +147,8 @@ class RingKill : public devsupport::test::RingFixture {
   int kills = 0;
 
  private:
-  std::uint64_t seed_ = 0;
-  std::mt19937_64 random_;
+  const TestSeed seed_;
+  std::mt19937_64 random_{seed_};
 };
 
 TEST_F(RingKill, InPush_TheOthersGoOnAndTheCountsAgree) {

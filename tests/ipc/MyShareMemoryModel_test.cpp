@@ -14,8 +14,7 @@
 
 namespace {
 
-using devsupport::test::SeedHint;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 
 struct Measures {
   int cells;
@@ -114,11 +113,11 @@ class Oracle {
   std::vector<std::uint8_t> bytes;
 };
 
-class RingModel : public devsupport::test::RingFixture {
+class RingModel : public RingFixture {
  protected:
   struct Attached {
     TShmQueue que;
-    int cursor;  // the oracle's idea of this record's peek cursor
+    int cursor;  // this record's peek cursor, as the oracle computes it
   };
 
   int Below(int bound) { return static_cast<int>(random_() % static_cast<unsigned>(bound)); }
@@ -241,8 +240,7 @@ class RingModel : public devsupport::test::RingFixture {
 };
 
 TEST_F(RingModel, RandomScriptsOverThreeRecords_AgreeWithTheOracle) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   random_.seed(seed);
   for (int script = 0; script < 200 && !HasFailure(); ++script) {
     SCOPED_TRACE("script " + std::to_string(script));

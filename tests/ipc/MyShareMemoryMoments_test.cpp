@@ -10,64 +10,30 @@
 #include <set>
 #include <string>
 
-#include "tests/ipc/RingFixture.h"
+#include "tests/ipc/SteppedRing.h"
 #include "tests/support/Moments.h"
 
 namespace {
 
-using devsupport::test::AtEachMoment;
-using devsupport::test::SeedHint;
-using devsupport::test::TestSeed;
-using devsupport::test::Traced;
+using namespace devsupport::test;
 
-constexpr std::uint32_t kCells = 3;
 using Seen = std::set<std::string>;
 
-class RingMoments : public devsupport::test::RingFixture {
+class RingMoments : public SteppedRing {
  protected:
-  void SetUp() override {
-    if (!Traced::MayTrace()) GTEST_SKIP() << "needs the right to trace a child";
-    ASSERT_EQ(Create(ring, kCells, 8), 1);
-  }
-  void TearDown() override {
-    if (ring.header != nullptr) TShmQueue_Close(&ring, 1);
-  }
-
-  // A ring of so many cells "a", "b", ...; its oldest one is in another slot each time.
-  void Fill(int cells) {
-    TShmQueue_Clear(&ring);
-    const int slot = turn_++ % static_cast<int>(kCells + 1);
-    for (int i = 0; i < slot; ++i) {
-      PushText(ring, "gone");
-      GetText(ring);
-    }
-    for (int i = 0; i < cells; ++i) PushText(ring, std::string(1, static_cast<char>('a' + i)));
-  }
-
-  // Empties the ring and sees that it works: all cells go in and come out.
-  static std::string TakeAll(TShmQueue &que) {
-    std::string contents;
-    for (std::string text; (text = GetText(que)) != "<empty>";) contents += "[" + text + "]";
-    for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(PushText(que, std::to_string(i)), 1);
-    EXPECT_EQ(PushText(que, "more"), 0);
-    EXPECT_EQ(TShmQueue_GetCount(&que), static_cast<int>(kCells));
-    for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(GetText(que), std::to_string(i));
-    return contents;
-  }
-
   // The contents that are found after the deaths in an operation, which begins with so many cells.
   Seen AfterADeathIn(int cells, const std::function<void()> &operation) {
-    const std::uint64_t seed = TestSeed();
-    SCOPED_TRACE(SeedHint(seed));
+    const TestSeed seed;
     Seen seen;
+    int turn = 0;  // the oldest cell is in another slot each time
     const auto begin = [&] {
-      Fill(cells);
+      Fill(cells, turn++ % static_cast<int>(kCells + 1));
       return std::make_unique<Traced>(operation);
     };
     const auto die = [&](Traced &process) {
       process.Kill();
       EXPECT_EQ(SemValue(), 1);
-      seen.insert(TakeAll(ring));
+      seen.insert(TakeAllAndTry(ring));
     };
     AtEachMoment(seed, begin, die);
     return seen;
@@ -75,37 +41,27 @@ class RingMoments : public devsupport::test::RingFixture {
   // Nothing is found but what is allowed, and, where every moment is taken, all of it.
   void ExpectAfterADeathIn(int cells, const std::function<void()> &operation, const Seen &allowed) {
     const Seen seen = AfterADeathIn(cells, operation);
-    if (devsupport::test::TakesEveryMoment()) {
+    if (TakesEveryMoment()) {
       EXPECT_EQ(seen, allowed);
     }
     for (const std::string &contents : seen) EXPECT_TRUE(allowed.count(contents)) << contents;
   }
 
-  // The ring's life goes through the hands of processes that die in an operation. Preparation and operation have the
-  // ring to themselves. The next creator has a ring that works, with or without the cell that was in it.
+  // Processes die in an operation of a ring that only they have. The next creator has a ring that works, with or
+  // without the cell that was in it.
   void ExpectARingAfterADeathIn(const std::function<void(TShmQueue &)> &preparation,
                                 const std::function<void(TShmQueue &)> &operation) {
-    TShmQueue_Close(&ring, 1);
-    ring.header = nullptr;
-    const std::uint64_t seed = TestSeed();
-    SCOPED_TRACE(SeedHint(seed));
+    LeaveTheRing();
+    const TestSeed seed;
     TShmQueue mine{};
     const auto begin = [&] { return std::make_unique<Traced>([&] { preparation(mine); }, [&] { operation(mine); }); };
     const auto die = [&](Traced &process) {
       process.Kill();
-      TShmQueue next{};
-      ASSERT_EQ(Create(next, kCells, 8), 1);
-      EXPECT_EQ(SemValue(), 1);
-      const std::string contents = TakeAll(next);
+      const std::string contents = ContentsForTheNextCreator();
       EXPECT_TRUE(contents.empty() || contents == "[x]") << contents;
-      EXPECT_EQ(TShmQueue_Close(&next, 1), 1);
-      EXPECT_FALSE(SegmentExists());
-      EXPECT_FALSE(SemExists());
     };
     EXPECT_GT(AtEachMoment(seed, begin, die), 1);
   }
-
-  int turn_ = 0;
 };
 
 TEST_F(RingMoments, Push_IsDoneOrNotDone) {

@@ -13,21 +13,14 @@
 #include <string>
 #include <utility>
 
-#include "tests/ipc/RingFixture.h"
+#include "tests/ipc/SteppedRing.h"
 #include "tests/support/Moments.h"
 #include "tests/support/SharedBlock.h"
 
 namespace {
 
-using devsupport::test::AtEachMoment;
-using devsupport::test::kNever;
-using devsupport::test::SeedHint;
-using devsupport::test::SharedBlock;
-using devsupport::test::TakesEveryMoment;
-using devsupport::test::TestSeed;
-using devsupport::test::Traced;
+using namespace devsupport::test;
 
-constexpr std::uint32_t kCells = 3;
 using Operation = std::function<int()>;
 
 struct Results {
@@ -35,26 +28,8 @@ struct Results {
   std::atomic<int> second;
 };
 
-class RingPairs : public devsupport::test::RingFixture {
+class RingPairs : public SteppedRing {
  protected:
-  void SetUp() override {
-    if (!Traced::MayTrace()) GTEST_SKIP() << "needs the right to trace a child";
-    ASSERT_EQ(Create(ring, kCells, 8), 1);
-  }
-  void TearDown() override {
-    if (ring.header != nullptr) TShmQueue_Close(&ring, 1);
-  }
-
-  void Fill(int cells) {
-    TShmQueue_Clear(&ring);
-    for (int i = 0; i < cells; ++i) PushText(ring, std::string(1, static_cast<char>('a' + i)));
-  }
-  static std::string TakeAll(TShmQueue &que) {
-    std::string contents;
-    for (std::string text; (text = GetText(que)) != "<empty>";) contents += "[" + text + "]";
-    return contents;
-  }
-
   // Both results, and what the ring holds after that.
   std::string Outcome(int first, int second) {
     return std::to_string(first) + " " + std::to_string(second) + " " + TakeAll(ring);
@@ -63,8 +38,7 @@ class RingPairs : public devsupport::test::RingFixture {
   // Lets the operations meet at each moment of the first one, and calls judge after each meeting.
   void Meet(const std::function<void()> &before, const Operation &first, const Operation &second,
             const std::function<void()> &judge) {
-    const std::uint64_t seed = TestSeed();
-    SCOPED_TRACE(SeedHint(seed));
+    const TestSeed seed;
     const auto begin = [&] {
       before();
       results->first = results->second = kNever;
@@ -126,21 +100,6 @@ class RingPairs : public devsupport::test::RingFixture {
     if (Create(mine, kCells, 8) != 1) return 0;
     return OverwriteText(mine, "mine") >= 0 && TShmQueue_GetCount(&mine) > 0 ? 1 : 2;
   }
-  void ExpectNextCreatorHasARing() {
-    TShmQueue next{};
-    ASSERT_EQ(Create(next, kCells, 8), 1);
-    EXPECT_EQ(SemValue(), 1);
-    TakeAll(next);
-    for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(PushText(next, "y"), 1);
-    EXPECT_EQ(PushText(next, "y"), 0);
-    EXPECT_EQ(TShmQueue_Close(&next, 1), 1);
-    EXPECT_FALSE(SegmentExists());
-    EXPECT_FALSE(SemExists());
-  }
-  void LeaveTheRing() {
-    TShmQueue_Close(&ring, 1);
-    ring.header = nullptr;
-  }
 
   SharedBlock<Results> results;
 };
@@ -195,7 +154,7 @@ TEST_F(RingPairs, CreatorAndTheLastOneWhoLeaves_BothWork) {
   const auto judge = [this] {
     EXPECT_EQ(results->first, 1);
     EXPECT_EQ(results->second, 1);
-    ExpectNextCreatorHasARing();
+    ContentsForTheNextCreator();
   };
   Meet([] {}, leave, [this] { return Attach(); }, judge);
   Meet([] {}, [this] { return Attach(); }, leave, judge);

@@ -76,7 +76,7 @@ TEST_F(RingPeek, AtTheEnd_LeavesTheSlotPointerAlone) {
   EXPECT_EQ(slot, &ring);
 }
 
-TEST_F(RingPeek, Next_GivesTheSlotAndThePayloadBehindIt) {
+TEST_F(RingPeek, Next_GivesTheSlotAndThePayloadAfterIt) {
   TShmQueue_PeekInit(&ring, 0);
   void *slot = nullptr;
   void *payload = TShmQueue_PeekNext(&ring, &slot);

@@ -15,11 +15,7 @@
 
 namespace {
 
-using devsupport::test::Child;
-using devsupport::test::Event;
-using devsupport::test::IpcKey;
-using devsupport::test::kNever;
-using devsupport::test::SharedBlock;
+using namespace devsupport::test;
 
 constexpr int kStarters = 20;
 constexpr int kRounds = 15;

@@ -9,32 +9,14 @@
 #include <functional>
 #include <set>
 
-#include "tests/ipc/RingFixture.h"
-#include "tests/support/Traced.h"
+#include "tests/ipc/SteppedRing.h"
 
 namespace {
 
-using devsupport::test::Traced;
+using namespace devsupport::test;
 
-constexpr std::uint32_t kCells = 3;
-
-class RingStep : public devsupport::test::RingFixture {
+class RingStep : public SteppedRing {
  protected:
-  void SetUp() override {
-    if (!Traced::MayTrace()) GTEST_SKIP() << "needs the right to trace a child";
-    ASSERT_EQ(Create(ring, kCells, 8), 1);
-  }
-
-  // A ring of so many cells "a", "b", ... whose oldest stands in the given slot.
-  void Fill(int cells, int slot) {
-    TShmQueue_Clear(&ring);
-    for (int i = 0; i < slot; ++i) {
-      PushText(ring, "gone");
-      GetText(ring);
-    }
-    for (int i = 0; i < cells; ++i) PushText(ring, std::string(1, static_cast<char>('a' + i)));
-  }
-
   // What the next process would take out of the segment as it is now.
   std::string Contents() {
     std::vector<std::uint8_t> segment = Bytes(ring);
@@ -42,13 +24,7 @@ class RingStep : public devsupport::test::RingFixture {
     copy.header = static_cast<_U_ShmQueue_SHM_VARI *>(static_cast<void *>(segment.data()));
     copy.cells = segment.data() + (ring.cells - reinterpret_cast<std::uint8_t *>(ring.header));
     copy.semid = -1;
-    std::string contents;
-    for (std::string text; (text = GetText(copy)) != "<empty>";) contents += "[" + text + "]";
-    // And it works on: all cells go in and come out.
-    for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(PushText(copy, std::to_string(i)), 1);
-    EXPECT_EQ(PushText(copy, "more"), 0);
-    for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(GetText(copy), std::to_string(i));
-    return contents;
+    return TakeAllAndTry(copy);
   }
 
   // All contents seen between the instructions of one operation, the oldest cell starting in every slot in turn.
@@ -93,8 +69,7 @@ TEST_F(RingStep, Clear_BringsNoOldCellBack) {
 }
 
 TEST_F(RingStep, Create_WritesTheCellCountLast) {
-  TShmQueue_Close(&ring, 1);
-  ring.header = nullptr;
+  LeaveTheRing();
   using Header = std::array<std::uint32_t, sizeof(_U_ShmQueue_SHM_VARI) / 4>;
   const auto *pHeader = static_cast<const _U_ShmQueue_SHM_VARI *>(nullptr);
   std::set<Header> seen;
@@ -118,8 +93,7 @@ TEST_F(RingStep, Create_WritesTheCellCountLast) {
 }
 
 TEST_F(RingStep, LifeOfARing_EndedAtAnySystemCall_LeavesTheNextCreatorAWorkingRing) {
-  TShmQueue_Close(&ring, 1);
-  ring.header = nullptr;
+  LeaveTheRing();
   int stops = 0;
   for (bool ended = false; !ended; ++stops) {
     Traced process([this] {
@@ -133,17 +107,10 @@ TEST_F(RingStep, LifeOfARing_EndedAtAnySystemCall_LeavesTheNextCreatorAWorkingRi
     for (int i = 0; i < stops && !ended; ++i) ended = !process.Step(PTRACE_SYSCALL);
     process.Kill();
 
-    TShmQueue next{};
+    SCOPED_TRACE(stops);
     TShmQueueOpt opt{36, 0, 0};
-    ASSERT_EQ(Create(next, kCells, 8, &opt), 1) << "after stop " << stops;
-    EXPECT_EQ(SemValue(), 1);
-    const std::string left = GetText(next);
-    EXPECT_TRUE(left == "x" || left == "<empty>") << left;
-    for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(PushText(next, "y"), 1);
-    EXPECT_EQ(PushText(next, "y"), 0);
-    EXPECT_EQ(TShmQueue_Close(&next, 1), 1);
-    EXPECT_FALSE(SegmentExists());
-    EXPECT_FALSE(SemExists());
+    const std::string contents = ContentsForTheNextCreator(&opt);
+    EXPECT_TRUE(contents.empty() || contents == "[x]") << contents;
   }
   EXPECT_GT(stops, 2 * 10);  // semget, semctl, semop, shmget, shmat; push; shmdt, stat, removals: each in and out
 }

@@ -21,14 +21,9 @@ DEVSUPPORT_FAULT_POINT(int, semop, (int id, sembuf *operations, std::size_t coun
 
 namespace {
 
-using devsupport::test::AwaitWaiter;
-using devsupport::test::CapturedOutput;
-using devsupport::test::Child;
-using devsupport::test::Event;
-using devsupport::test::FailCall;
-using devsupport::test::kNever;
+using namespace devsupport::test;
 
-class Ring : public devsupport::test::RingFixture {};
+class Ring : public RingFixture {};
 
 TEST_F(Ring, Push_FillsExactlyTheCellsAskedFor) {
   ASSERT_EQ(Create(ring, 3, 8), 1);
@@ -252,7 +247,7 @@ TEST_F(Ring, ThreadsOfOneRecord_PassCellsWholeAndOnce) {
 }
 #endif
 
-TEST_F(Ring, NextIdx_WrapsBehindTheLastSlot) {
+TEST_F(Ring, NextIdx_WrapsAfterTheLastSlot) {
   ASSERT_EQ(Create(ring, 2, 8), 1);
   std::int32_t idx = 0;
   std::uint32_t offset = 0;
@@ -381,7 +376,7 @@ TEST_F(Ring, InterruptedWait_IsTakenUpAgainAndGivenBackOnce) {
   Event done;
   Child child([&] {
     CatchAlarms();
-    // Every 100 us until the lock is there: the wait below is interrupted again and again.
+    // Every 100 us until the lock is taken: the wait below is interrupted again and again.
     const itimerval often{{0, 100}, {0, 100}};
     ::setitimer(ITIMER_REAL, &often, nullptr);
     const int pushed = PushText(ring, "a");

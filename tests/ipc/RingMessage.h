@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Messages that prove themselves: each has an identity, and every byte of it follows from that.
+// Messages whose bytes can be checked: each has an identity, and every byte follows from it.
 #pragma once
 
 #include <array>

@@ -22,11 +22,7 @@ DEVSUPPORT_FAULT_POINT(int, semctl, (int id, int number, int command, void *argu
 
 namespace {
 
-using devsupport::test::CapturedOutput;
-using devsupport::test::Child;
-using devsupport::test::Event;
-using devsupport::test::FailCall;
-using devsupport::test::IpcKey;
+using namespace devsupport::test;
 
 int ValueOf(int id) { return ::semctl(id, 0, GETVAL); }
 

@@ -26,11 +26,7 @@ DEVSUPPORT_FAULT_POINT(int, shmctl, (int id, int command, shmid_ds *status), (id
 
 namespace {
 
-using devsupport::test::CapturedOutput;
-using devsupport::test::Child;
-using devsupport::test::Event;
-using devsupport::test::FailCall;
-using devsupport::test::IpcKey;
+using namespace devsupport::test;
 
 constexpr int kUntouched = -4711;  // what no operation writes into a flag
 void *const kNotAttached = reinterpret_cast<void *>(std::intptr_t{-1});
@@ -260,8 +256,8 @@ TEST_F(ShareMem, FindKeyAttchCount_WhenTheTableCannotBeRead_Is0) {
 }
 
 TEST(ShareMemTable, FindKeyAttchCount_SkipsPlacesThatItMayNotSee) {
-  if (!devsupport::test::CanMakeNamespaces()) GTEST_SKIP() << "needs the right to make IPC namespaces";
-  EXPECT_EQ(devsupport::test::RunInPrivateIpc([] {
+  if (!CanMakeNamespaces()) GTEST_SKIP() << "needs the right to make IPC namespaces";
+  EXPECT_EQ(RunInPrivateIpc([] {
               TShareMem shm[2];
               int created = 0;
               for (int i = 0; i < 2; ++i) EXPECT_NE(ShareMem_Create(i + 1, 100, &shm[i], &created), nullptr);
@@ -276,9 +272,9 @@ TEST(ShareMemTable, FindKeyAttchCount_SkipsPlacesThatItMayNotSee) {
 }
 
 TEST(ShareMemTable, FindKeyAttchCount_FindsTheSegmentOfTheHighestIndexToo) {
-  if (!devsupport::test::CanMakeNamespaces()) GTEST_SKIP() << "needs the right to make IPC namespaces";
+  if (!CanMakeNamespaces()) GTEST_SKIP() << "needs the right to make IPC namespaces";
   // Alone in the namespace: the places in the system's table are 0, 1 and 2, and the middle one is given up.
-  EXPECT_EQ(devsupport::test::RunInPrivateIpc([] {
+  EXPECT_EQ(RunInPrivateIpc([] {
               TShareMem shm[3];
               int created = 0;
               int wasLast = 0;

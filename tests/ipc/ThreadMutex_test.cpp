@@ -20,8 +20,7 @@ DEVSUPPORT_FAULT_POINT(int, pthread_mutex_trylock, (pthread_mutex_t * p), (p), E
 
 namespace {
 
-using devsupport::test::CapturedOutput;
-using devsupport::test::FailCall;
+using namespace devsupport::test;
 
 TEST(ThreadMutex, EveryOperationOnAHealthyMutex_Returns0AndPrintsNothing) {
   CapturedOutput err(stderr);

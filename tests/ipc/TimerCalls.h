@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Sees and steers the system calls of the timers: counts them, keeps their arguments, makes them fail, and runs
-// a test's code at the very place where a signal would have to interrupt.
+// Intercepts the system calls of the timers: counts them, keeps their arguments, makes them fail, and runs a test's
+// code where a signal could interrupt.
 #pragma once
 
 #include <signal.h>

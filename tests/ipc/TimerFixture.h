@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the tests of the timers share: arrays that go after each test, and the proof that every timer went once.
+// What the tests of the timers share: arrays that are destroyed after each test, and a check that every timer was
+// deleted once.
 #pragma once
 
 #include <devsupport/ipc/Timer.h>

@@ -19,24 +19,9 @@
 
 namespace {
 
-using devsupport::test::Calls;
-using devsupport::test::CapturedOutput;
-using devsupport::test::Count;
-using devsupport::test::CountOther;
-using devsupport::test::Deliver;
-using devsupport::test::FailCall;
-using devsupport::test::g_calls;
-using devsupport::test::g_lastCell;
-using devsupport::test::g_otherCalls;
-using devsupport::test::kHourMs;
-using devsupport::test::kOneShot;
-using devsupport::test::kRepeating;
-using devsupport::test::SeedHint;
-using devsupport::test::SignalValue;
-using devsupport::test::TestSeed;
-using devsupport::test::TimerSignal;
+using namespace devsupport::test;
 
-using TimerHandler = devsupport::test::TimerCallbackTest;
+using TimerHandler = TimerCallbackTest;
 
 // For the callbacks below: the array that they look at, and what it answered.
 std::atomic<std::uint16_t> g_array{0};
@@ -209,8 +194,7 @@ TEST_F(TimerHandler, SignalForACellOutOfRange_DoesNothing) {
 }
 
 TEST_F(TimerHandler, AnyValue_StaysWithinTheArrays) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   for (int made = 0; made < 5; ++made) Make(200, made % 2, Count);
   for (int n = 0; n < 20'000; ++n) {

@@ -75,8 +75,7 @@ class TimerMoments : public ::testing::Test {
   // Each signal meets each moment of the operation, in both kinds of arrays.
   void ExpectTimersOfActiveCells(const std::function<void()> &preparation, const std::function<void()> &operation,
                                  bool neighbourStays) {
-    const std::uint64_t seed = TestSeed();
-    SCOPED_TRACE(SeedHint(seed));
+    const TestSeed seed;
     for (const int oneShot : {0, 1}) {
       for (const Signal &signal : {Signal{"the current arming", kArmings}, Signal{"the one before", kArmings - 1},
                                    Signal{"the next one", kArmings + 1}, Signal{"no arming", kArmings + 100}}) {

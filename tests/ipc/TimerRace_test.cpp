@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Timers against the handler in the same thread and in others: long random scripts, and handlers that never rest.
+// Timers against the handler in the same thread and in others: long random scripts, and handlers that run all the
+// time.
 
 #include <devsupport/ipc/Timer.h>
 #include <gtest/gtest.h>
@@ -20,22 +21,9 @@
 
 namespace {
 
-using devsupport::test::Announce;
-using devsupport::test::CapturedOutput;
-using devsupport::test::Count;
-using devsupport::test::CountOther;
-using devsupport::test::Deliver;
-using devsupport::test::g_perCell;
-using devsupport::test::kHourMs;
-using devsupport::test::kMaxCells;
-using devsupport::test::kOneShot;
-using devsupport::test::kRepeating;
-using devsupport::test::SeedHint;
-using devsupport::test::SignalValue;
-using devsupport::test::TestSeed;
-using devsupport::test::TimerSignal;
+using namespace devsupport::test;
 
-using TimerRace = devsupport::test::TimerCallbackTest;
+using TimerRace = TimerCallbackTest;
 
 // Lets no signal of the timers into this thread, so that callbacks run beside it, not on top of it.
 class BlockedSignal {
@@ -97,8 +85,7 @@ TEST_F(TimerRace, Callback_RunsInAnotherThreadThanTheOneThatArms) {
 // Arms and disarms at random while 1 kHz timers expire, then shows that no cell has been lost: each one still fires.
 // The fixture adds that every timer was deleted exactly once.
 void RunScript(std::uint16_t once, std::uint16_t often, int steps, bool withLateSignals) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   int armed[kMaxCells] = {};
   CapturedOutput err(stderr);
@@ -180,8 +167,7 @@ TEST_F(TimerRace, RandomScript_WithItsTimersAndLateSignalsInOtherThreads) {
 // the current arming and of the one before.
 TEST_F(TimerRace, RandomScript_AgainstHandlersThatNeverRest) {
   constexpr std::uint32_t kCells = 2;
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   const std::uint16_t arrays[] = {Make(kCells, kOneShot), Make(kCells, kRepeating)};
   std::atomic<std::uint32_t> newest[2][kCells] = {};
   std::atomic<unsigned> lateEvery{4};

@@ -12,8 +12,7 @@
 
 namespace {
 
-using devsupport::test::Child;
-using devsupport::test::Event;
+using namespace devsupport::test;
 
 const Event *g_pExpired;
 

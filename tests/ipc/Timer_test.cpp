@@ -20,18 +20,9 @@
 
 namespace {
 
-using devsupport::test::Calls;
-using devsupport::test::CapturedOutput;
-using devsupport::test::FailCall;
-using devsupport::test::Ignore;
-using devsupport::test::kHourMs;
-using devsupport::test::kNoArray;
-using devsupport::test::kOneShot;
-using devsupport::test::kRepeating;
-using devsupport::test::SignalValue;
-using devsupport::test::TimerSignal;
+using namespace devsupport::test;
 
-using Timers = devsupport::test::TimerTest;
+using Timers = TimerTest;
 
 TEST_F(Timers, CreateAry_WithSignal0OrLess_UsesTheFirstRealTimeSignalPlus1) {
   for (const int number : {0, -5}) {

@@ -1,56 +1,23 @@
 // SPDX-License-Identifier: MIT
-// Anybody may scribble over the rings. Writing a message stays inside the segment and reads no more than the text.
+// Any process can overwrite the rings. Writing a message stays inside the segment and reads no more than the text.
 
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 
 #include <cstdint>
 #include <cstring>
-#include <random>
 
 #include "tests/ipc/FencedMemory.h"
+#include "tests/ipc/Scribbler.h"
 #include "tests/logmgr/LogRing.h"
-#include "tests/support/Child.h"
 #include "tests/support/TestSeed.h"
 
 namespace {
 
 using namespace devsupport::test;
 
-constexpr std::uint32_t kCells = 6;
-constexpr std::size_t kSize = RawRing::kFirstSlot + (kCells + 1) * RawRing::kStride;
+constexpr RingMeasures kRing{6, 136, 36};
 constexpr std::size_t kLongestText = 600;
-
-// The record of a process that attached while the ring was whole. It runs unlocked, for speed.
-TShmQueue RingIn(std::uint8_t *segment) {
-  TShmQueue que{};
-  que.nSlotCount = kCells + 1;
-  que.wCellSize = 136;
-  que.dwStride = RawRing::kStride;
-  que.semid = -1;
-  que.header = static_cast<_U_ShmQueue_SHM_VARI *>(static_cast<void *>(segment));
-  que.cells = segment + RawRing::kFirstSlot;
-  que.pUserArea = segment + RawRing::kUserArea;
-  return que;
-}
-
-class Scribbler {
- public:
-  explicit Scribbler(std::uint64_t seed) : random_(seed) {}
-  std::uint32_t Below(std::size_t bound) { return static_cast<std::uint32_t>(random_() % bound); }
-
-  // Cursors at the edges of what they may be, and anything anywhere.
-  void Scribble(std::uint8_t *segment) {
-    const std::uint32_t edges[] = {0,  kCells, kCells + 1, kCells * RawRing::kStride, kCells * RawRing::kStride + 1,
-                                   ~0u};
-    const std::uint32_t word = Below(2) == 0 ? edges[Below(std::size(edges))] : static_cast<std::uint32_t>(random_());
-    const std::size_t place = Below(4) != 0 ? 12 + 4 * Below(5) : Below(kSize - 3);
-    std::memcpy(segment + place, &word, sizeof word);
-  }
-
- private:
-  std::mt19937_64 random_;
-};
 
 class LogGarbage : public ::testing::TestWithParam<FencedMemory::Against> {
  protected:
@@ -63,15 +30,14 @@ class LogGarbage : public ::testing::TestWithParam<FencedMemory::Against> {
     _TLogInfoShm_WriteData(&ring, end - length, length, 1);
   }
 
-  FencedMemory memory{kSize, GetParam()};
+  FencedMemory memory{kRing.Size(), GetParam()};
   FencedMemory text{kLongestText, FencedMemory::Against::Back};
-  TShmQueue ring = RingIn(memory.Start());
+  TShmQueue ring = kRing.RingIn(memory.Start());
 };
 
 TEST_P(LogGarbage, Write_StaysInsideTheSegmentAndTheText) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
-  Scribbler scribbler(seed);
+  const TestSeed seed;
+  Scribbler scribbler(kRing, seed);
   for (int round = 0; round < 100'000; ++round) {
     scribbler.Scribble(memory.Start());
     WriteOne(scribbler);
@@ -79,21 +45,14 @@ TEST_P(LogGarbage, Write_StaysInsideTheSegmentAndTheText) {
 }
 
 TEST_P(LogGarbage, Write_WhileSomebodyScribbles_StaysInside) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
-  Event scribbling;
-  const Child vandal([&]() -> int {
-    Scribbler scribbler(seed);
-    scribbling.Announce();
-    for (;;) scribbler.Scribble(memory.Start());
-  });
-  scribbling.Wait();
-  Scribbler choice(seed + 1);
+  const TestSeed seed;
+  const Child vandal = StartScribbling(Scribbler(kRing, seed), memory.Start());
+  Scribbler choice(kRing, seed + 1);
   for (int round = 0; round < 100'000; ++round) WriteOne(choice);
 }
 
 TEST_P(LogGarbage, Write_IntoAnUnusableRing_EmptiesItAndIsWhole) {
-  for (const std::uint32_t garbage : {kCells + 1, 0x80000000u, 0xFFFFFFFFu}) {
+  for (const std::uint32_t garbage : {kRing.cells + 1, 0x80000000u, 0xFFFFFFFFu}) {
     for (const std::size_t index : {std::size_t{12}, std::size_t{16}}) {
       std::memcpy(memory.Start() + index, &garbage, sizeof garbage);
       _TLogInfoShm_WriteData(&ring, reinterpret_cast<const char *>(text.Start()), 300, 1);

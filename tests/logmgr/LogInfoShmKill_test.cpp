@@ -64,8 +64,7 @@ class LogKill : public OpenChannelTest {
 };
 
 TEST_F(LogKill, WhileTheyWrite_TheOthersGoOnAndNothingIsTorn) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   std::vector<Child> others;
   for (int writer = 0; writer < 2; ++writer) others.emplace_back([this, writer] { return WriteAsOther(writer); });
@@ -90,8 +89,7 @@ TEST_F(LogKill, WhileTheyWrite_TheOthersGoOnAndNothingIsTorn) {
 }
 
 TEST_F(LogKill, WithNobodyElse_LeavesAtMostOneMessageCutAndOneNumberOut) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   unsigned cut = 0;
   unsigned gaps = 0;

@@ -33,9 +33,8 @@ class LogMoments : public OpenChannelTest {
 
   // How many of the dead writer's records there are and how many numbers are left out, over all its deaths. Each time
   // there are so many records in the ring before it.
-  static std::set<RecordsAndLostNumbers> AfterADeathBehind(unsigned records) {
-    const std::uint64_t seed = TestSeed();
-    SCOPED_TRACE(SeedHint(seed));
+  static std::set<RecordsAndLostNumbers> AfterADeath(unsigned records) {
+    const TestSeed seed;
     const RawRing ring(kEventRing);
     std::set<RecordsAndLostNumbers> seen;
     const auto begin = [&] {
@@ -81,12 +80,10 @@ class LogMoments : public OpenChannelTest {
   }
 };
 
-TEST_F(LogMoments, MessageOfThreeRecords_LeavesWholeRecordsAndTakesOneNumberAlong) {
-  ExpectAllowed(AfterADeathBehind(1));
-}
+TEST_F(LogMoments, MessageOfThreeRecords_LeavesWholeRecordsAndTakesOneNumberAlong) { ExpectAllowed(AfterADeath(1)); }
 
 TEST_F(LogMoments, MessageToAFullRing_LeavesWholeRecordsAndTakesOneNumberAlong) {
-  ExpectAllowed(AfterADeathBehind(kEventRing.cells));
+  ExpectAllowed(AfterADeath(kEventRing.cells));
 }
 
 }  // namespace

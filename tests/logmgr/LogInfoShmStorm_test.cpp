@@ -3,87 +3,51 @@
 // and a fifth one reads.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>
-#include <sys/time.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 
+#include "tests/ipc/SignalStorm.h"
 #include "tests/logmgr/LogRing.h"
 #include "tests/logmgr/Talk.h"
 #include "tests/support/Child.h"
-#include "tests/support/SharedBlock.h"
 
 namespace {
 
 using namespace devsupport::test;
 
 constexpr int kWriters = 4;
-constexpr auto kDuration = std::chrono::milliseconds(1500);
-constexpr std::uint32_t kEnoughInterruptions = 20;
 constexpr std::uint32_t kMostUnread = 1000;  // of 1024 records; a message has five at most
 
-struct Storm {
-  std::atomic<std::uint32_t> interruptions;
+struct Books {
   std::atomic<std::uint32_t> written[kWriters];
   std::atomic<std::uint32_t> unread;
   std::atomic<std::uint32_t> writing;
 };
 
-SharedBlock<Storm> *g_storm = nullptr;
-
-void OnAlarm(int /*signal*/) {}
-
-}  // namespace
-
-// Counts the waits that a signal really interrupted: without any, the storm would prove nothing.
-extern "C" int __real_semop(int id, sembuf *operations, std::size_t count);
-extern "C" int __wrap_semop(int id, sembuf *operations, std::size_t count);
-extern "C" int __wrap_semop(int id, sembuf *operations, std::size_t count) {
-  const int result = __real_semop(id, operations, count);
-  if (result == -1 && errno == EINTR && g_storm != nullptr) (*g_storm)->interruptions.fetch_add(1);
-  return result;
-}
-
-namespace {
-
 class LogStorm : public OpenChannelTest {
  protected:
-  void SetUp() override {
-    OpenChannelTest::SetUp();
-    g_storm = &storm;
-  }
-  void TearDown() override {
-    g_storm = nullptr;
-    OpenChannelTest::TearDown();
-  }
-
   // Writes until the storm is over; before each message it waits until nobody can lose one, when it is asked to.
   int Write(int writer, bool paced) {
-    struct sigaction action {};
-    action.sa_handler = OnAlarm;
-    ::sigaction(SIGALRM, &action, nullptr);
-    const itimerval often{{0, 1000}, {0, 1000}};
-    ::setitimer(ITIMER_REAL, &often, nullptr);
+    storm.Begin();
     if (TLogInfoShm_Open(4, 7, NameOf(writer).c_str()) != 1) return 1;
 
-    const auto end = std::chrono::steady_clock::now() + kDuration;
     std::uint32_t number = 0;
-    while (std::chrono::steady_clock::now() < end || storm->interruptions < kEnoughInterruptions) {
-      if (paced && storm->unread.fetch_add(5) > kMostUnread - 5 * kWriters) {
-        storm->unread.fetch_sub(5);
+    while (storm.GoesOn()) {
+      if (paced && books->unread.fetch_add(5) > kMostUnread - 5 * kWriters) {
+        books->unread.fetch_sub(5);
         ::sched_yield();
         continue;
       }
       const std::string text = MessageOf(writer, number);
       TLogInfoShm_Write(text.c_str(), writer, 0);
-      if (paced) storm->unread.fetch_sub(5 - RecordsOf(writer, number));
-      storm->written[writer] = ++number;
+      if (paced) books->unread.fetch_sub(5 - RecordsOf(writer, number));
+      books->written[writer] = ++number;
     }
-    storm->writing.fetch_sub(1);
+    books->writing.fetch_sub(1);
     return 0;
   }
   static std::uint32_t RecordsOf(int writer, unsigned number) {
@@ -91,7 +55,7 @@ class LogStorm : public OpenChannelTest {
   }
 
   std::vector<Child> StartWriters(bool paced) {
-    storm->writing = kWriters;
+    books->writing = kWriters;
     std::vector<Child> writers;
     for (int i = 0; i < kWriters; ++i) writers.emplace_back([this, i, paced] { return Write(i, paced); });
     return writers;
@@ -120,7 +84,8 @@ class LogStorm : public OpenChannelTest {
     return true;
   }
 
-  SharedBlock<Storm> storm;
+  SignalStorm storm{std::chrono::milliseconds(1500)};
+  SharedBlock<Books> books;
 
  private:
   std::chrono::steady_clock::time_point nextHold_{};
@@ -129,10 +94,10 @@ class LogStorm : public OpenChannelTest {
 TEST_F(LogStorm, EveryMessage_ArrivesOnceInOrderAndWhole) {
   std::vector<Child> writers = StartWriters(true);
   Listener listener;
-  while (storm->writing != 0) {
+  while (books->writing != 0) {
     LetThemWait();
     if (Take(listener))
-      storm->unread.fetch_sub(1);
+      books->unread.fetch_sub(1);
     else
       ::sched_yield();
   }
@@ -145,15 +110,15 @@ TEST_F(LogStorm, EveryMessage_ArrivesOnceInOrderAndWhole) {
   EXPECT_EQ(listener.findings.gaps, 0u);
   std::uint32_t next[kWriters] = {};
   for (const auto &[writer, number] : listener.numbers) EXPECT_EQ(number, next[writer]++);
-  for (int i = 0; i < kWriters; ++i) EXPECT_EQ(next[i], storm->written[i]);
-  std::printf("%u messages, %u interrupted waits\n", listener.findings.whole, storm->interruptions.load());
+  for (int i = 0; i < kWriters; ++i) EXPECT_EQ(next[i], books->written[i]);
+  std::printf("%u messages, %u interrupted waits\n", listener.findings.whole, storm.Interruptions());
 }
 
 TEST_F(LogStorm, FullRing_HoldsWholeRecordsWithConsecutiveNumbers) {
   std::vector<Child> writers = StartWriters(false);
   const RawRing ring(kLogRing);
   unsigned looks = 0;
-  while (storm->writing != 0) {
+  while (books->writing != 0) {
     LetThemWait();
     ASSERT_EQ(TShmQueue_Lock(&_g_uLogInfoShmData.uLogQue), 1);
     const std::vector<std::uint8_t> bytes(ring.Bytes(), ring.Bytes() + ring.Size());
@@ -167,7 +132,7 @@ TEST_F(LogStorm, FullRing_HoldsWholeRecordsWithConsecutiveNumbers) {
   }
   ExpectGoodEnds(writers);
   EXPECT_EQ(ring.Records().size(), 1024u);
-  std::printf("%u looks, %u interrupted waits\n", looks, storm->interruptions.load());
+  std::printf("%u looks, %u interrupted waits\n", looks, storm.Interruptions());
 }
 
 }  // namespace

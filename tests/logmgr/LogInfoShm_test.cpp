@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The log channel's messages: what stands in the rings after each of them.
+// The log channel's messages: what the rings hold after each of them.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 #include <gmock/gmock.h>
@@ -72,7 +72,7 @@ TEST_F(Message, Bytes_AreReadBackFromARecordMadeByHand) {
   EXPECT_STREQ(cell.szText, "hello");
 }
 
-TEST_F(Message, UpperHalfOfTheSecondWord_AndWhatIsBehindTheText_StayAsTheSlotHadThem) {
+TEST_F(Message, UpperHalfOfTheSecondWord_AndWhatIsAfterTheText_StayAsTheSlotHadThem) {
   const RawRing ring(kLogRing);
   std::memset(ring.Slot(0), 0xEE, 2 * RawRing::kStride);
   Write("hello");
@@ -138,14 +138,14 @@ TEST_F(Message, Of128Characters_IsCutInto127And1) {
   EXPECT_EQ(Log()[1].Time(), Log()[0].Time());
 }
 
-TEST_F(Message, Of200CharactersBehindANameOf10_IsCutInto117And83) {
+TEST_F(Message, Of200CharactersAfterANameOf10_IsCutInto117And83) {
   ASSERT_EQ(TLogInfoShm_Open(4, 7, "0123456789"), 1);
   const std::string text = Letters(200);
   Write(text);
   EXPECT_THAT(RawRing(kLogRing).Texts(), ElementsAre("0123456789" + text.substr(0, 117), text.substr(117)));
 }
 
-TEST_F(Message, BehindAName_FillsTheRecordOrTakesOneMore) {
+TEST_F(Message, AfterAName_FillsTheRecordOrTakesOneMore) {
   ASSERT_EQ(TLogInfoShm_Open(4, 7, "name"), 1);
   Write(Letters(123));
   Write(Letters(124));
@@ -210,12 +210,12 @@ TEST_F(Message, OfASizeBelow2_IsNotWrittenAndNotRead) {
   EXPECT_THAT(RawRing(kEventRing).Records(), IsEmpty());
 }
 
-TEST_F(Message, OfAGivenSize_HasWhatStandsBehindANul) {
+TEST_F(Message, OfAGivenSize_HasTheTextAfterANul) {
   TLogInfoShm_WriteN("ab\0cd", 6, 1);
   EXPECT_EQ(Log()[0].text, std::string("ab\0cd", 5));
 }
 
-TEST_F(Message, OfAGivenSizeBehindAName_EndsAtANulWithinItsLength) {
+TEST_F(Message, OfAGivenSizeAfterAName_EndsAtANulWithinItsLength) {
   ASSERT_EQ(TLogInfoShm_Open(4, 7, "n:"), 1);
   TLogInfoShm_WriteN("ab\0cd", 6, 1);
   EXPECT_EQ(Log()[0].text, std::string("n:ab\0\0\0", 7));

@@ -121,16 +121,17 @@ bool IsTheSystemsOwn(int number) { return number == SIGKILL || number == SIGSTOP
 bool IsTheLibrarysOwn(int number) { return number > 31 && number < SIGRTMIN; }
 
 /// Runs in a process that has decided about its signals.
-int Started(const std::function<int()> &body) {
+void InStartedProcess(const std::function<void()> &body) {
   Child child([&] {
     EXPECT_EQ(Signal_InitHandlers(Remember), 0);
-    return body();
+    body();
+    return 0;
   });
-  return child.Wait();
+  EXPECT_EQ(child.Wait(), 0);
 }
 
 TEST(Signals, AsTheKernelHasThem_AreHandledOrIgnored) {
-  const auto body = [] {
+  InStartedProcess([] {
     const std::set<int> handled = {1, 2, 3, 6, 9, 14, 15, 23, 50};
     const std::set<int> caught = Kernel("SigCgt");
     const std::set<int> ignored = Kernel("SigIgn");
@@ -139,15 +140,13 @@ TEST(Signals, AsTheKernelHasThem_AreHandledOrIgnored) {
       EXPECT_EQ(caught.count(number), handled.count(number)) << number;
       EXPECT_NE(ignored.count(number), handled.count(number)) << number;
     }
-    return 0;
-  };
-  EXPECT_EQ(Started(body), 0);
+  });
 }
 
 constexpr unsigned kEveryFlag = SA_RESTART | SA_SIGINFO | SA_NODEFER | SA_ONSTACK | unsigned{SA_RESETHAND};
 
 TEST(Signals, ThatAreHandled_HaveNoFlagsAndBlockNoOthers) {
-  const auto body = [] {
+  InStartedProcess([] {
     for (const int number : {1, 15, 50}) {
       struct sigaction action {};
       EXPECT_EQ(::sigaction(number, nullptr, &action), 0);
@@ -155,63 +154,51 @@ TEST(Signals, ThatAreHandled_HaveNoFlagsAndBlockNoOthers) {
       EXPECT_EQ(static_cast<unsigned>(action.sa_flags) & kEveryFlag, 0u);
       for (int other = 1; other <= 31; ++other) EXPECT_EQ(::sigismember(&action.sa_mask, other), 0);
     }
-    return 0;
-  };
-  EXPECT_EQ(Started(body), 0);
+  });
 }
 
 TEST(Signals, ThatAreHandled_ReachTheHandler) {
-  const auto body = [] {
+  InStartedProcess([] {
     for (const int number : {1, 2, 3, 6, 14, 15, 23, 50}) {
       if (IsTheSystemsOwn(number)) continue;  // 23 stops a process where the device's processor numbers the signals
       EXPECT_EQ(::raise(number), 0);
       ::usleep(1);  // the thread sanitizer hands signals on when a call may block
       EXPECT_EQ(g_lastSignal, number);
     }
-    return 0;
-  };
-  EXPECT_EQ(Started(body), 0);
+  });
 }
 
 TEST(Signals, ThatAreIgnored_GoByUnseen) {
-  const auto body = [] {
+  InStartedProcess([] {
     for (const int number : {10, 12, 13, 17, 20, 52, 53, 64}) EXPECT_EQ(::raise(number), 0);
     EXPECT_EQ(g_lastSignal, 0);
-    return 0;
-  };
-  EXPECT_EQ(Started(body), 0);
+  });
 }
 
 TEST(Signals, OfEndedChildren_AreIgnoredToo) {
-  const auto body = [] {
+  InStartedProcess([] {
     const pid_t child = ::fork();
     if (child == 0) ::_exit(0);
     int status = 0;
     while (::waitpid(child, &status, 0) == -1 && errno == EINTR) continue;
-    EXPECT_EQ(errno, ECHILD);  // the kernel has buried it already
-    return 0;
-  };
-  EXPECT_EQ(Started(body), 0);
+    EXPECT_EQ(errno, ECHILD);  // the kernel has removed it already
+  });
 }
 
 TEST(Signals, AddHandler_GivesOneMoreTheSameHandler) {
-  const auto body = [] {
+  InStartedProcess([] {
     EXPECT_EQ(Signal_AddHandler(SIGUSR1), 0);
     EXPECT_EQ(Kernel("SigCgt").count(SIGUSR1), 1u);
     ::raise(SIGUSR1);
     ::usleep(1);
     EXPECT_EQ(g_lastSignal, SIGUSR1);
-    return 0;
-  };
-  EXPECT_EQ(Started(body), 0);
+  });
 }
 
 TEST(Signals, AddHandler_OfWhatCannotBeHandled_IsRefused) {
-  const auto body = [] {
+  InStartedProcess([] {
     for (const int number : {SIGKILL, SIGSTOP, 0, -1, 4711}) EXPECT_EQ(Signal_AddHandler(number), -1);
-    return 0;
-  };
-  EXPECT_EQ(Started(body), 0);
+  });
 }
 
 TEST(Signals, AddHandler_BeforeAnyHandlers_IsTheSystemsDefault) {
@@ -226,15 +213,13 @@ TEST(Signals, AddHandler_BeforeAnyHandlers_IsTheSystemsDefault) {
 }
 
 TEST(Signals, InitHandlers_Again_ReplacesTheHandler) {
-  const auto body = [] {
+  InStartedProcess([] {
     EXPECT_EQ(Signal_AddHandler(SIGUSR1), 0);
     EXPECT_EQ(Signal_InitHandlers(SIG_DFL), 0);
     EXPECT_EQ(Kernel("SigCgt").count(SIGTERM), 0u);
     EXPECT_EQ(Kernel("SigIgn").count(SIGTERM), 0u);
     EXPECT_EQ(Kernel("SigIgn").count(SIGUSR1), 1u);
-    return 0;
-  };
-  EXPECT_EQ(Started(body), 0);
+  });
 }
 
 }  // namespace

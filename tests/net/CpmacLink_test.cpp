@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The Ethernet port's link state out of a driver's file of our own, whatever stands in it.
+// The Ethernet port's link state, read from a file of any content in place of the driver's.
 
 #include <devsupport/net/LinkStatus.h>
 #include <gtest/gtest.h>
@@ -16,11 +16,7 @@
 
 namespace {
 
-using devsupport::test::AskSilently;
-using devsupport::test::HideFolder;
-using devsupport::test::kLinkFile;
-using devsupport::test::NetworkTest;
-using devsupport::test::WriteFile;
+using namespace devsupport::test;
 
 int AskCpmacLink() { return AskSilently(GetCpmacLink); }
 
@@ -47,7 +43,7 @@ const std::string kSecond = "port: link: UP\n";
 
 const TLinkFile kLinkFiles[] = {
     {"TwoLinesThatSayUp_ReadsUp", kFirst + kSecond, 1},
-    {"MoreBehindTheWordUp_ReadsUp", "n = 2 of 3\nport: link: UP at: 100\nmore\n", 1},
+    {"MoreAfterTheWordUp_ReadsUp", "n = 2 of 3\nport: link: UP at: 100\nmore\n", 1},
     {"LinesThatEndInCrLf_ReadsUp", "n = 1\r\na:b:UP\r\n", 1},
     {"SecondLineWithoutEnd_ReadsUp", "n = 1\na:b:UP", 1},
     {"SeveralBlanksBeforeNumberAndWord_ReadsUp", "n =   1\na:b:   UP\n", 1},
@@ -73,9 +69,9 @@ const TLinkFile kLinkFiles[] = {
 
     {"Number0_ReadsDownWhateverTheSecondLineSays", "n = 0\n" + kSecond, 0},
     {"NegativeNumber_ReadsDown", "n = -1\n" + kSecond, 0},
-    {"NumberWithLettersBehindIt_ReadsDown", "n = 1x\n" + kSecond, 0},
+    {"NumberWithLettersAfterIt_ReadsDown", "n = 1x\n" + kSecond, 0},
     {"NoNumber_ReadsDown", "n = \n" + kSecond, 0},
-    {"NoBlankBehindTheEqualsSign_ReadsDown", "n =1\n" + kSecond, 0},
+    {"NoBlankAfterTheEqualsSign_ReadsDown", "n =1\n" + kSecond, 0},
     {"NoEqualsSign_ReadsDown", "n 1\n" + kSecond, 0},
 
     {"FirstLineOf256Characters_IsReadWhole", FirstLine(256, "= 1") + "\n" + kSecond, 1},

@@ -19,14 +19,7 @@
 
 namespace {
 
-using devsupport::test::AddInterface;
-using devsupport::test::AskSilently;
-using devsupport::test::CapturedOutput;
-using devsupport::test::FailCall;
-using devsupport::test::HideFolder;
-using devsupport::test::kLinkFile;
-using devsupport::test::NetworkTest;
-using devsupport::test::WriteFile;
+using namespace devsupport::test;
 
 // ---- The switch's link, out of its driver's answer ------------------------------------------------------------
 
@@ -35,9 +28,9 @@ constexpr std::size_t kRequestBytes = 48;
 /// Stands in for the switch's driver while it lives: it takes the private request, keeps its bytes and answers.
 struct TSwitchDriver {
   TSwitchDriver() {
-    devsupport::test::g_switchDriver = [this](ifreq &asked) { return Answer(asked); };
+    g_switchDriver = [this](ifreq &asked) { return Answer(asked); };
   }
-  ~TSwitchDriver() { devsupport::test::g_switchDriver = nullptr; }
+  ~TSwitchDriver() { g_switchDriver = nullptr; }
   TSwitchDriver(const TSwitchDriver &) = delete;
   TSwitchDriver &operator=(const TSwitchDriver &) = delete;
 

@@ -15,14 +15,7 @@
 
 namespace {
 
-using devsupport::test::AddInterface;
-using devsupport::test::CapturedOutput;
-using devsupport::test::CountDescriptors;
-using devsupport::test::FailCall;
-using devsupport::test::HideFolder;
-using devsupport::test::Ip;
-using devsupport::test::NetworkTest;
-using devsupport::test::WriteFile;
+using namespace devsupport::test;
 
 constexpr int kPreset = -4711;
 

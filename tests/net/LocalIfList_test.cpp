@@ -22,12 +22,7 @@
 
 namespace {
 
-using devsupport::test::AddInterface;
-using devsupport::test::CapturedOutput;
-using devsupport::test::CountDescriptors;
-using devsupport::test::FailCall;
-using devsupport::test::Ip;
-using devsupport::test::NetworkTest;
+using namespace devsupport::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

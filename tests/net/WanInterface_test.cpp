@@ -18,10 +18,7 @@
 
 namespace {
 
-using devsupport::test::AddInterface;
-using devsupport::test::CapturedOutput;
-using devsupport::test::HideFolder;
-using devsupport::test::NetworkTest;
+using namespace devsupport::test;
 
 constexpr const char *kNoDevice = "ioctl:No such device[";
 constexpr const char *kNoAddress = "ioctl:Cannot assign requested address[";

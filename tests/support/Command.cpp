@@ -78,6 +78,10 @@ int WaitFor(pid_t pid) {
 
 }  // namespace
 
+std::ostream &operator<<(std::ostream &stream, const CommandResult &result) {
+  return stream << "status " << result.status << ", out \"" << result.out << "\", err \"" << result.err << '"';
+}
+
 Command::Command(std::vector<std::string> words) : words_(std::move(words)) {
   for (char **entry = environ; *entry != nullptr; ++entry) environment_.emplace_back(*entry);
 }

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Runs a real program and catches what it printed on both streams and how it ended.
 //
-//   const CommandResult result = Command({CPLD_PATH, "0", "1", "23"}).Run();
-//   EXPECT_EQ(result.status, 1);
-//   EXPECT_EQ(result.out, "");
+//   EXPECT_EQ(Command({CPLD_PATH, "0", "1", "23"}).Run(), (CommandResult{1, "", "No such device\n"}));
 #pragma once
 
 #include <sys/types.h>
 
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,7 +18,9 @@ struct CommandResult {
   int status = -1;  ///< the exit status, or 1000 + the signal that ended the program
   std::string out;
   std::string err;
+  bool operator==(const CommandResult &) const = default;
 };
+std::ostream &operator<<(std::ostream &stream, const CommandResult &result);
 
 /// One program with its arguments, found through PATH unless it is named with a slash.
 /// Standard input is empty unless told otherwise. Environment and descriptors are the test's own but for what is changed here.

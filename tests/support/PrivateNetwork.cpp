@@ -68,7 +68,7 @@ void Ip(std::initializer_list<std::string> commands) {
 }
 
 void AddInterface(const std::string &name, std::initializer_list<std::string> addresses, int index) {
-  // The other end of the pair has no address and so is in nobody's way; it takes an index that tests do not use.
+  // The other end of the pair has no address; it takes an index that tests do not use.
   static int nextPeer = 0;
   const std::string peer = "peer" + std::to_string(++nextPeer);
   std::string batch = "link add " + (index > 0 ? "index " + std::to_string(index) + " " : "") + "name " + name +

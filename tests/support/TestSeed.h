@@ -2,15 +2,22 @@
 // Seeds of randomised tests: new at every run, printed when a test fails, replayable.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 
 namespace devsupport::test {
 
-/// The value of DEVSUPPORT_TEST_SEED when it is set, otherwise a fresh one.
-/// Use with SCOPED_TRACE(SeedHint(seed)) so that a failure says how to run the same script again.
-std::uint64_t TestSeed();
+/// The value of DEVSUPPORT_TEST_SEED when it is set, otherwise a fresh one. While the object exists, a failure says how
+/// to run the same script again.
+class TestSeed {
+ public:
+  explicit TestSeed(const char *file = __builtin_FILE(), int line = __builtin_LINE());
+  operator std::uint64_t() const { return value_; }
 
-/// "DEVSUPPORT_TEST_SEED=<seed>", for SCOPED_TRACE.
-const char *SeedHint(std::uint64_t seed);
+ private:
+  std::uint64_t value_;
+  ::testing::ScopedTrace trace_;
+};
 
 }  // namespace devsupport::test

@@ -13,9 +13,7 @@
 
 namespace {
 
-using devsupport::test::ExpectParsedAsByNaiveParsers;
-using devsupport::test::SeedHint;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 
 constexpr int kTexts = 300'000;
 
@@ -46,8 +44,7 @@ class Texts {
 };
 
 TEST(NumberParsingModel, RandomTexts_ParseAsTheNaiveParsersDo) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   Texts texts(seed);
   for (int i = 0; i < kTexts; ++i) {
     ExpectParsedAsByNaiveParsers(texts.Next());

@@ -61,7 +61,7 @@ TEST(Str2Int, LeadingSpaceAndSign_AreRead) {
   EXPECT_EQ(Int(" \t\n\v\f\r7"), (IntResult{1, 7}));
 }
 
-TEST(Str2Int, TextBehindTheNumber_FailsAndStoresTheNumber) {
+TEST(Str2Int, TextAfterTheNumber_FailsAndStoresTheNumber) {
   EXPECT_EQ(Int("12abc"), (IntResult{0, 12}));
   EXPECT_EQ(Int("-12 "), (IntResult{0, -12}));
   EXPECT_EQ(Int("0x10"), (IntResult{0, 0}));
@@ -154,7 +154,7 @@ TEST(Str2Double, Sign_DoesNotReachTheFraction) {
   EXPECT_EQ(Double("-0.5"), (DoubleResult{1, 0.5}));
 }
 
-TEST(Str2Double, SignBehindTheDot_IsTheFractionsAndTakesAPlace) {
+TEST(Str2Double, SignAfterTheDot_IsTheFractionsAndTakesAPlace) {
   EXPECT_EQ(Double("1.-5"), (DoubleResult{1, 1.0 + -5.0 / 10.0 / 10.0}));
   EXPECT_EQ(Double("1.+5"), (DoubleResult{1, 1.0 + 5.0 / 10.0 / 10.0}));
   EXPECT_EQ(Double("1. 5"), (DoubleResult{1, 1.0 + 5.0 / 10.0 / 10.0}));
@@ -165,7 +165,7 @@ TEST(Str2Double, SignWithoutDigits_FailsButTheFractionIsStored) {
   EXPECT_EQ(Double("x.5"), (DoubleResult{0, 0.5}));
 }
 
-TEST(Str2Double, TextBehindTheFraction_FailsAndTakesPlaces) {
+TEST(Str2Double, TextAfterTheFraction_FailsAndTakesPlaces) {
   EXPECT_EQ(Double("1.5 "), (DoubleResult{0, 1.0 + 5.0 / 10.0 / 10.0}));
   EXPECT_EQ(Double("1 .5"), (DoubleResult{0, 1.5}));
 }

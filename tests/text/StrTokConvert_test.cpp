@@ -14,9 +14,7 @@
 
 namespace {
 
-using devsupport::test::GuardedBuffer;
-using devsupport::test::Tokenizer;
-using devsupport::test::Whole;
+using namespace devsupport::test;
 using namespace std::string_literals;
 
 /// Flag and value of one conversion of a token.

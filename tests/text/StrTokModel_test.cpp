@@ -12,15 +12,12 @@
 
 namespace {
 
-using devsupport::test::SeedHint;
-using devsupport::test::StrTokScript;
-using devsupport::test::TestSeed;
+using namespace devsupport::test;
 
 constexpr int kSteps = 400'000;
 
 TEST(StrTokModel, RandomScript_GoesAsTheNaiveTokenizerDoes) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedHint(seed));
+  const TestSeed seed;
   std::mt19937_64 random(seed);
   StrTokScript script([&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); });
   for (int i = 0; i < kSteps; ++i) {

@@ -18,7 +18,7 @@ class StrTokOracle {
   long src = kNone, srcEnd = kNone, tok = kNone, tokEnd = kNone, cur = kNone;
   int prevDelimLen = 0, delimLen = 0;
 
-  /// The characters of the source and whether a NUL stands after them.
+  /// The characters of the source and whether a NUL follows them.
   void SetSource(std::uint32_t trimFlag, const std::string &text, bool terminated) {
     text_ = text;
     terminated_ = terminated;

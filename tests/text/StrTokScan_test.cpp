@@ -18,11 +18,7 @@
 
 namespace {
 
-using devsupport::test::Fields;
-using devsupport::test::GuardedBuffer;
-using devsupport::test::kMost;
-using devsupport::test::SamePosition;
-using devsupport::test::Tokenizer;
+using namespace devsupport::test;
 using List = std::vector<std::string>;
 
 constexpr std::uint32_t kDigits = 1;
@@ -361,7 +357,7 @@ TEST(GoDelimitAnyChar, Exhausted_Fails) {
 }
 
 TEST(GoDelimitAnyChar, ListWithLongFields_IsSplitAtEveryPosition) {
-  // Fields of every length up to 40, so that a delimiter stands at every distance from the cursor.
+  // Fields of every length up to 40, so that a delimiter is at every distance from the cursor.
   for (std::size_t length = 0; length < 40; ++length) {
     const std::string field(length, 'x');
     EXPECT_EQ(FieldsByAny(field + ";" + field + ",", ",;", true), (List{field, field, ""})) << length;

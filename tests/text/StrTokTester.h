@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Short words for what the tokenizer tests look at: the token as it stands, as it is copied, and what lies ahead.
+// Helpers of the tokenizer tests: the token between its pointers, the token as it is copied, and the rest of the
+// text.
 #pragma once
 
 #include <devsupport/text/StrTok.h>

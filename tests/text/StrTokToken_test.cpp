@@ -15,9 +15,7 @@
 
 namespace {
 
-using devsupport::test::GuardedBuffer;
-using devsupport::test::Tokenizer;
-using devsupport::test::Whole;
+using namespace devsupport::test;
 using namespace std::string_literals;
 
 /// "a::b,c" with the token b: two characters of delimiter before it, one after it.
@@ -30,40 +28,25 @@ Tokenizer Middle(const std::string &text = "a::b,c") {
 
 // ---- GetToken ----
 
-TEST(GetToken, Token_IsCopiedWithItsLength) {
-  const Tokenizer t = Whole("abc");
-  GuardedBuffer buffer(5);
-  std::int32_t length = 77;
-  EXPECT_EQ(TStrTok_GetToken(&t.tok, buffer.Data(), buffer.Size(), &length), 1);
-  EXPECT_EQ(buffer.Bytes(), "abc\0Z"s);
-  EXPECT_EQ(length, 3);
-}
-
-TEST(GetToken, BufferThatJustFits_HoldsTheWholeToken) {
-  const Tokenizer t = Whole("abc");
-  GuardedBuffer buffer(4);
-  EXPECT_EQ(TStrTok_GetToken(&t.tok, buffer.Data(), buffer.Size(), nullptr), 1);
-  EXPECT_EQ(buffer.Bytes(), "abc\0"s);
+/// Copies the token into a buffer of this size, which holds these bytes afterwards.
+void ExpectCopy(const Tokenizer &t, std::size_t room, int result, const std::string &bytes, std::int32_t length) {
+  GuardedBuffer buffer(room);
+  std::int32_t copied = 77;
+  EXPECT_EQ(TStrTok_GetToken(&t.tok, buffer.Data(), buffer.Size(), &copied), result);
+  EXPECT_EQ(buffer.Bytes(), bytes);
+  EXPECT_EQ(copied, length);
+  EXPECT_EQ(TStrTok_GetToken(&t.tok, buffer.Data(), buffer.Size(), nullptr), result);
+  EXPECT_EQ(buffer.Bytes(), bytes);
   EXPECT_TRUE(buffer.GuardsIntact());
 }
 
-TEST(GetToken, LongerToken_IsCutWithoutNotice) {
-  const Tokenizer t = Whole("abcd");
-  GuardedBuffer buffer(4);
-  std::int32_t length = 77;
-  EXPECT_EQ(TStrTok_GetToken(&t.tok, buffer.Data(), buffer.Size(), &length), 1);
-  EXPECT_EQ(buffer.Bytes(), "abc\0"s);
-  EXPECT_EQ(length, 3);
-  EXPECT_TRUE(buffer.GuardsIntact());
-}
+TEST(GetToken, Token_IsCopiedWithItsLength) { ExpectCopy(Whole("abc"), 5, 1, "abc\0Z"s, 3); }
 
-TEST(GetToken, RoomForOne_HoldsTheNulAlone) {
-  const Tokenizer t = Whole("abcd");
-  GuardedBuffer buffer(1);
-  EXPECT_EQ(TStrTok_GetToken(&t.tok, buffer.Data(), 1, nullptr), 1);
-  EXPECT_EQ(buffer.Bytes(), "\0"s);
-  EXPECT_TRUE(buffer.GuardsIntact());
-}
+TEST(GetToken, BufferThatJustFits_HoldsTheWholeToken) { ExpectCopy(Whole("abc"), 4, 1, "abc\0"s, 3); }
+
+TEST(GetToken, LongerToken_IsCutWithoutNotice) { ExpectCopy(Whole("abcd"), 4, 1, "abc\0"s, 3); }
+
+TEST(GetToken, RoomForOne_HoldsTheNulAlone) { ExpectCopy(Whole("abcd"), 1, 1, "\0"s, 0); }
 
 TEST(GetToken, SizeBelow1_WritesNothing) {
   Tokenizer t = Whole("abcd");
@@ -81,44 +64,21 @@ TEST(GetToken, SizeBelow1_WritesNothing) {
 TEST(GetToken, Exhausted_GivesEmptyCopyAndLength0) {
   Tokenizer t = Whole("abc");
   _SetPosEmpty(&t.tok);
-  GuardedBuffer buffer(4);
-  std::int32_t length = 77;
-  EXPECT_EQ(TStrTok_GetToken(&t.tok, buffer.Data(), buffer.Size(), &length), 0);
-  EXPECT_EQ(buffer.Bytes(), "\0ZZZ"s);
-  EXPECT_EQ(length, 0);
+  ExpectCopy(t, 4, 0, "\0ZZZ"s, 0);
 }
 
 TEST(GetToken, TrimmedToken_LosesBlanksAndTabsAtBothEnds) {
-  const Tokenizer t = Whole("  \t x y \t ", true);
-  GuardedBuffer buffer(20);
-  std::int32_t length = 77;
-  EXPECT_EQ(TStrTok_GetToken(&t.tok, buffer.Data(), buffer.Size(), &length), 1);
-  EXPECT_EQ(buffer.Text(), "x y");
-  EXPECT_EQ(length, 3);
+  ExpectCopy(Whole("  \t x y \t ", true), 6, 1, "x y\0ZZ"s, 3);
 }
 
-TEST(GetToken, TrimmedTokenOfBlanks_IsEmptyAndStillASuccess) {
-  const Tokenizer t = Whole("   ", true);
-  GuardedBuffer buffer(4);
-  std::int32_t length = 77;
-  EXPECT_EQ(TStrTok_GetToken(&t.tok, buffer.Data(), buffer.Size(), &length), 1);
-  EXPECT_EQ(buffer.Bytes(), "\0ZZZ"s);
-  EXPECT_EQ(length, 0);
-}
+TEST(GetToken, TrimmedTokenOfBlanks_IsEmptyAndStillASuccess) { ExpectCopy(Whole("   ", true), 4, 1, "\0ZZZ"s, 0); }
 
 TEST(GetToken, OtherWhiteSpace_IsNotTrimmed) {
   EXPECT_EQ(Whole("\n a \r", true).Copy(), "\n a \r");
   EXPECT_EQ(Whole("\va\f", true).Copy(), "\va\f");
 }
 
-TEST(GetToken, TrimmedAndTooLong_KeepsTheBeginning) {
-  const Tokenizer t = Whole("  abcdef  ", true);
-  GuardedBuffer buffer(4);
-  std::int32_t length = 77;
-  EXPECT_EQ(TStrTok_GetToken(&t.tok, buffer.Data(), buffer.Size(), &length), 1);
-  EXPECT_EQ(buffer.Bytes(), "abc\0"s);
-  EXPECT_EQ(length, 3);
-}
+TEST(GetToken, TrimmedAndTooLong_KeepsTheBeginning) { ExpectCopy(Whole("  abcdef  ", true), 4, 1, "abc\0"s, 3); }
 
 TEST(GetToken, UntrimmedToken_IsCopiedAsItStands) { EXPECT_EQ(Whole(" \ta\t ").Copy(), " \ta\t "); }
 
@@ -301,10 +261,10 @@ TEST(FindInToken, OnlyTheTokenIsSearched) {
   EXPECT_EQ(TStrTok_FindInToken(&t.tok, "ab", 0), t.tok.pSrc + 2);
   EXPECT_EQ(TStrTok_FindInToken(&t.tok, "b;", 0), nullptr);
   EXPECT_EQ(TStrTok_FindInToken(&t.tok, ";", 0), nullptr);
-  EXPECT_TRUE(devsupport::test::SamePosition(t.tok, before));
+  EXPECT_TRUE(SamePosition(t.tok, before));
 }
 
-TEST(FindInToken, ShorterLength_StillComparesTheWholeStringBehindTheToken) {
+TEST(FindInToken, ShorterLength_StillComparesTheWholeStringAfterTheToken) {
   Tokenizer t("xab;b");
   TStrTok_Find(&t.tok, ";", 0, 0);
   EXPECT_EQ(TStrTok_FindInToken(&t.tok, "b;b", 1), t.tok.pSrc + 2);

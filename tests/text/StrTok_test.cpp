@@ -15,11 +15,7 @@
 
 namespace {
 
-using devsupport::test::Fields;
-using devsupport::test::GuardedBuffer;
-using devsupport::test::kMost;
-using devsupport::test::SamePosition;
-using devsupport::test::Tokenizer;
+using namespace devsupport::test;
 using namespace std::string_literals;
 using List = std::vector<std::string>;
 
@@ -101,7 +97,7 @@ TEST(SetTrim, FlagIsStoredAndReturned) {
 
 // ---- Position rules ----
 
-TEST(Positions, Found_PutsTheTokenBeforeAndTheCursorBehind) {
+TEST(Positions, Found_PutsTheTokenBeforeItAndTheCursorAfterIt) {
   Tokenizer t("abcdef");
   t.tok.pCur += 1;
   _SetPosFound(&t.tok, t.tok.pSrc + 3, 2);
@@ -196,12 +192,12 @@ TEST(Find, StringAtTheVeryEnd_IsFound) {
   EXPECT_FALSE(t.IsExhausted());
 }
 
-TEST(Find, StringThatContinuesBehindTheSource_IsNotFound) {
+TEST(Find, StringThatContinuesAfterTheSource_IsNotFound) {
   Tokenizer t("xxa");
   EXPECT_EQ(TStrTok_Find(&t.tok, "a#", 0, 0), 0);
 }
 
-TEST(Find, ShorterLength_StillComparesTheWholeStringBehindTheEnd) {
+TEST(Find, ShorterLength_StillComparesTheWholeStringAfterTheEnd) {
   TStrTok tok{};
   TStrTok_SetSource(&tok, 0, "xabc", 2);  // the source is "xa", the text goes on
   EXPECT_EQ(TStrTok_Find(&tok, "abd", 1, 0), 0);
@@ -311,7 +307,7 @@ TEST(MatchStr, ShorterLength_ComparesThatMuch) {
   EXPECT_EQ(t.Ahead(), "x");
 }
 
-TEST(MatchStr, LengthThatSpansANul_ComparesBehindIt) {
+TEST(MatchStr, LengthThatSpansANul_ComparesAfterIt) {
   const std::string text = "a\0b"s;
   Tokenizer t(text);
   EXPECT_EQ(TStrTok_MatchStr(&t.tok, "a\0c", 3, 0), 0);

@@ -29,7 +29,7 @@ std::size_t Encode(std::uint32_t point, char *out) {
   return following + 1;
 }
 
-// Takes the four digits behind "\u".
+// Takes the four digits after "\u".
 bool TakeFourDigits(std::string_view &rest, std::uint32_t &point) {
   if (rest.size() < 4) return false;
   point = 0;
@@ -56,7 +56,7 @@ const char *TakeNumberedEscape(std::string_view &rest, std::uint32_t &point) {
 
 // Takes what follows a backslash.
 const char *TakeEscape(std::string_view &rest, std::uint32_t &point) {
-  if (rest.empty()) return "nothing behind a backslash";
+  if (rest.empty()) return "nothing after a backslash";
   const char kind = rest.front();
   rest.remove_prefix(1);
   if (kind == 'u') return TakeNumberedEscape(rest, point);
@@ -122,7 +122,7 @@ class Scanner {
 
 const char *ReadMember(Scanner &scanner, Member &member) {
   if (!scanner.TakeString(member.name)) return "a member's name is missing, or its closing quote";
-  if (!scanner.Take(':')) return "no ':' behind a member's name";
+  if (!scanner.Take(':')) return "no ':' after a member's name";
   if (!scanner.TakeString(member.value)) return "a member's value is no string, or its closing quote is missing";
   return nullptr;
 }
@@ -139,9 +139,9 @@ const char *ReadObject(std::string_view line, std::span<Member> members, std::si
       if (const char *wrong = ReadMember(scanner, members[count]); wrong != nullptr) return wrong;
       ++count;
     } while (scanner.Take(','));
-    if (!scanner.Take('}')) return "no ',' or '}' behind a member";
+    if (!scanner.Take('}')) return "no ',' or '}' after a member";
   }
-  return scanner.AtEnd() ? nullptr : "something behind the closing '}'";
+  return scanner.AtEnd() ? nullptr : "something after the closing '}'";
 }
 
 const char *Unescape(std::string_view string, Form form, std::span<char> out, std::size_t &size) {

@@ -161,7 +161,7 @@ class Reader {
       case kEscaped:
         return Use(kEscape, "only get, set and del know", "--escape") && TakeWriting(Writing::kEscaped);
       case ':':
-        return Fail("an argument is missing for", word);
+        return Fail("missing argument after", word);
       default:
         return Fail("unknown option", word);
     }
@@ -174,7 +174,7 @@ class Reader {
 
   bool TakeText(const char *&value, const char *word) {
     value = optarg;
-    return *value != '\0' || Fail("an argument is missing for", word);
+    return *value != '\0' || Fail("missing argument after", word);
   }
   bool TakeText(const char *&value, const char *word, Known bit, const char *complaint, const char *name) {
     return Use(bit, complaint, name) && TakeText(value, word);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The two rings of the log channel, looked at without their locks. Nothing in them is believed.
+// The two rings of the log channel, read without their locks. Everything in them is checked before it is used.
 
 #include "tools/devdoctor/Rings.h"
 

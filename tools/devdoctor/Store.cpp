@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The configuration store, looked at from outside: files, gate, members, regions. Nothing in shared memory is
-// believed.
+// The configuration store, read from outside: files, gate, members, regions. Everything in shared memory is checked
+// before it is used.
 
 #include "tools/devdoctor/Store.h"
 
