@@ -19,6 +19,7 @@
 
 // The descriptor is closed all the same, as on Linux.
 DEVSUPPORT_FAULT_POINT(int, close, (int fd), (fd), (__real_close(fd), errno = EIO, -1), EIO)
+DEVSUPPORT_FAULT_POINT(int, fsync, (int fd), (fd), -1, EIO)
 
 namespace {
 
@@ -221,6 +222,23 @@ TEST_F(Faults, AllocationsThatFailInOpening_AreACodeAndNoMore) {
   }
   EXPECT_TRUE(Verify());
   EXPECT_TRUE(IndexesAgree());
+}
+
+TEST_F(Faults, WhatADeadOneWroteAndCannotBeFlushed_IsNotBuiltUpon) {
+  Child victim([this] { return DieInside(home_); });
+  ASSERT_EQ(victim.Wait(), 1000 + SIGKILL);
+  std::int32_t code = -4711;
+  {
+    const FailCall fail("fsync", 1);
+    CapturedOutput err(stderr);
+    EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &code), 0);
+    EXPECT_TRUE(fail.Happened());
+    EXPECT_EQ(err.Take(), "FAIL to open environment " + home_ + ": Input/output error" + kSourceLine);
+  }
+  EXPECT_EQ(code, BERKDB_OPEN_ENVIRONMENT);
+  BerkDb_Close();
+  Open();
+  EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
 }
 
 TEST_F(Faults, WaitingForAnother_NeverLooksAtTheWallClock) {

@@ -47,6 +47,28 @@ class Healing : public StoreTest {
   std::optional<Starter> victims_;
 };
 
+// First, and in a process of its own: a process follows so often in its life, whatever test it is in.
+TEST_F(Healing, After256Deaths_NeedsTheStoreOpenedAgain) {
+  Child survivor([this] {
+    Open();
+    for (int death = 1; death <= 256; ++death) {
+      Kill();
+      EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x") << death;
+    }
+    Kill();
+    char value[64];
+    EXPECT_EQ(BerkDb_Get(g_uDb.tb_pb, "Bob 1", value, sizeof value), BERKDB_ERROR);
+    EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_ERROR);
+    BerkDb_Close();
+    Open();
+    EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
+    BerkDb_Close();
+    return 0;
+  });
+  EXPECT_EQ(survivor.Wait(), 0);
+  ExpectSoundFile();
+}
+
 TEST_F(Healing, ASurvivorsNextOperations_AnswerAsUsual) {
   Open();
   Kill();
@@ -55,23 +77,6 @@ TEST_F(Healing, ASurvivorsNextOperations_AnswerAsUsual) {
   EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
   const std::string dead = Get(g_uDb.tb_tone, "dies");
   EXPECT_TRUE(dead == "inside" || dead == "<7>") << dead;
-  BerkDb_Close();
-  ExpectSoundFile();
-}
-
-TEST_F(Healing, After256Deaths_NeedsTheStoreOpenedAgain) {
-  Open();
-  for (int death = 1; death <= 256; ++death) {
-    Kill();
-    ASSERT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x") << death;
-  }
-  Kill();
-  char value[64];
-  EXPECT_EQ(BerkDb_Get(g_uDb.tb_pb, "Bob 1", value, sizeof value), BERKDB_ERROR);
-  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_ERROR);
-  BerkDb_Close();
-  Open();
-  EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
   BerkDb_Close();
   ExpectSoundFile();
 }
