@@ -4,6 +4,7 @@
 #include <db.h>
 #include <devsupport/db/BerkeleyDB.h>
 
+#include <cerrno>
 #include <cstdio>
 
 #include "db/for_project/LibraryHooks.h"
@@ -23,7 +24,8 @@ struct __db *BerkDb_OpenFile(const char *pFile, uint32_t dwFlags) {
   }
   if (nResult == 0) return pDb;
   pDb->err(pDb, nResult, pFormat, pFile);
-  pDb->close(pDb, 0);
+  // Without memory the library gives up what the handle needs for closing: that would end the process.
+  if (nResult != ENOMEM) pDb->close(pDb, 0);
   return nullptr;
 }
 

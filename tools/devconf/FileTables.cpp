@@ -6,6 +6,7 @@
 #include <db.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <iterator>
 
 #include "db/for_project/StoreTables.h"
@@ -66,8 +67,11 @@ bool FileTables::OpenOne(const char *path, unsigned row) {
   DB *&db = handles_[row];
   db = NewHandle();
   int code = 0;
-  return SetUpTable(db, kTableRules[row], code) == 0 &&
-         db->open(db, nullptr, path, kTableRules[row].pName, DB_BTREE, DB_RDONLY, 0) == 0;
+  int result = SetUpTable(db, kTableRules[row], code);
+  if (result == 0) result = db->open(db, nullptr, path, kTableRules[row].pName, DB_BTREE, DB_RDONLY, 0);
+  // Without memory the library gives up what the handle needs for closing. It stays as it is.
+  if (result == ENOMEM) db = nullptr;
+  return result == 0;
 }
 
 bool FileTables::Bind() {
