@@ -287,8 +287,11 @@ void CheckStore(Report &report, const char *home, const char *file) {
   if (hasHome) {
     hasFile = CheckFile(report, Path(home, file));
     CheckRoom(report, home);
-  } else {
+  } else if (errno == ENOENT || errno == ENOTDIR) {
     report.Note(kStore, "no folder %s: %s", home, std::strerror(errno));
+  } else {
+    report.Fault(Severity::Error, kStore, "unreadable", "run devdoctor as root",
+                 "the folder %s cannot be looked at: %s", home, std::strerror(errno));
   }
   const bool isOpen = CheckGate(report, hasHome ? &status : nullptr);
   if (hasFile) CheckClosed(report, home, file, isOpen);
