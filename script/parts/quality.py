@@ -23,6 +23,7 @@ COMMANDS = {
     "mips": "script/test mips",
     "coverage": "script/coverage",
     "moments": "script/moments",
+    "faults": "script/faults",
     "healing": "script/healing",
     "powerloss": "script/powerloss",
     "fuzz": "script/fuzz",
@@ -198,6 +199,19 @@ def milliseconds(figures, key):
     return MISSING if value is None else f"{int(value) / 1000:,.1f} ms"
 
 
+def faults(page):
+    figures = page.suites["faults"]
+    page.text("## Every call", "", "Each system call, allocation and look at the clock of the library's functions failed in "
+              "turn, once and from then on, and some of those of the programs. Nothing crashed or hung, nothing leaked, what "
+              "was acknowledged was there, and all worked again afterwards.")
+    page.table(("", "", "shown by"), [
+        ("scenarios", figures.number("scenarios"), command("faults")),
+        ("calls that failed", figures.number("calls"), command("faults")),
+        ("failures", figures.number("failures"), command("faults")),
+        ("seconds", figures.number("seconds"), command("faults")),
+    ])
+
+
 def healing(page):
     figures = page.suites["healing"]
     page.text("## Deaths in the configuration store", "", "Processes were killed while they used the store. The others "
@@ -280,7 +294,7 @@ def main():
     old = ", ".join(command(suite) for suite, figures in suites.items() if figures.is_old())
     if old:
         page.text(f"The code has been changed since these were run: {old}.")
-    for part in (tests, coverage, fuzzing, survival, moments, healing, powerloss, mutation, fleet, times):
+    for part in (tests, coverage, fuzzing, survival, moments, faults, healing, powerloss, mutation, fleet, times):
         part(page)
     page.text("To repeat all of it: `rm -r build/figures; script/quality --run --write`.")
     print("\n".join(page.lines).rstrip())

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+// Calls that fail: the n-th system call of a process, of whatever kind, or its n-th allocation or look at the clock.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <string>
+
+#include "tests/support/SharedBlock.h"
+
+namespace devsupport::test {
+
+enum class CallKind : int { System, Memory, Clock };
+
+/// What is to fail, and how far it has come. In memory that the failing process shares.
+struct FaultPlan {
+  std::atomic<CallKind> kind;
+  std::atomic<int> nth;       ///< counted from 1; none for a number that is never reached
+  std::atomic<bool> forGood;  ///< the later ones, too: of a system call those of the same name
+  std::atomic<bool> armed;    ///< calls count and fail while it is set
+  std::atomic<int> met;       ///< how many have been counted
+  std::atomic<int> failed;    ///< the number of the system call that has failed first, counted from 1; 0: none has
+
+  /// Counts a call; true when it must fail.
+  bool Strikes(int call) {
+    if (!armed) return false;
+    const int number = ++met;
+    const bool first = number == nth;
+    if (first) failed = call + 1;
+    return first || (forGood && failed == call + 1);
+  }
+};
+
+/// The plan for this process's allocations and looks at the clock (FailingMemory.cpp); none at first. A program that
+/// preloads that file finds its plan through the environment variable DEVSUPPORT_FAULT_PLAN, a file's path.
+extern std::atomic<FaultPlan *> g_faultPlan;
+/// Blocks that are allocated.
+extern std::atomic<long> g_blocks;
+
+/// Runs a function in a child whose system calls fail as the plan says, also after it has become another program.
+class FailingCalls {
+ public:
+  static constexpr int kHung = 2000;  ///< the status of a child that made no call for a minute, and was killed
+  static constexpr int kNotPermitted = 2001;
+
+  explicit FailingCalls(FaultPlan &plan) : plan_(plan) {}
+
+  /// Returns as Child::Wait() does, or kHung.
+  int Run(const std::function<int()> &body);
+
+  static bool AreAvailable();
+  static std::string NameOf(int call);
+
+ private:
+  int Supervise(int listener, int process);
+  void Answer(int listener);
+
+  FaultPlan &plan_;
+};
+
+/// True for calls that give something back: when they fail, it may stay.
+bool Releases(int call);
+
+}  // namespace devsupport::test
