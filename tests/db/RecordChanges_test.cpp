@@ -71,6 +71,11 @@ void PutEntry(Changes &changes, int n, int generation) {
 
 using RecordChanges = Record;
 
+TEST_F(RecordChanges, OfAClosedStore_AreRefused) {
+  BerkDb_Close();
+  EXPECT_EQ(ApplyChanges({}, nullptr).nResult, EINVAL);
+}
+
 TEST_F(RecordChanges, OfSeveralTables_AreMadeAndCounted) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "old", "1"), 0);
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "same", "1"), 0);
