@@ -5,44 +5,23 @@
 
 #include "tools/devconf/ImportFile.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "tests/fuzz/FuzzTarget.h"
+#include "tests/fuzz/MemoryFile.h"
 #include "tests/fuzz/StreamText.h"
 #include "tools/devconf/Print.h"
 
 namespace {
 
+using devsupport::test::MemoryFile;
 using nlohmann::json;
-
-/// A file in memory, and the path by which it can be opened.
-class MemoryFile {
- public:
-  explicit MemoryFile(std::string_view text) {
-    if (::ftruncate(Descriptor(), 0) != 0 || ::pwrite(Descriptor(), text.data(), text.size(), 0) < 0)
-      throw std::runtime_error("cannot write into memory");
-  }
-  static const std::string &Path() {
-    static const std::string path = "/proc/self/fd/" + std::to_string(Descriptor());
-    return path;
-  }
-
- private:
-  static int Descriptor() {
-    static const int fd = ::memfd_create("import", 0);
-    return fd;
-  }
-};
 
 struct Stored {
   std::string table;

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ostream>
 #include <stdexcept>
 #include <utility>
 
