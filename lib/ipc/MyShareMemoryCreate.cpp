@@ -225,11 +225,7 @@ int TShmQueue_Create(std::int32_t nShareKey, std::int32_t nSemKey, std::uint32_t
     return MatchFailed(nShareKey, nSemKey);
   }
   TShmQueue_PeekInit(pQue, 0);
-  if (opt.bNewCreated != 0 && opt.bLockIfNew != 0) {
-    // The caller gives the lock back. When it could not be taken, that would let two in at once from then on.
-    if (!lock.Held()) pQue->semid = -1;
-    lock.Keep();
-  }
+  if (opt.bNewCreated != 0 && opt.bLockIfNew != 0) lock.Keep();
   return 1;
 }
 

@@ -68,8 +68,7 @@ typedef struct TShmQueueOpt {
 ///            SemaphoreKey=%d ***\n" (one line)
 ///              the ring exists with other measures; it stays attached, for TShmQueue_Close to detach
 /// Lock       the semaphore, before the segment is looked for. With bLockIfNew the creator keeps it: it initialises
-///            the user area and calls TShmQueue_Unlock, and no other process sees the area before that. When the
-///            creator could not take it, semid is -1: that call must not let two in.
+///            the user area and calls TShmQueue_Unlock, and no other process sees the area before that.
 /// Waits      as long as another process holds the ring; 100 ms more for a semaphore whose creator died too early.
 int TShmQueue_Create(int32_t nShareKey, int32_t nSemKey, uint32_t dwCellCount, uint16_t wCellSize, TShmQueueOpt *pOpt,
                      TShmQueue *pQue);
