@@ -2,15 +2,16 @@
 # How tests enter the build.
 #
 # devsupport_test(<Unit>_test.cpp... [NAME <name>] [WRAP <function>...] [LIBS <target>...] [LABELS <label>...]
-#                 [SOURCES <file>...])
+#                 [SOURCES <file>...] [LONG] [BUSY])
 #
 # Builds one GoogleTest program from the files, with the further SOURCES, and registers every test in it with ctest. The
 # program is called after its area and the name, or the one file. Several files are compiled together, some at a time:
 # most of what the compiler does for one of them, it does for all.
 # WRAP names functions of the C library whose calls the tests can make fail (see tests/support/FaultInjection.h);
 # LABELS sort the tests into suites that script/test can pick; the area and the program's name are labels anyway.
+# LONG tests wait for long: they are started first. BUSY tests have several processes at work: fewer run beside them.
 function(devsupport_test)
-  cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME" "WRAP;LIBS;LABELS;SOURCES")
+  cmake_parse_arguments(PARSE_ARGV 0 arg "LONG;BUSY" "NAME" "WRAP;LIBS;LABELS;SOURCES")
   if(arg_NAME)
     set(name ${arg_NAME}_test)
   else()
@@ -21,10 +22,17 @@ function(devsupport_test)
     set_target_properties(${DEVSUPPORT_TEST_TARGET} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 5)
     set_source_files_properties(${arg_SOURCES} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
   endif()
+  set(further)
+  if(arg_LONG)
+    list(APPEND further COST 100)
+  endif()
+  if(arg_BUSY)
+    list(APPEND further PROCESSORS 2)
+  endif()
   target_link_libraries(${DEVSUPPORT_TEST_TARGET} PRIVATE GTest::gmock_main)
   gtest_discover_tests(${DEVSUPPORT_TEST_TARGET}
     TEST_PREFIX "${DEVSUPPORT_TEST_AREA}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
-    PROPERTIES LABELS "${DEVSUPPORT_TEST_AREA};${DEVSUPPORT_TEST_TARGET};${arg_LABELS}")
+    PROPERTIES LABELS "${DEVSUPPORT_TEST_AREA};${DEVSUPPORT_TEST_TARGET};${arg_LABELS}" ${further})
 endfunction()
 
 # devsupport_fuzz(<Name>_fuzz.cpp [WRAP <function>...] [LIBS <target>...] [SOURCES <file>...])
@@ -41,10 +49,7 @@ function(devsupport_fuzz source)
     target_link_options(${DEVSUPPORT_TEST_TARGET} PRIVATE -fsanitize=fuzzer)
     set_property(GLOBAL APPEND PROPERTY DEVSUPPORT_FUZZERS ${DEVSUPPORT_TEST_TARGET})
   else()
-    target_sources(${DEVSUPPORT_TEST_TARGET} PRIVATE Replay.cpp)
-    target_compile_definitions(${DEVSUPPORT_TEST_TARGET} PRIVATE
-      CORPUS_PATH="${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name}")
-    target_link_libraries(${DEVSUPPORT_TEST_TARGET} PRIVATE GTest::gmock_main)
+    target_link_libraries(${DEVSUPPORT_TEST_TARGET} PRIVATE fuzz_replay GTest::gmock_main)
     gtest_discover_tests(${DEVSUPPORT_TEST_TARGET}
       TEST_PREFIX "fuzz.${name}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
       PROPERTIES LABELS "fuzz;${DEVSUPPORT_TEST_TARGET}")

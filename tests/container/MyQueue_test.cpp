@@ -14,6 +14,7 @@
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/FaultInjection.h"
 
+DEVSUPPORT_FAULT_POINT(void *, malloc, (std::size_t nBytes), (nBytes), nullptr, ENOMEM)
 DEVSUPPORT_FAULT_POINT(int, pthread_mutex_init, (pthread_mutex_t * p, const pthread_mutexattr_t *pAttributes),
                        (p, pAttributes), ENOMEM, 0)
 

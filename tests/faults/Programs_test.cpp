@@ -216,7 +216,7 @@ TEST_P(Programs, EachCall_FailsInTurn) {
     ASSERT_LT(usual.status, 2) << usual.err;
     const int calls = plan->met;
     const int stride = StrideOf(calls, 1);
-    for (int nth = 1 + static_cast<int>(seed % static_cast<unsigned>(stride)); nth <= calls; nth += stride) {
+    for (int nth = FirstOf(stride, seed); nth <= calls; nth += stride) {
       MakePlan(*plan, kind, nth);
       InAPlaceOfItsOwn(plan, [&](const CommandResult &result) {
         ExpectRightEnd(GetParam(), result, usual);

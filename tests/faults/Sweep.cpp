@@ -147,6 +147,11 @@ int StrideOf(int calls, int usual) {
   return calls / std::max(1, given != nullptr ? std::atoi(given) : usual) + 1;
 }
 
+int FirstOf(int stride, std::uint64_t seed) {
+  const bool picks = std::getenv("DEVSUPPORT_CALLS") != nullptr;
+  return 1 + (picks ? static_cast<int>(seed % static_cast<unsigned>(stride)) : stride / 2);
+}
+
 void Sweep(const Scenario &scenario, Leftovers leftovers, const std::vector<FaultKind> &kinds) {
   if (!FailingCalls::AreAvailable()) GTEST_SKIP() << "the kernel does not let us answer a child's system calls";
   const TestSeed seed;
@@ -158,7 +163,7 @@ void Sweep(const Scenario &scenario, Leftovers leftovers, const std::vector<Faul
     ASSERT_FALSE(::testing::Test::HasFailure()) << "without a fault";
     const int calls = plan->met;
     const int stride = StrideOf(calls, kCallsOfAnOrdinaryRun);
-    for (int nth = 1 + static_cast<int>(seed % static_cast<unsigned>(stride)); nth <= calls; nth += stride) {
+    for (int nth = FirstOf(stride, seed); nth <= calls; nth += stride) {
       MakePlan(*plan, kind, nth);
       Holdings held = RunInPairs(scenario, *plan);
       if (plan->failed == 0) continue;  // it was one of a number of attempts that differs

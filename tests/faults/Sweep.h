@@ -61,7 +61,11 @@ std::string Describe(const FaultPlan &plan);
 /// DEVSUPPORT_CALLS=1000000 in the environment all.
 int StrideOf(int calls, int usual);
 
-/// Runs the scenario once for each call that it makes; an ordinary run takes some of them, which the seed picks.
+/// The first call that a run takes: the seed picks it where DEVSUPPORT_CALLS is given, an ordinary run takes the same ones
+/// each time.
+int FirstOf(int stride, std::uint64_t seed);
+
+/// Runs the scenario once for each call that it makes; an ordinary run takes some of them.
 /// Expectations that fail name the call.
 /// leftovers  AfterHealing: allocations may stay, and when calls go on failing System V objects, too
 void Sweep(const Scenario &scenario, Leftovers leftovers = Leftovers::None,

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Replays the corpus of one fuzz target: every input that taught the fuzzer something, and every one that ever
-// failed.
+// failed. The program is called after its target: fuzz_Tokenizer replays corpus/Tokenizer.
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -13,16 +15,20 @@
 
 namespace {
 
+std::filesystem::path Corpus() {
+  return std::filesystem::path(CORPORA) / (program_invocation_short_name + std::strlen("fuzz_"));
+}
+
 std::vector<std::filesystem::path> Inputs() {
   std::vector<std::filesystem::path> inputs;
-  for (const auto &entry : std::filesystem::directory_iterator(CORPUS_PATH)) inputs.push_back(entry.path());
+  for (const auto &entry : std::filesystem::directory_iterator(Corpus())) inputs.push_back(entry.path());
   std::sort(inputs.begin(), inputs.end());
   return inputs;
 }
 
 TEST(Corpus, EveryInput_HasTheTargetsProperties) {
   const std::vector<std::filesystem::path> inputs = Inputs();
-  ASSERT_FALSE(inputs.empty()) << CORPUS_PATH;
+  ASSERT_FALSE(inputs.empty()) << Corpus();
   for (const std::filesystem::path &input : inputs) {
     SCOPED_TRACE(input.filename().string());
     const std::string text = devsupport::test::FileText(input);
