@@ -22,7 +22,9 @@ namespace {
 class Capture {
  public:
   Capture() : fd_(::memfd_create("command", MFD_CLOEXEC)) {
-    if (fd_ < 0) throw std::runtime_error("cannot make a capture file");
+    // Several processes write to it. The kernel does not keep their writes apart in such a file, unless each one
+    // appends.
+    if (fd_ < 0 || ::fcntl(fd_, F_SETFL, O_APPEND) != 0) throw std::runtime_error("cannot make a capture file");
   }
   ~Capture() { ::close(fd_); }
   Capture(const Capture &) = delete;
