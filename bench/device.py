@@ -27,7 +27,7 @@ ROWS = ("hash_find_1000", "hash_replace_1000", "slots", "queue", "queue_mutex", 
 COUNTING = ("-icount", "shift=3", "-rtc", "clock=vm")
 PROCESSES = 3
 MEASURE = ("cd /tmp; /tests/devsupport_bench '--benchmark_filter=^{row}[@/]' --benchmark_min_time=0.01 "
-           "--benchmark_format=json 2>/dev/null")
+           "--benchmark_repetitions=3 --benchmark_format=json 2>/dev/null")
 
 
 def count(disk, rows, out):

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Counts instructions for an operation on the emulated device, the kernel's included; fails when a row of ours takes over
-# 2 % more than is on record. bench/README.md: how to read it.
+# 3 % more than is on record. Ticks of the kernel's timer that fall into a run disturb it. bench/README.md: how to read it.
 # usage: script/bench device [--accept] [--write] [ROW...]
 #   script/bench device            all rows that are counted there
 #   script/bench device ring log   the rows whose names begin so
@@ -62,4 +62,4 @@ result=build/bench/counted/device.json
 python3 -B bench/device.py --out "$result" "$PWD/$disk.img" "${picked[@]}"
 python3 -B bench/report.py --plots build/bench/counted --command "script/bench device${*:+ $*}" "$result"
 ! $write || python3 -B bench/report.py --device docs/benchmarks.md "$result"
-python3 -B bench/counted.py --check bench/baseline/device.txt "${accept[@]}" "$result"
+python3 -B bench/counted.py --check bench/baseline/device.txt --growth 3 "${accept[@]}" "$result"
