@@ -9,7 +9,7 @@ namespace devsupport::store {
 
 namespace {
 
-// What is no file, or is none any more, has nothing to flush.
+// Returns 0 also for a name that was removed meanwhile, or that is not a regular file: there is nothing to flush.
 int FlushFile(int nHomeFd, const char *pName) {
   const int nFd = OpenAboveStandardAt(nHomeFd, pName, O_RDONLY | O_NONBLOCK | O_NOCTTY);
   if (nFd < 0) return 0;

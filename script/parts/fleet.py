@@ -69,7 +69,7 @@ class Service:
         return Cost(self.seconds + now.seconds, max(self.kilobytes, now.kilobytes))
 
     def end(self, number=signal.SIGTERM):
-        assert self.process.poll() is None, f"{self.name} has ended by itself"
+        assert self.process.poll() is None, f"{self.name} ended unexpectedly"
         self.seconds, self.kilobytes = self.count()
         self.process.send_signal(number)
         self.process.wait()

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 
@@ -63,7 +64,8 @@ bool CountRecords(const char *path, const TableRule &rule, std::uint64_t &count)
   data.flags = DB_DBT_PARTIAL | DB_DBT_USERMEM;  // of which nothing is wanted
   for (count = 0; result == 0; ++count) result = cursor->get(cursor, &key, &data, DB_NEXT);
   if (cursor != nullptr) cursor->close(cursor);
-  db->close(db, 0);
+  // Without memory the library gives up what the handle needs for closing: that would end the process.
+  if (result != ENOMEM) db->close(db, 0);
   --count;
   return result == DB_NOTFOUND;
 }
