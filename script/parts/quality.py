@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Puts the figures that the suites left in build/figures into one page, each beside the command that shows it.
+"""Writes the figures that the suites left in build/figures into one page, each with the command that measures it.
 
 usage: quality.py [--missing]
-Prints the page. A figure whose command has not been run is called missing.
-With --missing it prints the commands whose figures are missing instead, one a line.
+Prints the page. A figure is called missing when its command has not been run.
+With --missing it prints only the commands whose figures are missing, one a line.
 """
 
 import pathlib
@@ -38,10 +38,10 @@ AREAS = {
     "diag": "diagnostics", "text": "number parsing, text editing, tokenizer", "container": "containers",
     "ipc": "semaphores, shared memory, shared ring, message queues, timers", "net": "addresses and links",
     "logmgr": "log channel, builders, filter", "db": "configuration store",
-    "cpld": "`cpld`, alone and beside the simulated driver", "analogsim": "the simulated driver",
-    "devlog": "the log viewer", "devconf": "the configuration shell", "devdoctor": "the look at the whole device",
-    "common": "what the tools share", "examples": "the examples",
-    "acceptance": "the acceptance of `cpld` beside the simulated driver", "fuzz": "replay of the fuzzing corpora",
+    "cpld": "`cpld`, alone and with the simulated driver", "analogsim": "the simulated driver",
+    "devlog": "the log viewer", "devconf": "the configuration shell", "devdoctor": "the device check `devdoctor`",
+    "common": "code that the tools share", "examples": "the examples",
+    "acceptance": "acceptance of `cpld` with the simulated driver", "fuzz": "replay of the fuzzing corpora",
 }
 
 MISSING = "missing"
@@ -52,7 +52,7 @@ def run(*command):
 
 
 class Figures:
-    """What one suite has left; nothing when it has not been run, or not to a good end."""
+    """The figures of one suite; none when it has not been run or has failed."""
 
     def __init__(self, suite):
         self.suite = suite
@@ -63,7 +63,7 @@ class Figures:
             self.values = {key: value for key, value in (line.split(None, 1) for line in lines if line)}
 
     def is_old(self):
-        """Whether the code has been changed since."""
+        """Whether the code has changed since the suite ran."""
         changed = run("git", "log", "-1", "--format=%ct", "--", ".", ":!docs")
         return bool(self.values) and self.path.stat().st_mtime < int(changed)
 
@@ -104,9 +104,15 @@ def command(suite):
     return f"`{COMMANDS[suite]}`"
 
 
+def section(page, suite, title, text, rows):
+    """A section about one suite: a text and a table of its figures."""
+    page.text(f"## {title}", "", text)
+    page.table(("", "", "shown by"), [(what, page.suites[suite].number(key), command(suite)) for what, key in rows])
+
+
 def tests(page):
     dev = page.suites["dev"]
-    page.text("## Tests", "", "Tests that ran, all of which passed.")
+    page.text("## Tests", "", "The tests that ran. All passed.")
     page.table(("suite", "tests", "skipped", "shown by"), [
         ("as built for development, hardened", dev.number("tests"), dev.number("skipped"), command("dev")),
         *((f"under the {name}", page.suites[suite].number("tests"), page.suites[suite].number("skipped"),
@@ -117,24 +123,24 @@ def tests(page):
         ("on the emulated device, with its kernel's drivers", page.suites["device"].number("device-tests"),
          page.suites["device"].number("skipped"), command("device")),
     ])
-    page.text("The sanitizers end a test at their first report. The thread sanitizer is kept to what has threads. What "
-              "cannot run under user emulation is named in `tests/emulation.txt`, what cannot on the emulated device in "
-              "`tests/device/left-out.txt`, each with its reason.")
+    page.text("The sanitizers end a test at their first report. The thread sanitizer runs only tests that use threads. "
+              "`tests/emulation.txt` lists the tests that cannot run under user emulation, `tests/device/left-out.txt` "
+              "those that cannot run on the emulated device, each with the reason.")
     rows = [(meaning, dev.number(f"tests-{area}"), command("dev")) for area, meaning in AREAS.items()]
     rest = sum(int(value) for key, value in dev.values.items() if key.startswith("tests-"))
     others = f"{int(dev.values['tests']) - rest:,}" if "tests" in dev.values else MISSING
-    rows.append(("headers, the installed package, the programs as they are linked", others, command("dev")))
+    rows.append(("headers, the installed package, linkage of the programs", others, command("dev")))
     page.table(("of these, for", "tests", "shown by"), rows)
     seeded = run("grep", "-rho", "TestSeed seed", "tests").count("\n") + 1
     page.table(("among them", "", "shown by"), [
-        ("random scripts whose seed is printed and can be given again", f"{seeded}",
+        ("random tests that print their seed and accept it again", f"{seeded}",
          "`grep -rho 'TestSeed seed' tests \\| wc -l`")])
 
 
 def coverage(page):
     figures = page.suites["coverage"]
-    page.text("## Coverage", "", "Lines and branches that the tests execute; at least 95 % of the lines are asked for. "
-              "What a process has executed that is killed does not count.")
+    page.text("## Coverage", "", "Lines and branches that the tests execute. The aim is at least 95 % of the lines. "
+              "What a killed process has executed is not counted.")
     names = (("lib", "`lib`"), ("logmgr", "`logmgr`"), ("db", "`db`"), ("cpld", "`cpld`"), ("all", "all"))
     page.table(("folder", "lines", "branches", "shown by"), [
         (name, figures.share(f"{key}-lines-covered", f"{key}-lines"),
@@ -153,8 +159,8 @@ def hours():
 def fuzzing(page):
     figures = page.suites["fuzz"]
     spent, executions = hours()
-    page.text("## Fuzzing", "", "What reads texts and cells that others wrote, beside a naive reader, under the address "
-              "and undefined-behaviour sanitizers. The corpora are replayed by the ordinary tests.")
+    page.text("## Fuzzing", "", "Code that reads texts and cells of other programs is compared with a naive reader, "
+              "under the address and undefined-behaviour sanitizers. The ordinary tests replay the corpora.")
     page.table(("", "", "shown by"), [
         ("targets", figures.number("targets"), command("fuzz")),
         ("inputs in the corpora", figures.number("inputs"), command("fuzz")),
@@ -168,30 +174,26 @@ def fuzzing(page):
 
 def survival(page):
     dev, device = page.suites["dev"], page.suites["device"]
-    page.text("## Faults, kills, power cuts", "", "Calls of the C library that were made to fail, and processes that "
-              "were killed while they used what others use; the others had to go on, with everything in order. The "
-              "power of the emulated device was cut while it wrote its configuration.")
+    page.text("## Faults, kills, power cuts", "", "Calls of the C library were made to fail. Processes were killed "
+              "while they used shared objects; the others had to continue with correct data. The power of the emulated "
+              "device was cut while it wrote its configuration.")
     page.table(("", "", "shown by"), [
         ("faults injected", dev.number("faults"), command("dev")),
         ("kills survived", dev.number("kills"), command("dev")),
-        ("checks of `cpld` and its bytes at the kernel's driver", device.number("acceptance-checks"),
+        ("checks of `cpld` and its requests at the kernel's driver", device.number("acceptance-checks"),
          command("device")),
         ("power cuts survived", device.number("power-cuts"), command("device")),
-        ("writes that they fell among", device.number("power-cut-writes"), command("device")),
+        ("writes during these power cuts", device.number("power-cut-writes"), command("device")),
     ])
 
 
 def moments(page):
-    figures = page.suites["moments"]
-    page.text("## Every moment", "", "After each single instruction of the ring's operations and of a log message a "
-              "process was killed, or met another one that used the same ring; after each one of the timers' "
-              "operations a signal arrived. Nothing was lost that should not be, and everything went on.")
-    page.table(("", "", "shown by"), [
-        ("moments taken, of the release build", figures.number("moments"), command("moments")),
-        ("of these, ended by a kill", figures.number("kills"), command("moments")),
-        ("failures", figures.number("failures"), command("moments")),
-        ("seconds", figures.number("seconds"), command("moments")),
-    ])
+    section(page, "moments", "Every moment", "Each single instruction of the ring's operations and of a log message "
+            "was followed by a kill, or by an operation of another process on the same ring; each single instruction of "
+            "the timers' operations by a signal. Nothing was lost that should not be, and the other processes "
+            "continued.",
+            (("moments tried, of the release build", "moments"), ("of these, ended by a kill", "kills"),
+             ("failures", "failures"), ("seconds", "seconds")))
 
 
 def milliseconds(figures, key):
@@ -200,28 +202,23 @@ def milliseconds(figures, key):
 
 
 def faults(page):
-    figures = page.suites["faults"]
-    page.text("## Every call", "", "Each system call, allocation and look at the clock of the library's functions failed in "
-              "turn, once and from then on, and some of those of the programs. Nothing crashed or hung, nothing leaked, what "
-              "was acknowledged was there, and all worked again afterwards.")
-    page.table(("", "", "shown by"), [
-        ("scenarios", figures.number("scenarios"), command("faults")),
-        ("calls that failed", figures.number("calls"), command("faults")),
-        ("failures", figures.number("failures"), command("faults")),
-        ("seconds", figures.number("seconds"), command("faults")),
-    ])
+    section(page, "faults", "Every call", "Each system call, allocation and clock read of the library's functions was "
+            "made to fail in turn: once, and from then on. So were some of those of the programs. Nothing crashed, "
+            "hung or leaked, acknowledged data was there, and everything worked again afterwards.",
+            (("scenarios", "scenarios"), ("calls that failed", "calls"), ("failures", "failures"),
+             ("seconds", "seconds")))
 
 
 def healing(page):
     figures = page.suites["healing"]
     page.text("## Deaths in the configuration store", "", "Processes were killed while they used the store. The others "
-              "went on: no operation failed, everything acknowledged was there, and the file and its indexes were "
-              "clean. Four survivors mixed all operations; the times are from the kill to the end of the first "
-              "operation that a survivor began and ended after it.")
+              "continued: no operation failed, acknowledged data was there, and the file and its indexes were "
+              "clean. Four survivors mixed all operations. The times are from the kill to the end of the first "
+              "operation that a survivor began after it.")
     page.table(("", "in memory", "on a disk", "shown by"), [
         (what, *(show(f"{key}-{where}") for where in ("memory", "disk")), command("healing"))
         for what, key, show in (
-            ("killed beside four survivors", "deaths", figures.number),
+            ("killed, with four survivors", "deaths", figures.number),
             ("of these, in the middle of a change", "inside", figures.number),
             ("time to a survivor's next success, median", "median", lambda key: milliseconds(figures, key)),
             ("the longest", "maximum", lambda key: milliseconds(figures, key)),
@@ -230,17 +227,17 @@ def healing(page):
         ("killed before and after each system call of a change, of opening, closing and healing",
          figures.number("calls"), command("healing")),
         ("killed at random instructions of reads", figures.number("instructions"), command("healing")),
-        ("amounts of free room on the medium, from none to enough", figures.number("sizes"), command("healing")),
+        ("amounts of free space on the medium, from none to enough", figures.number("sizes"), command("healing")),
         ("damaged copies: each page, each part of the log", figures.number("damages"), command("healing")),
     ])
 
 
 def powerloss(page):
     figures = page.suites["powerloss"]
-    page.text("## Power cuts at every write of the store", "", "What a home can hold when the power fails: after each "
-              "write, flush and change of a name of recorded runs, with any part of what was not flushed "
-              "(`docs/decisions/store-power.md`). Each state has to open, with everything acknowledged and nothing "
-              "half done. Media that tear a page of the tables are not promised anything.")
+    page.text("## Power cuts at every write of the store", "", "The states in which a power failure can leave a home: "
+              "after each write, flush and renaming of recorded runs, with any part of the data that was not flushed "
+              "(`docs/decisions/store-power.md`). The store must open in each state, with all acknowledged data and "
+              "no half-done change. There is no promise for media that write only a part of a table's page.")
     page.table(("the medium writes whole", "events", "states", "cannot be opened", "wrong", "shown by"), [
         (what, *(figures.number(prefix + key) for key in ("events", "states", "refused", "wrong")),
          command("powerloss")) for what, prefix in (("pages", ""), ("sectors of 512 bytes", "torn-"))])
@@ -248,35 +245,29 @@ def powerloss(page):
 
 
 def mutation(page):
-    figures = page.suites["mutation"]
-    page.text("## Planted bugs", "", "Small bugs, planted one at a time, that the tests have to catch.")
-    page.table(("", "", "shown by"), [
-        ("planted", figures.number("planted"), command("mutation")),
-        ("caught", figures.number("caught"), command("mutation")),
-    ])
+    section(page, "mutation", "Planted bugs", "Small bugs, planted one at a time, that the tests must catch.",
+            (("planted", "planted"), ("caught", "caught")))
 
 
 def fleet(page):
-    figures = page.suites["fleet"]
-    page.text("## A fleet", "", "Simulated devices write logs, which go through devlog, rsyslog on the devices, a central "
-              "rsyslog, files and PostgreSQL, while all of these are restarted or killed. Every record arrives, in order, "
-              "and once in the database (`docs/fleet.md`).")
-    page.table(("", "", "shown by"), [(what, figures.number(key), command("fleet")) for what, key in (
-        ("devices", "devices"), ("records a second, written", "rate"), ("records", "records"),
-        ("missing at the end", "missing"), ("repeated in the files", "repeated-in-files"),
-        ("missing in the database until the files were loaded", "reloaded"),
-        ("stores that were compared and changed", "stores"))])
+    section(page, "fleet", "A fleet", "Simulated devices write logs. These go through devlog, rsyslog on the devices, "
+            "a central rsyslog, files and PostgreSQL, and all of these are restarted or killed meanwhile. Every record "
+            "arrives, in order, and once in the database (`docs/fleet.md`).",
+            (("devices", "devices"), ("records a second, written", "rate"), ("records", "records"),
+             ("missing at the end", "missing"), ("repeated in the files", "repeated-in-files"),
+             ("missing in the database until the files were loaded", "reloaded"),
+             ("stores that were compared and changed", "stores")))
 
 
 def times(page):
     figures = page.suites["times"]
-    page.text("## Time", "", "What somebody waits for who has just cloned the repository, with the packages installed and "
-              "nothing else running, in seconds.")
+    page.text("## Time", "", "How long a newcomer waits after cloning the repository, in seconds. The packages are "
+              "installed, and nothing else runs on the machine.")
     page.table(("", "s", "shown by"), [
         ("`cmake -S . -B build && cmake --build build`: library and tools", figures.number("plain"), command("times")),
         ("`script/test`, build and run", figures.number("test"), command("times")),
         ("`script/test dev -L container` after a change of one test file", figures.number("change"), command("times")),
-        ("all that a change has to pass", page.suites["ci"].number("seconds"), command("ci"))])
+        ("the checks that a change must pass", page.suites["ci"].number("seconds"), command("ci"))])
 
 
 def main():
@@ -287,13 +278,13 @@ def main():
                 print(COMMANDS[suite])
         return
     page = Page(suites)
-    page.text("# Quality", "", "Written by `script/quality --write` from what the commands beside the figures left in "
-              "`build/figures`. A figure whose command was not run, or not to a good end, is missing.", "",
+    page.text("# Quality", "", "Written by `script/quality --write` from the figures that the commands below left in "
+              "`build/figures`. A figure is missing when its command was not run or failed.", "",
               f"- Machine: {cpu()}", f"- System: Linux {platform.release().split('-')[0]}, {platform.libc_ver()[0]} "
               f"{platform.libc_ver()[1]}", f"- Compilers: GCC {run('c++', '-dumpfullversion')}; clang for fuzzing")
     old = ", ".join(command(suite) for suite, figures in suites.items() if figures.is_old())
     if old:
-        page.text(f"The code has been changed since these were run: {old}.")
+        page.text(f"The code has changed since these were run: {old}.")
     for part in (tests, coverage, fuzzing, survival, moments, faults, healing, powerloss, mutation, fleet, times):
         part(page)
     page.text("To repeat all of it: `rm -r build/figures; script/quality --run --write`.")
