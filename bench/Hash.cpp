@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Hash table: 64-byte entries with text keys, found, and replaced one by one in a full table; by capacity.
+// Hash table: finds 64-byte entries by text keys, and replaces them one by one in a full table; by capacity.
 
 #include <algorithm>
 #include <array>
@@ -17,8 +17,8 @@ namespace devsupport::bench {
 
 namespace {
 
-// A lookup and a replacement bring what they need with them, in the order of use: reading them is not what is
-// measured.
+// Lookups and replacements are prepared in the order of use and hold all that they need, since preparing them must
+// not be measured.
 struct Lookup {
   Name name;
   std::uint32_t place;  // for the floor: where the entry is
@@ -48,7 +48,7 @@ std::vector<std::uint32_t> Shuffled(std::uint32_t count, std::uint32_t seed) {
   return places;
 }
 
-// What is in a full table, and each entry looked up once, in random order.
+// The content of a full table, and one lookup for each entry, in random order.
 struct Filling {
   explicit Filling(std::uint32_t capacity) {
     for (std::uint32_t i = 0; i < capacity; ++i) entries.push_back(FirstEntry(i));
@@ -65,8 +65,7 @@ const Filling &FillingOf() {
   return filling;
 }
 
-// Every entry replaced by another, in random order, and those by the first ones again, so that it can be done over
-// and over.
+// Replaces each entry by another in random order, then these by the first ones, so that it can be repeated.
 template <int kCapacity>
 const std::vector<Replacement> &ReplacementsOf() {
   static const std::vector<Replacement> replacements = [] {
@@ -78,7 +77,7 @@ const std::vector<Replacement> &ReplacementsOf() {
   return replacements;
 }
 
-// Goes round through a list for ever, across the repetitions of a benchmark.
+// The next item of a list; after the last one, the first again. The position is kept between repetitions.
 template <class T>
 const T &NextOf(const std::vector<T> &list, std::size_t &position) {
   const T &item = list[position];
@@ -114,7 +113,7 @@ void Replace(benchmark::State &state) {
   }
 }
 
-// The first floor: the hash that the contract names, lookup3, which our table cannot do without.
+// The first floor: only lookup3, the hash that the contract requires.
 template <int kCapacity>
 void HashOnly(benchmark::State &state) {
   static const auto table = MakeFullTable<OursTable, kCapacity>();
@@ -123,7 +122,7 @@ void HashOnly(benchmark::State &state) {
   for (auto _ : state) benchmark::DoNotOptimize(table->BucketOf(NextOf(lookups, position).name));
 }
 
-// The other floors: where the entry is need not be found out.
+// The other floors: the place of the entry is known.
 template <int kCapacity>
 void FindInKnownPlace(benchmark::State &state) {
   const Filling &filling = FillingOf<kCapacity>();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Hash tables with one interface: ours and other people's, with 64-byte entries and text keys.
+// Hash tables with one interface: ours and the peers', with 64-byte entries and text keys.
 #pragma once
 
 #include <devsupport/container/MyHash.h>
@@ -32,7 +32,7 @@
 
 namespace devsupport::bench {
 
-// The key: NUL-terminated for who wants that, its length beside it for who wants that.
+// The key. It is NUL-terminated and has its length, since some tables need the one and some the other.
 struct Name {
   std::array<char, 23> text;
   std::uint8_t length;
@@ -51,8 +51,8 @@ struct Entry {
 };
 static_assert(sizeof(Entry) == 64);
 
-// Every table below has the same four operations: made with room for `capacity` entries, Find by key (the address
-// of the payload), Add a copy of an entry, Delete by key.
+// Each table below has the same four operations: construction for `capacity` entries, Find by key (returns the
+// address of the payload), Add a copy of an entry, Delete by key.
 
 class OursTable {
  public:
@@ -104,7 +104,7 @@ class MapTable {
   Map map_;
 };
 
-// Not noexcept: the standard library then keeps the hash in the node, as it does for std::string.
+// Not noexcept, so that the standard library stores the hash in the node, as it does for std::string.
 struct StdHash {
   std::size_t operator()(const Name &name) const { return std::hash<std::string_view>{}(name.View()); }
 };

@@ -6,7 +6,6 @@
 #include <devsupport/logmgr/LogRecord.h>
 
 #include <sched.h>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -27,6 +26,7 @@
 #include "bench/SkipOnError.h"
 #include "bench/UndoSemaphore.h"
 #include "bench/WorkerProcesses.h"
+#include "tests/support/SharedBlock.h"
 
 #if DEVSUPPORT_PEER_SPDLOG
 #include <spdlog/sinks/basic_file_sink.h>
@@ -43,9 +43,9 @@ constexpr int kType = 3;
 
 std::string Text(std::size_t chars) { return std::string(chars, 'x'); }
 
-// Every logger below takes one message of that text.
+// Each logger below has Log(), which writes one message.
 
-// The channel's keys are fixed, so it gets a place of its own in which nobody else has them.
+// The channel's keys are fixed, so it gets a private IPC namespace.
 class Channel {
  public:
   Channel() {
@@ -59,29 +59,20 @@ class Channel {
   void Log(const std::string &text) { TLogInfoShm_Write(text.c_str(), kType, 0); }
 };
 
-// The clock, a pair of semaphore operations, and the text copied in pieces as long as a record's: what the channel
-// cannot do without.
+// What the channel cannot do without: the clock, a pair of semaphore operations, and a copy of the text in pieces as
+// long as a record's.
 template <class Lock>
 class ClockLockCopy {
  public:
-  ClockLockCopy() {
-    memory_ = mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (memory_ == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
-  }
-  ~ClockLockCopy() { munmap(memory_, kBytes); }
-  ClockLockCopy(const ClockLockCopy &) = delete;
-  ClockLockCopy &operator=(const ClockLockCopy &) = delete;
-
   void Log(const std::string &text) {
-    auto *area = static_cast<Area *>(memory_);
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     lock_.lock();
     for (std::size_t start = 0; start < text.size(); start += LOGCELL_TEXT_CHARS) {
-      Cell &cell = area->cells[area->next];
+      Cell &cell = area_->cells[area_->next];
       cell.time = now;
       std::memcpy(cell.text, text.data() + start, std::min<std::size_t>(text.size() - start, LOGCELL_TEXT_CHARS));
-      area->next = area->next + 1 < LOGRING_LOG_CELLS ? area->next + 1 : 0;
+      area_->next = area_->next + 1 < LOGRING_LOG_CELLS ? area_->next + 1 : 0;
     }
     lock_.unlock();
   }
@@ -95,14 +86,13 @@ class ClockLockCopy {
     std::size_t next;
     Cell cells[LOGRING_LOG_CELLS];
   };
-  static constexpr std::size_t kBytes = sizeof(Area);
 
   Lock lock_;
-  void *memory_;
+  test::SharedBlock<Area> area_;
 };
 
-// syslog(), and a process in the daemon's place that takes the datagrams and throws them away. It listens in a /dev
-// of our own, which covers the machine's as long as this lives.
+// syslog(), and a process that replaces the daemon: it receives the datagrams and drops them. It listens in a private
+// /dev, which covers the machine's as long as the object lives.
 class Syslog {
  public:
   Syslog() {
@@ -175,7 +165,7 @@ Body Alone(std::size_t chars) {
   });
 }
 
-// Each process writes messages; the time is that of one message, whoever wrote it.
+// Each process writes messages. The time is that of one message by any process.
 template <class Logger>
 Body By(int processes) {
   return SkipOnError([processes](benchmark::State &state) {

@@ -17,7 +17,7 @@ std::string Dotted(int first, int second, int third) {
   return std::to_string(first) + "." + std::to_string(second) + "." + std::to_string(third);
 }
 
-// What the head of the report tells: "<package> <version>", a package alone where the peer is missing.
+// For the head of the report: "<package> <version>", or only the package when the peer is missing.
 void TellVersions() {
   benchmark::AddCustomContext("tool:GCC", "g++-" + std::to_string(__GNUC__) + " " __VERSION__ ", -O2");
   benchmark::AddCustomContext("tool:Berkeley DB",

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Number parsing: decimal texts of one to ten digits, some with a sign, ended by NUL; the whole text must be a
+// Number parsing: NUL-terminated decimal texts of one to ten digits, some with a sign. The whole text must be a
 // number.
 
 #include <devsupport/text/NumberParsing.h>
@@ -40,7 +40,7 @@ const std::vector<Text> &Texts() {
   return texts;
 }
 
-// `parse` answers whether the whole text was a number.
+// kParse returns whether the whole text was a number.
 template <bool (*kParse)(const Text &, int &)>
 void Parse(benchmark::State &state) {
   const auto &texts = Texts();
@@ -54,7 +54,7 @@ void Parse(benchmark::State &state) {
 
 bool Ours(const Text &text, int &value) { return Str2Int(text.data(), &value) != 0; }
 
-// The floor: digits and a minus, nothing else, and nobody looks whether the number fits.
+// The floor: only digits and a minus sign, and no check whether the number fits.
 bool Digits(const Text &text, int &value) {
   const bool negative = text[0] == '-';
   const char *digit = text.data() + (negative ? 1 : 0);
@@ -70,7 +70,7 @@ bool Strtol(const Text &text, int &value) {
   return *end == '\0' && end != text.data();
 }
 
-// Without strlen: it may stop at the NUL as at any character that is no digit.
+// Needs no strlen: it stops at the NUL, as at any character that is no digit.
 bool FromChars(const Text &text, int &value) {
   const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
   return result.ec == std::errc() && *result.ptr == '\0';

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Ring queue: a message of 48 bytes pushed and the oldest taken, eight messages held, with and without a mutex.
+// Ring queue: pushes a message of 48 bytes and takes the oldest of eight, with and without a mutex.
 
 #include <devsupport/container/MyQueue.h>
 
@@ -31,13 +31,13 @@ constexpr int kHeld = 8;
 
 using Buffer = std::array<char, kRoom>;
 
-// Replaces std::mutex where there is one thread: a queue without locks then costs nothing for it.
+// Replaces std::mutex for one thread, at no cost.
 struct NoMutex {
   void lock() {}
   void unlock() {}
 };
 
-// What all but we hold: a length and as many bytes, copied in and out as ours are.
+// The message that the peers store: a length and that many bytes, copied in and out as in our queue.
 struct Message {
   Message() {}  // NOLINT(modernize-use-equals-default): the bytes stay as they are
   Message(const char *from, std::uint16_t size) { Assign(from, size); }
@@ -61,7 +61,8 @@ struct Message {
   Buffer bytes;
 };
 
-// Every queue below has Push, which answers false when it is full, and Get, which answers the message's length or 0.
+// Each queue below has Push, which returns false when the queue is full, and Get, which returns the message's length
+// or 0.
 
 template <bool kLocked>
 class Ours {
@@ -83,7 +84,7 @@ class Ours {
   TMyQueue queue_{};
 };
 
-// The floor: two copies and two steps. It is never full or empty, and does not look.
+// The floor: two copies and two steps. It is never full or empty, and does not check for that.
 template <class Mutex>
 class Copies {
  public:
@@ -138,7 +139,7 @@ class CircularBuffer {
   bool Push(const char *message, std::uint16_t length) {
     const std::lock_guard lock(mutex_);
     if (buffer_.full()) return false;
-    buffer_.push_back(Message());  // it cannot construct in place: an empty one first, which costs no copy
+    buffer_.push_back(Message());  // no construction in place: add an empty one first, which costs no copy
     buffer_.back().Assign(message, length);
     return true;
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Hands rows to the benchmark library; title and aim travel to the report in the context of the results.
+// Registers rows with the benchmark library. Title and aim reach the report in the context of the results.
 
 #include "bench/Row.h"
 
@@ -36,7 +36,7 @@ const Row &Row::Add(const std::string &who, const Body &body) const {
   auto *made = benchmark::RegisterBenchmark((name_ + "/" + who).c_str(), body);
   if (clock_ != Clock::kCpu) made->UseManualTime();
   if (clock_ == Clock::kElapsedOnce) made->Iterations(1);
-  // So many jobs in each run, for those who count instructions (bench/counted.py).
+  // The number of jobs in each run, for counting instructions (bench/counted.py).
   if (const char *jobs = std::getenv("DEVSUPPORT_BENCH_JOBS")) made->Iterations(std::atol(jobs));
   return *this;
 }

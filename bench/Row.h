@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Rows of the report: one job, done by us, by its floor and by the peers. See bench/README.md.
+// Rows of the report: one job, done by our code, by its floor and by the peers. See bench/README.md.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -9,15 +9,14 @@
 
 namespace devsupport::bench {
 
-/// What a row is measured by.
+/// How a row is measured.
 enum class Clock {
-  kCpu,          ///< CPU time of this process: for what runs in one thread
+  kCpu,          ///< CPU time of this process: for jobs in one thread
   kElapsed,      ///< elapsed time as the body reports it (State::SetIterationTime): for several processes
-  kElapsedOnce,  ///< the same; a repetition is one iteration, however short the time that it reports
+  kElapsedOnce,  ///< the same, but a repetition is one iteration even when the reported time is short
 };
 
-/// What the row is to reach: at most `ratio` times the best peer, the floor or, at every point of a series, its own
-/// first point.
+/// The aim of the row: at most `ratio` times the best peer, the floor or, for a series, its own first point.
 struct Aim {
   enum class Against { kNothing, kBestPeer, kFloor, kFirstPoint };
   Against against;
@@ -25,11 +24,12 @@ struct Aim {
 };
 constexpr Aim kNoAim{Aim::Against::kNothing, 0};
 constexpr Aim kAheadOfEveryPeer{Aim::Against::kBestPeer, 1.0};
-constexpr Aim kNearTheBestPeer{Aim::Against::kBestPeer, 1.2};  ///< where the contract costs what peers need not pay
+constexpr Aim kNearTheBestPeer{Aim::Against::kBestPeer,
+                               1.2};  ///< where the contract has costs that peers do not have
 constexpr Aim kNearTheFloor{Aim::Against::kFloor, 1.05};
 constexpr Aim kTwiceOneAlone{Aim::Against::kFirstPoint, 2.0};  ///< for a series by number of processes
 
-/// Does the job over and over: `for (auto _ : state)`.
+/// Repeats the job: `for (auto _ : state)`.
 using Body = std::function<void(benchmark::State &)>;
 
 /// Registers the benchmarks of one row as "<row>/ours", "<row>/floor:<what>" and "<row>/peer:<who>".
@@ -51,7 +51,7 @@ class Row {
   Clock clock_;
 };
 
-/// One function an area, each in the source file of that name.
+/// One function for each area, in the source file of that name.
 void RegisterHash();
 void RegisterSlots();
 void RegisterRingQueue();

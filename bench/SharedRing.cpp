@@ -20,8 +20,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <exception>
-#include <new>
 #include <string>
 #include <system_error>
 
@@ -31,6 +29,7 @@
 #include "bench/UndoSemaphore.h"
 #include "bench/WorkerProcesses.h"
 #include "tests/support/IpcKey.h"
+#include "tests/support/SharedBlock.h"
 
 #if DEVSUPPORT_PEER_BOOST
 #include <boost/interprocess/ipc/message_queue.hpp>
@@ -49,8 +48,8 @@ struct Shape {
   std::size_t cells = kCells;
 };
 
-// Every channel below is made for a shape, serves the processes forked after that, and has Push and Get of one
-// message of that many bytes.
+// Each channel below is constructed with a shape. Processes forked after that can use it. Push and Get transfer one
+// message of `bytes` bytes.
 
 class Ours {
  public:
@@ -77,35 +76,29 @@ class Ours {
   TShmQueue ring_{};
 };
 
-// A mutex in shared memory that tells the next one when its holder died.
+// A mutex in shared memory. When its holder dies, the next process is told so and can take it.
 class RobustMutex {
  public:
   RobustMutex() {
-    void *memory = mmap(nullptr, sizeof *mutex_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
-    mutex_ = static_cast<pthread_mutex_t *>(memory);
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
     pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
     pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
-    pthread_mutex_init(mutex_, &attributes);
+    pthread_mutex_init(&*mutex_, &attributes);
     pthread_mutexattr_destroy(&attributes);
   }
-  ~RobustMutex() { munmap(mutex_, sizeof *mutex_); }
-  RobustMutex(const RobustMutex &) = delete;
-  RobustMutex &operator=(const RobustMutex &) = delete;
 
   void lock() {
-    if (pthread_mutex_lock(mutex_) == EOWNERDEAD) pthread_mutex_consistent(mutex_);
+    if (pthread_mutex_lock(&*mutex_) == EOWNERDEAD) pthread_mutex_consistent(&*mutex_);
   }
-  void unlock() { pthread_mutex_unlock(mutex_); }
+  void unlock() { pthread_mutex_unlock(&*mutex_); }
 
  private:
-  pthread_mutex_t *mutex_;
+  test::SharedBlock<pthread_mutex_t> mutex_;
 };
 
-// Two copies, each under the lock: with UndoSemaphore this is the ring's floor. It is never full or empty, and does
-// not look.
+// Two copies, each under the lock. With UndoSemaphore this is the ring's floor. It is never full or empty, and does
+// not check for that.
 template <class Lock>
 class CopiesUnder {
  public:
@@ -154,7 +147,7 @@ class PosixQueue {
   explicit PosixQueue(Shape shape) : bytes_(shape.bytes) {
     const std::string name = "/devsupport_bench_" + std::to_string(getpid());
     mq_attr attributes{};
-    attributes.mq_maxmsg = 10;  // as many as an ordinary user gets
+    attributes.mq_maxmsg = 10;  // the limit for ordinary users
     attributes.mq_msgsize = static_cast<long>(bytes_);
     queue_ = Check(mq_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600, &attributes), "mq_open");
     mq_unlink(name.c_str());
@@ -181,7 +174,7 @@ class SystemVQueue {
   SystemVQueue(const SystemVQueue &) = delete;
   SystemVQueue &operator=(const SystemVQueue &) = delete;
 
-  // The type before the text is part of its interface, and so is the copy that puts the two together.
+  // The interface wants a type before the text. So the copy that joins the two is a part of the cost.
   void Push(const char *message) {
     Buffer buffer;
     buffer.type = 1;
@@ -252,28 +245,13 @@ class BoostQueue {
 
 using Buffer = std::array<char, kLongestMessage>;
 
-// The longest of the times that several processes have measured.
-class SharedLongest {
- public:
-  SharedLongest() {
-    void *memory = mmap(nullptr, sizeof *longest_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
-    longest_ = new (memory) std::atomic<std::int64_t>(0);
-  }
-  ~SharedLongest() { munmap(longest_, sizeof *longest_); }
-  SharedLongest(const SharedLongest &) = delete;
-  SharedLongest &operator=(const SharedLongest &) = delete;
+using SharedTime = test::SharedBlock<std::atomic<std::int64_t>>;  // in nanoseconds
 
-  void Reset() { longest_->store(0); }
-  void Note(std::chrono::nanoseconds time) {
-    std::int64_t known = longest_->load(std::memory_order_relaxed);
-    while (known < time.count() && !longest_->compare_exchange_weak(known, time.count())) continue;
-  }
-  double Seconds() const { return std::chrono::duration<double>(std::chrono::nanoseconds(*longest_)).count(); }
-
- private:
-  std::atomic<std::int64_t> *longest_;
-};
+// Stores the time if it is longer than the longest that any process has stored.
+void NoteLongest(const SharedTime &longest, std::chrono::nanoseconds time) {
+  std::int64_t known = longest->load(std::memory_order_relaxed);
+  while (known < time.count() && !longest->compare_exchange_weak(known, time.count())) continue;
+}
 
 template <class Channel>
 void PushGet(benchmark::State &state, Shape shape) {
@@ -287,7 +265,7 @@ void PushGet(benchmark::State &state, Shape shape) {
   }
 }
 
-// Each process pushes a message and takes one, its own or another's. The time is that of one pair, whoever did it.
+// Each process pushes a message and takes one, which may be another's. The time is that of one pair by any process.
 template <class Channel>
 void PushGetBy(benchmark::State &state, int processes) {
   constexpr int kPairsEach = 1000;
@@ -301,7 +279,7 @@ void PushGetBy(benchmark::State &state, int processes) {
   while (state.KeepRunningBatch(processes * kPairsEach)) state.SetIterationTime(workers.Run());
 }
 
-// The longest that any of the processes waited for one pair, of 80,000 pairs of all of them.
+// The longest time that one pair took, of 80,000 pairs by all processes together.
 template <class Channel>
 void LongestPairBy(benchmark::State &state, int processes) {
   using Watch = std::chrono::steady_clock;
@@ -309,33 +287,33 @@ void LongestPairBy(benchmark::State &state, int processes) {
   Channel channel({});
   Buffer in{};
   Buffer out{};
-  SharedLongest longest;
+  const SharedTime longest;
   WorkerProcesses workers(processes, kPairs / processes, [&] {
     const Watch::time_point start = Watch::now();
     channel.Push(in.data());
     channel.Get(out.data());
-    longest.Note(Watch::now() - start);
+    NoteLongest(longest, Watch::now() - start);
   });
   for (auto _ : state) {
-    longest.Reset();
+    *longest = 0;
     workers.Run();
-    state.SetIterationTime(longest.Seconds());
+    state.SetIterationTime(std::chrono::duration<double>(std::chrono::nanoseconds(*longest)).count());
   }
 }
 
 template <class Channel>
 Body Alone(Shape shape) {
-  return SkipOnError([shape](benchmark::State &state) { PushGet<Channel>(state, shape); });
+  return SkipOnError(PushGet<Channel>, shape);
 }
 
 template <class Channel>
 Body LongestBy(int processes) {
-  return SkipOnError([processes](benchmark::State &state) { LongestPairBy<Channel>(state, processes); });
+  return SkipOnError(LongestPairBy<Channel>, processes);
 }
 
 template <class Channel>
 Body By(int processes) {
-  return SkipOnError([processes](benchmark::State &state) { PushGetBy<Channel>(state, processes); });
+  return SkipOnError(PushGetBy<Channel>, processes);
 }
 
 constexpr const char *kFloor = "semop pairs and two copies";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// For bodies that need what a machine may refuse.
+// For benchmarks that need something that the machine may refuse.
 #pragma once
 
 #include <exception>
@@ -8,12 +8,12 @@
 
 namespace devsupport::bench {
 
-/// A channel that this machine does not let us make is reported and left out.
-template <class Job>
-Body SkipOnError(Job job) {
-  return [job](benchmark::State &state) {
+/// Calls job(state, args...). When it throws, the benchmark is reported as skipped.
+template <class Job, class... Args>
+Body SkipOnError(Job job, Args... args) {
+  return [job, args...](benchmark::State &state) {
     try {
-      job(state);
+      job(state, args...);
     } catch (const std::exception &error) {
       state.SkipWithError(error.what());
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Slot allocator: one of the slots in use given back, chosen at random, and another one taken.
+// Slot allocator: gives back one of the used slots, chosen at random, and takes another.
 
 #include <devsupport/container/AllotArray.h>
 
@@ -25,7 +25,7 @@ namespace {
 constexpr int kCapacity = 1000;
 constexpr std::size_t kHeld = 500;
 
-// Which of the held slots goes next.
+// The order in which used slots are given back.
 const std::vector<std::uint32_t> &Victims() {
   static const auto victims = [] {
     std::mt19937 random(4711);
@@ -103,8 +103,8 @@ class Stores {
   Slot count_ = 0;
 };
 
-// The peers hand out blocks and keep no list of those in use. That is part of the job, so it is kept beside them, in
-// the shortest way: each block knows its position in the list. A block that is given back twice is not noticed.
+// The peers hand out blocks but keep no list of those in use. This list is a part of the job, so it is added here in
+// the shortest form: each block holds its position in the list. A block that is given back twice is not detected.
 struct Block {
   std::size_t position;
   std::array<char, 56> payload;

@@ -35,34 +35,22 @@ DB *Parameters() {
 
 void OursRead(benchmark::State &state) {
   Parameters();
-  Buffer out{};
-  EachKey(state, Keys(), [&](const std::string &key) {
+  EachValue(state, Keys(), [](const std::string &key, Buffer &out) {
     GetDbParamToStr(key.c_str(), out.data(), static_cast<std::int32_t>(out.size()), "");
-    benchmark::DoNotOptimize(out);
   });
 }
 
 void BareRead(benchmark::State &state) {
-  DB *table = Parameters();
-  Buffer out{};
-  EachKey(state, Keys(), [&](const std::string &key) {
+  EachValue(state, Keys(), [table = Parameters()](const std::string &key, Buffer &out) {
     benchmark::DoNotOptimize(BareGet(table, key, out.data(), out.size()));
-    benchmark::DoNotOptimize(out);
   });
 }
 
 template <class Peer>
 void PeerRead(benchmark::State &state) {
-  const Folder folder;
-  Peer peer(folder.Path());
   const std::vector<std::string> keys = Keys();
-  peer.Fast(true);
-  for (std::size_t i = 0; i < keys.size(); ++i) peer.Set(keys[i], Value(static_cast<int>(i)));
-  Buffer out{};
-  EachKey(state, keys, [&](const std::string &key) {
-    peer.Get(key, out.data());
-    benchmark::DoNotOptimize(out);
-  });
+  FilledPeer<Peer> peer(keys);
+  EachValue(state, keys, [&peer](const std::string &key, Buffer &out) { peer->Get(key, out.data()); });
 }
 
 void OursNumber(benchmark::State &state) {
@@ -80,7 +68,7 @@ void BareNumber(benchmark::State &state) {
   });
 }
 
-// What waits for the disk is measured in elapsed time.
+// Measures elapsed time, for jobs that wait for the disk.
 template <class Job>
 void Elapsed(benchmark::State &state, Job job) {
   using Watch = std::chrono::steady_clock;
@@ -137,8 +125,8 @@ void OursOpen(benchmark::State &state) {
   });
 }
 
-// Each process has the store open and reads one name after the other; the time is that of one read, whoever did it.
-// A process opens in its first job, so the first run of all is not measured.
+// Each process has the store open and reads one name after the other. The time is that of one read by any process.
+// Processes open the store in their first job, so the first run is not measured.
 void ReadBy(benchmark::State &state, int processes) {
   constexpr int kReadsEach = 2000;
   Isolate();
@@ -162,8 +150,7 @@ void ReadBy(benchmark::State &state, int processes) {
 void RegisterReaders() {
   const Row row("store_readers", "read one of 500 settings as a text, by number of processes at it", kTwiceOneAlone,
                 Clock::kElapsed);
-  for (const int processes : {1, 2, 4, 8})
-    row.At(processes).Ours(SkipOnError([processes](benchmark::State &state) { ReadBy(state, processes); }));
+  for (const int processes : {1, 2, 4, 8}) row.At(processes).Ours(SkipOnError(ReadBy, processes));
 }
 
 void RegisterReads() {

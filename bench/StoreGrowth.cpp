@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Configuration store, what grows: reads by number of records, searches by prefix by number of matches and of
-// records.
+// Configuration store, series: reads by number of records, searches by prefix by number of matches and of records.
 
 #include <array>
 #include <cstdint>
@@ -50,56 +49,29 @@ DB *OfSize(int records, const std::vector<std::string> &keys) {
 
 void OursRead(benchmark::State &state, int records) {
   const std::vector<std::string> keys = Grouped(records);
-  DB *table = OfSize(records, keys);
-  Buffer out{};
-  EachKey(state, keys, [&](const std::string &key) {
+  EachValue(state, keys, [table = OfSize(records, keys)](const std::string &key, Buffer &out) {
     benchmark::DoNotOptimize(BerkDb_Get(table, key.c_str(), out.data(), static_cast<std::int32_t>(out.size())));
-    benchmark::DoNotOptimize(out);
   });
 }
 
 void BareRead(benchmark::State &state, int records) {
   const std::vector<std::string> keys = Grouped(records);
-  DB *table = OfSize(records, keys);
-  Buffer out{};
-  EachKey(state, keys, [&](const std::string &key) {
+  EachValue(state, keys, [table = OfSize(records, keys)](const std::string &key, Buffer &out) {
     benchmark::DoNotOptimize(BareGet(table, key, out.data(), out.size()));
-    benchmark::DoNotOptimize(out);
   });
 }
 
-// A peer's store is filled once, as ours is. TDB takes no part: its file has as many chains as it was made with.
+// A peer's store is filled once, as ours is. TDB does not take part: the number of chains in its file is fixed when
+// the file is made.
 template <class Peer>
-class PeerStore {
- public:
-  static Peer &OfSize(int records, const std::vector<std::string> &keys) {
-    static std::map<int, PeerStore> stores;
-    return stores.try_emplace(records, keys).first->second.peer_;
-  }
-  explicit PeerStore(const std::vector<std::string> &keys) : peer_(folder_.Path()) {
-    peer_.Fast(true);
-    for (std::size_t i = 0; i < keys.size(); ++i) peer_.Set(keys[i], Value(static_cast<int>(i)));
-  }
-
- private:
-  Folder folder_;
-  Peer peer_;
-};
-
-template <class Peer>
-Body PeerRead(int records) {
-  return SkipOnError([records](benchmark::State &state) {
-    const std::vector<std::string> keys = Grouped(records);
-    Peer &peer = PeerStore<Peer>::OfSize(records, keys);
-    Buffer out{};
-    EachKey(state, keys, [&](const std::string &key) {
-      peer.Get(key, out.data());
-      benchmark::DoNotOptimize(out);
-    });
-  });
+void PeerRead(benchmark::State &state, int records) {
+  static std::map<int, FilledPeer<Peer>> stores;
+  const std::vector<std::string> keys = Grouped(records);
+  FilledPeer<Peer> &peer = stores.try_emplace(records, keys).first->second;
+  EachValue(state, keys, [&peer](const std::string &key, Buffer &out) { peer->Get(key, out.data()); });
 }
 
-// Both searches answer how many they found.
+// Both searches return the number of matches.
 
 using Found = std::vector<TDbFindRec>;
 
@@ -109,7 +81,7 @@ int OursSearch(DB *table, const std::string &prefix, Found &found) {
   return count;
 }
 
-// Every record lands where the caller wants it, and the walk ends at the first key without the prefix.
+// Reads each record into the caller's memory, up to the first key without the prefix.
 int BareWalk(DB *table, const std::string &prefix, Found &found) {
   DBC *cursor = nullptr;
   Must(table->cursor(table, nullptr, &cursor, 0) == 0, "cursor");
@@ -127,7 +99,7 @@ int BareWalk(DB *table, const std::string &prefix, Found &found) {
   return static_cast<int>(count);
 }
 
-// Searches for one prefix after the other, each with so many matches.
+// Searches for one prefix after the other. Each has that many matches.
 template <int (*kSearch)(DB *, const std::string &, Found &)>
 void Search(benchmark::State &state, DB *table, const std::vector<std::string> &prefixes, int matches) {
   Found found(static_cast<std::size_t>(matches) + 1);
@@ -156,13 +128,12 @@ void RegisterStoreGrowth() {
   const Row read("store_read_records", "read a value, by number of records");
   for (const int records : kRecords) {
     const Row point = read.At(records);
-    point.Ours(SkipOnError([records](benchmark::State &state) { OursRead(state, records); }));
-    point.Floor("bare library call", SkipOnError([records](benchmark::State &state) { BareRead(state, records); }));
+    point.Ours(SkipOnError(OursRead, records)).Floor("bare library call", SkipOnError(BareRead, records));
 #if DEVSUPPORT_PEER_LMDB
-    point.Peer("LMDB", PeerRead<Lmdb>(records));
+    point.Peer("LMDB", SkipOnError(PeerRead<Lmdb>, records));
 #endif
 #if DEVSUPPORT_PEER_SQLITE
-    point.Peer("SQLite", PeerRead<Sqlite>(records));
+    point.Peer("SQLite", SkipOnError(PeerRead<Sqlite>, records));
 #endif
   }
   const Row byRecords("store_prefix_records", "search by prefix for 10 matches, by number of records");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Configuration store, after the death of a process: how long the next read of a survivor takes, by number of
+// Configuration store after the death of a process: how long the next read of another process takes, by number of
 // records.
 
 #include <sys/wait.h>
@@ -24,7 +24,7 @@ constexpr std::array kRecords{100, 1000, 10000, 100000};
 
 std::string NameOf(int i) { return "parameter." + std::to_string(i); }
 
-// Homes with so many records, closed in order; each is filled once.
+// A closed home with that many records. Each is filled once.
 const Folder &HomeWith(int records) {
   static std::map<int, Folder> homes;
   const auto [place, isNew] = homes.try_emplace(records);
@@ -71,7 +71,7 @@ void Heal(benchmark::State &state, int records) {
   }
 }
 
-// What it costs when nobody is left: the next process opens, recovers and reads.
+// When no other process has the store open: the next process opens, recovers and reads.
 void OpenAfterwards(benchmark::State &state, int records) {
   Isolate();
   Store::Shared().reset();
@@ -93,9 +93,8 @@ void RegisterStoreHealing() {
                 Clock::kElapsedOnce);
   for (const int records : kRecords) {
     row.At(records)
-        .Ours(SkipOnError([records](benchmark::State &state) { Heal(state, records); }))
-        .Floor("opening when nobody is left",
-               SkipOnError([records](benchmark::State &state) { OpenAfterwards(state, records); }));
+        .Ours(SkipOnError(Heal, records))
+        .Floor("opening when nobody is left", SkipOnError(OpenAfterwards, records));
   }
 }
 

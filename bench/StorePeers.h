@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Other people's stores with one interface: Set and Get of a text, in a folder of their own.
+// The peers of the store, with one interface: Set and Get of a text, in a given folder.
 #pragma once
 
 #include <cstddef>
@@ -27,7 +27,7 @@ extern "C" {
 
 namespace devsupport::bench {
 
-/// What a peer answers to a step that cannot fail on a sound machine.
+/// Throws when a step has failed that works on a healthy machine.
 inline void Must(bool done, const char *what) {
   if (!done) throw std::runtime_error(what);
 }
@@ -62,7 +62,7 @@ class Lmdb {
     Must(mdb_put(txn, table_, &name, &data, 0) == 0, "mdb_put");
     Must(mdb_txn_commit(txn) == 0, "mdb_txn_commit");
   }
-  // A reader that is renewed, as its manual advises for short reads.
+  // Renews one reader, as the manual advises for short reads.
   void Get(const std::string &key, char *out) {
     MDB_val name = Bytes(key);
     MDB_val data{};

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the rows of the configuration store share: a store in a folder of its own, names, and the library's bare
-// calls.
+// Shared by the rows of the configuration store: a store in a temporary folder, names, and bare calls of the library.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -44,7 +43,7 @@ class Folder {
   std::string path_;
 };
 
-// The key of the shared memory is fixed, so the process gets a place of its own in which nobody else has it.
+// The key of the shared memory is fixed, so the process gets a private IPC namespace.
 inline void Isolate() {
   static const bool alone = unshare(CLONE_NEWIPC) == 0;
   Must(alone, "unshare");
@@ -59,7 +58,7 @@ inline void OpenIn(const Folder &home) {
 
 inline std::string Value(int i) { return std::to_string(1000003 + i); }
 
-// The names that `name` gives to 0 .. count-1, in an order that the machine cannot guess.
+// The results of name(0) .. name(count-1), in random order, so that the processor cannot predict it.
 template <class Name>
 std::vector<std::string> Names(int count, Name name) {
   std::vector<std::string> names;
@@ -75,8 +74,8 @@ inline DBT Bytes(const void *data, std::size_t bytes) {
   return dbt;
 }
 
-// Puts values under the names, many in one transaction: the store would flush its log for each. No more at once than
-// the lock table has room for.
+// Stores a value under each name, many in one transaction, because each transaction flushes the log. The lock table
+// limits how many.
 inline void Fill(DB *table, const std::vector<std::string> &keys) {
   constexpr std::size_t kAtOnce = 100;
   DB_ENV *env = BerkDb_GetEnv();
@@ -94,7 +93,7 @@ inline void Fill(DB *table, const std::vector<std::string> &keys) {
   }
 }
 
-// The process opens the store once; all rows but that of opening share it. Each table is filled when first used.
+// The process opens the store once. All rows share it, except that of opening. Each table is filled when first used.
 class Store {
  public:
   Store() {
@@ -153,5 +152,30 @@ void EachKey(benchmark::State &state, const std::vector<std::string> &keys, Read
 }
 
 using Buffer = std::array<char, kValueBytes>;
+
+// Calls get(key, buffer) for one name after the other.
+template <class Get>
+void EachValue(benchmark::State &state, const std::vector<std::string> &keys, Get get) {
+  Buffer out{};
+  EachKey(state, keys, [&](const std::string &key) {
+    get(key, out);
+    benchmark::DoNotOptimize(out);
+  });
+}
+
+// A peer's store in a temporary folder, with a value under each name.
+template <class Peer>
+class FilledPeer {
+ public:
+  explicit FilledPeer(const std::vector<std::string> &keys) : peer_(folder_.Path()) {
+    peer_.Fast(true);
+    for (std::size_t i = 0; i < keys.size(); ++i) peer_.Set(keys[i], Value(static_cast<int>(i)));
+  }
+  Peer *operator->() { return &peer_; }
+
+ private:
+  Folder folder_;
+  Peer peer_;
+};
 
 }  // namespace devsupport::bench

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Tokenizer: a list of 90 characters, in the form in which log levels are stored, cut at every ',' and ';'. Each
-// field's place and length are used.
+// Tokenizer: splits a list of 90 characters, in the form of stored log levels, at every ',' and ';'. Each field's
+// place and length are used.
 
 #include <devsupport/text/StrTok.h>
 #include <devsupport/text/StrTokScan.h>
@@ -54,7 +54,7 @@ void Ours(const char *list, std::size_t length) {
     Use(tok.pTok, static_cast<std::size_t>(tok.pTokEnd - tok.pTok));
 }
 
-// The floor: two comparisons a character.
+// The floor: two comparisons for each character.
 void TwoCompares(const char *list, std::size_t length) {
   const char *field = list;
   const char *const end = list + length;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The lock that our shared ring and our log channel have, by hand: for their floors.
+// The lock of the shared ring and the log channel, written by hand for their floors.
 #pragma once
 
 #include <sched.h>
@@ -18,7 +18,7 @@ inline int Check(int result, const char *what) {
   return result;
 }
 
-/// A semaphore whose holder's death gives it back. Who finds it held sleeps.
+/// A semaphore that the kernel releases when its holder dies. A process that finds it taken sleeps.
 class UndoSemaphore {
  public:
   UndoSemaphore() : id_(Check(semget(IPC_PRIVATE, 1, 0600), "semget")), owner_(getpid()) { unlock(); }
@@ -42,7 +42,7 @@ class UndoSemaphore {
   pid_t owner_;
 };
 
-/// The same; who finds it held lets others run and tries again some times before it sleeps.
+/// The same, but a process that finds it taken yields the processor and tries again some times before it sleeps.
 class YieldingUndoSemaphore : public UndoSemaphore {
  public:
   void lock() {

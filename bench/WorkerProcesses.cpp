@@ -4,14 +4,11 @@
 #include "bench/WorkerProcesses.h"
 
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
-#include <system_error>
 
 namespace devsupport::bench {
 
@@ -28,9 +25,6 @@ void MakeBarrier(pthread_barrier_t &barrier, unsigned parties) {
 }  // namespace
 
 WorkerProcesses::WorkerProcesses(int processes, int jobsEach, std::function<void()> job) {
-  void *memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
-  shared_ = static_cast<Shared *>(memory);
   const auto parties = static_cast<unsigned>(processes) + 1;
   MakeBarrier(shared_->start, parties);
   MakeBarrier(shared_->done, parties);
@@ -45,7 +39,6 @@ WorkerProcesses::~WorkerProcesses() {
   shared_->stop = true;
   pthread_barrier_wait(&shared_->start);
   for (const pid_t child : children_) waitpid(child, nullptr, 0);
-  munmap(shared_, sizeof(Shared));
 }
 
 double WorkerProcesses::Run() {

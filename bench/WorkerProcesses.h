@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Processes that do the same job side by side, for what is measured in elapsed time.
+// Processes that do the same job at the same time, for rows measured in elapsed time.
 #pragma once
 
 #include <pthread.h>
@@ -8,10 +8,12 @@
 #include <functional>
 #include <vector>
 
+#include "tests/support/SharedBlock.h"
+
 namespace devsupport::bench {
 
-/// Child processes that wait for Run, each do the job that often, and wait again. They end with the object, and with
-/// the process that made it.
+/// Child processes that wait for Run(), each do the job `jobsEach` times, and wait again. They end when the object is
+/// destroyed, or when the process that made it ends.
 class WorkerProcesses {
  public:
   WorkerProcesses(int processes, int jobsEach, std::function<void()> job);
@@ -19,7 +21,7 @@ class WorkerProcesses {
   WorkerProcesses(const WorkerProcesses &) = delete;
   WorkerProcesses &operator=(const WorkerProcesses &) = delete;
 
-  /// Lets all of them do their jobs; the seconds from the common start until the last one is done.
+  /// Starts the jobs of all processes. Returns the seconds from the common start until the last one is done.
   double Run();
 
  private:
@@ -30,7 +32,7 @@ class WorkerProcesses {
   };
   [[noreturn]] void Work(int jobsEach, const std::function<void()> &job);
 
-  Shared *shared_;
+  test::SharedBlock<Shared> shared_;
   std::vector<pid_t> children_;
 };
 
