@@ -13,6 +13,7 @@
 #include <string>
 
 #include "tests/net/NetworkTest.h"
+#include "tests/support/Child.h"
 
 namespace {
 
@@ -88,10 +89,8 @@ const TLinkFile kLinkFiles[] = {
 class CpmacLinkFile : public NetworkTest, public ::testing::WithParamInterface<TLinkFile> {};
 
 TEST_P(CpmacLinkFile, With) {
-  InPrivateNetwork([] {
-    HideFolder("/proc");
-    EXPECT_EQ(AskCpmacLinkWithFile(GetParam().text), GetParam().result);
-  });
+  HideFolder("/proc");
+  EXPECT_EQ(AskCpmacLinkWithFile(GetParam().text), GetParam().result);
 }
 
 INSTANTIATE_TEST_SUITE_P(, CpmacLinkFile, ::testing::ValuesIn(kLinkFiles),
@@ -100,18 +99,14 @@ INSTANTIATE_TEST_SUITE_P(, CpmacLinkFile, ::testing::ValuesIn(kLinkFiles),
 class CpmacLink : public NetworkTest {};
 
 TEST_F(CpmacLink, WithoutFile_ReadsDown) {
-  InPrivateNetwork([] {
-    HideFolder("/proc");
-    EXPECT_EQ(AskCpmacLink(), 0);
-  });
+  HideFolder("/proc");
+  EXPECT_EQ(AskCpmacLink(), 0);
 }
 
 TEST_F(CpmacLink, FolderInPlaceOfTheFile_ReadsDown) {
-  InPrivateNetwork([] {
-    HideFolder("/proc");
-    std::filesystem::create_directories(kLinkFile);
-    EXPECT_EQ(AskCpmacLink(), 0);
-  });
+  HideFolder("/proc");
+  std::filesystem::create_directories(kLinkFile);
+  EXPECT_EQ(AskCpmacLink(), 0);
 }
 
 /// Makes this process obey the permissions of files, root though it is.
@@ -122,22 +117,21 @@ void DropCapabilities() {
 }
 
 TEST_F(CpmacLink, FileThatMayNotBeRead_ReadsDown) {
-  InPrivateNetwork([] {
-    HideFolder("/proc");
-    ASSERT_EQ(AskCpmacLinkWithFile(kFirst + kSecond), 1);
-    ASSERT_EQ(::chmod(kLinkFile, 0), 0);
+  HideFolder("/proc");
+  ASSERT_EQ(AskCpmacLinkWithFile(kFirst + kSecond), 1);
+  ASSERT_EQ(::chmod(kLinkFile, 0), 0);
+  Child reader([] {
     DropCapabilities();
-    EXPECT_EQ(AskCpmacLink(), 0);
+    return AskCpmacLink();
   });
+  EXPECT_EQ(reader.Wait(), 0);
 }
 
 TEST_F(CpmacLink, FileThatChanges_IsReadAfreshAtEveryCall) {
-  InPrivateNetwork([] {
-    HideFolder("/proc");
-    EXPECT_EQ(AskCpmacLinkWithFile(kFirst + "port: link: DOWN\n"), 0);
-    EXPECT_EQ(AskCpmacLinkWithFile(kFirst + kSecond), 1);
-    EXPECT_EQ(AskCpmacLinkWithFile("n = 0\n" + kSecond), 0);
-  });
+  HideFolder("/proc");
+  EXPECT_EQ(AskCpmacLinkWithFile(kFirst + "port: link: DOWN\n"), 0);
+  EXPECT_EQ(AskCpmacLinkWithFile(kFirst + kSecond), 1);
+  EXPECT_EQ(AskCpmacLinkWithFile("n = 0\n" + kSecond), 0);
 }
 
 }  // namespace

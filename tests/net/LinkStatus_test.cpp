@@ -114,15 +114,11 @@ TEST_F(EswLink, WithoutSocket_ReadsDownSilentlyAndAsksNobody) {
 
 class RealEswLink : public NetworkTest {};
 
-TEST_F(RealEswLink, WithoutSwitch_ReadsDown) {
-  InPrivateNetwork([] { EXPECT_EQ(GetEswLink(), 0); });
-}
+TEST_F(RealEswLink, WithoutSwitch_ReadsDown) { EXPECT_EQ(GetEswLink(), 0); }
 
 TEST_F(RealEswLink, InterfaceOfThatNameWithAnotherDriver_ReadsDown) {
-  InPrivateNetwork([] {
-    AddInterface("esw0", {});
-    EXPECT_EQ(GetEswLink(), 0);
-  });
+  AddInterface("esw0", {});
+  EXPECT_EQ(GetEswLink(), 0);
 }
 
 // ---- Which of the two is asked --------------------------------------------------------------------------------
@@ -132,29 +128,25 @@ constexpr const char *kLinkIsUp = "number = 1\nport: link: UP\n";
 class LinkStatus : public NetworkTest {};
 
 TEST_F(LinkStatus, OfEth0_IsReadFromTheFile) {
-  InPrivateNetwork([] {
-    TSwitchDriver driver;
-    HideFolder("/proc");
-    EXPECT_EQ(GetLinkStatus("eth0"), 0);
-    WriteFile(kLinkFile, kLinkIsUp);
-    EXPECT_EQ(GetLinkStatus("eth0"), 1);
-    EXPECT_EQ(driver.calls, 0);
-  });
+  TSwitchDriver driver;
+  HideFolder("/proc");
+  EXPECT_EQ(GetLinkStatus("eth0"), 0);
+  WriteFile(kLinkFile, kLinkIsUp);
+  EXPECT_EQ(GetLinkStatus("eth0"), 1);
+  EXPECT_EQ(driver.calls, 0);
 }
 
 TEST_F(LinkStatus, OfEveryOtherName_IsAskedFromTheSwitch) {
-  InPrivateNetwork([] {
-    TSwitchDriver driver;
-    HideFolder("/proc");
-    WriteFile(kLinkFile, kLinkIsUp);
-    for (const char *const name : {"esw0", "ppp0", "eth1", "eth0.5", "ETH0", "eth", ""}) {
-      driver.status = 0x80;
-      EXPECT_EQ(GetLinkStatus(name), 1) << name;
-      driver.status = 0x7F;
-      EXPECT_EQ(GetLinkStatus(name), 0) << name;
-      EXPECT_EQ(driver.interface, "esw0") << name;
-    }
-  });
+  TSwitchDriver driver;
+  HideFolder("/proc");
+  WriteFile(kLinkFile, kLinkIsUp);
+  for (const char *const name : {"esw0", "ppp0", "eth1", "eth0.5", "ETH0", "eth", ""}) {
+    driver.status = 0x80;
+    EXPECT_EQ(GetLinkStatus(name), 1) << name;
+    driver.status = 0x7F;
+    EXPECT_EQ(GetLinkStatus(name), 0) << name;
+    EXPECT_EQ(driver.interface, "esw0") << name;
+  }
 }
 
 // ---- Which Ethernet interface the device has ------------------------------------------------------------------
@@ -182,57 +174,43 @@ std::ostream &operator<<(std::ostream &out, const TFound &found) {
 class EthIf : public NetworkTest {};
 
 TEST_F(EthIf, NeitherThere_Returns0WithAnEmptyName) {
-  InPrivateNetwork([] {
-    AddInterface("ppp0", {}, 5);
-    AddInterface("eth0.5", {}, 6);
-    AddInterface("esw", {}, 7);
-    EXPECT_EQ(FindNow(), (TFound{0, ""}));
-  });
+  AddInterface("ppp0", {}, 5);
+  AddInterface("eth0.5", {}, 6);
+  AddInterface("esw", {}, 7);
+  EXPECT_EQ(FindNow(), (TFound{0, ""}));
 }
 
 TEST_F(EthIf, Eth0_IsFound) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {}, 7);
-    EXPECT_EQ(FindNow(), (TFound{1, "eth0"}));
-  });
+  AddInterface("eth0", {}, 7);
+  EXPECT_EQ(FindNow(), (TFound{1, "eth0"}));
 }
 
 TEST_F(EthIf, Esw0_IsFound) {
-  InPrivateNetwork([] {
-    AddInterface("esw0", {}, 7);
-    EXPECT_EQ(FindNow(), (TFound{1, "esw0"}));
-  });
+  AddInterface("esw0", {}, 7);
+  EXPECT_EQ(FindNow(), (TFound{1, "esw0"}));
 }
 
 TEST_F(EthIf, BothThere_TheLowerIndexWins) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {}, 9);
-    AddInterface("esw0", {}, 7);
-    EXPECT_EQ(FindNow(), (TFound{1, "esw0"}));
-  });
-  InPrivateNetwork([] {
-    AddInterface("eth0", {}, 7);
-    AddInterface("esw0", {}, 9);
-    EXPECT_EQ(FindNow(), (TFound{1, "eth0"}));
-  });
+  AddInterface("eth0", {}, 9);
+  AddInterface("esw0", {}, 7);
+  EXPECT_EQ(FindNow(), (TFound{1, "esw0"}));
+  EnterPrivateNetwork();
+  AddInterface("eth0", {}, 7);
+  AddInterface("esw0", {}, 9);
+  EXPECT_EQ(FindNow(), (TFound{1, "eth0"}));
 }
 
 TEST_F(EthIf, Index31_IsTheLastAsked) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {}, 31);
-    EXPECT_EQ(FindNow(), (TFound{1, "eth0"}));
-  });
-  InPrivateNetwork([] {
-    AddInterface("eth0", {}, 32);
-    EXPECT_EQ(FindNow(), (TFound{0, ""}));
-  });
+  AddInterface("eth0", {}, 31);
+  EXPECT_EQ(FindNow(), (TFound{1, "eth0"}));
+  EnterPrivateNetwork();
+  AddInterface("eth0", {}, 32);
+  EXPECT_EQ(FindNow(), (TFound{0, ""}));
 }
 
 TEST_F(EthIf, AnotherInterfaceAtIndex31_LeavesItsName) {
-  InPrivateNetwork([] {
-    AddInterface("abcdefghijklmno", {}, 31);
-    EXPECT_EQ(FindNow(), (TFound{0, "abcdefghijklmno"}));
-  });
+  AddInterface("abcdefghijklmno", {}, 31);
+  EXPECT_EQ(FindNow(), (TFound{0, "abcdefghijklmno"}));
 }
 
 }  // namespace

@@ -42,64 +42,50 @@ TQueryOutcome AskLocalIp(const char *interface) {
 class LocalIp : public NetworkTest {};
 
 TEST_F(LocalIp, OfInterfaceWithAddress_Returns1AndTheAddressSilently) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.1.2.3/24"});
-    const auto outcome = AskLocalIp("eth0");
-    EXPECT_EQ(outcome.result, 1);
-    EXPECT_EQ(outcome.address, "10.1.2.3");
-    EXPECT_EQ(outcome.printed, "");
-  });
+  AddInterface("eth0", {"10.1.2.3/24"});
+  const auto outcome = AskLocalIp("eth0");
+  EXPECT_EQ(outcome.result, 1);
+  EXPECT_EQ(outcome.address, "10.1.2.3");
+  EXPECT_EQ(outcome.printed, "");
 }
 
 TEST_F(LocalIp, LongestAddress_FillsTheBuffer) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"192.168.100.200/24"});
-    EXPECT_EQ(AskLocalIp("eth0").address, "192.168.100.200");
-  });
+  AddInterface("eth0", {"192.168.100.200/24"});
+  EXPECT_EQ(AskLocalIp("eth0").address, "192.168.100.200");
 }
 
 TEST_F(LocalIp, OfInterfaceWithoutAddress_Returns0AndLeavesLoopback) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"2001:db8::5/64"});
-    const auto outcome = AskLocalIp("eth0");
-    EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.address, "127.0.0.1");
-    EXPECT_EQ(outcome.printed, "ioctl:Cannot assign requested address[eth0]\n");
-  });
+  AddInterface("eth0", {"2001:db8::5/64"});
+  const auto outcome = AskLocalIp("eth0");
+  EXPECT_EQ(outcome.result, 0);
+  EXPECT_EQ(outcome.address, "127.0.0.1");
+  EXPECT_EQ(outcome.printed, "ioctl:Cannot assign requested address[eth0]\n");
 }
 
 TEST_F(LocalIp, OfUnknownInterface_Returns0AndLeavesLoopback) {
-  InPrivateNetwork([] {
-    const auto outcome = AskLocalIp("ppp7");
-    EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.address, "127.0.0.1");
-    EXPECT_EQ(outcome.printed, "ioctl:No such device[ppp7]\n");
-  });
+  const auto outcome = AskLocalIp("ppp7");
+  EXPECT_EQ(outcome.result, 0);
+  EXPECT_EQ(outcome.address, "127.0.0.1");
+  EXPECT_EQ(outcome.printed, "ioctl:No such device[ppp7]\n");
 }
 
 TEST_F(LocalIp, OfEmptyName_Returns0) {
-  InPrivateNetwork([] {
-    const auto outcome = AskLocalIp("");
-    EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.printed, "ioctl:No such device[]\n");
-  });
+  const auto outcome = AskLocalIp("");
+  EXPECT_EQ(outcome.result, 0);
+  EXPECT_EQ(outcome.printed, "ioctl:No such device[]\n");
 }
 
 TEST_F(LocalIp, NameOf15Characters_IsWhole) {
-  InPrivateNetwork([] {
-    AddInterface("abcdefghijklmno", {"10.1.2.3/24"});
-    EXPECT_EQ(AskLocalIp("abcdefghijklmno").address, "10.1.2.3");
-  });
+  AddInterface("abcdefghijklmno", {"10.1.2.3/24"});
+  EXPECT_EQ(AskLocalIp("abcdefghijklmno").address, "10.1.2.3");
 }
 
 TEST_F(LocalIp, LongerName_IsCutTo15CharactersInTheRequestAndPrintedWhole) {
-  InPrivateNetwork([] {
-    EXPECT_EQ(AskLocalIp("abcdefghijklmnopqrst").printed, "ioctl:No such device[abcdefghijklmnopqrst]\n");
-    AddInterface("abcdefghijklmno", {"10.1.2.3/24"});
-    const auto outcome = AskLocalIp("abcdefghijklmnopqrst");
-    EXPECT_EQ(outcome.result, 1);
-    EXPECT_EQ(outcome.address, "10.1.2.3");
-  });
+  EXPECT_EQ(AskLocalIp("abcdefghijklmnopqrst").printed, "ioctl:No such device[abcdefghijklmnopqrst]\n");
+  AddInterface("abcdefghijklmno", {"10.1.2.3/24"});
+  const auto outcome = AskLocalIp("abcdefghijklmnopqrst");
+  EXPECT_EQ(outcome.result, 1);
+  EXPECT_EQ(outcome.address, "10.1.2.3");
 }
 
 TEST_F(LocalIp, WithoutSocket_Returns0AndSaysWhy) {
@@ -150,147 +136,117 @@ class LocalIPv6 : public NetworkTest {
 };
 
 TEST_F(LocalIPv6, OfInterfaceWithGlobalAddress_Returns1AndItsCompressedText) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"2001:db8:0:0:1:0:0:5/64"});
-    const auto outcome = AskLocalIPv6("eth0");
-    EXPECT_EQ(outcome.result, 1);
-    EXPECT_EQ(outcome.address, "2001:db8::1:0:0:5");
-  });
+  AddInterface("eth0", {"2001:db8:0:0:1:0:0:5/64"});
+  const auto outcome = AskLocalIPv6("eth0");
+  EXPECT_EQ(outcome.result, 1);
+  EXPECT_EQ(outcome.address, "2001:db8::1:0:0:5");
 }
 
 TEST_F(LocalIPv6, LongestAddress_IsWhole) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"2001:db81:2222:3333:4444:5555:6666:7777/64"});
-    EXPECT_EQ(AskLocalIPv6("eth0").address, "2001:db81:2222:3333:4444:5555:6666:7777");
-  });
+  AddInterface("eth0", {"2001:db81:2222:3333:4444:5555:6666:7777/64"});
+  EXPECT_EQ(AskLocalIPv6("eth0").address, "2001:db81:2222:3333:4444:5555:6666:7777");
 }
 
 TEST_F(LocalIPv6, BesideALinkLocalAddress_IsFoundInAnyOrder) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"fe80::1/64", "2001:db8::5/64", "fec0::7/64"});
-    const auto outcome = AskLocalIPv6("eth0");
-    EXPECT_EQ(outcome.result, 1);
-    EXPECT_EQ(outcome.address, "2001:db8::5");
-  });
+  AddInterface("eth0", {"fe80::1/64", "2001:db8::5/64", "fec0::7/64"});
+  const auto outcome = AskLocalIPv6("eth0");
+  EXPECT_EQ(outcome.result, 1);
+  EXPECT_EQ(outcome.address, "2001:db8::5");
 }
 
 TEST_F(LocalIPv6, UniqueLocalAddress_CountsAsGlobal) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"fd00::5/64"});
-    const auto outcome = AskLocalIPv6("eth0");
-    EXPECT_EQ(outcome.result, 1);
-    EXPECT_EQ(outcome.address, "fd00::5");
-  });
+  AddInterface("eth0", {"fd00::5/64"});
+  const auto outcome = AskLocalIPv6("eth0");
+  EXPECT_EQ(outcome.result, 1);
+  EXPECT_EQ(outcome.address, "fd00::5");
 }
 
 TEST_F(LocalIPv6, OfInterfaceWithLinkLocalAddressOnly_Returns0AndLeavesThatAddress) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"fe80::1/64"});
-    const auto outcome = AskLocalIPv6("eth0");
-    EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.address, "fe80::1");
-  });
+  AddInterface("eth0", {"fe80::1/64"});
+  const auto outcome = AskLocalIPv6("eth0");
+  EXPECT_EQ(outcome.result, 0);
+  EXPECT_EQ(outcome.address, "fe80::1");
 }
 
 TEST_F(LocalIPv6, OfLoopback_Returns0AndLeavesItsAddress) {
-  InPrivateNetwork([] {
-    Ip({"link set lo up"});
-    const auto outcome = AskLocalIPv6("lo");
-    EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.address, "::1");
-  });
+  Ip({"link set lo up"});
+  const auto outcome = AskLocalIPv6("lo");
+  EXPECT_EQ(outcome.result, 0);
+  EXPECT_EQ(outcome.address, "::1");
 }
 
 TEST_F(LocalIPv6, OfInterfaceWithoutAddress_Returns0AndTouchesNothing) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.1.2.3/24"});
-    AddInterface("eth1", {"2001:db8::5/64", "fe80::1/64"});
-    const auto outcome = AskLocalIPv6("eth0");
-    EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.address, kUntouched);
-  });
+  AddInterface("eth0", {"10.1.2.3/24"});
+  AddInterface("eth1", {"2001:db8::5/64", "fe80::1/64"});
+  const auto outcome = AskLocalIPv6("eth0");
+  EXPECT_EQ(outcome.result, 0);
+  EXPECT_EQ(outcome.address, kUntouched);
 }
 
 TEST_F(LocalIPv6, NameThatOnlyBeginsAlike_IsAnotherInterface) {
-  InPrivateNetwork([] {
-    AddInterface("eth0.5", {"2001:db8::5/64"});
-    EXPECT_EQ(AskLocalIPv6("eth0").result, 0);
-    EXPECT_EQ(AskLocalIPv6("eth0.55").result, 0);
-    EXPECT_EQ(AskLocalIPv6("eth0.5").result, 1);
-  });
+  AddInterface("eth0.5", {"2001:db8::5/64"});
+  EXPECT_EQ(AskLocalIPv6("eth0").result, 0);
+  EXPECT_EQ(AskLocalIPv6("eth0.55").result, 0);
+  EXPECT_EQ(AskLocalIPv6("eth0.5").result, 1);
 }
 
 TEST_F(LocalIPv6, NameOf15Characters_IsFound) {
-  InPrivateNetwork([] {
-    AddInterface("abcdefghijklmno", {"2001:db8::5/64"});
-    EXPECT_EQ(AskLocalIPv6("abcdefghijklmno").result, 1);
-    EXPECT_EQ(AskLocalIPv6("abcdefghijklmnop").result, 0);
-  });
+  AddInterface("abcdefghijklmno", {"2001:db8::5/64"});
+  EXPECT_EQ(AskLocalIPv6("abcdefghijklmno").result, 1);
+  EXPECT_EQ(AskLocalIPv6("abcdefghijklmnop").result, 0);
 }
 
 TEST_F(LocalIPv6, InterfaceIndexBeyond255_IsFound) {
-  InPrivateNetwork([] {
-    AddInterface("ppp0", {"2001:db8::5/64"}, 0x12c);
-    AddInterface("eth0", {"2001:db8::6/64"});
-    EXPECT_EQ(AskLocalIPv6("ppp0").address, "2001:db8::5");
-    EXPECT_EQ(AskLocalIPv6("eth0").address, "2001:db8::6");
-  });
+  AddInterface("ppp0", {"2001:db8::5/64"}, 0x12c);
+  AddInterface("eth0", {"2001:db8::6/64"});
+  EXPECT_EQ(AskLocalIPv6("ppp0").address, "2001:db8::5");
+  EXPECT_EQ(AskLocalIPv6("eth0").address, "2001:db8::6");
 }
 
 TEST_F(LocalIPv6, WithoutTheKernelsFile_Returns0AndTouchesNothing) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"2001:db8::5/64"});
-    HideFolder("/proc");
-    const auto outcome = AskLocalIPv6("eth0");
-    EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.address, kUntouched);
-  });
+  AddInterface("eth0", {"2001:db8::5/64"});
+  HideFolder("/proc");
+  const auto outcome = AskLocalIPv6("eth0");
+  EXPECT_EQ(outcome.result, 0);
+  EXPECT_EQ(outcome.address, kUntouched);
 }
 
 TEST_F(LocalIPv6, SeveralAddresses_TheFirstGlobalLineWinsOverLaterLines) {
-  InPrivateNetwork([] {
-    const auto outcome = AskWithFile(
-        "fe800000000000000000000000000001 02 40 20 80     eth0\n"
-        "20010db8000000000000000000000001 02 40 00 80     eth0\n"
-        "20010db8000000000000000000000002 02 40 00 80     eth0\n",
-        "eth0");
-    EXPECT_EQ(outcome.result, 1);
-    EXPECT_EQ(outcome.address, "2001:db8::1");
-  });
+  const auto outcome = AskWithFile(
+      "fe800000000000000000000000000001 02 40 20 80     eth0\n"
+      "20010db8000000000000000000000001 02 40 00 80     eth0\n"
+      "20010db8000000000000000000000002 02 40 00 80     eth0\n",
+      "eth0");
+  EXPECT_EQ(outcome.result, 1);
+  EXPECT_EQ(outcome.address, "2001:db8::1");
 }
 
 TEST_F(LocalIPv6, AfterAFailedSearch_TheLastAddressIsLeftBehind) {
-  InPrivateNetwork([] {
-    const auto outcome = AskWithFile(
-        "fe800000000000000000000000000001 02 40 20 80     eth0\n"
-        "fec00000000000000000000000000002 02 40 40 80     eth0\n"
-        "fe800000000000000000000000000003 03 40 20 80     eth1\n",
-        "eth0");
-    EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.address, "fec0::2");
-  });
+  const auto outcome = AskWithFile(
+      "fe800000000000000000000000000001 02 40 20 80     eth0\n"
+      "fec00000000000000000000000000002 02 40 40 80     eth0\n"
+      "fe800000000000000000000000000003 03 40 20 80     eth1\n",
+      "eth0");
+  EXPECT_EQ(outcome.result, 0);
+  EXPECT_EQ(outcome.address, "fec0::2");
 }
 
 TEST_F(LocalIPv6, NameInTheFile_CountsUpTo20Characters) {
-  InPrivateNetwork([] {
-    const std::string line = "20010db8000000000000000000000001 02 40 00 80     ";
-    EXPECT_EQ(AskWithFile(line + "abcdefghijklmnopqrst\n", "abcdefghijklmnopqrst").result, 1);
-    EXPECT_EQ(AskWithFile(line + "abcdefghijklmnopqrstuvwxyz\n", "abcdefghijklmnopqrst").result, 1);
-    EXPECT_EQ(AskWithFile(line + "abcdefghijklmnopqrs\n", "abcdefghijklmnopqrst").result, 0);
-  });
+  const std::string line = "20010db8000000000000000000000001 02 40 00 80     ";
+  EXPECT_EQ(AskWithFile(line + "abcdefghijklmnopqrst\n", "abcdefghijklmnopqrst").result, 1);
+  EXPECT_EQ(AskWithFile(line + "abcdefghijklmnopqrstuvwxyz\n", "abcdefghijklmnopqrst").result, 1);
+  EXPECT_EQ(AskWithFile(line + "abcdefghijklmnopqrs\n", "abcdefghijklmnopqrst").result, 0);
 }
 
 TEST_F(LocalIPv6, LinesThatAreNoneOfTheKernels_AreSkipped) {
-  InPrivateNetwork([] {
-    const auto outcome = AskWithFile(
-        "\n"
-        "20010db8000000000000000000000001 02 40\n"
-        "zzzz0db8000000000000000000000001 02 40 00 80     eth0\n" +
-            std::string(5000, 'f') + "\n" + "20010db8000000000000000000000002 02 40 00 80     eth0",
-        "eth0");
-    EXPECT_EQ(outcome.result, 1);
-    EXPECT_EQ(outcome.address, "2001:db8::2");
-  });
+  const auto outcome = AskWithFile(
+      "\n"
+      "20010db8000000000000000000000001 02 40\n"
+      "zzzz0db8000000000000000000000001 02 40 00 80     eth0\n" +
+          std::string(5000, 'f') + "\n" + "20010db8000000000000000000000002 02 40 00 80     eth0",
+      "eth0");
+  EXPECT_EQ(outcome.result, 1);
+  EXPECT_EQ(outcome.address, "2001:db8::2");
 }
 
 // ---- Address texts --------------------------------------------------------------------------------------------

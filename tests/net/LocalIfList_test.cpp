@@ -73,124 +73,98 @@ TEST(IfAddrInfo, RecordsLieBackToBackInTheFixedLayout) {
 }
 
 TEST_F(LocalIfList, OfOneInterface_HasNameAddressAndUpperCaseHardwareAddress) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.1.2.3/24"});
-    Ip({"link set eth0 address 02:ab:cd:ef:09:f0"});
-    EXPECT_THAT(AskList(4), ElementsAre("eth0 10.1.2.3 02:AB:CD:EF:09:F0"));
-  });
+  AddInterface("eth0", {"10.1.2.3/24"});
+  Ip({"link set eth0 address 02:ab:cd:ef:09:f0"});
+  EXPECT_THAT(AskList(4), ElementsAre("eth0 10.1.2.3 02:AB:CD:EF:09:F0"));
 }
 
 TEST_F(LocalIfList, LongestTexts_AreWhole) {
-  InPrivateNetwork([] {
-    AddInterface("abcdefghijklmno", {"192.168.100.200/24"});
-    Ip({"link set abcdefghijklmno address fe:fe:fe:fe:fe:fe"});
-    EXPECT_THAT(AskList(1), ElementsAre("abcdefghijklmno 192.168.100.200 FE:FE:FE:FE:FE:FE"));
-  });
+  AddInterface("abcdefghijklmno", {"192.168.100.200/24"});
+  Ip({"link set abcdefghijklmno address fe:fe:fe:fe:fe:fe"});
+  EXPECT_THAT(AskList(1), ElementsAre("abcdefghijklmno 192.168.100.200 FE:FE:FE:FE:FE:FE"));
 }
 
 TEST_F(LocalIfList, BytesAfterNameAndAddress_AreNul) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.1.2.3/24"});
-    TIfAddrInfo record;
-    std::memset(&record, '#', sizeof record);
-    ASSERT_EQ(GetLocalIfList(&record, 1), 1);
-    EXPECT_EQ(std::string(record.szName, sizeof record.szName), "eth0" + std::string(12, '\0'));
-    EXPECT_EQ(std::string(record.szAddress, sizeof record.szAddress), "10.1.2.3" + std::string(8, '\0'));
-  });
+  AddInterface("eth0", {"10.1.2.3/24"});
+  TIfAddrInfo record;
+  std::memset(&record, '#', sizeof record);
+  ASSERT_EQ(GetLocalIfList(&record, 1), 1);
+  EXPECT_EQ(std::string(record.szName, sizeof record.szName), "eth0" + std::string(12, '\0'));
+  EXPECT_EQ(std::string(record.szAddress, sizeof record.szAddress), "10.1.2.3" + std::string(8, '\0'));
 }
 
-TEST_F(LocalIfList, WithoutInterfaces_IsEmpty) {
-  InPrivateNetwork([] { EXPECT_THAT(AskList(4), IsEmpty()); });
-}
+TEST_F(LocalIfList, WithoutInterfaces_IsEmpty) { EXPECT_THAT(AskList(4), IsEmpty()); }
 
 TEST_F(LocalIfList, InterfacesWithoutIPv4Address_AreLeftOut) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"2001:db8::5/64"});
-    AddInterface("eth1", {});
-    EXPECT_THAT(AskList(4), IsEmpty());
-  });
+  AddInterface("eth0", {"2001:db8::5/64"});
+  AddInterface("eth1", {});
+  EXPECT_THAT(AskList(4), IsEmpty());
 }
 
 TEST_F(LocalIfList, LoopbackAddress_IsLeftOutEvenOnARealInterface) {
-  InPrivateNetwork([] {
-    Ip({"link set lo up"});
-    AddInterface("eth0", {"127.0.0.1/32"});
-    AddInterface("eth1", {"10.1.2.3/24"});
-    EXPECT_THAT(NamesOf(AskList(4)), ElementsAre("eth1"));
-  });
+  Ip({"link set lo up"});
+  AddInterface("eth0", {"127.0.0.1/32"});
+  AddInterface("eth1", {"10.1.2.3/24"});
+  EXPECT_THAT(NamesOf(AskList(4)), ElementsAre("eth1"));
 }
 
 TEST_F(LocalIfList, HardwareAddressOfZeros_IsLeftOutWhateverTheAddress) {
-  InPrivateNetwork([] {
-    Ip({"link set lo up", "addr add 10.9.9.9/32 dev lo"});
-    AddInterface("eth0", {"10.1.2.3/24"});
-    EXPECT_THAT(NamesOf(AskList(4)), ElementsAre("eth0"));
-  });
+  Ip({"link set lo up", "addr add 10.9.9.9/32 dev lo"});
+  AddInterface("eth0", {"10.1.2.3/24"});
+  EXPECT_THAT(NamesOf(AskList(4)), ElementsAre("eth0"));
 }
 
 TEST_F(LocalIfList, StandsInTheReverseOfTheKernelsOrder) {
-  InPrivateNetwork([] {
-    AddInterface("eth1", {"10.1.1.1/24"}, 40);
-    AddInterface("eth2", {"10.1.2.1/24"}, 20);
-    AddInterface("eth3", {"10.1.3.1/24"}, 30);
-    std::vector<std::string> expected = KernelOrder();
-    ASSERT_EQ(expected.size(), 3U);
-    std::reverse(expected.begin(), expected.end());
-    EXPECT_EQ(NamesOf(AskList(8)), expected);
-  });
+  AddInterface("eth1", {"10.1.1.1/24"}, 40);
+  AddInterface("eth2", {"10.1.2.1/24"}, 20);
+  AddInterface("eth3", {"10.1.3.1/24"}, 30);
+  std::vector<std::string> expected = KernelOrder();
+  ASSERT_EQ(expected.size(), 3U);
+  std::reverse(expected.begin(), expected.end());
+  EXPECT_EQ(NamesOf(AskList(8)), expected);
 }
 
 TEST_F(LocalIfList, SeveralAddressesOfOneInterface_ComeOnceEach) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.1.1.1/24", "10.1.1.2/24"});
-    Ip({"addr add 10.2.2.2/24 dev eth0 label eth0:1", "link set eth0 address 02:00:00:00:00:01"});
-    EXPECT_THAT(AskList(8),
-                ::testing::UnorderedElementsAre("eth0 10.1.1.1 02:00:00:00:00:01", "eth0 10.1.1.2 02:00:00:00:00:01",
-                                                "eth0:1 10.2.2.2 02:00:00:00:00:01"));
-  });
+  AddInterface("eth0", {"10.1.1.1/24", "10.1.1.2/24"});
+  Ip({"addr add 10.2.2.2/24 dev eth0 label eth0:1", "link set eth0 address 02:00:00:00:00:01"});
+  EXPECT_THAT(AskList(8),
+              ::testing::UnorderedElementsAre("eth0 10.1.1.1 02:00:00:00:00:01", "eth0 10.1.1.2 02:00:00:00:00:01",
+                                              "eth0:1 10.2.2.2 02:00:00:00:00:01"));
 }
 
 TEST_F(LocalIfList, NeverFillsMoreThanMaxRecords) {
-  InPrivateNetwork([] {
-    AddInterface("eth1", {"10.1.1.1/24"});
-    AddInterface("eth2", {"10.1.2.1/24"});
-    AddInterface("eth3", {"10.1.3.1/24"});
-    EXPECT_THAT(NamesOf(AskList(2)), ElementsAre("eth3", "eth2"));
-    EXPECT_THAT(AskList(0), IsEmpty());
-    EXPECT_THAT(AskList(-1), IsEmpty());
-  });
+  AddInterface("eth1", {"10.1.1.1/24"});
+  AddInterface("eth2", {"10.1.2.1/24"});
+  AddInterface("eth3", {"10.1.3.1/24"});
+  EXPECT_THAT(NamesOf(AskList(2)), ElementsAre("eth3", "eth2"));
+  EXPECT_THAT(AskList(0), IsEmpty());
+  EXPECT_THAT(AskList(-1), IsEmpty());
 }
 
 TEST_F(LocalIfList, ARecordThatIsNotKept_IsOverwrittenByTheNext) {
-  InPrivateNetwork([] {
-    AddInterface("eth1", {"10.1.1.1/24"});
-    AddInterface("eth2", {"127.0.0.1/32"});
-    EXPECT_THAT(NamesOf(AskList(1)), ElementsAre("eth1"));
-  });
+  AddInterface("eth1", {"10.1.1.1/24"});
+  AddInterface("eth2", {"127.0.0.1/32"});
+  EXPECT_THAT(NamesOf(AskList(1)), ElementsAre("eth1"));
 }
 
 TEST_F(LocalIfList, MoreThan16Interfaces_OnlyTheKernelsFirst16AreSeen) {
-  InPrivateNetwork([] {
-    for (int i = 1; i <= 18; ++i) AddInterface("eth" + std::to_string(i), {"10.1." + std::to_string(i) + ".1/24"});
-    std::vector<std::string> expected = KernelOrder();
-    ASSERT_EQ(expected.size(), 18U);
-    expected.resize(16);
-    std::reverse(expected.begin(), expected.end());
-    EXPECT_EQ(NamesOf(AskList(32)), expected);
-  });
+  for (int i = 1; i <= 18; ++i) AddInterface("eth" + std::to_string(i), {"10.1." + std::to_string(i) + ".1/24"});
+  std::vector<std::string> expected = KernelOrder();
+  ASSERT_EQ(expected.size(), 18U);
+  expected.resize(16);
+  std::reverse(expected.begin(), expected.end());
+  EXPECT_EQ(NamesOf(AskList(32)), expected);
 }
 
 TEST_F(LocalIfList, InterfaceThatDoesNotAnswer_IsLeftOutWithoutAWord) {
-  InPrivateNetwork([] {
-    AddInterface("eth1", {"10.1.1.1/24"});
-    AddInterface("eth2", {"10.1.2.1/24"});
-    // The first request lists the interfaces; then each is asked for its address and its hardware address.
-    for (const int nth : {2, 3}) {
-      FailCall fail("ioctl", nth);
-      EXPECT_THAT(NamesOf(AskList(8)), ElementsAre("eth1")) << "with request " << nth << " failing";
-      EXPECT_TRUE(fail.Happened());
-    }
-  });
+  AddInterface("eth1", {"10.1.1.1/24"});
+  AddInterface("eth2", {"10.1.2.1/24"});
+  // The first request lists the interfaces; then each is asked for its address and its hardware address.
+  for (const int nth : {2, 3}) {
+    FailCall fail("ioctl", nth);
+    EXPECT_THAT(NamesOf(AskList(8)), ElementsAre("eth1")) << "with request " << nth << " failing";
+    EXPECT_TRUE(fail.Happened());
+  }
 }
 
 TEST_F(LocalIfList, WithoutSocket_Returns0AndSaysWhy) {

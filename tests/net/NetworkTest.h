@@ -1,38 +1,36 @@
 // SPDX-License-Identifier: MIT
-// What the tests of the network units share: a private network for each test, with an eye on its descriptors.
+// Fixture of the network tests: a private network for each test, and a check that no descriptor stays open.
 #pragma once
 
 #include <gtest/gtest.h>
-
-#include <functional>
 
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/PrivateNetwork.h"
 
 namespace devsupport::test {
 
-/// What the link file's driver offers.
+/// The file of the link driver.
 inline constexpr const char *kLinkFile = "/proc/avalanche/cpmac_link";
 
-/// Base of all tests that need interfaces of their own.
+/// Each test runs in a private network, whose only interface is a loopback that is down.
 class NetworkTest : public ::testing::Test {
  protected:
   void SetUp() override {
     if (!CanMakePrivateNetworks()) GTEST_SKIP() << "needs `ip` and the right to make network and mount namespaces";
+    EnterPrivateNetwork();
+    descriptors_ = CountDescriptors();
+  }
+  void TearDown() override {
+    RevealFolders();
+    if (IsSkipped()) return;
+    EXPECT_EQ(CountDescriptors(), descriptors_) << "descriptors leaked";
   }
 
-  /// Runs the test's body in a private network; no descriptor may be left open by it.
-  static void InPrivateNetwork(const std::function<void()> &body) {
-    EXPECT_EQ(RunInPrivateNetwork([&] {
-                const int before = CountDescriptors();
-                body();
-                EXPECT_EQ(CountDescriptors(), before) << "descriptors leaked";
-              }),
-              0);
-  }
+ private:
+  int descriptors_ = 0;
 };
 
-/// Asks for a link state; nothing may be printed and no descriptor left open on the way.
+/// Asks for a link state. The query must not print anything and must close its descriptors.
 inline int AskSilently(int (*query)()) {
   const int before = CountDescriptors();
   int result = -4711;

@@ -70,82 +70,62 @@ void WithVlan(const char *vlan, const std::function<void()> &body) {
 class WanIp : public NetworkTest {};
 
 TEST_F(WanIp, Ppp0WithIPv4_WinsOverTheOthers) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.3.0.1/24"});
-    AddInterface("esw0", {"10.2.0.1/24"});
-    AddInterface("ppp0", {"10.1.0.1/24", "2001:db8:1::1/64"});
-    EXPECT_EQ(Ask(), (TWan{1, "ppp0", "10.1.0.1", ""}));
-  });
+  AddInterface("eth0", {"10.3.0.1/24"});
+  AddInterface("esw0", {"10.2.0.1/24"});
+  AddInterface("ppp0", {"10.1.0.1/24", "2001:db8:1::1/64"});
+  EXPECT_EQ(Ask(), (TWan{1, "ppp0", "10.1.0.1", ""}));
 }
 
 TEST_F(WanIp, Ppp0WithGlobalIPv6Only_WinsOverIPv4OfTheOthers) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.3.0.1/24"});
-    AddInterface("esw0", {"10.2.0.1/24"});
-    AddInterface("ppp0", {"2001:db8:1::1/64"});
-    EXPECT_EQ(Ask(), (TWan{1, "ppp0", "2001:db8:1::1", WithoutIPv4("ppp0")}));
-  });
+  AddInterface("eth0", {"10.3.0.1/24"});
+  AddInterface("esw0", {"10.2.0.1/24"});
+  AddInterface("ppp0", {"2001:db8:1::1/64"});
+  EXPECT_EQ(Ask(), (TWan{1, "ppp0", "2001:db8:1::1", WithoutIPv4("ppp0")}));
 }
 
 TEST_F(WanIp, Ppp0WithLinkLocalAddressOnly_IsPassedOver) {
-  InPrivateNetwork([] {
-    AddInterface("esw0", {"10.2.0.1/24"});
-    AddInterface("ppp0", {"fe80::1/64"});
-    EXPECT_EQ(Ask(), (TWan{1, "esw0", "10.2.0.1", WithoutIPv4("ppp0")}));
-  });
+  AddInterface("esw0", {"10.2.0.1/24"});
+  AddInterface("ppp0", {"fe80::1/64"});
+  EXPECT_EQ(Ask(), (TWan{1, "esw0", "10.2.0.1", WithoutIPv4("ppp0")}));
 }
 
 TEST_F(WanIp, Esw0WithIPv4_WinsOverEth0) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.3.0.1/24"});
-    AddInterface("esw0", {"10.2.0.1/24", "2001:db8:2::1/64"});
-    EXPECT_EQ(Ask(), (TWan{1, "esw0", "10.2.0.1", Missing("ppp0")}));
-  });
+  AddInterface("eth0", {"10.3.0.1/24"});
+  AddInterface("esw0", {"10.2.0.1/24", "2001:db8:2::1/64"});
+  EXPECT_EQ(Ask(), (TWan{1, "esw0", "10.2.0.1", Missing("ppp0")}));
 }
 
 TEST_F(WanIp, Esw0WithGlobalIPv6Only_WinsOverEth0) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.3.0.1/24"});
-    AddInterface("esw0", {"2001:db8:2::1/64"});
-    EXPECT_EQ(Ask(), (TWan{1, "esw0", "2001:db8:2::1", Missing("ppp0") + WithoutIPv4("esw0")}));
-  });
+  AddInterface("eth0", {"10.3.0.1/24"});
+  AddInterface("esw0", {"2001:db8:2::1/64"});
+  EXPECT_EQ(Ask(), (TWan{1, "esw0", "2001:db8:2::1", Missing("ppp0") + WithoutIPv4("esw0")}));
 }
 
 TEST_F(WanIp, StoreThatIsNotOpen_MeansEth0) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.3.0.1/24"});
-    AddInterface("eth0.5", {"10.3.5.1/24"});
-    EXPECT_EQ(Ask(), (TWan{1, "eth0", "10.3.0.1", Missing("ppp0") + Missing("esw0")}));
-  });
+  AddInterface("eth0", {"10.3.0.1/24"});
+  AddInterface("eth0.5", {"10.3.5.1/24"});
+  EXPECT_EQ(Ask(), (TWan{1, "eth0", "10.3.0.1", Missing("ppp0") + Missing("esw0")}));
 }
 
 TEST_F(WanIp, Eth0WithGlobalIPv6Only_IsFound) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"2001:db8:3::1/64"});
-    EXPECT_EQ(Ask(), (TWan{1, "eth0", "2001:db8:3::1", Missing("ppp0") + Missing("esw0") + WithoutIPv4("eth0")}));
-  });
+  AddInterface("eth0", {"2001:db8:3::1/64"});
+  EXPECT_EQ(Ask(), (TWan{1, "eth0", "2001:db8:3::1", Missing("ppp0") + Missing("esw0") + WithoutIPv4("eth0")}));
 }
 
 TEST_F(WanIp, OtherInterfaces_AreNeverTheWan) {
-  InPrivateNetwork([] {
-    AddInterface("eth1", {"10.4.0.1/24"});
-    AddInterface("ppp1", {"10.5.0.1/24"});
-    EXPECT_EQ(Ask().result, 0);
-  });
+  AddInterface("eth1", {"10.4.0.1/24"});
+  AddInterface("ppp1", {"10.5.0.1/24"});
+  EXPECT_EQ(Ask().result, 0);
 }
 
 TEST_F(WanIp, NoAddressAnywhere_Returns0WithTheLastNameAndLoopback) {
-  InPrivateNetwork([] {
-    AddInterface("ppp0", {"fe80::1/64"});
-    EXPECT_EQ(Ask(), (TWan{0, "eth0", "127.0.0.1", WithoutIPv4("ppp0") + Missing("esw0") + Missing("eth0")}));
-  });
+  AddInterface("ppp0", {"fe80::1/64"});
+  EXPECT_EQ(Ask(), (TWan{0, "eth0", "127.0.0.1", WithoutIPv4("ppp0") + Missing("esw0") + Missing("eth0")}));
 }
 
 TEST_F(WanIp, Eth0WithLinkLocalAddressOnly_Returns0AndLeavesThatAddress) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"fe80::3/64"});
-    EXPECT_EQ(Ask(), (TWan{0, "eth0", "fe80::3", Missing("ppp0") + Missing("esw0") + WithoutIPv4("eth0")}));
-  });
+  AddInterface("eth0", {"fe80::3/64"});
+  EXPECT_EQ(Ask(), (TWan{0, "eth0", "fe80::3", Missing("ppp0") + Missing("esw0") + WithoutIPv4("eth0")}));
 }
 
 struct TVlan {
@@ -174,58 +154,47 @@ const TVlan kVlans[] = {
 class WanVlan : public NetworkTest, public ::testing::WithParamInterface<TVlan> {};
 
 TEST_P(WanVlan, Parameter) {
-  InPrivateNetwork([] {
-    const std::string &interface = GetParam().interface;
-    AddInterface(interface, {"10.3.0.1/24"});
-    WithVlan(GetParam().vlan, [&] {
-      EXPECT_EQ(Ask(), (TWan{1, interface, "10.3.0.1", Missing("ppp0") + Missing("esw0")}));
-    });
+  const std::string &interface = GetParam().interface;
+  AddInterface(interface, {"10.3.0.1/24"});
+  WithVlan(GetParam().vlan, [&] {
+    EXPECT_EQ(Ask(), (TWan{1, interface, "10.3.0.1", Missing("ppp0") + Missing("esw0")}));
   });
 }
 
 INSTANTIATE_TEST_SUITE_P(, WanVlan, ::testing::ValuesIn(kVlans), [](const auto &vlan) { return vlan.param.name; });
 
 TEST_F(WanIp, WithAVlan_Eth0ItselfIsNotAsked) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.3.0.1/24"});
-    AddInterface("eth0.4", {"10.3.4.1/24"});
-    WithVlan("5", [] {
-      EXPECT_EQ(Ask(), (TWan{0, "eth0.5", "127.0.0.1", Missing("ppp0") + Missing("esw0") + Missing("eth0.5")}));
-    });
+  AddInterface("eth0", {"10.3.0.1/24"});
+  AddInterface("eth0.4", {"10.3.4.1/24"});
+  WithVlan("5", [] {
+    EXPECT_EQ(Ask(), (TWan{0, "eth0.5", "127.0.0.1", Missing("ppp0") + Missing("esw0") + Missing("eth0.5")}));
   });
 }
 
 TEST_F(WanIp, WithAVlan_GlobalIPv6OfTheSubInterfaceIsFound) {
-  InPrivateNetwork([] {
-    AddInterface("eth0.5", {"2001:db8:5::1/64", "fe80::5/64"});
-    WithVlan("5", [] {
-      EXPECT_EQ(Ask(),
-                (TWan{1, "eth0.5", "2001:db8:5::1", Missing("ppp0") + Missing("esw0") + WithoutIPv4("eth0.5")}));
-    });
+  AddInterface("eth0.5", {"2001:db8:5::1/64", "fe80::5/64"});
+  WithVlan("5", [] {
+    EXPECT_EQ(Ask(), (TWan{1, "eth0.5", "2001:db8:5::1", Missing("ppp0") + Missing("esw0") + WithoutIPv4("eth0.5")}));
   });
 }
 
 TEST_F(WanIp, WithAVlan_Ppp0AndEsw0StillComeFirst) {
-  InPrivateNetwork([] {
-    AddInterface("eth0.5", {"10.3.5.1/24"});
-    AddInterface("esw0", {"10.2.0.1/24"});
-    WithVlan("5", [] {
-      EXPECT_EQ(Ask(), (TWan{1, "esw0", "10.2.0.1", Missing("ppp0")}));
-      AddInterface("ppp0", {"10.1.0.1/24"});
-      EXPECT_EQ(Ask(), (TWan{1, "ppp0", "10.1.0.1", ""}));
-    });
+  AddInterface("eth0.5", {"10.3.5.1/24"});
+  AddInterface("esw0", {"10.2.0.1/24"});
+  WithVlan("5", [] {
+    EXPECT_EQ(Ask(), (TWan{1, "esw0", "10.2.0.1", Missing("ppp0")}));
+    AddInterface("ppp0", {"10.1.0.1/24"});
+    EXPECT_EQ(Ask(), (TWan{1, "ppp0", "10.1.0.1", ""}));
   });
 }
 
 TEST_F(WanIp, VlanThatChanges_IsReadAfreshAtEveryCall) {
-  InPrivateNetwork([] {
-    AddInterface("eth0", {"10.3.0.1/24"});
-    AddInterface("eth0.5", {"10.3.5.1/24"});
-    WithVlan("5", [] {
-      EXPECT_EQ(Ask().interface, "eth0.5");
-      EXPECT_EQ(BerkDb_PutStr(g_uDb.tb_parameter, "vlan", "0"), 1);
-      EXPECT_EQ(Ask().interface, "eth0");
-    });
+  AddInterface("eth0", {"10.3.0.1/24"});
+  AddInterface("eth0.5", {"10.3.5.1/24"});
+  WithVlan("5", [] {
+    EXPECT_EQ(Ask().interface, "eth0.5");
+    EXPECT_EQ(BerkDb_PutStr(g_uDb.tb_parameter, "vlan", "0"), 1);
+    EXPECT_EQ(Ask().interface, "eth0");
   });
 }
 

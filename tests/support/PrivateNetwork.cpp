@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <vector>
 
 #include "tests/support/Child.h"
 
@@ -20,12 +21,18 @@ namespace {
 constexpr int kNamespaces = CLONE_NEWNET | CLONE_NEWNS | CLONE_NEWIPC;
 constexpr int kMaxDescriptors = 1024;
 
+// The hidden folders, in the order of hiding.
+std::vector<std::string> &Hidden() {
+  static std::vector<std::string> paths;
+  return paths;
+}
+
 bool WriteText(const char *path, const std::string &text) {
   std::ofstream file(path);
   return (file << text << std::flush).good();
 }
 
-/// Root makes the namespaces as such; everybody else becomes root of a user namespace first.
+/// Root makes the namespaces directly; other users make a user namespace too, in which they are root.
 bool EnterNamespaces() {
   const std::string user = std::to_string(::geteuid());
   const std::string group = std::to_string(::getegid());
@@ -52,13 +59,8 @@ bool CanMakePrivateNetworks() {
   return child.Wait() == 0;
 }
 
-int RunInPrivateNetwork(const std::function<void()> &body) {
-  Child child([&] {
-    if (!EnterNamespaces()) throw std::runtime_error("cannot make a private network");
-    body();
-    return 0;
-  });
-  return child.Wait();
+void EnterPrivateNetwork() {
+  if (!EnterNamespaces()) throw std::runtime_error("cannot make a private network");
 }
 
 void Ip(std::initializer_list<std::string> commands) {
@@ -68,7 +70,7 @@ void Ip(std::initializer_list<std::string> commands) {
 }
 
 void AddInterface(const std::string &name, std::initializer_list<std::string> addresses, int index) {
-  // The other end of the pair has no address; it takes an index that tests do not use.
+  // The other end of the pair has no address and an index that tests do not use.
   static int nextPeer = 0;
   const std::string peer = "peer" + std::to_string(++nextPeer);
   std::string batch = "link add " + (index > 0 ? "index " + std::to_string(index) + " " : "") + "name " + name +
@@ -84,6 +86,11 @@ void AddInterface(const std::string &name, std::initializer_list<std::string> ad
 
 void HideFolder(const std::string &path) {
   if (::mount("tmpfs", path.c_str(), "tmpfs", 0, nullptr) != 0) throw std::runtime_error("cannot hide " + path);
+  Hidden().push_back(path);
+}
+
+void RevealFolders() {
+  for (; !Hidden().empty(); Hidden().pop_back()) ::umount2(Hidden().back().c_str(), MNT_DETACH);
 }
 
 void WriteFile(const std::string &path, const std::string &text) {
