@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// QueueMessage queues: what opening, sending, receiving and removing answer and print, on real queues.
+// Message queues: what opening, sending, receiving and removing return and print, with real queues.
 
 #include <devsupport/ipc/MessageQueue.h>
 #include <gtest/gtest.h>
@@ -36,6 +36,8 @@ struct QueueMessage {
   char data[1024];
 };
 
+constexpr std::int32_t kRoom = sizeof QueueMessage::data;
+
 QueueMessage Filled(long type, char fill) {
   QueueMessage message{};
   message.type = type;
@@ -43,13 +45,17 @@ QueueMessage Filled(long type, char fill) {
   return message;
 }
 
-class MsgQueue : public ::testing::Test {
+/// A key without a queue.
+class MsgKey : public ::testing::Test {
  protected:
-  int Open() { return id_ = KMsgQue_Open(key_, 0); }
-
   void Send(long type, std::int32_t bytes, char fill = 'x') {
     const QueueMessage message = Filled(type, fill);
     ASSERT_EQ(KMsgQue_Send(id_, &message, bytes, 0), 1);
+  }
+
+  /// Receives to got_ and length_.
+  int Get(std::int32_t capacity, std::int32_t type = 0, std::int32_t flags = 0) {
+    return KMsgQue_Get(id_, &got_, capacity, type, &length_, flags);
   }
 
   // Leaves room for bytes of data in the queue.
@@ -71,16 +77,23 @@ class MsgQueue : public ::testing::Test {
 
   IpcKey key_;
   int id_ = -1;
+  QueueMessage got_ = Filled(-1, '#');
+  std::int32_t length_ = kUnwritten;
+};
+
+/// A key with an empty queue.
+class MsgQueue : public MsgKey {
+ protected:
+  void SetUp() override { ASSERT_NE(id_ = KMsgQue_Open(key_, 0), -1); }
 };
 
 TEST_F(MsgQueue, Open_OnANewKey_MakesAQueueThatEverybodyMayUse) {
-  ASSERT_NE(Open(), -1);
   msqid_ds info{};
   ASSERT_EQ(::msgctl(id_, IPC_STAT, &info), 0);
   EXPECT_EQ(info.msg_perm.mode & 0777u, 0666u);
 }
 
-TEST_F(MsgQueue, Open_Twice_GivesTheSameIdentifierAndPrintsNothing) {
+TEST_F(MsgKey, Open_Twice_GivesTheSameIdentifierAndPrintsNothing) {
   CapturedOutput err(stderr);
   const int first = KMsgQue_Open(key_, 0);
   const int second = KMsgQue_Open(key_, 0);
@@ -90,14 +103,12 @@ TEST_F(MsgQueue, Open_Twice_GivesTheSameIdentifierAndPrintsNothing) {
 }
 
 TEST_F(MsgQueue, Open_WithoutFlush_KeepsWhatWaits) {
-  Open();
   Send(1, 8);
   KMsgQue_Open(key_, 0);
   EXPECT_EQ(Waiting(), 1);
 }
 
 TEST_F(MsgQueue, Open_WithFlush_EmptiesTheQueueOfEveryTypeAndLength) {
-  Open();
   Send(1, 0);
   Send(7, 244);
   Send(2, 245);  // one byte more than the flush receives at once
@@ -110,7 +121,7 @@ TEST_F(MsgQueue, Open_WithFlush_EmptiesTheQueueOfEveryTypeAndLength) {
   EXPECT_EQ(Waiting(), 0);
 }
 
-TEST_F(MsgQueue, Open_ThatFails_PrintsTheKeyWithTheTwoAndReturnsMinus1) {
+TEST_F(MsgKey, Open_ThatFails_PrintsTheKeyWithTheTwoAndReturnsMinus1) {
   CapturedOutput err(stderr);
   int id = 0;
   {
@@ -123,7 +134,6 @@ TEST_F(MsgQueue, Open_ThatFails_PrintsTheKeyWithTheTwoAndReturnsMinus1) {
 }
 
 TEST_F(MsgQueue, Flush_OfARemovedQueue_IsSilent) {
-  Open();
   KMsgQue_Close(key_);
   CapturedOutput err(stderr);
   errno = kPresetErrno;
@@ -133,7 +143,6 @@ TEST_F(MsgQueue, Flush_OfARemovedQueue_IsSilent) {
 }
 
 TEST_F(MsgQueue, Close_RemovesTheQueueWithWhatWaits) {
-  Open();
   Send(1, 8);
   CapturedOutput err(stderr);
   KMsgQue_Close(key_);
@@ -141,7 +150,7 @@ TEST_F(MsgQueue, Close_RemovesTheQueueWithWhatWaits) {
   EXPECT_FALSE(Exists());
 }
 
-TEST_F(MsgQueue, Close_OfAKeyWithoutQueue_IsQuietAndLeavesNone) {
+TEST_F(MsgKey, Close_OfAKeyWithoutQueue_IsQuietAndLeavesNone) {
   CapturedOutput err(stderr);
   KMsgQue_Close(key_);
   EXPECT_FALSE(Exists());
@@ -150,7 +159,7 @@ TEST_F(MsgQueue, Close_OfAKeyWithoutQueue_IsQuietAndLeavesNone) {
   EXPECT_EQ(err.Take(), "");
 }
 
-TEST_F(MsgQueue, Close_WhereTheQueueCannotBeFound_PrintsTheKeyAndStops) {
+TEST_F(MsgKey, Close_WhereTheQueueCannotBeFound_PrintsTheKeyAndStops) {
   CapturedOutput err(stderr);
   {
     FailCall fail("msgget", 1);
@@ -172,42 +181,30 @@ TEST_F(MsgQueue, Close_WhereTheQueueCannotBeRemoved_PrintsSo) {
 }
 
 TEST_F(MsgQueue, SendAndGet_CarryTypeDataAndLength) {
-  Open();
   QueueMessage sent = Filled(42, 'a');
   CapturedOutput err(stderr);
   ASSERT_EQ(KMsgQue_Send(id_, &sent, 17, 1), 1);
-  QueueMessage got = Filled(-1, '#');
-  std::int32_t length = kUnwritten;
-  EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, 0), 1);
+  EXPECT_EQ(Get(kRoom), 1);
   EXPECT_EQ(err.Take(), "");
-  EXPECT_EQ(length, 17);
-  EXPECT_EQ(got.type, 42);
-  EXPECT_EQ(std::string(got.data, 18), std::string(17, 'a') + "#");
+  EXPECT_EQ(length_, 17);
+  EXPECT_EQ(got_.type, 42);
+  EXPECT_EQ(std::string(got_.data, 18), std::string(17, 'a') + "#");
 }
 
 TEST_F(MsgQueue, Get_WithoutLengthPointer_Receives) {
-  Open();
   Send(1, 3);
-  QueueMessage got{};
-  EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, nullptr, 0), 1);
+  EXPECT_EQ(KMsgQue_Get(id_, &got_, kRoom, 0, nullptr, 0), 1);
 }
 
 TEST_F(MsgQueue, Get_OfAMessageWithoutData_StoresLength0) {
-  Open();
   Send(1, 0);
-  QueueMessage got{};
-  std::int32_t length = kUnwritten;
-  EXPECT_EQ(KMsgQue_Get(id_, &got, 0, 0, &length, 0), 1);
-  EXPECT_EQ(length, 0);
+  EXPECT_EQ(Get(0), 1);
+  EXPECT_EQ(length_, 0);
 }
 
 TEST_F(MsgQueue, Get_ChoosesByType) {
-  Open();
   for (const long type : {5L, 3L, 4L, 3L}) Send(type, static_cast<std::int32_t>(type));
-  const auto next = [this](std::int32_t wanted) {
-    QueueMessage got{};
-    return KMsgQue_Get(id_, &got, sizeof got.data, wanted, nullptr, IPC_NOWAIT) == 1 ? got.type : 0;
-  };
+  const auto next = [this](std::int32_t wanted) { return Get(kRoom, wanted, IPC_NOWAIT) == 1 ? got_.type : 0; };
   EXPECT_EQ(next(4), 4);    // the first of this type
   EXPECT_EQ(next(-4), 3);   // the lowest type up to 4
   EXPECT_EQ(next(0), 5);    // the oldest
@@ -216,81 +213,64 @@ TEST_F(MsgQueue, Get_ChoosesByType) {
 }
 
 TEST_F(MsgQueue, Get_OnAnEmptyQueueWithoutWait_Returns0AndStoresAndPrintsNothing) {
-  Open();
   CapturedOutput err(stderr);
-  QueueMessage got = Filled(-1, '#');
-  std::int32_t length = kUnwritten;
-  EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, IPC_NOWAIT), 0);
+  EXPECT_EQ(Get(kRoom, 0, IPC_NOWAIT), 0);
   EXPECT_EQ(err.Take(), "");
-  EXPECT_EQ(length, kUnwritten);
-  EXPECT_EQ(got.type, -1);
-  EXPECT_EQ(got.data[0], '#');
+  EXPECT_EQ(length_, kUnwritten);
+  EXPECT_EQ(got_.type, -1);
+  EXPECT_EQ(got_.data[0], '#');
 }
 
 TEST_F(MsgQueue, Get_OfATypeThatDoesNotWait_Returns0AndLeavesTheOthers) {
-  Open();
   Send(1, 8);
-  QueueMessage got{};
-  EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 2, nullptr, IPC_NOWAIT), 0);
+  EXPECT_EQ(Get(kRoom, 2, IPC_NOWAIT), 0);
   EXPECT_EQ(Waiting(), 1);
 }
 
 TEST_F(MsgQueue, Get_OfAnOversizeMessage_Returns3AndLeavesItInTheQueue) {
-  Open();
   Send(1, 9);
   CapturedOutput err(stderr);
-  QueueMessage got = Filled(-1, '#');
-  std::int32_t length = kUnwritten;
-  EXPECT_EQ(KMsgQue_Get(id_, &got, 8, 0, &length, 0), 3);
+  EXPECT_EQ(Get(8), 3);
   EXPECT_EQ(err.Take(), "");
-  EXPECT_EQ(length, kUnwritten);
-  EXPECT_EQ(got.data[0], '#');
+  EXPECT_EQ(length_, kUnwritten);
+  EXPECT_EQ(got_.data[0], '#');
   EXPECT_EQ(Waiting(), 1);
 }
 
 TEST_F(MsgQueue, Get_OfAnOversizeMessageWithNoError_CutsItToTheCapacity) {
-  Open();
   Send(1, 9);
-  QueueMessage got = Filled(-1, '#');
-  std::int32_t length = kUnwritten;
-  EXPECT_EQ(KMsgQue_Get(id_, &got, 8, 0, &length, MSG_NOERROR), 1);
-  EXPECT_EQ(length, 8);
-  EXPECT_EQ(std::string(got.data, 9), "xxxxxxxx#");
+  EXPECT_EQ(Get(8, 0, MSG_NOERROR), 1);
+  EXPECT_EQ(length_, 8);
+  EXPECT_EQ(std::string(got_.data, 9), "xxxxxxxx#");
   EXPECT_EQ(Waiting(), 0);
 }
 
 TEST_F(MsgQueue, Get_InterruptedBySignals_Returns4AndPrintsNothing) {
-  Open();
-  // The interval repeats the signal, so that one comes during the wait however late the wait begins.
+  // The timer repeats the signal, so that one arrives during the wait even when the wait begins late.
   struct sigaction ignored {};
   ignored.sa_handler = [](int) {};
-  ignored.sa_flags = SA_RESTART;  // the wait is interrupted all the same
+  ignored.sa_flags = SA_RESTART;  // msgrcv() is not restarted even so
   struct sigaction before {};
   ASSERT_EQ(::sigaction(SIGALRM, &ignored, &before), 0);
   const itimerval everyMillisecond{{0, 1000}, {0, 1000}};
   const itimerval never{};
   CapturedOutput err(stderr);
-  QueueMessage got{};
-  std::int32_t length = kUnwritten;
   ::setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
-  const int result = KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, 0);
+  const int result = Get(kRoom);
   ::setitimer(ITIMER_REAL, &never, nullptr);
   ::sigaction(SIGALRM, &before, nullptr);
   EXPECT_EQ(err.Take(), "");
   EXPECT_EQ(result, 4);
-  EXPECT_EQ(length, kUnwritten);
+  EXPECT_EQ(length_, kUnwritten);
 }
 
 TEST_F(MsgQueue, Get_OnARemovedQueue_PrintsIdentifierAndFlagsAndReturns5) {
-  Open();
   KMsgQue_Close(key_);
   CapturedOutput err(stderr);
-  QueueMessage got{};
-  std::int32_t length = kUnwritten;
-  EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, IPC_NOWAIT | MSG_NOERROR), 5);
+  EXPECT_EQ(Get(kRoom, 0, IPC_NOWAIT | MSG_NOERROR), 5);
   EXPECT_EQ(errno, EINVAL);
   EXPECT_EQ(err.Take(), "KMsgQue_Get: msgrcv(MsgQ ID: " + IdText() + ", Flag:6144) failed(Invalid argument)\n");
-  EXPECT_EQ(length, kUnwritten);
+  EXPECT_EQ(length_, kUnwritten);
 }
 
 // True once the process sleeps in a system call.
@@ -303,32 +283,27 @@ bool Sleeps(pid_t pid) {
 }
 
 TEST_F(MsgQueue, Get_WhoseQueueIsRemovedDuringTheWait_PrintsSoAndReturns5) {
-  Open();
   CapturedOutput err(stderr);
   Event aboutToWait;
   Child receiver([&] {
-    QueueMessage got{};
     aboutToWait.Announce();
-    return KMsgQue_Get(id_, &got, sizeof got.data, 0, nullptr, 0);
+    return Get(kRoom);
   });
   aboutToWait.Wait();
-  while (!Sleeps(receiver.Pid())) ::sched_yield();  // from the announcement on, it sleeps nowhere else
+  while (!Sleeps(receiver.Pid())) ::sched_yield();  // after the announcement it sleeps only in the wait
   KMsgQue_Close(key_);
   EXPECT_EQ(receiver.Wait(), 5);
   EXPECT_EQ(err.Take(), "KMsgQue_Get: msgrcv(MsgQ ID: " + IdText() + ", Flag:0) failed(Identifier removed)\n");
 }
 
 TEST_F(MsgQueue, Get_WithNegativeCapacity_IsRefused) {
-  Open();
   Send(1, 8);
   CapturedOutput err(stderr);
-  QueueMessage got{};
-  EXPECT_EQ(KMsgQue_Get(id_, &got, -1, 0, nullptr, IPC_NOWAIT), 5);
+  EXPECT_EQ(Get(-1, 0, IPC_NOWAIT), 5);
   EXPECT_EQ(err.Take(), "KMsgQue_Get: msgrcv(MsgQ ID: " + IdText() + ", Flag:2048) failed(Invalid argument)\n");
 }
 
 TEST_F(MsgQueue, Send_OnAFullQueueWithoutWait_PrintsFlag2048AndReturns0) {
-  Open();
   Limit(16);
   Send(1, 10);
   const QueueMessage message = Filled(1, 'y');
@@ -341,7 +316,6 @@ TEST_F(MsgQueue, Send_OnAFullQueueWithoutWait_PrintsFlag2048AndReturns0) {
 }
 
 TEST_F(MsgQueue, Send_OnAFullQueueWithWait_GoesOnWhenThereIsRoom) {
-  Open();
   Limit(16);
   Send(1, 10);
   Event aboutToWait;
@@ -352,14 +326,12 @@ TEST_F(MsgQueue, Send_OnAFullQueueWithWait_GoesOnWhenThereIsRoom) {
   });
   aboutToWait.Wait();
   while (!Sleeps(sender.Pid())) ::sched_yield();
-  QueueMessage got{};
-  EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 1, nullptr, 0), 1);
-  EXPECT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 2, nullptr, 0), 1);
+  EXPECT_EQ(Get(kRoom, 1), 1);
+  EXPECT_EQ(Get(kRoom, 2), 1);
   EXPECT_EQ(sender.Wait(), 1);
 }
 
 TEST_F(MsgQueue, Send_WithWaitOnARemovedQueue_PrintsFlag0AndReturns0) {
-  Open();
   KMsgQue_Close(key_);
   const QueueMessage message = Filled(1, 'y');
   CapturedOutput err(stderr);
@@ -368,7 +340,6 @@ TEST_F(MsgQueue, Send_WithWaitOnARemovedQueue_PrintsFlag0AndReturns0) {
 }
 
 TEST_F(MsgQueue, Send_OfTypeNotPositiveOrNegativeSize_IsRefused) {
-  Open();
   const std::string refused = "KMsgQue_Send: msgsnd(MsgQ ID:" + IdText() + ", Flag:2048) failed(Invalid argument)\n";
   CapturedOutput err(stderr);
   QueueMessage message = Filled(0, 'y');
@@ -382,7 +353,6 @@ TEST_F(MsgQueue, Send_OfTypeNotPositiveOrNegativeSize_IsRefused) {
 TEST_F(MsgQueue, ManyProcesses_ReceiveEveryMessageOnce) {
   constexpr int kSenders = 3;
   constexpr int kEach = 300;
-  Open();
   std::vector<Child> senders;
   for (int sender = 0; sender < kSenders; ++sender) {
     senders.emplace_back([this, sender] {
@@ -397,13 +367,12 @@ TEST_F(MsgQueue, ManyProcesses_ReceiveEveryMessageOnce) {
   }
   int next[kSenders] = {};
   for (int n = 0; n < kSenders * kEach; ++n) {
-    QueueMessage got{};
-    std::int32_t length = kUnwritten;
     int value = -1;
-    ASSERT_EQ(KMsgQue_Get(id_, &got, sizeof got.data, 0, &length, 0), 1);
-    ASSERT_EQ(length, static_cast<std::int32_t>(sizeof value));
-    std::memcpy(&value, got.data, sizeof value);
-    ASSERT_EQ(value, next[got.type - 1]++);
+    length_ = kUnwritten;
+    ASSERT_EQ(Get(kRoom), 1);
+    ASSERT_EQ(length_, static_cast<std::int32_t>(sizeof value));
+    std::memcpy(&value, got_.data, sizeof value);
+    ASSERT_EQ(value, next[got_.type - 1]++);
   }
   for (Child &sender : senders) EXPECT_EQ(sender.Wait(), 0);
   EXPECT_EQ(Waiting(), 0);

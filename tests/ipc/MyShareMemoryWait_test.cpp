@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
-// How an operation of the ring waits for the semaphore: some attempts first, then asleep, and a real-time process
-// asleep at once.
+// How the ring's operations wait for the semaphore: first some attempts, then sleep. A real-time process sleeps at
+// once. A signal interrupts the plain lock only.
 
 #include <sched.h>
+#include <sys/time.h>
 
 #include <algorithm>
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -13,9 +15,9 @@
 
 namespace {
 
-// What the operation asked of the kernel, in its order: "try", "wait", "give", "yield".
+// The calls of the kernel in their order: "try", "wait", "give", "yield".
 std::vector<std::string> g_calls;
-// So many attempts find the semaphore held; then comes this error, or, with 0, the kernel's own answer.
+// The number of attempts that find the semaphore held, and the error after them; with 0 the kernel answers.
 int g_held = 0;
 int g_thenError = 0;
 
@@ -50,7 +52,9 @@ extern "C" int __wrap_sched_yield() {
 
 namespace {
 
+using devsupport::test::AwaitWaiter;
 using devsupport::test::Child;
+using devsupport::test::Event;
 using Calls = std::vector<std::string>;
 
 class RingWait : public devsupport::test::RingFixture {
@@ -67,7 +71,7 @@ class RingWait : public devsupport::test::RingFixture {
     RingFixture::TearDown();
   }
 
-  // The calls of a push by a process of a scheduling policy, while somebody holds the semaphore for long.
+  // Whether a push by a process of this scheduling policy sleeps at once when the semaphore is held.
   static int SleepsAtOnce(int policy, TShmQueue &que) {
     sched_param parameters{};
     parameters.sched_priority = ::sched_get_priority_min(policy);
@@ -141,6 +145,49 @@ TEST_F(RingWait, WhoSleeps_GoesBeforeThoseWhoTry) {
     return 0;
   });
   EXPECT_EQ(sleeping.Wait(), 0);
+}
+
+void CountSignal(int /*signal*/) {}
+
+void CatchAlarms() {
+  struct sigaction action {};
+  action.sa_handler = CountSignal;
+  ::sigaction(SIGALRM, &action, nullptr);
+}
+
+TEST_F(RingWait, InterruptedWait_IsTakenUpAgainAndGivenBackOnce) {
+  ASSERT_EQ(TShmQueue_Lock(&ring), 1);
+  Event done;
+  Child child([&] {
+    CatchAlarms();
+    // Every 100 us until the lock is taken, so that the wait below is interrupted repeatedly.
+    const itimerval often{{0, 100}, {0, 100}};
+    ::setitimer(ITIMER_REAL, &often, nullptr);
+    const int pushed = PushText(ring, "a");
+    done.Announce();
+    return pushed;
+  });
+  for (int i = 0; i < 100; ++i) AwaitWaiter(ring.semid);
+  EXPECT_FALSE(done.TryWait());
+  EXPECT_EQ(SemValue(), 0);
+  EXPECT_EQ(TShmQueue_Unlock(&ring), 1);
+  EXPECT_EQ(child.Wait(), 1);
+  EXPECT_EQ(SemValue(), 1);
+  EXPECT_EQ(GetText(ring), "a");
+}
+
+TEST_F(RingWait, Lock_InterruptedByASignal_Returns0) {
+  ASSERT_EQ(TShmQueue_Lock(&ring), 1);
+  Child child([&] {
+    CatchAlarms();
+    const int result = TShmQueue_Lock(&ring);
+    EXPECT_EQ(errno, EINTR);
+    return result;
+  });
+  AwaitWaiter(ring.semid);
+  child.Signal(SIGALRM);
+  EXPECT_EQ(child.Wait(), 0);
+  EXPECT_EQ(SemValue(), 0);
 }
 
 }  // namespace

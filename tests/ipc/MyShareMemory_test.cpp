@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The shared ring's cells: storing, overwriting, taking, counting, clearing, locking.
+// The shared ring's cells: store, overwrite, take, count, clear, lock.
 
 #include <devsupport/ipc/MyShareMemory.h>
 #include <devsupport/ipc/Semaphore.h>
-#include <sys/time.h>
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <thread>
@@ -23,25 +21,29 @@ namespace {
 
 using namespace devsupport::test;
 
-class Ring : public RingFixture {};
+/// A ring of 3 cells of 8 bytes.
+class Ring : public RingFixture {
+ protected:
+  void SetUp() override { ASSERT_EQ(Create(ring, 3, 8), 1); }
+};
+
+/// Tests that choose the size of the ring.
+class AnyRing : public RingFixture {};
 
 TEST_F(Ring, Push_FillsExactlyTheCellsAskedFor) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   for (const char *text : {"a", "b", "c"}) EXPECT_EQ(PushText(ring, text), 1);
   EXPECT_EQ(TShmQueue_GetCount(&ring), 3);
 }
 
 TEST_F(Ring, Push_WhenTheSemaphoreCannotBeTaken_RunsUnlockedAndDoesNotGiveItBack) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   const FailCall noRoomForTheUndo("semop", 1);
   EXPECT_EQ(PushText(ring, "a"), 1);
   EXPECT_TRUE(noRoomForTheUndo.Happened());
-  EXPECT_EQ(SemValue(), 1) << "two at once could come in from now on";
+  EXPECT_EQ(SemValue(), 1) << "two processes could enter at the same time";
   EXPECT_EQ(GetText(ring), "a");
 }
 
 TEST_F(Ring, Push_OnFullRing_Returns0AndStoresNothing) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   for (const char *text : {"a", "b", "c"}) PushText(ring, text);
   const auto before = Bytes(ring);
   EXPECT_EQ(PushText(ring, "d"), 0);
@@ -50,13 +52,11 @@ TEST_F(Ring, Push_OnFullRing_Returns0AndStoresNothing) {
 }
 
 TEST_F(Ring, PushOverwrite_WithRoom_Returns1) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   for (const char *text : {"a", "b", "c"}) EXPECT_EQ(OverwriteText(ring, text), 1);
   EXPECT_EQ(TShmQueue_GetCount(&ring), 3);
 }
 
 TEST_F(Ring, PushOverwrite_OnFullRing_Returns0AndDropsTheOldestCell) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   for (const char *text : {"a", "b", "c"}) PushText(ring, text);
   EXPECT_EQ(OverwriteText(ring, "d"), 0);
   EXPECT_EQ(TShmQueue_GetCount(&ring), 3);
@@ -64,14 +64,12 @@ TEST_F(Ring, PushOverwrite_OnFullRing_Returns0AndDropsTheOldestCell) {
 }
 
 TEST_F(Ring, PushOverwrite_ManyTimesRound_KeepsTheNewestCells) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   for (int i = 0; i < 100; ++i) EXPECT_EQ(OverwriteText(ring, std::to_string(i)), i < 3 ? 1 : 0);
   for (const char *text : {"97", "98", "99", "<empty>"}) EXPECT_EQ(GetText(ring), text);
 }
 
 TEST_F(Ring, Push_OfLength0_Returns0WithoutLocking) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
-  ASSERT_EQ(TShmQueue_Lock(&ring), 1);  // a second lock would wait for ever
+  ASSERT_EQ(TShmQueue_Lock(&ring), 1);  // another lock would wait for ever
   EXPECT_EQ(TShmQueue_Push(&ring, "x", 0), 0);
   EXPECT_EQ(TShmQueue_PushOverwrite(&ring, "x", 0), 0);
   EXPECT_EQ(TShmQueue_Push(&ring, nullptr, 0), 0);
@@ -80,7 +78,6 @@ TEST_F(Ring, Push_OfLength0_Returns0WithoutLocking) {
 }
 
 TEST_F(Ring, Push_OfMoreThanACell_StoresTheCellSizeAndThatLength) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   EXPECT_EQ(PushText(ring, "0123456789"), 1);
   EXPECT_EQ(OverwriteText(ring, "ABCDEFGHIJ"), 1);
   PushText(ring, "next");
@@ -94,7 +91,6 @@ TEST_F(Ring, Push_OfMoreThanACell_StoresTheCellSizeAndThatLength) {
 }
 
 TEST_F(Ring, Get_OnEmptyRing_Returns0AndLength0AndLeavesTheBuffer) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   char buffer[9] = "########";
   std::uint32_t stored = 4711;
   EXPECT_EQ(TShmQueue_Get(&ring, buffer, &stored, 0), 0);
@@ -103,35 +99,32 @@ TEST_F(Ring, Get_OnEmptyRing_Returns0AndLength0AndLeavesTheBuffer) {
   EXPECT_EQ(TShmQueue_Get(&ring, buffer, nullptr, 0), 0);
 }
 
-TEST_F(Ring, Get_WithSmallBuffer_CopiesWhatFitsAndReportsTheWholeLength) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
-  PushText(ring, "0123456");
+struct Taken {
+  const char *name;
+  const char *text;
+  std::uint16_t room;
+  const char *copied;
+};
+class RingGet : public Ring, public ::testing::WithParamInterface<Taken> {};
+
+TEST_P(RingGet, CopiesWhatFitsAndReportsTheWholeLength) {
+  const auto [name, text, room, copied] = GetParam();
+  PushText(ring, text);
   char buffer[9] = "########";
   std::uint32_t stored = 4711;
-  EXPECT_EQ(TShmQueue_Get(&ring, buffer, &stored, 3), 1);
-  EXPECT_EQ(stored, 7u);
-  EXPECT_STREQ(buffer, "012#####");
+  EXPECT_EQ(TShmQueue_Get(&ring, buffer, &stored, room), 1);
+  EXPECT_EQ(stored, std::strlen(text));
+  EXPECT_STREQ(buffer, copied);
   EXPECT_EQ(TShmQueue_GetCount(&ring), 0);
 }
 
-TEST_F(Ring, Get_WithLargeBuffer_CopiesTheStoredLengthOnly) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
-  PushText(ring, "012");
-  char buffer[9] = "########";
-  EXPECT_EQ(TShmQueue_Get(&ring, buffer, nullptr, 9), 1);
-  EXPECT_STREQ(buffer, "012#####");
-}
-
-TEST_F(Ring, Get_WithBufferSize0_CopiesTheStoredLength) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
-  PushText(ring, "01234");
-  char buffer[9] = "########";
-  EXPECT_EQ(TShmQueue_Get(&ring, buffer, nullptr, 0), 1);
-  EXPECT_STREQ(buffer, "01234###");
-}
+INSTANTIATE_TEST_SUITE_P(, RingGet,
+                         ::testing::Values(Taken{"SmallBuffer", "0123456", 3, "012#####"},
+                                           Taken{"LargeBuffer", "012", 9, "012#####"},
+                                           Taken{"NoLimit", "01234", 0, "01234###"}),
+                         [](const auto &given) { return given.param.name; });
 
 TEST_F(Ring, GetCount_AfterWrapAround_CountsAcrossTheEnd) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   for (const char *text : {"a", "b", "c"}) PushText(ring, text);
   GetText(ring);
   GetText(ring);
@@ -143,7 +136,6 @@ TEST_F(Ring, GetCount_AfterWrapAround_CountsAcrossTheEnd) {
 }
 
 TEST_F(Ring, CurrentCellCount_TakesNoLock) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   PushText(ring, "a");
   ASSERT_EQ(TShmQueue_Lock(&ring), 1);
   EXPECT_EQ(_TShmQueue_CurrentCellCount(&ring), 1);
@@ -151,7 +143,6 @@ TEST_F(Ring, CurrentCellCount_TakesNoLock) {
 }
 
 TEST_F(Ring, Clear_PutsBothCursorsToSlot0AndLeavesTheCellsBytes) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   for (const char *text : {"a", "b", "c"}) PushText(ring, text);
   GetText(ring);
   auto expected = Bytes(ring);
@@ -162,7 +153,7 @@ TEST_F(Ring, Clear_PutsBothCursorsToSlot0AndLeavesTheCellsBytes) {
   EXPECT_EQ(SemValue(), 1);
 }
 
-TEST_F(Ring, OddCellSize_WorksOnUnalignedSlots) {
+TEST_F(AnyRing, OddCellSize_WorksOnUnalignedSlots) {
   ASSERT_EQ(Create(ring, 4, 5), 1);
   for (int round = 0; round < 20; ++round) {
     for (const char *text : {"12345", "1", "123"}) EXPECT_EQ(PushText(ring, text), 1);
@@ -170,7 +161,7 @@ TEST_F(Ring, OddCellSize_WorksOnUnalignedSlots) {
   }
 }
 
-TEST_F(Ring, OfNoCells_IsFullAndEmptyAtOnce) {
+TEST_F(AnyRing, OfNoCells_IsFullAndEmptyAtOnce) {
   ASSERT_EQ(Create(ring, 0, 8), 1);
   EXPECT_EQ(PushText(ring, "a"), 0);
   EXPECT_EQ(OverwriteText(ring, "b"), 0);
@@ -178,7 +169,7 @@ TEST_F(Ring, OfNoCells_IsFullAndEmptyAtOnce) {
   EXPECT_EQ(GetText(ring), "<empty>");
 }
 
-TEST_F(Ring, OfEmptyCells_StoresLength0) {
+TEST_F(AnyRing, OfEmptyCells_StoresLength0) {
   ASSERT_EQ(Create(ring, 2, 0), 1);
   EXPECT_EQ(PushText(ring, "abc"), 1);
   EXPECT_EQ(TShmQueue_GetCount(&ring), 1);
@@ -190,7 +181,6 @@ TEST_F(Ring, OfEmptyCells_StoresLength0) {
 }
 
 TEST_F(Ring, TwoRecords_SeeTheSameCells) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   TShmQueue other{};
   ASSERT_EQ(Create(other, 3, 8), 1);
   PushText(ring, "a");
@@ -202,7 +192,6 @@ TEST_F(Ring, TwoRecords_SeeTheSameCells) {
 }
 
 TEST_F(Ring, TwoProcesses_PassCellsWholeAndInOrder) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   Child child([&] {
     for (int i = 0; i < 20000; ++i)
       while (PushText(ring, std::to_string(i)) == 0) ::sched_yield();
@@ -219,7 +208,6 @@ TEST_F(Ring, TwoProcesses_PassCellsWholeAndInOrder) {
 // The thread sanitizer does not know that a System V semaphore keeps threads apart.
 #ifndef __SANITIZE_THREAD__
 TEST_F(Ring, ThreadsOfOneRecord_PassCellsWholeAndOnce) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   constexpr int kEach = 5000;
   std::atomic<int> taken{0};
   std::atomic<std::int64_t> sum{0};
@@ -250,7 +238,7 @@ TEST_F(Ring, ThreadsOfOneRecord_PassCellsWholeAndOnce) {
 }
 #endif
 
-TEST_F(Ring, NextIdx_WrapsAfterTheLastSlot) {
+TEST_F(AnyRing, NextIdx_WrapsAfterTheLastSlot) {
   ASSERT_EQ(Create(ring, 2, 8), 1);
   std::int32_t idx = 0;
   std::uint32_t offset = 0;
@@ -262,7 +250,7 @@ TEST_F(Ring, NextIdx_WrapsAfterTheLastSlot) {
   }
 }
 
-TEST_F(Ring, PrevIdx_WrapsBeforeSlot0) {
+TEST_F(AnyRing, PrevIdx_WrapsBeforeSlot0) {
   ASSERT_EQ(Create(ring, 2, 8), 1);
   std::int32_t idx = 1;
   std::uint32_t offset = 12;
@@ -274,7 +262,7 @@ TEST_F(Ring, PrevIdx_WrapsBeforeSlot0) {
   }
 }
 
-TEST_F(Ring, NextIdx_ComparesSigned) {
+TEST_F(AnyRing, NextIdx_ComparesSigned) {
   ASSERT_EQ(Create(ring, 2, 8), 1);
   std::int32_t idx = -5;
   std::uint32_t offset = 100;
@@ -288,14 +276,13 @@ TEST_F(Ring, NextIdx_ComparesSigned) {
 }
 
 TEST_F(Ring, LockAndUnlock_AreTheSemaphores) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   EXPECT_EQ(TShmQueue_Lock(&ring), 1);
   EXPECT_EQ(SemValue(), 0);
   EXPECT_EQ(TShmQueue_Unlock(&ring), 1);
   EXPECT_EQ(SemValue(), 1);
 }
 
-TEST_F(Ring, EveryOperation_GivesTheSemaphoreBack) {
+TEST_F(AnyRing, EveryOperation_GivesTheSemaphoreBack) {
   ASSERT_EQ(Create(ring, 1, 8), 1);
   EXPECT_EQ(SemValue(), 1);
   for (int round = 0; round < 2; ++round) {  // with room and on the full ring
@@ -312,7 +299,7 @@ TEST_F(Ring, EveryOperation_GivesTheSemaphoreBack) {
   }
 }
 
-TEST_F(Ring, Operations_PrintNothing) {
+TEST_F(AnyRing, Operations_PrintNothing) {
   CapturedOutput out(stdout);
   CapturedOutput err(stderr);
   ASSERT_EQ(Create(ring, 1, 4), 1);
@@ -329,12 +316,11 @@ TEST_F(Ring, Operations_PrintNothing) {
   ring.header = nullptr;
 }
 
-// --- a lock that cannot be had --------------------------------------------------------------------------------
+// --- without a lock ---------------------------------------------------------------------------------------------
 
 TEST_F(Ring, WithoutSemaphore_RunsUnlocked) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   ring.semid = -1;
-  ASSERT_EQ(Semaphore_Lock(::semget(semKey, 0, 0)), 1);  // nobody waits for it
+  ASSERT_EQ(Semaphore_Lock(::semget(semKey, 0, 0)), 1);  // no operation waits for it
   EXPECT_EQ(PushText(ring, "a"), 1);
   EXPECT_EQ(OverwriteText(ring, "b"), 1);
   EXPECT_EQ(TShmQueue_GetCount(&ring), 2);
@@ -347,7 +333,6 @@ TEST_F(Ring, WithoutSemaphore_RunsUnlocked) {
 }
 
 TEST_F(Ring, WithSemaphoreRemoved_RunsUnlocked) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   ASSERT_EQ(Semaphore_Close(ring.semid), 1);
   EXPECT_EQ(PushText(ring, "a"), 1);
   EXPECT_EQ(GetText(ring), "a");
@@ -356,58 +341,12 @@ TEST_F(Ring, WithSemaphoreRemoved_RunsUnlocked) {
 }
 
 TEST_F(Ring, SemaphoreRemovedDuringTheWait_LetsTheOperationThrough) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
   ASSERT_EQ(TShmQueue_Lock(&ring), 1);
   Child child([&] { return PushText(ring, "a"); });
   AwaitWaiter(ring.semid);
   Semaphore_Close(ring.semid);
   EXPECT_EQ(child.Wait(), 1);
   EXPECT_EQ(GetText(ring), "a");
-}
-
-void CountSignal(int /*signal*/) {}
-
-void CatchAlarms() {
-  struct sigaction action {};
-  action.sa_handler = CountSignal;
-  ::sigaction(SIGALRM, &action, nullptr);
-}
-
-TEST_F(Ring, InterruptedWait_IsTakenUpAgainAndGivenBackOnce) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
-  ASSERT_EQ(TShmQueue_Lock(&ring), 1);
-  Event done;
-  Child child([&] {
-    CatchAlarms();
-    // Every 100 us until the lock is taken: the wait below is interrupted again and again.
-    const itimerval often{{0, 100}, {0, 100}};
-    ::setitimer(ITIMER_REAL, &often, nullptr);
-    const int pushed = PushText(ring, "a");
-    done.Announce();
-    return pushed;
-  });
-  for (int i = 0; i < 100; ++i) AwaitWaiter(ring.semid);
-  EXPECT_FALSE(done.TryWait());
-  EXPECT_EQ(SemValue(), 0);
-  EXPECT_EQ(TShmQueue_Unlock(&ring), 1);
-  EXPECT_EQ(child.Wait(), 1);
-  EXPECT_EQ(SemValue(), 1);
-  EXPECT_EQ(GetText(ring), "a");
-}
-
-TEST_F(Ring, Lock_InterruptedByASignal_Returns0) {
-  ASSERT_EQ(Create(ring, 3, 8), 1);
-  ASSERT_EQ(TShmQueue_Lock(&ring), 1);
-  Child child([&] {
-    CatchAlarms();
-    const int result = TShmQueue_Lock(&ring);
-    EXPECT_EQ(errno, EINTR);
-    return result;
-  });
-  AwaitWaiter(ring.semid);
-  child.Signal(SIGALRM);
-  EXPECT_EQ(child.Wait(), 0);
-  EXPECT_EQ(SemValue(), 0);
 }
 
 // --- no ring at all -------------------------------------------------------------------------------------------
