@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ostream>
 #include <string>
 
 #include "tests/db/RecordFixture.h"
@@ -15,81 +16,90 @@ namespace {
 
 using namespace devsupport::test;
 
-// How often a table still meets somebody's lock.
+// How many further calls find a conflicting lock.
 int g_conflicts = 0;
+
+// What a read returned and printed, and the bytes that it wrote to the buffer.
+struct Reading {
+  int code;
+  std::string bytes;
+  std::string printed = "";
+  bool operator==(const Reading &) const = default;
+};
+
+std::ostream &operator<<(std::ostream &out, const Reading &reading) {
+  return out << reading.code << " \"" << ::testing::PrintToString(reading.bytes)
+             << "\", printed: " << reading.printed;
+}
+
+template <typename Read>
+Reading Read32(Read read) {
+  char buffer[32];
+  std::memset(buffer, '#', sizeof buffer);
+  CapturedOutput err(stderr);
+  const int code = read(buffer);
+  std::string bytes(buffer, sizeof buffer);
+  bytes.erase(bytes.find_last_not_of('#') + 1);
+  return {code, bytes, err.Take()};
+}
+
+Reading GetInto(DB *pDb, const char *key, std::int32_t room) {
+  return Read32([&](char *buffer) { return BerkDb_Get(pDb, key, buffer, room); });
+}
+Reading ReadInto(DB *pDb, const char *key, std::int32_t room) {
+  return Read32([&](char *buffer) { return BerkDb_Read(pDb, key, buffer, room); });
+}
 
 // --- reading
 
 TEST_F(Record, Get_ReadsWhatSetStored) {
-  CapturedOutput err(stderr);
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "vlan", "5"), BERKDB_OK);
-  char buffer[16];
-  std::memset(buffer, '#', sizeof buffer);
-  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "vlan", buffer, sizeof buffer), BERKDB_OK);
-  EXPECT_EQ(err.Take(), "");
-  EXPECT_EQ(std::string(buffer, sizeof buffer), Raw("5\0##############"));
+  EXPECT_EQ(GetInto(g_uDb.tb_parameter, "vlan", 16), (Reading{BERKDB_OK, Raw("5\0")}));
 }
 
 TEST_F(Record, Get_IntoABufferThatFitsExactly_Works) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "k", "1234567"), BERKDB_OK);
-  char buffer[8] = "";
-  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "k", buffer, 8), BERKDB_OK);
-  EXPECT_STREQ(buffer, "1234567");
+  EXPECT_EQ(GetInto(g_uDb.tb_parameter, "k", 8), (Reading{BERKDB_OK, Raw("1234567\0")}));
 }
 
 TEST_F(Record, Get_IntoABufferOneByteTooSmall_Is8) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "k", "1234567"), BERKDB_OK);
-  char buffer[9] = "########";
-  CapturedOutput err(stderr);
-  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "k", buffer, 7), BERKDB_BUFFER_SMALL);
-  EXPECT_EQ(err.Take(), "");
-  EXPECT_EQ(buffer[7], '#');
+  const Reading reading = GetInto(g_uDb.tb_parameter, "k", 7);
+  EXPECT_EQ(reading.code, BERKDB_BUFFER_SMALL);
+  EXPECT_EQ(reading.printed, "");
+  EXPECT_LE(reading.bytes.size(), 7u);
 }
 
 TEST_F(Record, Get_IntoNoRoomAtAll_Is8) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "k", "1"), BERKDB_OK);
-  char buffer[2] = "#";
-  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "k", buffer, 0), BERKDB_BUFFER_SMALL);
-  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "k", buffer, -5), BERKDB_BUFFER_SMALL);
-  EXPECT_STREQ(buffer, "#");
+  EXPECT_EQ(GetInto(g_uDb.tb_parameter, "k", 0), (Reading{BERKDB_BUFFER_SMALL, ""}));
+  EXPECT_EQ(GetInto(g_uDb.tb_parameter, "k", -5), (Reading{BERKDB_BUFFER_SMALL, ""}));
 }
 
 TEST_F(Record, Get_OfAMissingKey_Is7AndPrintsNothing) {
-  char buffer[8] = "#";
-  CapturedOutput err(stderr);
-  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "none", buffer, sizeof buffer), BERKDB_NOT_FOUND);
-  EXPECT_EQ(err.Take(), "");
-  EXPECT_STREQ(buffer, "#");
+  EXPECT_EQ(GetInto(g_uDb.tb_parameter, "none", 8), (Reading{BERKDB_NOT_FOUND, ""}));
 }
 
 TEST_F(Record, Get_OfANullTable_Is6) {
-  char buffer[8] = "#";
-  EXPECT_EQ(BerkDb_Get(nullptr, "k", buffer, sizeof buffer), BERKDB_NO_TABLE);
+  EXPECT_EQ(GetInto(nullptr, "k", 8), (Reading{BERKDB_NO_TABLE, ""}));
   EXPECT_EQ(BerkDb_Get(nullptr, "k", nullptr, 0), BERKDB_NO_TABLE);
 }
 
 TEST_F(Record, Get_OnAPhoneBookIndexOrWithoutABuffer_Is9) {
-  char buffer[8] = "#";
-  CapturedOutput err(stderr);
-  EXPECT_EQ(BerkDb_Get(g_uDb.stb_pb, "k", buffer, sizeof buffer), BERKDB_REFUSED);
-  EXPECT_EQ(BerkDb_Get(g_uDb.stb_1_pb, "k", buffer, sizeof buffer), BERKDB_REFUSED);
+  EXPECT_EQ(GetInto(g_uDb.stb_pb, "k", 8), (Reading{BERKDB_REFUSED, ""}));
+  EXPECT_EQ(GetInto(g_uDb.stb_1_pb, "k", 8), (Reading{BERKDB_REFUSED, ""}));
   EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "k", nullptr, 8), BERKDB_REFUSED);
-  EXPECT_EQ(err.Take(), "");
-  EXPECT_STREQ(buffer, "#");
 }
 
 TEST_F(Record, Get_OnTheRouteIndex_IsNotRefused) {
-  char buffer[8] = "#";
-  EXPECT_EQ(BerkDb_Get(g_uDb.stb_route, "k", buffer, sizeof buffer), BERKDB_NOT_FOUND);
+  EXPECT_EQ(GetInto(g_uDb.stb_route, "k", 8), (Reading{BERKDB_NOT_FOUND, ""}));
 }
 
 TEST_F(Record, Get_OnTbDm_FindsTheRecordAndNeverWritesTheKey) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_dm, "digit", "map"), BERKDB_OK);
   static const char s_key[] = "digit";  // in memory that cannot be written
   EXPECT_EQ(Get(g_uDb.tb_dm, s_key), "map");
-  char buffer[8] = "#";
-  EXPECT_EQ(BerkDb_Read(g_uDb.tb_dm, s_key, buffer, sizeof buffer), BERKDB_OK);
-  EXPECT_STREQ(buffer, "map");
+  EXPECT_EQ(ReadInto(g_uDb.tb_dm, s_key, 8), (Reading{BERKDB_OK, Raw("map\0")}));
 }
 
 TEST_F(Record, Get_OfAVeryLongKey_Works) {
@@ -101,24 +111,17 @@ TEST_F(Record, Get_OfAVeryLongKey_Works) {
 }
 
 TEST_F(Record, Get_OfANullKey_Is10) {
-  char buffer[8] = "#";
-  CapturedOutput err(stderr);
-  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, nullptr, buffer, sizeof buffer), BERKDB_ERROR);
-  EXPECT_EQ(err.Take(), Report(EINVAL));
+  EXPECT_EQ(GetInto(g_uDb.tb_parameter, nullptr, 8), (Reading{BERKDB_ERROR, "", Report(EINVAL)}));
 }
 
 TEST_F(Record, Get_OfAValueWithoutTerminator_EndsItWhereTheRecordEnds) {
   ASSERT_EQ(BerkDb_Put(g_uDb.tb_parameter, "raw", "abc", 3), BERKDB_OK);
-  char buffer[8] = "#######";
-  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "raw", buffer, sizeof buffer), BERKDB_OK);
-  EXPECT_EQ(std::string(buffer, sizeof buffer), Raw("abc\0###\0"));
+  EXPECT_EQ(GetInto(g_uDb.tb_parameter, "raw", 8), (Reading{BERKDB_OK, Raw("abc\0")}));
 }
 
 TEST_F(Record, Get_OfAValueWithoutTerminatorThatFitsExactly_WritesNothingAfterIt) {
   ASSERT_EQ(BerkDb_Put(g_uDb.tb_parameter, "raw", "abc", 3), BERKDB_OK);
-  char buffer[5] = "####";
-  EXPECT_EQ(BerkDb_Get(g_uDb.tb_parameter, "raw", buffer, 3), BERKDB_OK);
-  EXPECT_STREQ(buffer, "abc#");
+  EXPECT_EQ(GetInto(g_uDb.tb_parameter, "raw", 3), (Reading{BERKDB_OK, "abc"}));
 }
 
 TEST_F(Record, Get_OfAnEmptyValue_IsTheEmptyText) {
@@ -129,8 +132,7 @@ TEST_F(Record, Get_OfAnEmptyValue_IsTheEmptyText) {
 TEST_F(Record, Get_InThePhoneBook_LooksTheNameUpUnderNameAndDigits) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "123;x"), BERKDB_OK);
   EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
-  char buffer[8] = "#";
-  EXPECT_EQ(BerkDb_Read(g_uDb.tb_pb, "Bob 1", buffer, sizeof buffer), BERKDB_NOT_FOUND) << "the name alone is no key";
+  EXPECT_EQ(ReadInto(g_uDb.tb_pb, "Bob 1", 8).code, BERKDB_NOT_FOUND) << "the name alone is no key";
   BerkDb_Close();
   EXPECT_EQ(Dump("tb_pb"), (Records{{Text("Bob 1\0"
                                           "26201"),
@@ -139,20 +141,16 @@ TEST_F(Record, Get_InThePhoneBook_LooksTheNameUpUnderNameAndDigits) {
 
 TEST_F(Record, Read_OnAPhoneBookIndex_ReadsTheRecordOfTheTable) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123"), BERKDB_OK);
-  char buffer[8] = "#";
-  EXPECT_EQ(BerkDb_Read(g_uDb.stb_1_pb, "262", buffer, sizeof buffer), BERKDB_OK);
-  EXPECT_STREQ(buffer, "123");
+  EXPECT_EQ(ReadInto(g_uDb.stb_1_pb, "262", 8), (Reading{BERKDB_OK, Raw("123\0")}));
 }
 
 TEST_F(Record, Read_AnswersAsTheLibraryDoes) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "k", "12"), BERKDB_OK);
-  char buffer[8] = "#";
-  EXPECT_EQ(BerkDb_Read(g_uDb.tb_parameter, "none", buffer, sizeof buffer), BERKDB_NOT_FOUND);
-  EXPECT_EQ(BerkDb_Read(g_uDb.tb_parameter, "k", buffer, 2), BERKDB_BUFFER_SMALL);
+  EXPECT_EQ(ReadInto(g_uDb.tb_parameter, "none", 8).code, BERKDB_NOT_FOUND);
+  EXPECT_EQ(ReadInto(g_uDb.tb_parameter, "k", 2).code, BERKDB_BUFFER_SMALL);
   EXPECT_EQ(BerkDb_Read(g_uDb.tb_parameter, "k", nullptr, 8), BERKDB_BUFFER_SMALL);
-  EXPECT_EQ(BerkDb_Read(g_uDb.tb_parameter, "k", buffer, 3), BERKDB_OK);
-  EXPECT_STREQ(buffer, "12");
-  EXPECT_EQ(BerkDb_Read(nullptr, "k", buffer, 3), BERKDB_NO_TABLE);
+  EXPECT_EQ(ReadInto(g_uDb.tb_parameter, "k", 3), (Reading{BERKDB_OK, Raw("12\0")}));
+  EXPECT_EQ(ReadInto(nullptr, "k", 3).code, BERKDB_NO_TABLE);
 }
 
 TEST_F(Record, GetStr_AnswersYesOrNo) {
@@ -167,10 +165,7 @@ TEST_F(Record, GetStr_AnswersYesOrNo) {
 
 TEST_F(Record, Get_WhenTheLibraryFails_Is10WithItsText) {
   g_uDb.tb_tone->get = [](DB *, DB_TXN *, DBT *, DBT *, u_int32_t) { return EIO; };
-  char buffer[8] = "#";
-  CapturedOutput err(stderr);
-  EXPECT_EQ(BerkDb_Get(g_uDb.tb_tone, "k", buffer, sizeof buffer), BERKDB_ERROR);
-  EXPECT_EQ(err.Take(), Report(EIO));
+  EXPECT_EQ(GetInto(g_uDb.tb_tone, "k", 8), (Reading{BERKDB_ERROR, "", Report(EIO)}));
 }
 
 // --- writing
@@ -340,7 +335,7 @@ TEST_F(Record, Del_WhenTheLibraryFails_Is10WithItsText) {
   EXPECT_EQ(BerkDb_Del(nullptr, "k"), BERKDB_NO_TABLE);
 }
 
-// --- conflicts with others' locks
+// --- conflicts with locks of other processes
 
 TEST_F(Record, Set_ThatMeetsALock_IsTriedAgain) {
   static decltype(g_uDb.tb_tone->put) s_real;
@@ -370,50 +365,55 @@ TEST_F(Record, Get_ThatMeetsALock_IsTriedAgain) {
 
 // --- the phone book's indexes
 
+// What BerkDb_PGet returned, and the bytes that it wrote to its two buffers.
+struct Entry {
+  int code;
+  std::string primary;
+  std::string value;
+  bool operator==(const Entry &) const = default;
+};
+
+Entry PGetInto(DB *pIndex, const char *key, std::int32_t size, std::int32_t primaryRoom = 32,
+               std::int32_t valueRoom = 32) {
+  Reading value;
+  const Reading primary = Read32([&](char *name) {
+    value = Read32([&](char *data) { return BerkDb_PGet(pIndex, key, size, name, primaryRoom, data, valueRoom); });
+    return value.code;
+  });
+  return {primary.code, primary.bytes, value.bytes};
+}
+
 TEST_F(Record, PGet_ByDigits_FindsKeyAndValue) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "123;x"), BERKDB_OK);
-  char primary[32];
-  char value[32];
-  std::memset(primary, '#', sizeof primary);
-  std::memset(value, '#', sizeof value);
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_1_pb, "26201", 0, primary, 32, value, 32), BERKDB_OK);
-  EXPECT_EQ(std::string(primary, 13), Raw("Bob 1\0"
-                                          "26201\0#"));
-  EXPECT_EQ(std::string(value, 7), Raw("123;x\0#"));
+  EXPECT_EQ(PGetInto(g_uDb.stb_1_pb, "26201", 0), (Entry{BERKDB_OK,
+                                                         Text("Bob 1\0"
+                                                              "26201"),
+                                                         Text("123;x")}));
 }
 
 TEST_F(Record, PGet_ByNumber_TakesTheSizeItIsGiven) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123;x"), BERKDB_OK);
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Ann", "123"), BERKDB_OK);
-  char primary[32] = "#";
-  char value[32] = "#";
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "123", 3, primary, 32, value, 32), BERKDB_OK);
-  EXPECT_STREQ(primary, "Bob");
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "123", -1, primary, 32, value, 32), BERKDB_OK);
-  EXPECT_STREQ(primary, "Ann");
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "12", 2, primary, 32, value, 32), BERKDB_NOT_FOUND);
+  EXPECT_STREQ(PGetInto(g_uDb.stb_pb, "123", 3).primary.c_str(), "Bob");
+  EXPECT_STREQ(PGetInto(g_uDb.stb_pb, "123", -1).primary.c_str(), "Ann");
+  EXPECT_EQ(PGetInto(g_uDb.stb_pb, "12", 2).code, BERKDB_NOT_FOUND);
 }
 
 TEST_F(Record, PGet_WithSeveralRecords_FindsTheFirst) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "1"), BERKDB_OK);
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Anc", "2"), BERKDB_OK);  // 262, too
-  char primary[32] = "#";
-  char value[32] = "#";
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_1_pb, "262", 0, primary, 32, value, 32), BERKDB_OK);
-  EXPECT_STREQ(primary, "Anc");
+  EXPECT_STREQ(PGetInto(g_uDb.stb_1_pb, "262", 0).primary.c_str(), "Anc");
 }
 
 TEST_F(Record, PGet_IntoBuffersThatFitExactly_Works) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "1234567"), BERKDB_OK);
-  char primary[8] = "";
-  char value[8] = "";
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_1_pb, "262", 0, primary, 8, value, 8), BERKDB_OK);
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_1_pb, "262", 0, primary, 7, value, 8), BERKDB_BUFFER_SMALL);
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_1_pb, "262", 0, primary, 8, value, 7), BERKDB_BUFFER_SMALL);
+  EXPECT_EQ(PGetInto(g_uDb.stb_1_pb, "262", 0, 8, 8).code, BERKDB_OK);
+  EXPECT_EQ(PGetInto(g_uDb.stb_1_pb, "262", 0, 7, 8).code, BERKDB_BUFFER_SMALL);
+  EXPECT_EQ(PGetInto(g_uDb.stb_1_pb, "262", 0, 8, 7).code, BERKDB_BUFFER_SMALL);
 }
 
 TEST_F(Record, PGet_OfTextsWithoutTerminator_EndsThemWhereTheirRecordsEnd) {
-  // Our own operations terminate every key; this record is somebody else's.
+  // The library's operations terminate every key. Another program stored this record.
   char name[] = {'B', 'o', 'b'};
   char number[] = {'1', ';', 'x'};
   DBT key = {};
@@ -424,13 +424,7 @@ TEST_F(Record, PGet_OfTextsWithoutTerminator_EndsThemWhereTheirRecordsEnd) {
   data.data = number;
   data.size = sizeof number;
   ASSERT_EQ(g_uDb.tb_pb->put(g_uDb.tb_pb, nullptr, &key, &data, 0), 0);
-  char primary[8];
-  char value[8];
-  std::memset(primary, '#', sizeof primary);
-  std::memset(value, '#', sizeof value);
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "1", 1, primary, 8, value, 8), BERKDB_OK);
-  EXPECT_EQ(std::string(primary, 8), Raw("Bob\0####"));
-  EXPECT_EQ(std::string(value, 8), Raw("1;x\0####"));
+  EXPECT_EQ(PGetInto(g_uDb.stb_pb, "1", 1, 8, 8), (Entry{BERKDB_OK, Text("Bob"), Text("1;x")}));
 }
 
 TEST_F(Record, PGet_OnAnotherTableOrWithoutABuffer_Is9) {

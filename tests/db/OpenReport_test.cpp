@@ -26,7 +26,7 @@ namespace {
 
 using namespace devsupport::test;
 
-// What the n-th handle that the store makes does wrong; counted from 1, 0 = none does.
+// The number of the store's handle that g_spoil spoils, counted from 1; 0 for none.
 int g_badHandle = 0;
 int g_handles = 0;
 void (*g_spoil)(DB *) = nullptr;
@@ -51,25 +51,24 @@ extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags) {
 
 namespace {
 
-class FailedOpen : public StoreTest {};
+class FailedOpen : public StoreTest {
+ protected:
+  static void ExpectNoTable(const Opening &opening, const std::string &report) {
+    EXPECT_EQ(opening.opened, 0);
+    EXPECT_EQ(opening.code, BERKDB_OPEN_TABLE);
+    EXPECT_NE(opening.printed.find("FAIL to open database " + report), std::string::npos) << opening.printed;
+  }
+};
 
 TEST_F(FailedOpen, WithoutItsHome_IsCode1AndLeavesNothingBehind) {
   const std::string missing = home_ + "/missing";
-  CapturedOutput err(stderr);
-  std::int32_t result = -4711;
-  EXPECT_EQ(BerkDb_Open(missing.c_str(), nullptr, &result), 0);
-  EXPECT_EQ(err.Take(), "FAIL to open environment " + missing + ": No such file or directory" + kSourceLine);
-  EXPECT_EQ(result, BERKDB_OPEN_ENVIRONMENT);
+  EXPECT_EQ(TryToOpen(missing), RefusedOpening(missing, "No such file or directory"));
   EXPECT_FALSE(std::filesystem::exists(missing));
 }
 
 TEST_F(FailedOpen, WhoseTurnCannotBeHad_IsCode1) {
   const FailCall fail("semop", 1);
-  CapturedOutput err(stderr);
-  std::int32_t result = -4711;
-  EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &result), 0);
-  EXPECT_EQ(err.Take(), "FAIL to open environment " + home_ + ": No locks available" + kSourceLine);
-  EXPECT_EQ(result, BERKDB_OPEN_ENVIRONMENT);
+  EXPECT_EQ(TryToOpen(home_), RefusedOpening(home_, "No locks available"));
 }
 
 TEST_F(FailedOpen, AfterAFailedOne_WorksOnceThatIsClosed) {
@@ -85,13 +84,7 @@ TEST_F(FailedOpen, AfterAFailedOne_WorksOnceThatIsClosed) {
 
 TEST_F(FailedOpen, OfAFileThatIsNoDatabase_IsCode3AndNamesTheFirstTable) {
   std::ofstream(FilePath()) << std::string(10000, 'x');
-  CapturedOutput err(stderr);
-  std::int32_t result = -4711;
-  EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &result), 0);
-  const std::string said = err.Take();
-  EXPECT_EQ(result, BERKDB_OPEN_TABLE);
-  EXPECT_NE(said.find("FAIL to open database tb_parameter: Invalid argument" + kSourceLine), std::string::npos)
-      << said;
+  ExpectNoTable(TryToOpen(home_), "tb_parameter: Invalid argument" + kSourceLine);
   EXPECT_NE(g_uDb.tb_parameter, nullptr) << "only closing clears what a failed open left";
   EXPECT_EQ(g_uDb.tb_dm, nullptr);
   BerkDb_Close();
@@ -109,12 +102,7 @@ TEST_F(FailedOpen, OfATableWithAnotherKindOfContent_IsCode3AndNamesThatTable) {
   ASSERT_EQ(db_create(&pFile, nullptr, 0), 0);
   ASSERT_EQ(pFile->open(pFile, nullptr, FilePath().c_str(), "tb_dm", DB_HASH, DB_CREATE, 0), 0);
   pFile->close(pFile, 0);
-  CapturedOutput err(stderr);
-  std::int32_t result = -4711;
-  EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &result), 0);
-  const std::string said = err.Take();
-  EXPECT_EQ(result, BERKDB_OPEN_TABLE);
-  EXPECT_NE(said.find("FAIL to open database tb_dm: "), std::string::npos) << said;
+  ExpectNoTable(TryToOpen(home_), "tb_dm: ");
   EXPECT_NE(g_uDb.tb_tone, nullptr) << "tables opened before stay open";
 }
 
@@ -124,14 +112,7 @@ TEST_F(FailedOpen, WithoutTheRightToTheFile_IsCode3) {
   ASSERT_EQ(::chmod(home_.c_str(), 0777), 0);
   Child stranger([&] {
     if (::getuid() == 0 && ::setuid(65534) != 0) return 1;
-    CapturedOutput err(stderr);
-    std::int32_t result = -4711;
-    const int opened = BerkDb_Open(home_.c_str(), nullptr, &result);
-    const std::string said = err.Take();
-    EXPECT_EQ(opened, 0);
-    EXPECT_EQ(result, BERKDB_OPEN_TABLE) << said;
-    EXPECT_NE(said.find("FAIL to open database tb_parameter: Permission denied" + kSourceLine), std::string::npos)
-        << said;
+    ExpectNoTable(TryToOpen(home_), "tb_parameter: Permission denied" + kSourceLine);
     BerkDb_Close();
     return 0;
   });
@@ -142,12 +123,7 @@ TEST_F(FailedOpen, WithoutTheRightToTheHome_IsCode1) {
   ASSERT_EQ(::chmod(home_.c_str(), 0), 0);
   Child stranger([&] {
     if (::getuid() == 0 && ::setuid(65534) != 0) return 1;
-    CapturedOutput err(stderr);
-    std::int32_t result = -4711;
-    const int opened = BerkDb_Open(home_.c_str(), nullptr, &result);
-    EXPECT_EQ(err.Take(), "FAIL to open environment " + home_ + ": Permission denied" + kSourceLine);
-    EXPECT_EQ(opened, 0);
-    EXPECT_EQ(result, BERKDB_OPEN_ENVIRONMENT);
+    EXPECT_EQ(TryToOpen(home_), RefusedOpening(home_, "Permission denied"));
     BerkDb_Close();
     return 0;
   });
@@ -165,12 +141,7 @@ class SpoiltHandle : public StoreTest {
   // Opens the store with a bad n-th handle: 1 to 8 are the generic tables, then come the others in their order.
   void OpenWith(int nth, void (*spoil)(DB *), int code, const std::string &report) {
     SpoilHandle(nth, spoil);
-    CapturedOutput err(stderr);
-    std::int32_t result = -4711;
-    const int opened = BerkDb_Open(home_.c_str(), nullptr, &result);
-    EXPECT_EQ(err.Take(), report + kSourceLine);
-    EXPECT_EQ(opened, 0);
-    EXPECT_EQ(result, code);
+    EXPECT_EQ(TryToOpen(home_), (Opening{0, code, report + kSourceLine}));
     SpoilHandle(0, nullptr);
     BerkDb_Close();
     Open();
@@ -187,11 +158,8 @@ class SpoiltHandle : public StoreTest {
 
 TEST_F(SpoiltHandle, OfTheEnvironment_IsCode1OnStandardError) {
   const FailCall fail("db_env_create", 1);
-  CapturedOutput err(stderr);
-  std::int32_t result = -4711;
-  EXPECT_EQ(BerkDb_Open(home_.c_str(), nullptr, &result), 0);
-  EXPECT_EQ(err.Take(), "FAIL to create environment: (12) Cannot allocate memory\n");
-  EXPECT_EQ(result, BERKDB_OPEN_ENVIRONMENT);
+  EXPECT_EQ(TryToOpen(home_),
+            (Opening{0, BERKDB_OPEN_ENVIRONMENT, "FAIL to create environment: (12) Cannot allocate memory\n"}));
   EXPECT_EQ(BerkDb_GetEnv(), nullptr);
 }
 

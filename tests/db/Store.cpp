@@ -9,7 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <ostream>
 #include <stdexcept>
+
+#include "tests/support/CapturedOutput.h"
 
 #ifdef __SANITIZE_THREAD__
 // The library is not instrumented: the sanitizer sees its mutexes, but not what keeps their order harmless.
@@ -74,6 +77,11 @@ std::string StbRouteKey(const std::string &key, const std::string & /*data*/) { 
 
 const IndexRule kIndexRules[] = {
     {"stb_pb", "tb_pb", StbPbKey}, {"stb_1_pb", "tb_pb", Stb1PbKey}, {"stb_route", "tb_route", StbRouteKey}};
+
+void StoreTest::ExpectSoundFile() const {
+  EXPECT_TRUE(Verify());
+  EXPECT_TRUE(IndexesAgree());
+}
 
 void StoreTest::SetUp() {
   if (::unshare(CLONE_NEWIPC) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0) {
@@ -160,6 +168,21 @@ std::map<std::string, Records> ReadAllTables() {
   std::map<std::string, Records> tables;
   for (const TDbTbl &row : g_auDbTbl) tables[row.pName] = ReadAll(*row.ppDb);
   return tables;
+}
+
+std::ostream &operator<<(std::ostream &out, const Opening &opening) {
+  return out << opening.opened << ", code " << opening.code << ", printed: " << opening.printed;
+}
+
+Opening TryToOpen(const std::string &home) {
+  CapturedOutput err(stderr);
+  std::int32_t code = -4711;
+  const int opened = BerkDb_Open(home.c_str(), nullptr, &code);
+  return {opened, code, err.Take()};
+}
+
+Opening RefusedOpening(const std::string &home, const std::string &reason) {
+  return {0, BERKDB_OPEN_ENVIRONMENT, "FAIL to open environment " + home + ": " + reason + kSourceLine};
 }
 
 std::string Get(struct __db *pDb, const char *pKey) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the tests of the configuration store share: a home of their own, in shared memory of their own, and a look at
-// the stored bytes from outside.
+// Fixture of the tests of the configuration store: a private home in private shared memory, and reading of the stored
+// bytes with other programs.
 #pragma once
 
 #include <devsupport/db/BerkeleyDB.h>
@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <iosfwd>
 #include <map>
 #include <string>
 #include <utility>
@@ -48,13 +49,15 @@ class StoreTest : public ::testing::Test {
   Records Dump(const std::string &table) const;
   /// Whether db5.3_verify finds the file clean.
   ::testing::AssertionResult Verify() const;
-  /// Whether the three indexes hold exactly what their primaries make of them, seen from outside.
+  /// Whether the three indexes hold exactly the keys of their tables, read with db5.3_dump.
   ::testing::AssertionResult IndexesAgree() const;
+  /// Checks both.
+  void ExpectSoundFile() const;
 
   std::string home_;
 };
 
-/// How an index gets its keys, written once more and in another way than in the library.
+/// How an index gets its keys, in another implementation than the library's.
 struct IndexRule {
   const char *index;
   const char *primary;
@@ -64,19 +67,32 @@ extern const IndexRule kIndexRules[3];
 
 /// All records of an open table, as a cursor finds them; in an index, the secondary keys with the primary's values.
 Records ReadAll(struct __db *pDb);
-/// The same of all tables, by their names.
+/// The same for all tables, by their names.
 std::map<std::string, Records> ReadAllTables();
 
-/// Reads a value; "<code>" instead when that fails.
+/// What BerkDb_Open returned, the code that it stored, and what it printed.
+struct Opening {
+  int opened;
+  std::int32_t code;
+  std::string printed;
+  bool operator==(const Opening &) const = default;
+};
+std::ostream &operator<<(std::ostream &out, const Opening &opening);
+Opening TryToOpen(const std::string &home);
+
+/// The opening of an environment that fails for this reason.
+Opening RefusedOpening(const std::string &home, const std::string &reason);
+
+/// Reads a value; returns "<code>" when that fails.
 std::string Get(struct __db *pDb, const char *pKey);
 
 /// A cursor on the first record of a table; the caller closes it. A failure fails the test.
 struct __dbc *CursorOnFirst(struct __db *pDb);
 
-/// A count that a slow suite may raise: the value of an environment variable, or the default.
+/// A count that a long suite may raise: the value of an environment variable, or the default.
 int Count(const char *variable, int normal);
 
-/// How many things a slow suite passes over for each that it tries: DEVSUPPORT_STORE_ROUNDS=10 tries every tenth.
+/// The step between the cases that are tried: DEVSUPPORT_STORE_ROUNDS=10 tries each tenth.
 int Stride();
 
 }  // namespace devsupport::test

@@ -38,11 +38,6 @@ class Healing : public StoreTest {
   /// Another process dies in the middle of a change.
   void Kill() const { ASSERT_EQ(victims_->Run(0), 1000 + SIGKILL); }
 
-  void ExpectSoundFile() {
-    EXPECT_TRUE(Verify());
-    EXPECT_TRUE(IndexesAgree());
-  }
-
  private:
   std::optional<Starter> victims_;
 };

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Several processes and threads at once: opening together, working on the same records, and being killed.
-// DEVSUPPORT_STORE_ROUNDS=<n> runs n per cent of the usual rounds; TMPDIR=<folder> puts the homes there.
+// Several processes and threads at the same time: they open the store together, change the same records, and are
+// killed. DEVSUPPORT_STORE_ROUNDS=<n> runs n per cent of the usual rounds; TMPDIR=<folder> is where the homes are
+// made.
 
 #include <db.h>
 #include <devsupport/db/DbParam.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,29 +21,14 @@
 #include "tests/db/Store.h"
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/Child.h"
+#include "tests/support/SharedBlock.h"
 #include "tests/support/TestSeed.h"
 
 namespace {
 
 using namespace devsupport::test;
 
-/// Memory that forked processes share.
-template <typename T>
-class Shared {
- public:
-  Shared()
-      : p_(static_cast<T *>(::mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {}
-  ~Shared() { ::munmap(p_, sizeof(T)); }
-  Shared(const Shared &) = delete;
-  Shared &operator=(const Shared &) = delete;
-  T *operator->() const { return p_; }
-  T &operator*() const { return *p_; }
-
- private:
-  T *p_;
-};
-
-// What a writer has begun to store and what has been acknowledged, key by key.
+// For each key, the value that a writer has begun to store and the one that has been acknowledged.
 constexpr int kKeys = 8;
 struct Journal {
   std::atomic<int> begun[kKeys];
@@ -54,25 +39,27 @@ struct Journal {
 std::string KeyName(int key) { return "name " + std::to_string(key); }
 std::string ValueOf(int n) { return std::to_string(n) + ";" + std::string(static_cast<std::size_t>(n % 90), 'x'); }
 
-/// Stores ever new values until somebody ends the process; half of the keys are in the phone book.
-void WriteForEver(Journal &journal, int from) {
+/// Half of the keys are in the phone book.
+DB *TableOf(int key) { return key % 2 == 0 ? g_uDb.tb_parameter : g_uDb.tb_pb; }
+
+/// Opens the store and writes new values until the process is killed.
+int WriteForEver(const std::string &home, Journal &journal, int from) {
+  if (BerkDb_Open(home.c_str(), nullptr, nullptr) != 1) return 2;
   for (int n = from;; ++n) {
     const int key = n % kKeys;
-    DB *pDb = key % 2 == 0 ? g_uDb.tb_parameter : g_uDb.tb_pb;
     journal.begun[key] = n;
-    if (BerkDb_Set(pDb, KeyName(key).c_str(), ValueOf(n).c_str()) != BERKDB_OK) ::_exit(3);
+    if (BerkDb_Set(TableOf(key), KeyName(key).c_str(), ValueOf(n).c_str()) != BERKDB_OK) ::_exit(3);
     journal.stored[key] = n;
     ++journal.writes;
   }
 }
 
-/// Everything acknowledged is there; what was under way is there or not.
+/// Whether the store holds all acknowledged values. A value that was being stored may be there or not.
 ::testing::AssertionResult HoldsAllOf(const Journal &journal) {
   for (int key = 0; key < kKeys; ++key) {
-    DB *pDb = key % 2 == 0 ? g_uDb.tb_parameter : g_uDb.tb_pb;
     const int begun = journal.begun[key];
     const int stored = journal.stored[key];
-    const std::string value = Get(pDb, KeyName(key).c_str());
+    const std::string value = Get(TableOf(key), KeyName(key).c_str());
     if (value == (stored != 0 ? ValueOf(stored) : "<7>")) continue;
     if (begun != stored && value == ValueOf(begun)) continue;
     return ::testing::AssertionFailure()
@@ -81,12 +68,11 @@ void WriteForEver(Journal &journal, int from) {
   return ::testing::AssertionSuccess();
 }
 
-/// What was under way when the writer died is there or not from now on.
-void DecideWhatWasUnderWay(Journal &journal) {
+/// Notes which of the values that were being stored when the writer died are there.
+void NoteInterruptedWrites(Journal &journal) {
   for (int key = 0; key < kKeys; ++key) {
-    DB *pDb = key % 2 == 0 ? g_uDb.tb_parameter : g_uDb.tb_pb;
     const int begun = journal.begun[key];
-    if (Get(pDb, KeyName(key).c_str()) == ValueOf(begun)) journal.stored[key] = begun;
+    if (Get(TableOf(key), KeyName(key).c_str()) == ValueOf(begun)) journal.stored[key] = begun;
   }
 }
 
@@ -94,15 +80,20 @@ class Processes : public StoreTest {
  protected:
   static int Rounds(int normal) { return std::max(1, normal * Count("DEVSUPPORT_STORE_ROUNDS", 100) / 100); }
 
-  /// Waits until the writer has come a random way, then kills it wherever it is.
-  static void KillSomewhere(Child &writer, const Journal &journal, std::mt19937_64 &random) {
-    const int until = journal.writes + 1 + static_cast<int>(random() % 30);
-    while (journal.writes < until) std::this_thread::yield();
-    const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 400);
+  /// Starts a writer and kills it at a random moment after some writes.
+  void KillAWriter(int round) {
+    Child writer([&] { return WriteForEver(home_, *journal_, journal_->writes + 1000 * (round + 1)); });
+    const int until = journal_->writes + 1 + static_cast<int>(random_() % 30);
+    while (journal_->writes < until) std::this_thread::yield();
+    const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(random_() % 400);
     while (std::chrono::steady_clock::now() < end) continue;
     writer.Signal(SIGKILL);
     EXPECT_EQ(writer.Wait(), 1000 + SIGKILL);
   }
+
+  const TestSeed seed_;
+  std::mt19937_64 random_{seed_};
+  const SharedBlock<Journal> journal_;
 };
 
 TEST_F(Processes, TenOpeningAnEmptyHomeAtOnce_AllSucceed) {
@@ -129,8 +120,6 @@ TEST_F(Processes, TenOpeningAnEmptyHomeAtOnce_AllSucceed) {
 }
 
 TEST_F(Processes, AKilledOpener_LeavesTheWayFree) {
-  const TestSeed seed;
-  std::mt19937_64 random(seed);
   for (int round = 0; round < Rounds(100); ++round) {
     Event start;
     Child opener([&] {
@@ -142,7 +131,7 @@ TEST_F(Processes, AKilledOpener_LeavesTheWayFree) {
       return 0;
     });
     start.Wait();
-    const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 20000);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(random_() % 20000);
     while (std::chrono::steady_clock::now() < end) std::this_thread::yield();
     opener.Signal(SIGKILL);
     opener.Wait();
@@ -153,10 +142,8 @@ TEST_F(Processes, AKilledOpener_LeavesTheWayFree) {
   EXPECT_TRUE(Verify());
 }
 
-// One of four: mixes everything on the same few records.
-int MixedWork(const std::string &home, int operations, std::uint64_t seed) {
-  std::int32_t result = -4711;
-  if (BerkDb_Open(home.c_str(), nullptr, &result) != 1) return 2;
+// Does random operations on the same few records, in the open store. Returns whether all succeeded.
+bool MixedWork(int operations, std::uint64_t seed) {
   std::mt19937_64 random(seed);
   int bad = 0;
   for (int i = 0; i < operations; ++i) {
@@ -188,94 +175,60 @@ int MixedWork(const std::string &home, int operations, std::uint64_t seed) {
     }
     if (code != BERKDB_OK && code != BERKDB_NOT_FOUND) ++bad;
   }
-  BerkDb_Close();
-  return bad == 0 ? 0 : 1;
+  return bad == 0;
 }
 
 TEST_F(Processes, FourMixingAllOperationsOnTheSameRecords_AllFinishWithoutAnError) {
-  const TestSeed seed;
   std::vector<Child> workers;
   for (std::uint64_t i = 0; i < 4; ++i) {
-    workers.emplace_back([&, i] { return MixedWork(home_, Rounds(5000), seed + i); });
-  }
-  for (Child &worker : workers) EXPECT_EQ(worker.Wait(), 0);
-  EXPECT_TRUE(Verify());
-  EXPECT_TRUE(IndexesAgree());
-}
-
-TEST_F(Processes, FourThreadsMixingReadsAndWrites_AllFinishWithoutAnError) {
-  Open();
-  std::atomic<int> bad{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&, t] {
-      std::mt19937_64 random(static_cast<std::uint64_t>(t));
-      for (int i = 0; i < 500; ++i) {
-        const std::string name = "name " + std::to_string(random() % 5);
-        char data[64];
-        TDbFindRec records[8];
-        std::int32_t count = 8;
-        int code = 0;
-        switch (random() % 4) {
-          case 0:
-            code = BerkDb_Set(g_uDb.tb_pb, name.c_str(), "1;x");
-            break;
-          case 1:
-            code = BerkDb_Del(g_uDb.tb_pb, name.c_str());
-            break;
-          case 2:
-            code = BerkDb_FindPrefix(g_uDb.stb_pb, "", records, &count);
-            break;
-          default:
-            code = BerkDb_Get(g_uDb.tb_pb, name.c_str(), data, sizeof data);
-        }
-        if (code != BERKDB_OK && code != BERKDB_NOT_FOUND) ++bad;
-      }
+    workers.emplace_back([&, i] {
+      Open();
+      const bool isGood = MixedWork(Rounds(5000), seed_ + i);
+      BerkDb_Close();
+      return isGood ? 0 : 1;
     });
   }
+  for (Child &worker : workers) EXPECT_EQ(worker.Wait(), 0);
+  ExpectSoundFile();
+}
+
+TEST_F(Processes, FourThreadsMixingAllOperations_AllFinishWithoutAnError) {
+  Open();
+  std::atomic<int> good{0};
+  std::vector<std::thread> threads;
+  for (std::uint64_t i = 0; i < 4; ++i) {
+    threads.emplace_back([&, i] { good += MixedWork(500, seed_ + i) ? 1 : 0; });
+  }
   for (std::thread &thread : threads) thread.join();
-  EXPECT_EQ(bad, 0);
+  EXPECT_EQ(good, 4);
 }
 
 TEST_F(Processes, AWriterInALoop_DoesNotKeepTheOthersOut) {
-  const Shared<Journal> journal;
-  Child writer([&] {
-    Open();
-    WriteForEver(*journal, 1);
-    return 0;
-  });
-  while (journal->writes == 0) std::this_thread::yield();
+  Child writer([&] { return WriteForEver(home_, *journal_, 1); });
+  while (journal_->writes == 0) std::this_thread::yield();
   Open();
-  // Each of our reads lets the writer pass a few times at most; if it did not, this would take for ever.
-  const int before = journal->writes;
+  // The writer may pass each of our reads only a few times. Otherwise this would take for ever.
+  const int before = journal_->writes;
   for (int i = 0; i < 100; ++i) ASSERT_NE(Get(g_uDb.tb_parameter, "name 0"), "<10>");
-  EXPECT_LT(journal->writes - before, 100 * 100);
+  EXPECT_LT(journal_->writes - before, 100 * 100);
   BerkDb_Close();
 }
 
 // --- killed processes
 
 TEST_F(Processes, AWriterKilledAtAnyMoment_LosesNothingThatWasAcknowledged) {
-  const TestSeed seed;
-  std::mt19937_64 random(seed);
-  const Shared<Journal> journal;
   for (int round = 0; round < Rounds(100); ++round) {
-    Child writer([&] {
-      Open();
-      WriteForEver(*journal, journal->writes + 1000 * (round + 1));
-      return 0;
-    });
-    KillSomewhere(writer, *journal, random);
+    KillAWriter(round);
     Open();
-    ASSERT_TRUE(HoldsAllOf(*journal)) << "round " << round;
-    DecideWhatWasUnderWay(*journal);
+    ASSERT_TRUE(HoldsAllOf(*journal_)) << "round " << round;
+    NoteInterruptedWrites(*journal_);
     BerkDb_Close();
     ASSERT_TRUE(Verify()) << "round " << round;
     ASSERT_TRUE(IndexesAgree()) << "round " << round;
   }
 }
 
-/// Works on beside a dead neighbour, closes, and opens again in the same process.
+/// Continues to use the store after the death of another process, closes it, and opens it again.
 int Survive(const std::string &home, int round, std::chrono::steady_clock::duration &longest) {
   CapturedOutput err(stderr);
   const auto start = std::chrono::steady_clock::now();
@@ -297,10 +250,7 @@ int Survive(const std::string &home, int round, std::chrono::steady_clock::durat
 }
 
 TEST_F(Processes, ANeighbourKilledInItsWrites_LeavesTheOthersGoingOn) {
-  const TestSeed seed;
-  std::mt19937_64 random(seed);
-  const Shared<Journal> journal;
-  const Shared<std::chrono::steady_clock::duration> longest;
+  const SharedBlock<std::chrono::steady_clock::duration> longest;
   for (int round = 0; round < Rounds(100); ++round) {
     Event opened;
     Event killed;
@@ -311,31 +261,22 @@ TEST_F(Processes, ANeighbourKilledInItsWrites_LeavesTheOthersGoingOn) {
       return Survive(home_, round, *longest);
     });
     opened.Wait();
-    Child victim([&] {
-      Open();
-      WriteForEver(*journal, journal->writes + 1000 * (round + 1));
-      return 0;
-    });
-    KillSomewhere(victim, *journal, random);
+    KillAWriter(round);
     killed.Announce();
     ASSERT_EQ(survivor.Wait(), 0) << "round " << round;
     Open();
-    ASSERT_TRUE(HoldsAllOf(*journal)) << "round " << round;
-    DecideWhatWasUnderWay(*journal);
+    ASSERT_TRUE(HoldsAllOf(*journal_)) << "round " << round;
+    NoteInterruptedWrites(*journal_);
     BerkDb_Close();
   }
-  EXPECT_TRUE(Verify());
-  EXPECT_TRUE(IndexesAgree());
+  ExpectSoundFile();
   std::cout << "longest three operations of a survivor: "
             << std::chrono::duration_cast<std::chrono::microseconds>(*longest).count() << " us\n";
 }
 
 TEST_F(Processes, SurvivorsInFullSwing_AllGoOnWhenOneIsKilled) {
-  const TestSeed seed;
-  std::mt19937_64 random(seed);
-  const Shared<Journal> journal;
   for (int round = 0; round < Rounds(20); ++round) {
-    const Shared<std::atomic<bool>> killed;
+    const SharedBlock<std::atomic<bool>> killed;
     std::vector<Child> survivors;
     Event ready;
     for (int i = 0; i < 3; ++i) {
@@ -357,25 +298,20 @@ TEST_F(Processes, SurvivorsInFullSwing_AllGoOnWhenOneIsKilled) {
       });
     }
     for (int i = 0; i < 3; ++i) ready.Wait();
-    Child victim([&] {
-      Open();
-      WriteForEver(*journal, journal->writes + 1000 * (round + 1));
-      return 0;
-    });
-    KillSomewhere(victim, *journal, random);
+    KillAWriter(round);
     *killed = true;
     for (Child &survivor : survivors) EXPECT_EQ(survivor.Wait(), 0);
     Open();
-    ASSERT_TRUE(HoldsAllOf(*journal)) << "round " << round;
-    for (int key = 0; key < kKeys; ++key) journal->stored[key] = journal->begun[key] = 0;
+    ASSERT_TRUE(HoldsAllOf(*journal_)) << "round " << round;
     for (int key = 0; key < kKeys; ++key) {
-      BerkDb_Del(key % 2 == 0 ? g_uDb.tb_parameter : g_uDb.tb_pb, KeyName(key).c_str());
+      journal_->stored[key] = journal_->begun[key] = 0;
+      BerkDb_Del(TableOf(key), KeyName(key).c_str());
     }
     BerkDb_Close();
   }
 }
 
-TEST_F(Processes, AfterADeathInside_OpeningHealsAndThoseWhoHaveTheStoreOpenFollow) {
+TEST_F(Processes, AfterADeathInside_OpeningHealsAndProcessesWithTheStoreOpenFollow) {
   Open();
   BerkDb_Close();
   Event opened;
