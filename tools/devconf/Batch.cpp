@@ -5,10 +5,9 @@
 // A word with blanks is in quotes. Escapes (Shown.h) are undone everywhere but between single quotes. A line that
 // begins with # says nothing.
 
-#include "tools/devconf/Batch.h"
-
 #include "tools/common/Text.h"
 #include "tools/devconf/Changes.h"
+#include "tools/devconf/Commands.h"
 #include "tools/devconf/Input.h"
 #include "tools/devconf/Print.h"
 #include "tools/devconf/Shown.h"

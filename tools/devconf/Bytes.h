@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
-// A byte string that grows, for what has no size that is known beforehand.
+// Byte strings and lists that grow.
 #pragma once
 
 #include <cstddef>
 #include <string_view>
 #include <type_traits>
+
+#include "tools/common/Text.h"
 
 namespace devconf {
 
@@ -33,7 +35,7 @@ class Bytes {
   std::size_t room_ = 0;
 };
 
-/// A list of plain values that grows likewise.
+/// A list of plain values that grows in the same way.
 template <typename T>
 class List {
   static_assert(std::is_trivially_copyable_v<T>, "values are moved as bytes");
@@ -50,6 +52,34 @@ class List {
 
  private:
   Bytes bytes_;
+};
+
+/// Keys and values, one after the other in one memory.
+class Pairs {
+ public:
+  /// Where a key and its value are.
+  struct Place {
+    std::size_t at;
+    std::size_t keySize;
+    std::size_t valueSize;
+  };
+
+  Place Add(std::string_view key, std::string_view value) {
+    const Place place = {memory_.Size(), key.size(), value.size()};
+    memory_.Append(key);
+    memory_.Append(value);
+    return place;
+  }
+  std::string_view Key(const Place &place) const { return Part(place.at, place.keySize); }
+  std::string_view Value(const Place &place) const { return Part(place.at + place.keySize, place.valueSize); }
+  void Clear() { memory_.Assign({}); }
+
+ private:
+  std::string_view Part(std::size_t at, std::size_t size) const {
+    return tools::First(tools::After(memory_.View(), at), size);
+  }
+
+  Bytes memory_;
 };
 
 /// Closes the store and ends the program.

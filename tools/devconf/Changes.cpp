@@ -17,25 +17,15 @@ namespace devconf {
 using devsupport::store::ApplyChanges;
 using devsupport::store::Change;
 using devsupport::store::ChangeCounts;
-using tools::After;
-using tools::First;
 
 void Changes::Add(Kind kind, const Table &table, std::string_view key, std::string_view value, unsigned tag) {
-  items_.Add({kind, table.Row(), tag, memory_.Size(), key.size(), value.size()});
-  memory_.Append(key);
-  memory_.Append(value);
-}
-
-std::string_view Changes::KeyOf(std::size_t i) {
-  return First(After(memory_.View(), items_[i].at), items_[i].keySize);
+  items_.Add({kind, table.Row(), tag, pairs_.Add(key, value)});
 }
 
 Changes::Result Changes::Apply(const std::uint32_t *counted) {
   List<Change> changes;
-  for (const Item &item : items_) {
-    const std::string_view bytes = After(memory_.View(), item.at);
-    changes.Add({item.kind, item.row, First(bytes, item.keySize), First(After(bytes, item.keySize), item.valueSize)});
-  }
+  for (const Item &item : items_)
+    changes.Add({item.kind, item.row, pairs_.Key(item.place), pairs_.Value(item.place)});
   return ApplyChanges(
       {changes.begin(), changes.Size()}, [] { return !IsInterrupted(); }, counted);
 }

@@ -17,7 +17,7 @@ class Changes {
   using Kind = devsupport::store::Change::Kind;
   using Result = devsupport::store::ChangeResult;
 
-  /// Adds a change; key and value as stored. The tag is the caller's: a number of a line.
+  /// Adds a change, with key and value as stored. The tag belongs to the caller: the number of a line.
   void Add(Kind kind, const Table &table, std::string_view key, std::string_view value, unsigned tag = 0);
 
   bool IsEmpty() const { return items_.Size() == 0; }
@@ -28,26 +28,24 @@ class Changes {
 
   unsigned TagOf(std::size_t i) { return items_[i].tag; }
   const Table &TableOf(std::size_t i) { return kCatalogue[items_[i].row]; }
-  std::string_view KeyOf(std::size_t i);
+  std::string_view KeyOf(std::size_t i) { return pairs_.Key(items_[i].place); }
 
  private:
   struct Item {
     Kind kind;
     std::uint8_t row;
     unsigned tag;
-    std::size_t at;  // of the key; the value follows it
-    std::size_t keySize;
-    std::size_t valueSize;
+    Pairs::Place place;
   };
 
-  Bytes memory_;
+  Pairs pairs_;
   List<Item> items_;
 };
 
-/// Says why no changes were made, for any result but that of a missing record. Returns the exit status.
+/// Prints why no changes were made, for any result except that of a missing record. Returns the exit status.
 int ExplainFailure(int result);
 
-/// Says why changes were not made, and returns the exit status. A tag is the number of a line in the file, if there is
+/// Prints why changes were not made, and returns the exit status. A tag is the number of a line in the file, if there is
 /// one.
 int ExplainFailure(Changes &changes, const Changes::Result &result, const char *file);
 

@@ -9,19 +9,14 @@
 #include <optional>
 
 #include "tools/common/Text.h"
-#include "tools/devconf/Batch.h"
 #include "tools/devconf/Changes.h"
 #include "tools/devconf/Input.h"
 #include "tools/devconf/Print.h"
 #include "tools/devconf/Records.h"
-#include "tools/devconf/Salvage.h"
 #include "tools/devconf/Search.h"
 #include "tools/devconf/Shown.h"
 #include "tools/devconf/Status.h"
 #include "tools/devconf/Store.h"
-#include "tools/devconf/Transfer.h"
-#include "tools/devconf/Verify.h"
-#include "tools/devconf/Watch.h"
 
 namespace devconf {
 

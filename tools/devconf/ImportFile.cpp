@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reads and checks a file of JSON lines. Nothing here knows the store: what passes can be stored.
+// Reads and checks a file of JSON lines, without the store. Records that pass the checks can be stored.
 
 #include "tools/devconf/ImportFile.h"
 
@@ -13,7 +13,7 @@ namespace devconf {
 
 namespace {
 
-// A string of a line: what is between its quotes, and in which form.
+// A string of a line: the text between its quotes, and its form.
 struct Field {
   bool isThere = false;
   Form form = Form::kText;
@@ -54,6 +54,14 @@ const char *SplitLine(std::string_view text, Line &line) {
   return nullptr;
 }
 
+const char *ReadField(const Field &field, Bytes &bytes) {
+  std::size_t size = 0;
+  bytes.Resize(field.string.size());
+  const char *wrong = Unescape(field.string, field.form, {bytes.Data(), bytes.Size()}, size);
+  bytes.Resize(size);
+  return wrong;
+}
+
 }  // namespace
 
 bool ImportFile::Load(const char *path) {
@@ -72,14 +80,6 @@ bool ImportFile::Check() {
   return Sort();
 }
 
-std::string_view ImportFile::KeyOf(const Entry &entry) const {
-  return First(After(memory_.View(), entry.at), entry.keySize);
-}
-
-std::string_view ImportFile::ValueOf(const Entry &entry) const {
-  return First(After(memory_.View(), entry.at + entry.keySize), entry.valueSize);
-}
-
 bool ImportFile::Refuse(const char *what) const {
   ComplainAboutLine(path_, line_, what);
   return false;
@@ -94,37 +94,20 @@ bool ImportFile::CheckLine(std::string_view text) {
   hasTable_[table->Row()] = true;
   if (!fields.key.isThere) return true;
 
-  Entry entry = {table, line_, memory_.Size(), 0, 0};
-  const char *wrong = AppendBytes(fields.key.string, fields.key.form, true, *table);
-  entry.keySize = memory_.Size() - entry.at;
-  if (wrong == nullptr) wrong = AppendBytes(fields.value.string, fields.value.form, false, *table);
-  entry.valueSize = memory_.Size() - entry.at - entry.keySize;
-  if (wrong != nullptr) return Refuse(wrong);
-  if (entry.keySize > kMostBytes) return Refuse("the key is too long");
-  if (entry.valueSize > kMostBytes) return Refuse("the value is too long");
-  entries_.Add(entry);
-  return true;
-}
-
-// Appends a key or a value as it is stored.
-const char *ImportFile::AppendBytes(std::string_view string, Form form, bool isKey, const Table &table) {
-  const std::size_t at = memory_.Size();
-  memory_.Resize(at + string.size());
-  std::size_t size = 0;
-  if (const char *wrong = Unescape(string, form, {memory_.Data() + at, string.size()}, size); wrong != nullptr) {
-    return wrong;
-  }
-  memory_.Resize(at + size);
-  if (form == Form::kBytes) return nullptr;
-  if (!isKey) {
-    memory_.Append({"\0", 1});
-    return nullptr;
-  }
+  Bytes name;
   Bytes key;
-  MakeKey(table, After(memory_.View(), at), key);
-  memory_.Resize(at);
-  memory_.Append(key.View());
-  return nullptr;
+  Bytes value;
+  const char *wrong = ReadField(fields.key, name);
+  if (wrong == nullptr) wrong = ReadField(fields.value, value);
+  if (wrong != nullptr) return Refuse(wrong);
+  const bool isName = fields.key.form == Form::kText;
+  if (isName) MakeKey(*table, name.View(), key);
+  if (fields.value.form == Form::kText) value.Append({"\0", 1});
+  const std::string_view storedKey = isName ? key.View() : name.View();
+  if (storedKey.size() > kMostBytes) return Refuse("the key is too long");
+  if (value.Size() > kMostBytes) return Refuse("the value is too long");
+  entries_.Add({table, line_, pairs_.Add(storedKey, value.View())});
+  return true;
 }
 
 int ImportFile::Compare(const Entry &a, const Entry &b) const {

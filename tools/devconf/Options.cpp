@@ -18,8 +18,24 @@ enum Known : unsigned {
   kFrom = 2,
   kRaw = 4,
   kEscape = 8,
-  kImportMode = 16,
-  kOffline = 32,
+  kMerge = 16,
+  kReplace = 32,
+  kOffline = 64,
+  kImportMode = kMerge | kReplace
+};
+
+// The complaint when another command has the option.
+constexpr struct {
+  Known bit;
+  Mistake mistake;
+} kRestricted[] = {
+    {kTable, {"only get, set and del know", "--table"}},
+    {kFrom, {"only set knows", "--from"}},
+    {kRaw, {"only get knows", "--raw"}},
+    {kEscape, {"only get, set and del know", "--escape"}},
+    {kMerge, {"only import and diff know", "--merge"}},
+    {kReplace, {"only import and diff know", "--replace"}},
+    {kOffline, {"only commands that read know", "--offline"}},
 };
 
 struct CommandRow {
@@ -58,10 +74,10 @@ enum Long : int {
   kFileOption,
   kOfflineOption,
   kFromOption,
-  kMerge,
-  kReplace,
+  kMergeOption,
+  kReplaceOption,
   kRawOption,
-  kEscaped
+  kEscapeOption
 };
 
 constexpr option kLongOptions[] = {
@@ -70,10 +86,10 @@ constexpr option kLongOptions[] = {
     {"offline", required_argument, nullptr, kOfflineOption},
     {"table", required_argument, nullptr, 't'},
     {"from", required_argument, nullptr, kFromOption},
-    {"merge", no_argument, nullptr, kMerge},
-    {"replace", no_argument, nullptr, kReplace},
+    {"merge", no_argument, nullptr, kMergeOption},
+    {"replace", no_argument, nullptr, kReplaceOption},
     {"raw", no_argument, nullptr, kRawOption},
-    {"escape", no_argument, nullptr, kEscaped},
+    {"escape", no_argument, nullptr, kEscapeOption},
     {"json", no_argument, nullptr, 'j'},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, 'V'},
@@ -143,23 +159,23 @@ class Reader {
       case 'j':
         return options_.json = true;
       case 't':
-        return TakeText(options_.table, word, kTable, "only get, set and del know", "--table");
+        return Use(kTable) && TakeText(options_.table, word);
       case kHomeOption:
         return TakeText(options_.home, word);
       case kFileOption:
         return TakeText(options_.file, word);
       case kOfflineOption:
-        return TakeText(options_.offline, word, kOffline, "only commands that read know", "--offline");
+        return Use(kOffline) && TakeText(options_.offline, word);
       case kFromOption:
-        return TakeText(options_.from, word, kFrom, "only set knows", "--from");
-      case kMerge:
-        return Use(kImportMode, "only import and diff know", "--merge") && (merge_ = true);
-      case kReplace:
-        return Use(kImportMode, "only import and diff know", "--replace") && (options_.replace = true);
+        return Use(kFrom) && TakeText(options_.from, word);
+      case kMergeOption:
+        return Use(kMerge);
+      case kReplaceOption:
+        return Use(kReplace) && (options_.replace = true);
       case kRawOption:
-        return Use(kRaw, "only get knows", "--raw") && TakeWriting(Writing::kRaw);
-      case kEscaped:
-        return Use(kEscape, "only get, set and del know", "--escape") && TakeWriting(Writing::kEscaped);
+        return Use(kRaw) && TakeWriting(Writing::kRaw);
+      case kEscapeOption:
+        return Use(kEscape) && TakeWriting(Writing::kEscaped);
       case ':':
         return Fail("missing argument after", word);
       default:
@@ -176,16 +192,10 @@ class Reader {
     value = optarg;
     return *value != '\0' || Fail("missing argument after", word);
   }
-  bool TakeText(const char *&value, const char *word, Known bit, const char *complaint, const char *name) {
-    return Use(bit, complaint, name) && TakeText(value, word);
-  }
 
   // Notes that an option was given that not every command knows.
-  bool Use(Known bit, const char *complaint, const char *name) {
+  bool Use(Known bit) {
     used_ |= bit;
-    for (int i = 0; i < kKnownBits; ++i) {
-      if ((bit >> i & 1U) != 0) complaints_[i] = {complaint, name};
-    }
     return true;
   }
 
@@ -233,27 +243,20 @@ class Reader {
   }
 
   bool CheckOptions(const CommandRow &row) {
-    for (int i = 0; i < kKnownBits; ++i) {
-      if ((used_ & ~row.known) >> i & 1U) {
-        mistake_ = complaints_[i];
-        return false;
-      }
+    for (const auto &[bit, mistake] : kRestricted) {
+      if ((used_ & ~row.known & bit) != 0) return Fail(mistake.what, mistake.word);
     }
-    if (merge_ && options_.replace) return Fail("--merge and --replace exclude each other");
+    if ((used_ & kMerge) != 0 && options_.replace) return Fail("--merge and --replace exclude each other");
     if (options_.from != nullptr && options_.words[1] != nullptr)
       return Fail("--from and a value exclude each other");
     return true;
   }
 
-  static constexpr int kKnownBits = 6;
-
   std::span<const char *const> args_;
   Options &options_;
   Mistake &mistake_;
   bool stopped_ = false;
-  bool merge_ = false;
   unsigned used_ = 0;
-  Mistake complaints_[kKnownBits];
   const char *plain_[kMostNameWords + Options::kMostWords] = {};
   int plainCount_ = 0;
 };

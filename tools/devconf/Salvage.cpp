@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Gets out of a damaged file what can be read, as a file for import.
-
-#include "tools/devconf/Salvage.h"
+// Reads what can be read of a damaged file, and prints it as a file for import.
 
 #include <algorithm>
 
 #include "tools/common/Text.h"
+#include "tools/devconf/Commands.h"
 #include "tools/devconf/Print.h"
 #include "tools/devconf/Rescue.h"
 #include "tools/devconf/Status.h"
@@ -14,9 +13,6 @@
 namespace devconf {
 
 namespace {
-
-using tools::After;
-using tools::First;
 
 // What the salvager writes in place of what it could not read.
 constexpr std::string_view kLost[] = {"UNKNOWN_KEY", "UNKNOWN_DATA"};
@@ -44,10 +40,7 @@ class Salvager {
     bool isNamed = table != nullptr;
     if (isNamed && table->IsIndex()) return;
     if (!isNamed && !Recognise(reader.Key(), reader.Value(), table)) return;
-    const std::size_t at = memory_.Size();
-    memory_.Append(reader.Key());
-    memory_.Append(reader.Value());
-    items_.Add({table, isNamed, at, reader.Key().size(), reader.Value().size()});
+    items_.Add({table, isNamed, pairs_.Add(reader.Key(), reader.Value())});
   }
 
   void Print() {
@@ -68,13 +61,11 @@ class Salvager {
   struct Item {
     const Table *table;  // nullptr: not known
     bool isNamed;        // the file says which table it is
-    std::size_t at;      // of the key; the value follows it
-    std::size_t keySize;
-    std::size_t valueSize;
+    Pairs::Place place;
   };
 
-  // Pages of which the table is lost: entries of an index can be told by what they lead to, and the phone book by its
-  // keys. False for what need not be printed.
+  // For records whose table is lost. Entries of an index are recognised by the keys that they refer to, and records
+  // of the phone book by their keys. Returns false for those that need not be printed.
   static bool Recognise(std::string_view key, std::string_view value, const Table *&table) {
     const Table &phoneBook = *FindTable("tb_pb");
     const auto isPhoneBookKey = [&](std::string_view bytes) {
@@ -87,12 +78,10 @@ class Salvager {
     return true;
   }
 
-  std::string_view Key(const Item &item) const { return First(After(memory_.View(), item.at), item.keySize); }
-  std::string_view Value(const Item &item) const {
-    return First(After(memory_.View(), item.at + item.keySize), item.valueSize);
-  }
+  std::string_view Key(const Item &item) const { return pairs_.Key(item.place); }
+  std::string_view Value(const Item &item) const { return pairs_.Value(item.place); }
 
-  // By table, those without one at the end; of one key, the surest first.
+  // By table, those without one at the end. Of several with one key, the most certain comes first.
   bool IsBefore(const Item &a, const Item &b) const {
     if (a.table != b.table) return a.table != nullptr && (b.table == nullptr || a.table < b.table);
     const int order = Key(a).compare(Key(b));
@@ -116,7 +105,7 @@ class Salvager {
     PrintWithoutTable(Key(item), Value(item));
   }
 
-  Bytes memory_;
+  Pairs pairs_;
   List<Item> items_;
   Counts counts_;
 };

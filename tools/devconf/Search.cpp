@@ -12,15 +12,10 @@ namespace devconf {
 
 namespace {
 
-using tools::After;
-using tools::First;
-
-// A record that was found: index key, key and value are one after the other in the memory of all.
+// Where a record that was found is, with its key in the index.
 struct Found {
-  std::size_t at;
-  std::size_t indexKeySize;
-  std::size_t keySize;
-  std::size_t valueSize;
+  Pairs::Place indexKey;
+  Pairs::Place record;
 };
 
 class Search {
@@ -42,27 +37,19 @@ class Search {
 
  private:
   void Add(const WholeRecord &record) {
-    found_.Add({memory_.Size(), record.indexKey.size(), record.key.size(), record.value.size()});
-    memory_.Append(record.indexKey);
-    memory_.Append(record.key);
-    memory_.Append(record.value);
+    const Pairs::Place indexKey = pairs_.Add(record.indexKey, {});
+    found_.Add({indexKey, pairs_.Add(record.key, record.value)});
   }
 
-  std::string_view IndexKey(const Found &found) const {
-    return TextOf(First(After(memory_.View(), found.at), found.indexKeySize));
-  }
-  std::string_view Key(const Found &found) const {
-    return First(After(memory_.View(), found.at + found.indexKeySize), found.keySize);
-  }
-  std::string_view Value(const Found &found) const {
-    return First(After(memory_.View(), found.at + found.indexKeySize + found.keySize), found.valueSize);
-  }
+  std::string_view IndexKey(const Found &found) const { return TextOf(pairs_.Key(found.indexKey)); }
+  std::string_view Key(const Found &found) const { return pairs_.Key(found.record); }
+  std::string_view Value(const Found &found) const { return pairs_.Value(found.record); }
 
   const Table &index_;
   std::string_view wanted_;
   Match match_;
   List<Found> found_;
-  Bytes memory_;
+  Pairs pairs_;
 };
 
 // Records with one text in the index are shown in the order of their keys, whether it has a terminator there or not.

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Export, import, and what an import would change.
 
-#include "tools/devconf/Transfer.h"
-
 #include <cerrno>
 
 #include "tools/devconf/Changes.h"
+#include "tools/devconf/Commands.h"
 #include "tools/devconf/Print.h"
 #include "tools/devconf/Records.h"
 #include "tools/devconf/Status.h"

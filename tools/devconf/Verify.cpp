@@ -2,13 +2,12 @@
 // Checks the store. The library's operations cannot show entries of an index that lead nowhere, so the file itself is
 // read, with the store closed.
 
-#include "tools/devconf/Verify.h"
-
 #include <db.h>
 #include <devsupport/ipc/ShareMem.h>
 
 #include "db/for_project/DbText.h"
 #include "db/for_project/StoreKeys.h"
+#include "tools/devconf/Commands.h"
 #include "tools/devconf/Ending.h"
 #include "tools/devconf/FileTables.h"
 #include "tools/devconf/Print.h"

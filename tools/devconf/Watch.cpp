@@ -2,12 +2,11 @@
 // Prints changes of the store as they happen. The gate counts the changes of all processes: when it has counted any,
 // the tables are read again and compared with what was read before.
 
-#include "tools/devconf/Watch.h"
-
 #include <ctime>
 
 #include "db/for_project/RecordAccess.h"
 #include "tools/common/Text.h"
+#include "tools/devconf/Commands.h"
 #include "tools/devconf/Ending.h"
 #include "tools/devconf/Print.h"
 #include "tools/devconf/Records.h"
@@ -24,35 +23,21 @@ constexpr timespec kPause = {0, 200'000'000};
 class Snapshot {
  public:
   bool Read(const Table &table, const char *prefix) {
-    memory_.Assign({});
-    items_.Resize(0);
+    pairs_.Clear();
+    places_.Resize(0);
     TableWalk walk(table, prefix);
     Answer answer = Answer::kNo;
-    while ((answer = walk.Next()) == Answer::kYes) {
-      items_.Add({memory_.Size(), walk.Key().size(), walk.Value().size()});
-      memory_.Append(walk.Key());
-      memory_.Append(walk.Value());
-    }
+    while ((answer = walk.Next()) == Answer::kYes) places_.Add(pairs_.Add(walk.Key(), walk.Value()));
     return answer == Answer::kNo;
   }
 
-  std::size_t Size() const { return items_.Size(); }
-  std::string_view Key(std::size_t i) { return tools::First(From(i), items_[i].keySize); }
-  std::string_view Value(std::size_t i) {
-    return tools::First(tools::After(From(i), items_[i].keySize), items_[i].valueSize);
-  }
+  std::size_t Size() const { return places_.Size(); }
+  std::string_view Key(std::size_t i) { return pairs_.Key(places_[i]); }
+  std::string_view Value(std::size_t i) { return pairs_.Value(places_[i]); }
 
  private:
-  struct Item {
-    std::size_t at;  // of the key; the value follows it
-    std::size_t keySize;
-    std::size_t valueSize;
-  };
-
-  std::string_view From(std::size_t i) { return tools::After(memory_.View(), items_[i].at); }
-
-  Bytes memory_;
-  List<Item> items_;
+  Pairs pairs_;
+  List<Pairs::Place> places_;
 };
 
 void PrintDifferences(const Table &table, Snapshot &before, Snapshot &after, bool json) {
