@@ -23,13 +23,14 @@ inline std::uint32_t LoadLittle(const unsigned char *p) {
   return std::endian::native == std::endian::little ? dw : __builtin_bswap32(dw);
 }
 
-/// The last nBytes (1 to 4) bytes in front of pEnd as a zero-padded word. nLength is the whole key's: when it has four
-/// bytes they are loaded at once and what belongs to an earlier word is shifted out.
-inline std::uint32_t LoadTail(const unsigned char *pEnd, std::size_t nBytes, std::size_t nLength) {
+/// The last word of a key, filled up with zeros where nLeft, the bytes that are not in a whole block, end within it. When
+/// the key has four bytes its last four are loaded at once, and what belongs to the word before is shifted out.
+inline std::uint32_t LoadTail(const unsigned char *pEnd, std::size_t nLeft, std::size_t nLength) {
+  const std::size_t nPadding = -nLeft % 4;
   if (nLength >= 4) [[likely]]
-    return LoadLittle(pEnd - 4) >> (8 * (4 - nBytes));
+    return LoadLittle(pEnd - 4) >> (8 * nPadding);
   std::uint32_t dw = 0;
-  for (std::size_t i = 1; i <= nBytes; ++i) dw = dw << 8 | pEnd[-static_cast<std::ptrdiff_t>(i)];
+  for (std::size_t i = 0; i < nLength; ++i) dw = dw << 8 | *--pEnd;
   return dw;
 }
 
@@ -71,16 +72,16 @@ inline std::uint32_t hashlittle(const void *pKey, std::size_t nLength, std::uint
     Mix(u);
   }
   if (nLeft == 0) return u.c;
-  const unsigned char *pEnd = p + nLeft;
+  const std::uint32_t dwTail = LoadTail(p + nLeft, nLeft, nLength);
   if (nLeft > 8) {
     u.a += LoadLittle(p);
     u.b += LoadLittle(p + 4);
-    u.c += LoadTail(pEnd, nLeft - 8, nLength);
+    u.c += dwTail;
   } else if (nLeft > 4) {
     u.a += LoadLittle(p);
-    u.b += LoadTail(pEnd, nLeft - 4, nLength);
+    u.b += dwTail;
   } else {
-    u.a += LoadTail(pEnd, nLeft, nLength);
+    u.a += dwTail;
   }
   Final(u);
   return u.c;

@@ -39,14 +39,14 @@ struct Key {
   int nLength;
 };
 
-Key KeyOf(TMyHashKeyFunc fnKey, const void *pFrom) {
-  Key uKey{nullptr, 0};
-  uKey.pBytes = fnKey(pFrom, &uKey.nLength);
-  return uKey;
+// This one and the next three are hot, short and used several times: too often for the compiler to inline them by
+// itself.
+[[gnu::always_inline]] inline Key KeyOf(TMyHashKeyFunc fnKey, const void *pFrom) {
+  int nLength = 0;
+  const void *pBytes = fnKey(pFrom, &nLength);
+  return {pBytes, nLength};
 }
 
-// This one and the next two are hot, short and used several times: too often for the compiler to inline them by
-// itself.
 [[gnu::always_inline]] inline std::uint32_t BucketOf(const TMyHash &uHash, Key uKey) {
   if (uHash.fnHash != nullptr) {
     // Kept: the owner's answer is used as it is, not reduced to the number of buckets.
