@@ -40,29 +40,20 @@ constexpr int kCellHeadBytes = sizeof(CellLength);
 // under another name; going through them would cost a tenth of a locked push or get.
 class QueueLock {
  public:
-  explicit QueueLock(TMyQueue &uQue) : uMutex_(uQue.uMutex) { pthread_mutex_lock(&uMutex_); }
-  ~QueueLock() { pthread_mutex_unlock(&uMutex_); }
+  [[gnu::always_inline]] explicit QueueLock(TMyQueue &uQue) : uQue_(uQue) {
+    if (uQue_.bUseMutex != 0) pthread_mutex_lock(&uQue_.uMutex);
+  }
+  [[gnu::always_inline]] ~QueueLock() {
+    if (uQue_.bUseMutex != 0) pthread_mutex_unlock(&uQue_.uMutex);
+  }
   QueueLock(const QueueLock &) = delete;
   QueueLock &operator=(const QueueLock &) = delete;
 
  private:
-  pthread_mutex_t &uMutex_;
+  TMyQueue &uQue_;
 };
 
-template <auto fnOperation, typename... TArguments>
-[[gnu::noinline]] auto UnderMutex(TMyQueue &uQue, TArguments... arguments) {
-  const QueueLock lock(uQue);
-  return fnOperation(uQue, arguments...);
-}
-
-// Runs an operation, under the mutex of a queue that has one. The call keeps what the lock needs out of the way of a
-// queue without.
-template <auto fnOperation, typename... TArguments>
-auto Locked(TMyQueue &uQue, TArguments... arguments) {
-  return uQue.bUseMutex != 0 ? UnderMutex<fnOperation>(uQue, arguments...) : fnOperation(uQue, arguments...);
-}
-
-void AssertQueue(const TMyQueue *puQue, unsigned dwLine, const char *pFunction) {
+[[gnu::always_inline]] inline void AssertQueue(const TMyQueue *puQue, unsigned dwLine, const char *pFunction) {
   StandardAssert(puQue != nullptr, "puQue != ((void *)0)", "MyQueue", dwLine, pFunction);
 }
 
@@ -83,12 +74,10 @@ int CellCount(const TMyQueue &uQue) {
   return nDistance >= 0 ? nDistance : nDistance + uQue.nCellCount;
 }
 
-int Capacity(const TMyQueue &uQue) { return uQue.nCellCount - 1; }
-
-// What follows is forced into both ways of Locked: another thread waits for every call that is made under the mutex.
+// What a push and a get consist of is forced into them: for the device's processor a call is a tenth of either.
 
 // Steps over the cell at the put end. Returns it.
-unsigned char *AdvancePut(TMyQueue &uQue) {
+[[gnu::always_inline]] inline unsigned char *AdvancePut(TMyQueue &uQue) {
   unsigned char *pCell = uQue.pPut;
   uQue.nPutIdx = NextIdx(uQue, uQue.nPutIdx);
   uQue.pPut = NextPtr(uQue, pCell);
@@ -96,7 +85,7 @@ unsigned char *AdvancePut(TMyQueue &uQue) {
 }
 
 // Steps over the cell at the get end. Returns it.
-unsigned char *AdvanceGet(TMyQueue &uQue) {
+[[gnu::always_inline]] inline unsigned char *AdvanceGet(TMyQueue &uQue) {
   unsigned char *pCell = uQue.pGet;
   uQue.nGetIdx = NextIdx(uQue, uQue.nGetIdx);
   uQue.pGet = NextPtr(uQue, pCell);
@@ -105,40 +94,10 @@ unsigned char *AdvanceGet(TMyQueue &uQue) {
 
 [[gnu::always_inline]] inline void Store(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
   // Kept: what does not fit the cell is cut without notice.
-  const auto wBytes = static_cast<CellLength>(std::min<int>(wMsgBytes, uQue.nUserSize));
+  const auto dwBytes = std::min<std::uint32_t>(wMsgBytes, static_cast<std::uint32_t>(uQue.nUserSize));
   unsigned char *pCell = AdvancePut(uQue);
-  StoreUnaligned(pCell, wBytes);
-  CopyBytes(pCell + kCellHeadBytes, pMsg, wBytes);
-}
-
-[[gnu::always_inline]] inline int Push(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
-  if (IsFull(uQue)) return 0;
-  Store(uQue, pMsg, wMsgBytes);
-  return 1;
-}
-
-// Kept: 0 means that the oldest message was lost, not that this one was refused.
-int PushOverwrite(TMyQueue &uQue, const void *pMsg, CellLength wMsgBytes) {
-  const bool bLoss = IsFull(uQue);
-  if (bLoss) {
-    if (uQue.nCellCount <= 1) return 0;  // at capacity 0 the new message is itself the one that is lost
-    AdvanceGet(uQue);
-  }
-  Store(uQue, pMsg, wMsgBytes);
-  return bLoss ? 0 : 1;
-}
-
-[[gnu::always_inline]] inline int Get(TMyQueue &uQue, void *pBuf, std::uint32_t *pdwBytes, CellLength wMaxBytes) {
-  if (IsEmpty(uQue)) {
-    if (pdwBytes != nullptr) *pdwBytes = 0;
-    return 0;
-  }
-  const unsigned char *pCell = AdvanceGet(uQue);
-  const auto wBytes = LoadUnaligned<CellLength>(pCell);
-  // Kept: the length told is the stored one, however little is copied, and a maximum of 0 means no limit.
-  if (pdwBytes != nullptr) *pdwBytes = wBytes;
-  CopyBytes(pBuf, pCell + kCellHeadBytes, wMaxBytes != 0 ? std::min(wBytes, wMaxBytes) : wBytes);
-  return 1;
+  StoreUnaligned(pCell, static_cast<CellLength>(dwBytes));
+  CopyBytes(pCell + kCellHeadBytes, pMsg, dwBytes);
 }
 
 void Rewind(TMyQueue &uQue) {
@@ -161,6 +120,7 @@ void MakeVoid(TMyQueue &uQue) {
 
 // Gives a void queue its cells.
 bool SetUpCells(TMyQueue &uQue, int nCapacity, int nUserSize) {
+  const QueueLock lock(uQue);
   const int nCellCount = nCapacity + 1;
   const int nCellSize = nUserSize + kCellHeadBytes;
   auto *pBuf = AllocateBlock<unsigned char>(nCellCount, nCellSize);
@@ -181,7 +141,7 @@ int TMyQueue_Create(int nCapacity, int nUserSize, TMyQueue *puQue, int bUseMutex
   if (nCapacity < 0 || nCapacity == INT32_MAX || nUserSize < 0 || nUserSize > INT32_MAX - kCellHeadBytes) return 0;
   if (bUseMutex != 0 && ThreadMutex_Create(&puQue->uMutex) != 0) return 0;
   puQue->bUseMutex = bUseMutex;
-  if (!Locked<SetUpCells>(*puQue, nCapacity, nUserSize)) {
+  if (!SetUpCells(*puQue, nCapacity, nUserSize)) {
     TMyQueue_Destroy(puQue);
     return 0;
   }
@@ -194,26 +154,58 @@ void TMyQueue_Destroy(TMyQueue *puQue) {
   MakeVoid(*puQue);
 }
 
-void TMyQueue_Clear(TMyQueue *puQue) { Locked<Rewind>(*puQue); }
+void TMyQueue_Clear(TMyQueue *puQue) {
+  const QueueLock lock(*puQue);
+  Rewind(*puQue);
+}
 
 int TMyQueue_Push(TMyQueue *puQue, const void *pMsg, std::uint16_t wMsgBytes) {
   AssertQueue(puQue, __LINE__, "TMyQueue_Push");
-  return wMsgBytes != 0 ? Locked<Push>(*puQue, pMsg, wMsgBytes) : 0;
+  if (wMsgBytes == 0) return 0;
+  const QueueLock lock(*puQue);
+  if (IsFull(*puQue)) return 0;
+  Store(*puQue, pMsg, wMsgBytes);
+  return 1;
 }
 
+// Kept: 0 means that the oldest message was lost, not that this one was refused.
 int TMyQueue_PushOverwrite(TMyQueue *puQue, const void *pMsg, std::uint16_t wMsgBytes) {
   AssertQueue(puQue, __LINE__, "TMyQueue_PushOverwrite");
-  return wMsgBytes != 0 ? Locked<PushOverwrite>(*puQue, pMsg, wMsgBytes) : 0;
+  if (wMsgBytes == 0) return 0;
+  const QueueLock lock(*puQue);
+  const bool bLoss = IsFull(*puQue);
+  if (bLoss) {
+    if (puQue->nCellCount <= 1) return 0;  // at capacity 0 the new message is itself the one that is lost
+    AdvanceGet(*puQue);
+  }
+  Store(*puQue, pMsg, wMsgBytes);
+  return bLoss ? 0 : 1;
 }
 
 int TMyQueue_Get(TMyQueue *puQue, void *pBuf, std::uint32_t *pdwBytes, std::uint16_t wMaxBytes) {
   AssertQueue(puQue, __LINE__, "TMyQueue_Get");
-  return Locked<Get>(*puQue, pBuf, pdwBytes, wMaxBytes);
+  const QueueLock lock(*puQue);
+  if (IsEmpty(*puQue)) {
+    if (pdwBytes != nullptr) *pdwBytes = 0;
+    return 0;
+  }
+  const unsigned char *pCell = AdvanceGet(*puQue);
+  const std::uint32_t dwBytes = LoadUnaligned<CellLength>(pCell);
+  // Kept: the length told is the stored one, however little is copied, and a maximum of 0 means no limit.
+  if (pdwBytes != nullptr) *pdwBytes = dwBytes;
+  CopyBytes(pBuf, pCell + kCellHeadBytes, wMaxBytes != 0 ? std::min<std::uint32_t>(dwBytes, wMaxBytes) : dwBytes);
+  return 1;
 }
 
-int TMyQueue_GetCellCount(TMyQueue *puQue) { return Locked<CellCount>(*puQue); }
+int TMyQueue_GetCellCount(TMyQueue *puQue) {
+  const QueueLock lock(*puQue);
+  return CellCount(*puQue);
+}
 
-int TMyQueue_GetMaxCellCount(TMyQueue *puQue) { return Locked<Capacity>(*puQue); }
+int TMyQueue_GetMaxCellCount(TMyQueue *puQue) {
+  const QueueLock lock(*puQue);
+  return puQue->nCellCount - 1;
+}
 
 int _TMyQueue_GetNextIdx(int nIdx, const TMyQueue *puQue) { return NextIdx(*puQue, nIdx); }
 

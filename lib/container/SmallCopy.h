@@ -50,7 +50,7 @@ inline void CopyFromBothEnds(unsigned char *pTo, const unsigned char *pFrom, std
 }  // namespace smallcopy
 
 /// Copies nSize bytes; the blocks may overlap, and may be null when nSize is 0.
-inline void CopyBytes(void *pTo, const void *pFrom, std::size_t nSize) {
+[[gnu::always_inline]] inline void CopyBytes(void *pTo, const void *pFrom, std::size_t nSize) {
   // Only where unaligned loads are cheap: 32-bit machines leave it to their C library.
   if constexpr (sizeof(void *) == 8) {
     if (nSize >= 8 && nSize <= 64) [[likely]] {
