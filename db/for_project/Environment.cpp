@@ -126,49 +126,6 @@ bool JoinMembers() {
   return false;
 }
 
-// Path of the tables' file, on the heap for the time of one check.
-char *PathOfFile() {
-  if (g_store.pFile[0] == '/') return strdup(g_store.pFile);
-  const std::size_t dwPath = std::strlen(g_store.pHome) + std::strlen(g_store.pFile) + 2;
-  auto *pPath = static_cast<char *>(std::malloc(dwPath));
-  if (pPath != nullptr) std::snprintf(pPath, dwPath, "%s/%s", g_store.pHome, g_store.pFile);
-  return pPath;
-}
-
-// Returns 0, or DB_VERIFY_BAD, which was reported.
-int CheckPages() {
-  char *pPath = PathOfFile();
-  if (pPath == nullptr) return ENOMEM;
-  const bool bWhole = IsFileWhole(pPath);
-  std::free(pPath);
-  if (bWhole) return 0;
-  ReportSentence("%s in %s is damaged; it is left as it is, and 'devconf salvage' gets out what can be read",
-                 g_store.pFile, g_store.pHome);
-  return DB_VERIFY_BAD;
-}
-
-// Checks the files before anything is read or written. Returns 0, or why the store cannot be opened, which was
-// reported.
-int CheckFiles(SealState &state) {
-  state = SealState::kFits;
-  if (g_store.pFile == nullptr) return 0;
-  const SealFinding finding = CheckSeal(g_store.nHomeFd, g_store.pFile);
-  state = finding.state;
-  if (state == SealState::kDamaged) {
-    ReportSentence(
-        "%s in %s is damaged or missing since the store was closed; all files are left as they are, and "
-        "'devconf salvage' gets out what can be read",
-        finding.szFile, g_store.pHome);
-    return DB_VERIFY_BAD;
-  }
-  if (state == SealState::kChanged) {
-    if (const int nResult = CheckPages(); nResult != 0) return nResult;
-    ReportSentence("%s in %s was changed since the store was closed; its pages are whole", finding.szFile,
-                   g_store.pHome);
-  }
-  return RemoveSeal(g_store.nHomeFd, g_store.pFile);
-}
-
 // On a full medium, removes the reserve for what must be written now. True when that made room. The library may
 // answer that the environment is broken, and not that the medium is full.
 bool MakeRoom(int nResult) {
@@ -207,7 +164,8 @@ void PrepareReserve() {
 int OpenInside(bool bAlone) {
   SealState seal = SealState::kFits;
   if (bAlone) {
-    if (const int nResult = CheckFiles(seal); nResult != 0) return nResult;
+    const int nResult = CheckFiles(g_store.nHomeFd, g_store.pHome, g_store.pFile, seal);
+    if (nResult != 0) return nResult;
   }
   PrepareReserve();
   // The shared memory does not fit files that were changed meanwhile. It can still exist, because idle children of
@@ -217,7 +175,7 @@ int OpenInside(bool bAlone) {
   const int nResult = OpenRegionsOrTryAgain(g_pEnv, bCreate);
   if (nResult != 0 || !bAlone || !bCreate || seal == SealState::kFits) return nResult;
   // Recovery is done. The pages are checked unless the seal has shown that they are unchanged.
-  const int nPages = seal == SealState::kChanged ? 0 : CheckPages();
+  const int nPages = seal == SealState::kChanged ? 0 : CheckPages(g_store.pHome, g_store.pFile);
   if (nPages != 0) g_gate.DemandRebuild();  // nobody joins this environment
   g_store.bCheckIndexes = true;
   g_gate.Record().bIndexDoubt = 0;

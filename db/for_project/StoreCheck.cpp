@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: MIT
-// The checker of pages, and the comparison of indexes with their tables.
+// The checks of the files and of their pages, and the comparison of indexes with their tables.
 
 #include "db/for_project/StoreCheck.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "db/for_project/LibraryHooks.h"
+#include "db/for_project/OpenReport.h"
 #include "db/for_project/Silence.h"
 
 namespace devsupport::store {
@@ -96,8 +100,8 @@ unsigned long CountEntries(DB *pIndex) {
   return dwEntries;
 }
 
-}  // namespace
-
+// Checks the pages of a file that no process has open with Berkeley DB's own checker. Prints nothing. A file that is
+// missing or empty is whole. So is one that cannot be read or is no database, because opening it reports that.
 bool IsFileWhole(const char *pPath) {
   const FirstBytes first(pPath);
   if (first.IsZero()) return false;
@@ -108,6 +112,17 @@ bool IsFileWhole(const char *pPath) {
   // Without the order of keys: each table has its own. The handle is used up by that, whatever the answer is.
   return pDb->verify(pDb, pPath, nullptr, nullptr, DB_NOORDERCHK) == 0;
 }
+
+// Path of the tables' file, on the heap for the time of one check.
+char *PathOfFile(const char *pHome, const char *pFile) {
+  if (pFile[0] == '/') return strdup(pFile);
+  const std::size_t dwPath = std::strlen(pHome) + std::strlen(pFile) + 2;
+  auto *pPath = static_cast<char *>(std::malloc(dwPath));
+  if (pPath != nullptr) std::snprintf(pPath, dwPath, "%s/%s", pHome, pFile);
+  return pPath;
+}
+
+}  // namespace
 
 bool IndexAgrees(DB *pPrimary, DB *pIndex, int (*pfnKey)(DB *, const DBT *, const DBT *, DBT *)) {
   const Cursor cursor(pPrimary);
@@ -125,6 +140,36 @@ bool IndexAgrees(DB *pPrimary, DB *pIndex, int (*pfnKey)(DB *, const DBT *, cons
 bool EmptyIndex(DB *pIndex) {
   u_int32_t dwRemoved = 0;
   return pIndex->truncate(pIndex, nullptr, &dwRemoved, 0) == 0;
+}
+
+int CheckPages(const char *pHome, const char *pFile) {
+  char *pPath = PathOfFile(pHome, pFile);
+  if (pPath == nullptr) return ENOMEM;
+  const bool bWhole = IsFileWhole(pPath);
+  std::free(pPath);
+  if (bWhole) return 0;
+  ReportSentence("%s in %s is damaged; it is left as it is, and 'devconf salvage' gets out what can be read", pFile,
+                 pHome);
+  return DB_VERIFY_BAD;
+}
+
+int CheckFiles(int nHomeFd, const char *pHome, const char *pFile, SealState &state) {
+  state = SealState::kFits;
+  if (pFile == nullptr) return 0;
+  const SealFinding finding = CheckSeal(nHomeFd, pFile);
+  state = finding.state;
+  if (state == SealState::kDamaged) {
+    ReportSentence(
+        "%s in %s is damaged or missing since the store was closed; all files are left as they are, and "
+        "'devconf salvage' gets out what can be read",
+        finding.szFile, pHome);
+    return DB_VERIFY_BAD;
+  }
+  if (state == SealState::kChanged) {
+    if (const int nResult = CheckPages(pHome, pFile); nResult != 0) return nResult;
+    ReportSentence("%s in %s was changed since the store was closed; its pages are whole", finding.szFile, pHome);
+  }
+  return RemoveSeal(nHomeFd, pFile);
 }
 
 }  // namespace devsupport::store

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The ring queue: what it stores, cuts and drops, its assertions, its lock, and memory that runs out.
+// The ring queue: which messages it stores, cuts and drops; its assertions, its lock, and failing allocations.
 
 #include <devsupport/container/MyQueue.h>
 #include <devsupport/detail/container/MyQueue.h>
@@ -20,8 +20,8 @@ DEVSUPPORT_FAULT_POINT(int, pthread_mutex_init, (pthread_mutex_t * p, const pthr
 
 namespace {
 
-// What the queue did to mutexes, in order: "init lock unlock destroy". Made by the first call and never
-// destroyed: GoogleTest, which is wrapped too, has mutexes of its own before and after everything else.
+// The calls of mutex functions in order, for example "lock unlock ". The first call makes the text, and nothing
+// destroys it, because GoogleTest uses the wrapped functions before and after all tests.
 std::string &MutexCalls() {
   static std::string *const calls = new std::string;
   return *calls;
@@ -29,27 +29,17 @@ std::string &MutexCalls() {
 
 }  // namespace
 
-extern "C" {
-int __real_pthread_mutex_destroy(pthread_mutex_t *p);
-int __real_pthread_mutex_lock(pthread_mutex_t *p);
-int __real_pthread_mutex_unlock(pthread_mutex_t *p);
-int __wrap_pthread_mutex_destroy(pthread_mutex_t *p);
-int __wrap_pthread_mutex_lock(pthread_mutex_t *p);
-int __wrap_pthread_mutex_unlock(pthread_mutex_t *p);
-
-int __wrap_pthread_mutex_destroy(pthread_mutex_t *p) {
-  MutexCalls() += "destroy ";
-  return __real_pthread_mutex_destroy(p);
-}
-int __wrap_pthread_mutex_lock(pthread_mutex_t *p) {
-  MutexCalls() += "lock ";
-  return __real_pthread_mutex_lock(p);
-}
-int __wrap_pthread_mutex_unlock(pthread_mutex_t *p) {
-  MutexCalls() += "unlock ";
-  return __real_pthread_mutex_unlock(p);
-}
-}
+// Notes each call of a mutex function, and makes it.
+#define RECORD_MUTEX_CALL(name)                                    \
+  extern "C" int __real_pthread_mutex_##name(pthread_mutex_t *p);  \
+  extern "C" int __wrap_pthread_mutex_##name(pthread_mutex_t *p);  \
+  extern "C" int __wrap_pthread_mutex_##name(pthread_mutex_t *p) { \
+    MutexCalls() += #name " ";                                     \
+    return __real_pthread_mutex_##name(p);                         \
+  }
+RECORD_MUTEX_CALL(destroy)
+RECORD_MUTEX_CALL(lock)
+RECORD_MUTEX_CALL(unlock)
 
 namespace {
 
@@ -381,7 +371,7 @@ TEST(MyQueueMutex, ThatCannotBeMade_MakesCreateReturn0AndLeavesNothing) {
   EXPECT_EQ(MutexCalls(), "");
 }
 
-// The whole report of the C library; its line number is the one thing that may move.
+// The whole report of the C library; only the line number may change.
 std::string Assertion(const char *pFunction) {
   return std::string("^[^\n]*MyQueue:[0-9]+: ") + pFunction +
          ": Assertion `puQue != \\(\\(void \\*\\)0\\)' failed\\.\n$";

@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <ostream>
 #include <string>
 
 #include "tests/db/RecordFixture.h"
@@ -18,30 +17,6 @@ using namespace devsupport::test;
 
 // How many further calls find a conflicting lock.
 int g_conflicts = 0;
-
-// What a read returned and printed, and the bytes that it wrote to the buffer.
-struct Reading {
-  int code;
-  std::string bytes;
-  std::string printed = "";
-  bool operator==(const Reading &) const = default;
-};
-
-std::ostream &operator<<(std::ostream &out, const Reading &reading) {
-  return out << reading.code << " \"" << ::testing::PrintToString(reading.bytes)
-             << "\", printed: " << reading.printed;
-}
-
-template <typename Read>
-Reading Read32(Read read) {
-  char buffer[32];
-  std::memset(buffer, '#', sizeof buffer);
-  CapturedOutput err(stderr);
-  const int code = read(buffer);
-  std::string bytes(buffer, sizeof buffer);
-  bytes.erase(bytes.find_last_not_of('#') + 1);
-  return {code, bytes, err.Take()};
-}
 
 Reading GetInto(DB *pDb, const char *key, std::int32_t room) {
   return Read32([&](char *buffer) { return BerkDb_Get(pDb, key, buffer, room); });
@@ -361,87 +336,6 @@ TEST_F(Record, Get_ThatMeetsALock_IsTriedAgain) {
     return DB_LOCK_DEADLOCK;
   };
   EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
-}
-
-// --- the phone book's indexes
-
-// What BerkDb_PGet returned, and the bytes that it wrote to its two buffers.
-struct Entry {
-  int code;
-  std::string primary;
-  std::string value;
-  bool operator==(const Entry &) const = default;
-};
-
-Entry PGetInto(DB *pIndex, const char *key, std::int32_t size, std::int32_t primaryRoom = 32,
-               std::int32_t valueRoom = 32) {
-  Reading value;
-  const Reading primary = Read32([&](char *name) {
-    value = Read32([&](char *data) { return BerkDb_PGet(pIndex, key, size, name, primaryRoom, data, valueRoom); });
-    return value.code;
-  });
-  return {primary.code, primary.bytes, value.bytes};
-}
-
-TEST_F(Record, PGet_ByDigits_FindsKeyAndValue) {
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "123;x"), BERKDB_OK);
-  EXPECT_EQ(PGetInto(g_uDb.stb_1_pb, "26201", 0), (Entry{BERKDB_OK,
-                                                         Text("Bob 1\0"
-                                                              "26201"),
-                                                         Text("123;x")}));
-}
-
-TEST_F(Record, PGet_ByNumber_TakesTheSizeItIsGiven) {
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123;x"), BERKDB_OK);
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Ann", "123"), BERKDB_OK);
-  EXPECT_STREQ(PGetInto(g_uDb.stb_pb, "123", 3).primary.c_str(), "Bob");
-  EXPECT_STREQ(PGetInto(g_uDb.stb_pb, "123", -1).primary.c_str(), "Ann");
-  EXPECT_EQ(PGetInto(g_uDb.stb_pb, "12", 2).code, BERKDB_NOT_FOUND);
-}
-
-TEST_F(Record, PGet_WithSeveralRecords_FindsTheFirst) {
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "1"), BERKDB_OK);
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Anc", "2"), BERKDB_OK);  // 262, too
-  EXPECT_STREQ(PGetInto(g_uDb.stb_1_pb, "262", 0).primary.c_str(), "Anc");
-}
-
-TEST_F(Record, PGet_IntoBuffersThatFitExactly_Works) {
-  ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "1234567"), BERKDB_OK);
-  EXPECT_EQ(PGetInto(g_uDb.stb_1_pb, "262", 0, 8, 8).code, BERKDB_OK);
-  EXPECT_EQ(PGetInto(g_uDb.stb_1_pb, "262", 0, 7, 8).code, BERKDB_BUFFER_SMALL);
-  EXPECT_EQ(PGetInto(g_uDb.stb_1_pb, "262", 0, 8, 7).code, BERKDB_BUFFER_SMALL);
-}
-
-TEST_F(Record, PGet_OfTextsWithoutTerminator_EndsThemWhereTheirRecordsEnd) {
-  // The library's operations terminate every key. Another program stored this record.
-  char name[] = {'B', 'o', 'b'};
-  char number[] = {'1', ';', 'x'};
-  DBT key = {};
-  key.data = name;
-  key.size = sizeof name;
-  key.flags = DB_DBT_READONLY;
-  DBT data = {};
-  data.data = number;
-  data.size = sizeof number;
-  ASSERT_EQ(g_uDb.tb_pb->put(g_uDb.tb_pb, nullptr, &key, &data, 0), 0);
-  EXPECT_EQ(PGetInto(g_uDb.stb_pb, "1", 1, 8, 8), (Entry{BERKDB_OK, Text("Bob"), Text("1;x")}));
-}
-
-TEST_F(Record, PGet_OnAnotherTableOrWithoutABuffer_Is9) {
-  char buffer[8] = "#";
-  EXPECT_EQ(BerkDb_PGet(nullptr, "k", 0, buffer, 8, buffer, 8), BERKDB_NO_TABLE);
-  EXPECT_EQ(BerkDb_PGet(g_uDb.tb_pb, "k", 0, buffer, 8, buffer, 8), BERKDB_REFUSED);
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_route, "k", 0, buffer, 8, buffer, 8), BERKDB_REFUSED);
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "k", 0, nullptr, 8, buffer, 8), BERKDB_REFUSED);
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "k", 0, buffer, 8, nullptr, 8), BERKDB_REFUSED);
-}
-
-TEST_F(Record, PGet_WhenTheLibraryFails_Is10WithItsText) {
-  g_uDb.stb_pb->pget = [](DB *, DB_TXN *, DBT *, DBT *, DBT *, u_int32_t) { return EIO; };
-  char buffer[8] = "#";
-  CapturedOutput err(stderr);
-  EXPECT_EQ(BerkDb_PGet(g_uDb.stb_pb, "k", 0, buffer, 8, buffer, 8), BERKDB_ERROR);
-  EXPECT_EQ(err.Take(), Report(EIO));
 }
 
 }  // namespace

@@ -115,8 +115,7 @@ TEST(FindGetToken, MissingDelimiter_ExhaustsAndGivesAnEmptyCopy) {
 }
 
 TEST(FindGetToken, NoDelimiterGiven_CopiesTheTokenAsItStandsAndFails) {
-  Tokenizer t("a,b");
-  TStrTok_Find(&t.tok, ",", 0, 0);
+  Tokenizer t = AfterComma("a,b");
   GuardedBuffer buffer(4);
   EXPECT_EQ(TStrTok_FindGetToken(&t.tok, buffer.Data(), buffer.Size(), "", 0), 0);
   EXPECT_EQ(buffer.Text(), "a");

@@ -100,9 +100,8 @@ TEST(Sets, Exhausted_FailsAndAppliesNoFlag) {
 TEST(FindAnyChar, Run_EndsTheTokenAndIsConsumed) {
   Tokenizer t("ab12cd");
   EXPECT_EQ(TStrTok_FindAnyChar(&t.tok, kDigits, nullptr, 1, 0, kMost), 1);
-  EXPECT_EQ(t.Token(), "ab");
+  EXPECT_EQ(t.TokenAndAhead(), "ab|cd");
   EXPECT_EQ(t.tok.nDelimLen, 2);
-  EXPECT_EQ(t.Ahead(), "cd");
 }
 
 TEST(FindAnyChar, Success_ShiftsTheDelimiterLengths) {
@@ -156,17 +155,15 @@ TEST(FindAnyChar, TooShortRuns_CountForTheNextOne) {
 TEST(FindAnyChar, TooShortRuns_CountForTheMaximumToo) {
   Tokenizer t("1b2222c");
   EXPECT_EQ(TStrTok_FindAnyChar(&t.tok, kDigits, nullptr, 3, 0, 3), 1);
-  EXPECT_EQ(t.Token(), "1b");
+  EXPECT_EQ(t.TokenAndAhead(), "1b|2c");
   EXPECT_EQ(t.tok.nDelimLen, 3);
-  EXPECT_EQ(t.Ahead(), "2c");
 }
 
 TEST(FindNotAnyChar, NonMembers_AreFound) {
   Tokenizer t("ab\xff,9");
   EXPECT_EQ(TStrTok_FindNotAnyChar(&t.tok, kDigits | kLetters, nullptr, 1, 0, kMost), 1);
-  EXPECT_EQ(t.Token(), "ab");
+  EXPECT_EQ(t.TokenAndAhead(), "ab|9");
   EXPECT_EQ(t.tok.nDelimLen, 2);
-  EXPECT_EQ(t.Ahead(), "9");
 }
 
 // ---- A cursor beyond the end ----
@@ -241,9 +238,8 @@ TEST_F(BeyondTheEnd, Rest_HasItsEndBeforeItsStartAndCopiesNothing) {
 TEST(MatchAnyChar, RunAtTheCursor_BecomesTheToken) {
   Tokenizer t("Abc9");
   EXPECT_EQ(TStrTok_MatchAnyChar(&t.tok, kLetters, nullptr, 1, 0, kMost), 1);
-  EXPECT_EQ(t.Token(), "Abc");
+  EXPECT_EQ(t.TokenAndAhead(), "Abc|9");
   EXPECT_EQ(t.tok.nDelimLen, 3);
-  EXPECT_EQ(t.Ahead(), "9");
 }
 
 TEST(MatchAnyChar, RunShorterThanTheMinimum_Fails) {
@@ -281,8 +277,7 @@ TEST(MatchAnyChar, EmptyRun_Sets0AndLeavesThePreviousDelimiterLength) {
   TStrTok_MatchAnyChar(&t.tok, kLetters, nullptr, 1, 0, kMost);
   TStrTok_MatchAnyChar(&t.tok, kDigits, nullptr, 1, 0, kMost);
   EXPECT_EQ(TStrTok_MatchAnyChar(&t.tok, kLetters, nullptr, 0, 1, kMost), 1);
-  EXPECT_EQ(t.Token(), "");
-  EXPECT_EQ(t.Ahead(), ";x");
+  EXPECT_EQ(t.TokenAndAhead(), "|;x");
   EXPECT_EQ(t.tok.nDelimLen, 0);
   EXPECT_EQ(t.tok.nPrevDelimLen, 3);
 }

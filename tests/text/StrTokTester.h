@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Helpers of the tokenizer tests: the token between its pointers, the token as it is copied, and the rest of the
-// text.
+// Helpers of the tokenizer tests: the token between its pointers, its copy, and the rest of the text.
 #pragma once
 
 #include <devsupport/text/StrTok.h>
@@ -12,11 +11,11 @@
 
 namespace devsupport::test {
 
-/// A tokenizer over a text of its own, which is not NUL-terminated when it came with its length.
+/// A tokenizer over its own text, without a NUL after it.
 class Tokenizer {
  public:
   explicit Tokenizer(const std::string &text, bool trim = false) : text_(text.begin(), text.end()) {
-    text_.push_back('#');  // no NUL after the source, so that strlen would be noticed
+    text_.push_back('#');  // no NUL after the source, to detect a use of strlen
     // An empty source needs its NUL: a length of 0 means strlen.
     TStrTok_SetSource(&tok, trim, text.empty() ? "" : text_.data(), static_cast<std::int32_t>(text.size()));
   }
@@ -35,8 +34,10 @@ class Tokenizer {
   }
   /// The token between its two pointers.
   std::string Token() const { return {tok.pTok, tok.pTokEnd}; }
-  /// What lies between cursor and end.
+  /// The text between cursor and end.
   std::string Ahead() const { return tok.pCur == nullptr ? "(exhausted)" : std::string(tok.pCur, tok.pSrcEnd); }
+  /// Token and text ahead, with a bar between them.
+  std::string TokenAndAhead() const { return Token() + "|" + Ahead(); }
   bool IsExhausted() const { return tok.pCur == nullptr; }
 
   TStrTok tok{};
@@ -45,6 +46,13 @@ class Tokenizer {
   std::vector<char> text_;
 };
 
+/// A tokenizer that has found the first comma.
+inline Tokenizer AfterComma(const std::string &text) {
+  Tokenizer tokenizer(text);
+  TStrTok_Find(&tokenizer.tok, ",", 0, 0);
+  return tokenizer;
+}
+
 /// A tokenizer whose token is the whole text.
 inline Tokenizer Whole(const std::string &text, bool trim = false) {
   Tokenizer tokenizer(text, trim);
@@ -52,7 +60,7 @@ inline Tokenizer Whole(const std::string &text, bool trim = false) {
   return tokenizer;
 }
 
-/// All fields that repeated advances deliver, copied.
+/// Copies of all fields, in order.
 template <typename Advance>
 std::vector<std::string> Fields(const std::string &text, Advance advance) {
   Tokenizer tokenizer(text);

@@ -173,13 +173,11 @@ TEST(Token2Tok, EmptyToken_OpensTheTextUpToItsNul) {
 }
 
 TEST(Token2Tok, EmptyTokenOfATextWithoutNul_EndsWithTheSource) {
-  Tokenizer t(",b;c");
-  TStrTok_Find(&t.tok, ",", 0, 0);
+  Tokenizer t = AfterComma(",b;c");
   TStrTok sub{};
   EXPECT_EQ(TStrTok_Token2Tok(&t.tok, &sub), 1);
   EXPECT_EQ(std::string(sub.pSrc, sub.pSrcEnd), ",b;c");
-  Tokenizer end("a,");
-  TStrTok_Find(&end.tok, ",", 0, 0);
+  Tokenizer end = AfterComma("a,");
   _Match2End_CanEmpty(&end.tok);
   EXPECT_EQ(TStrTok_Token2Tok(&end.tok, &sub), 1);
   EXPECT_EQ(TStrTok_GetSourceLen(&sub), 0);

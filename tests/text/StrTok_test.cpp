@@ -101,16 +101,14 @@ TEST(Positions, Found_PutsTheTokenBeforeItAndTheCursorAfterIt) {
   Tokenizer t("abcdef");
   t.tok.pCur += 1;
   _SetPosFound(&t.tok, t.tok.pSrc + 3, 2);
-  EXPECT_EQ(t.Token(), "bc");
-  EXPECT_EQ(t.Ahead(), "f");
+  EXPECT_EQ(t.TokenAndAhead(), "bc|f");
 }
 
 TEST(Positions, Len_TakesTheNextCharacters) {
   Tokenizer t("abcdef");
   _SetPosLen(&t.tok, 2);
   _SetPosLen(&t.tok, 3);
-  EXPECT_EQ(t.Token(), "cde");
-  EXPECT_EQ(t.Ahead(), "f");
+  EXPECT_EQ(t.TokenAndAhead(), "cde|f");
 }
 
 TEST(Positions, ToEnd_TakesTheRest) {
@@ -136,8 +134,7 @@ TEST(Positions, Empty_LeavesTheTokensStartAndExhausts) {
 TEST(Find, Delimiter_EndsTheTokenAndIsConsumed) {
   Tokenizer t("a,b");
   EXPECT_EQ(TStrTok_Find(&t.tok, ",", 0, 0), 1);
-  EXPECT_EQ(t.Token(), "a");
-  EXPECT_EQ(t.Ahead(), "b");
+  EXPECT_EQ(t.TokenAndAhead(), "a|b");
   EXPECT_EQ(t.tok.nDelimLen, 1);
 }
 
@@ -150,16 +147,14 @@ TEST(Find, Success_ShiftsTheDelimiterLengths) {
 }
 
 TEST(Find, Failure_ChangesNothing) {
-  Tokenizer t("a,b");
-  TStrTok_Find(&t.tok, ",", 0, 0);
+  Tokenizer t = AfterComma("a,b");
   const TStrTok before = t.tok;
   EXPECT_EQ(TStrTok_Find(&t.tok, ",", 0, 0), 0);
   EXPECT_TRUE(SamePosition(t.tok, before));
 }
 
 TEST(Find, FailureWithEmptyOnFail_Exhausts) {
-  Tokenizer t("a,b");
-  TStrTok_Find(&t.tok, ",", 0, 0);
+  Tokenizer t = AfterComma("a,b");
   EXPECT_EQ(TStrTok_Find(&t.tok, ",", 0, 1), 0);
   EXPECT_TRUE(t.IsExhausted());
   EXPECT_EQ(t.Copy(), "");
@@ -210,8 +205,7 @@ TEST(Find, ShorterLength_StillComparesTheWholeStringAfterTheEnd) {
 TEST(Find, LongerLength_ConsumesMoreThanTheString) {
   Tokenizer t("a,bcd,e");
   EXPECT_EQ(TStrTok_Find(&t.tok, ",\0\0", 3, 0), 1);
-  EXPECT_EQ(t.Token(), "a");
-  EXPECT_EQ(t.Ahead(), "d,e");
+  EXPECT_EQ(t.TokenAndAhead(), "a|d,e");
   EXPECT_EQ(TStrTok_Find(&t.tok, ",\0\0", 3, 0), 0);  // only two characters are left from the comma on
 }
 
@@ -228,13 +222,11 @@ TEST(Find, HighBytes_AreCharactersLikeAnyOther) {
 TEST(FindNth, NthOccurrence_EndsOneLongToken) {
   Tokenizer t("a;b;c");
   EXPECT_EQ(TStrTok_FindNth(&t.tok, 2, ";", 0, 0), 2);
-  EXPECT_EQ(t.Token(), "a;b");
-  EXPECT_EQ(t.Ahead(), "c");
+  EXPECT_EQ(t.TokenAndAhead(), "a;b|c");
 }
 
 TEST(FindNth, TooFew_ReturnsTheirCountAndRestoresThePosition) {
-  Tokenizer t("x,a;b;c");
-  TStrTok_Find(&t.tok, ",", 0, 0);
+  Tokenizer t = AfterComma("x,a;b;c");
   const TStrTok before = t.tok;
   EXPECT_EQ(TStrTok_FindNth(&t.tok, 3, ";", 0, 0), 2);
   EXPECT_EQ(t.tok.pTok, before.pTok);
@@ -258,8 +250,7 @@ TEST(FindNth, CountBelow1_MeansTheLastOccurrence) {
   for (const std::int32_t count : {0, -1}) {
     Tokenizer t("a;b;c");
     EXPECT_EQ(TStrTok_FindNth(&t.tok, count, ";", 0, 1), 2);
-    EXPECT_EQ(t.Token(), "a;b");
-    EXPECT_EQ(t.Ahead(), "c");
+    EXPECT_EQ(t.TokenAndAhead(), "a;b|c");
   }
 }
 
@@ -276,8 +267,7 @@ TEST(FindNth, CountBelow1WithoutOccurrence_Fails) {
 TEST(MatchStr, StringAtTheCursor_BecomesTheToken) {
   Tokenizer t("GET /");
   EXPECT_EQ(TStrTok_MatchStr(&t.tok, "GET", 0, 0), 1);
-  EXPECT_EQ(t.Token(), "GET");
-  EXPECT_EQ(t.Ahead(), " /");
+  EXPECT_EQ(t.TokenAndAhead(), "GET| /");
   EXPECT_EQ(t.tok.nDelimLen, 3);
   EXPECT_EQ(TStrTok_MatchStr(&t.tok, " ", 1, 0), 1);
   EXPECT_EQ(t.tok.nPrevDelimLen, 3);
@@ -348,16 +338,14 @@ TEST(MatchLen, TooFewLeft_FailsButTakesTheRest) {
 }
 
 TEST(MatchLen, DelimiterLengths_Stay) {
-  Tokenizer t("a,bcd");
-  TStrTok_Find(&t.tok, ",", 0, 0);
+  Tokenizer t = AfterComma("a,bcd");
   TStrTok_MatchLen(&t.tok, 2);
   EXPECT_EQ(t.tok.nDelimLen, 1);
   EXPECT_EQ(t.tok.nPrevDelimLen, 0);
 }
 
 TEST(Match2End, Rest_BecomesTheTokenOnce) {
-  Tokenizer t("a,b");
-  TStrTok_Find(&t.tok, ",", 0, 0);
+  Tokenizer t = AfterComma("a,b");
   EXPECT_EQ(TStrTok_Match2End(&t.tok), 1);
   EXPECT_EQ(t.Token(), "b");
   EXPECT_EQ(TStrTok_IsTokenEnd(&t.tok), 1);
@@ -368,8 +356,7 @@ TEST(Match2End, Rest_BecomesTheTokenOnce) {
 }
 
 TEST(Match2EndCanEmpty, DelimiterAtTheEnd_IsFollowedByOneEmptyField) {
-  Tokenizer t("a,");
-  TStrTok_Find(&t.tok, ",", 0, 0);
+  Tokenizer t = AfterComma("a,");
   EXPECT_EQ(_Match2End_CanEmpty(&t.tok), 1);
   EXPECT_EQ(t.Token(), "");
   EXPECT_EQ(_Match2End_CanEmpty(&t.tok), 0);
