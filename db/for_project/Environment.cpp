@@ -308,7 +308,8 @@ bool OpenStoreTables(int &nCode) {
 }
 
 void CloseEnvironment(OpeningLock &lock) {
-  if (g_store.bAttached && IsBroken()) g_gate.DemandRebuild();
+  // Not asked when a process died inside: the library would wait for a lock that it held.
+  if (g_store.bAttached && g_gate.IsCurrent() && IsBroken()) g_gate.DemandRebuild();
   if (g_store.bAttached && !g_gate.IsCurrent()) {
     // A process died inside meanwhile, or the library gave up. What was acknowledged is in the log; the next process
     // that opens the store recovers it.

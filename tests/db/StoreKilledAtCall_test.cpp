@@ -150,6 +150,28 @@ class KilledAtEachCall : public StoreTest {
     Finish();
   }
 
+  // The first one to meet what the dead one left, its locks included, closes the store.
+  void KillBesideOneThatCloses(const Action &operation) {
+    for (int stop = 0; !HasFailure(); ++stop) {
+      const Event isOpen;
+      const Event hasDied;
+      Child other([&] {
+        OpenStore();
+        isOpen.Announce();
+        hasDied.Wait();
+        BerkDb_Close();
+        return 0;
+      });
+      isOpen.Wait();
+      const bool reached = KillAt(
+          PTRACE_SYSCALL, stop, [this] { OpenStore(); }, operation);
+      hasDied.Announce();
+      EXPECT_EQ(other.Wait(), 0) << "killed at stop " << stop;
+      if (!reached) break;
+    }
+    Finish();
+  }
+
  private:
   static Traced Victim(const Action &preparation, const Action &operation) {
     return Traced(preparation, [&] {
@@ -226,6 +248,8 @@ TEST_F(KilledAtEachCall, OfClosing) {
 TEST_F(KilledAtEachCall, OfAStore) {
   KillAtEachStopOf([this] { OpenStore(); }, SetAfter);
 }
+
+TEST_F(KilledAtEachCall, OfAStore_LetsAnotherOneClose) { KillBesideOneThatCloses(SetAfter); }
 
 TEST_F(KilledAtEachCall, OfADeletion) {
   KillAtEachStopOf([this] { OpenStore(); }, DeleteName);
