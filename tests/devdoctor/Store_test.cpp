@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What devdoctor says about the store: each fault is produced, and named.
 
+#include <db.h>
 #include <fcntl.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -9,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -19,6 +21,24 @@
 #include "tests/support/Child.h"
 #include "tests/support/SmallMedium.h"
 #include "tests/support/TempDir.h"
+
+namespace {
+
+bool g_associateFails = false;
+
+}  // namespace
+
+extern "C" int __real_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
+extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
+extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags) {
+  const int result = __real_db_create(ppDb, pEnv, flags);
+  if (result == 0 && g_associateFails) {
+    (*ppDb)->associate = [](DB *, DB_TXN *, DB *, int (*)(DB *, const DBT *, const DBT *, DBT *), u_int32_t) {
+      return ENOMEM;
+    };
+  }
+  return result;
+}
 
 namespace {
 
@@ -214,50 +234,83 @@ TEST_F(Store, WhoseLogWasCut_NamesTheFile) {
 
 // What the gate's record tells.
 
-TEST_F(Store, WhoseUserIsStoppedInside_NamesItAndThenItsDeath) {
-  Child child([&]() -> int {
-    Open();
-    for (;;) BerkDb_Set(g_uDb.tb_parameter, "name", "value");
-  });
-  while (::shmget(kGateKey, 0, 0) == -1) ::usleep(1000);
-  const GateView gate;
-  for (;;) {
-    child.Signal(SIGSTOP);
-    ::waitpid(child.Pid(), nullptr, WUNTRACED);
-    if (gate->nInside.load() == child.Pid()) break;
-    child.Signal(SIGCONT);
-    ::usleep(1000);
+/// A process that changes a record over and over, stopped in the middle of a change.
+class StoppedInside {
+ public:
+  explicit StoppedInside(const std::string &home)
+      : child_([&home]() -> int {
+          BerkDb_Open(home.c_str(), nullptr, nullptr);
+          for (;;) BerkDb_Set(g_uDb.tb_parameter, "name", "value");
+        }),
+        number_(std::to_string(child_.Pid())) {
+    while (::shmget(kGateKey, 0, 0) == -1) ::usleep(1000);
+    const GateView gate;
+    for (;;) {
+      child_.Signal(SIGSTOP);
+      ::waitpid(child_.Pid(), nullptr, WUNTRACED);
+      if (gate->nInside.load() == child_.Pid()) break;
+      child_.Signal(SIGCONT);
+      ::usleep(1000);
+    }
   }
-  const std::string number = std::to_string(child.Pid());
+  const std::string &Number() const { return number_; }
+  void Kill() {
+    child_.Signal(SIGKILL);
+    child_.Wait();
+  }
+
+ private:
+  Child child_;
+  std::string number_;
+};
+
+TEST_F(Store, WhoseUserIsStoppedInside_NamesItAndThenItsDeath) {
+  StoppedInside user(home_);
   CommandResult result = Look();
   EXPECT_EQ(result.status, 2);
   EXPECT_THAT(result.out,
-              HasSubstr("(" + number + ") is stopped in the middle of an operation, and all others wait"));
-  EXPECT_THAT(result.out, HasSubstr("kill -CONT " + number));
-  child.Signal(SIGKILL);
-  child.Wait();
+              HasSubstr("(" + user.Number() + ") is stopped in the middle of an operation, and all others wait"));
+  EXPECT_THAT(result.out, HasSubstr("kill -CONT " + user.Number()));
+  user.Kill();
   result = Look();
   EXPECT_EQ(result.status, 1) << result.out;
-  EXPECT_THAT(result.out, HasSubstr("store gate: process " + number + " died in the middle of an operation"));
+  EXPECT_THAT(result.out, HasSubstr("store gate: process " + user.Number() + " died in the middle of an operation"));
 }
 
-TEST_F(Store, WhoseSharedMemoryMustBeMadeAnew_SaysSo) {
-  Open();
-  const GateView gate;
-  const std::uint32_t generation = gate->dwGeneration.exchange(0);
-  const CommandResult result = Look();
-  gate->dwGeneration = generation;
+// The one that closes next finds that it died, and leaves the rest to the next one that opens the store.
+TEST_F(Store, WhoseUserDiedInsideBeforeTheLastOneClosedIt_SaysThatItsSharedMemoryMustBeMadeAnew) {
+  const Event isOpen;
+  const Event hasDied;
+  Child last([&] {
+    Open();
+    isOpen.Announce();
+    hasDied.Wait();
+    BerkDb_Close();
+    return 0;
+  });
+  isOpen.Wait();
+  StoppedInside user(home_);
+  user.Kill();
+  hasDied.Announce();
+  ASSERT_EQ(last.Wait(), 0);
+  CommandResult result = Look();
   EXPECT_EQ(result.status, 1) << result.out;
   EXPECT_THAT(result.out, HasSubstr("WARNING: store: its shared memory must be made anew"));
+  Open();
+  result = Look();
+  EXPECT_EQ(result.status, 0) << result.out;
 }
 
-TEST_F(Store, WhoseIndexIsInDoubt_SaysSo) {
+TEST_F(Store, WhoseIndexesCouldNotBeBound_SaysThatTheyMayLackEntries) {
+  g_associateFails = true;
   Open();
-  const GateView gate;
-  gate->bIndexDoubt = 1;
-  const CommandResult result = Look();
+  g_associateFails = false;
+  CommandResult result = Look();
   EXPECT_EQ(result.status, 1) << result.out;
   EXPECT_THAT(result.out, HasSubstr("WARNING: store: an index may lack entries"));
+  Reopen();  // compares them with their tables
+  result = Look();
+  EXPECT_EQ(result.status, 0) << result.out;
 }
 
 TEST_F(Store, WithoutRoomForItsReserve_SaysThatChangesAreRefused) {

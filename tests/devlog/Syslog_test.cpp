@@ -28,11 +28,16 @@ class SystemLog : public RecordedRings {
   void SetUp() override {
     RecordedRings::SetUp();
     if (IsSkipped()) return;
-    if (!EnterPrivateDev()) GTEST_SKIP() << "the machine does not let us make a private /dev";
+    isPrivate_ = EnterPrivateDev();
+    if (!isPrivate_) GTEST_SKIP() << "the machine does not let us make a private /dev";
     Listen();
   }
+  /// The next test of this process finds the system's /dev again.
   void TearDown() override {
     ::close(socket_);
+    if (isPrivate_) {
+      EXPECT_EQ(::umount2("/dev", MNT_DETACH), 0);
+    }
     RecordedRings::TearDown();
   }
 
@@ -61,6 +66,8 @@ class SystemLog : public RecordedRings {
   }
 
  private:
+  bool isPrivate_ = false;
+
   static bool EnterPrivateDev() {
     if (::unshare(CLONE_NEWNS) != 0) return false;
     const int null = ::open("/dev/null", O_PATH | O_CLOEXEC);
@@ -105,7 +112,6 @@ TEST_F(SystemLog, WhoseDaemonHasGone_IsToldAndNothingIsTaken) {
   EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
 }
 
-// What was delivered before the daemon stopped to read is taken, and no more.
 // Messages that a datagram socket holds until they are read.
 unsigned QueueLength() {
   unsigned length = 10;
@@ -113,6 +119,7 @@ unsigned QueueLength() {
   return length + 1;
 }
 
+// What was delivered before the daemon stopped to read is taken, and no more.
 TEST_F(SystemLog, ThatIsFull_GetsTheRestNextTime) {
   const unsigned messages = std::min(2 * QueueLength() + 5, 1000U);
   for (unsigned number = 0; number < messages; ++number) {
