@@ -22,6 +22,8 @@ import results
 
 SIZE_BLOCK = ("<!-- size:begin -->", "<!-- size:end -->")  # belongs to `script/bench size`
 DEVICE_BLOCK = ("<!-- device:begin -->", "<!-- device:end -->")  # belongs to `script/bench device`
+READING_BLOCK = ("<!-- reading:begin -->", "<!-- reading:end -->")  # belongs to `script/bench reading`
+FLEET_BLOCK = ("<!-- fleet:begin -->", "<!-- fleet:end -->")  # belongs to `script/fleet`
 
 
 def value_text(value, unit):
@@ -254,7 +256,9 @@ def page(rows, context, remarks, arguments):
                 "--list": "names the rows",
                 "--quick": "all rows, fewer and shorter repetitions: a look, no proof"}
     now = read_page(arguments.write)
-    lines += [block_of(now, DEVICE_BLOCK), "", block_of(now, SIZE_BLOCK), "", "## Repeat it", "", "```"]
+    for block in (DEVICE_BLOCK, READING_BLOCK, FLEET_BLOCK, SIZE_BLOCK):
+        lines += [block_of(now, block), ""]
+    lines += ["## Repeat it", "", "```"]
     lines += [f"script/bench {argument.ljust(16)} # {what}" for argument, what in commands.items()] + ["```"]
     return "\n".join(lines) + "\n"
 

@@ -252,10 +252,16 @@ def mutation(page):
 def fleet(page):
     section(page, "fleet", "A fleet", "Simulated devices write logs. These go through devlog, rsyslog on the devices, "
             "a central rsyslog, files and PostgreSQL, and all of these are restarted or killed meanwhile. Every record "
-            "arrives, in order, and once in the database (`docs/fleet.md`).",
+            "arrives; it is in the files that people read once and in order, and once in the database (`docs/fleet.md`).",
             (("devices", "devices"), ("records a second, written", "rate"), ("records", "records"),
-             ("missing at the end", "missing"), ("repeated in the files", "repeated-in-files"),
-             ("missing in the database until the files were loaded", "reloaded"),
+             ("missing at the end", "missing"), ("arrived more than once", "repeated-on-arrival"),
+             ("repeated in the files", "repeated-in-files"), ("out of order in the files", "out-of-order"),
+             *((f"processor time of {name} for a record, ns", f"{hop}-nanoseconds") for hop, name in (
+                 ("devlog", "devlog"), ("relay", "rsyslog on a device"), ("central", "the central rsyslog"),
+                 ("database", "PostgreSQL"))),
+             ("records a second, through the central rsyslog", "central-rate"),
+             ("memory of devlog, KiB", "devlog-kilobytes"), ("memory of rsyslog on a device, KiB", "relay-kilobytes"),
+             ("memory of the central rsyslog, KiB", "central-kilobytes"), ("memory of PostgreSQL, KiB", "database-kilobytes"),
              ("stores that were compared and changed", "stores")))
 
 

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Builds devlog and measures what it takes to follow the log channel; see reading.py.
+# usage: script/bench reading [--write]
+# SPDX-License-Identifier: MIT
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+
+script/bootstrap python3
+out=build/reading
+mkdir -p "$out"
+{
+  cmake --preset release -DBUILD_TESTING=OFF -DDEVSUPPORT_STORE=OFF -DDEVSUPPORT_ANALOGSIM=OFF -B "$out"
+  cmake --build "$out"
+  cc -std=c99 -Wall -Wextra -Werror -O2 -Iinclude script/parts/fleet_writer.c -o "$out/fleet_writer" \
+    -L "$out" -ldevsupport -Wl,-rpath,"$PWD/$out"
+} >"$out/build.log" 2>&1 || { cat "$out/build.log"; exit 1; }
+isolated=(unshare --ipc)
+"${isolated[@]}" true 2>/dev/null || isolated=(unshare --user --map-root-user --ipc)
+exec "${isolated[@]}" python3 -B script/parts/reading.py "$@"
