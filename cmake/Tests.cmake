@@ -2,7 +2,7 @@
 # How tests enter the build.
 #
 # devsupport_test(<Unit>_test.cpp... [NAME <name>] [WRAP <function>...] [LIBS <target>...] [LABELS <label>...]
-#                 [SOURCES <file>...] [LONG] [BUSY])
+#                 [SOURCES <file>...] [LONG] [BUSY] [STEPPED])
 #
 # Builds one GoogleTest program from the files, with the further SOURCES, and registers every test in it with ctest. The
 # program is called after its area and the name, or the one file. Several files are compiled together, some at a time:
@@ -10,8 +10,9 @@
 # WRAP names functions of the C library whose calls the tests can make fail (see tests/support/FaultInjection.h);
 # LABELS sort the tests into suites that script/test can pick; the area and the program's name are labels anyway.
 # LONG tests wait for long: they are started first. BUSY tests have several processes at work: fewer run beside them.
+# STEPPED tests move processes on instruction by instruction (tests/support/Traced.h), for which the emulator needs help.
 function(devsupport_test)
-  cmake_parse_arguments(PARSE_ARGV 0 arg "LONG;BUSY" "NAME" "WRAP;LIBS;LABELS;SOURCES")
+  cmake_parse_arguments(PARSE_ARGV 0 arg "LONG;BUSY;STEPPED" "NAME" "WRAP;LIBS;LABELS;SOURCES")
   if(arg_NAME)
     set(name ${arg_NAME}_test)
   else()
@@ -28,6 +29,12 @@ function(devsupport_test)
   endif()
   if(arg_BUSY)
     list(APPEND further PROCESSORS 2)
+  endif()
+  if(arg_STEPPED AND TARGET step_plugin)
+    get_target_property(plugin step_plugin PLUGIN)
+    set_target_properties(${DEVSUPPORT_TEST_TARGET} PROPERTIES
+      CROSSCOMPILING_EMULATOR "${CMAKE_CROSSCOMPILING_EMULATOR};-plugin;${plugin}")
+    add_dependencies(${DEVSUPPORT_TEST_TARGET} step_plugin)
   endif()
   target_link_libraries(${DEVSUPPORT_TEST_TARGET} PRIVATE GTest::gmock_main)
   gtest_discover_tests(${DEVSUPPORT_TEST_TARGET}

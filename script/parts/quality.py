@@ -23,6 +23,7 @@ COMMANDS = {
     "mips": "script/test mips",
     "coverage": "script/coverage",
     "moments": "script/moments",
+    "moments-mips": "script/moments mips",
     "faults": "script/faults",
     "healing": "script/healing",
     "powerloss": "script/powerloss",
@@ -194,6 +195,9 @@ def moments(page):
             "continued.",
             (("moments tried, of the release build", "moments"), ("of these, ended by a kill", "kills"),
              ("failures", "failures"), ("seconds", "seconds")))
+    section(page, "moments-mips", "Every moment of the device's processor", "The same, under user emulation.",
+            (("moments tried", "moments"), ("of these, ended by a kill", "kills"), ("failures", "failures"),
+             ("seconds", "seconds")))
 
 
 def milliseconds(figures, key):

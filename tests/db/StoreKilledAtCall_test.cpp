@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <csignal>
 #include <functional>
 #include <iostream>
@@ -182,16 +183,15 @@ class KilledAtEachCall : public StoreTest {
 
   static bool KillAt(__ptrace_request kind, int stop, const Action &preparation, const Action &operation) {
     Traced victim = Victim(preparation, operation);
-    bool reached = true;
-    for (int i = 0; i <= stop && reached; ++i) reached = victim.Step(kind);
+    const auto steps = static_cast<unsigned>(stop) + 1;
+    const bool reached = victim.Steps(kind, steps) == steps;
     victim.Kill();
     return reached;
   }
 
   static int CountInstructions(const Action &preparation, const Action &operation) {
     Traced process = Victim(preparation, operation);
-    int instructions = 0;
-    while (process.Step(PTRACE_SINGLESTEP)) ++instructions;
+    const auto instructions = static_cast<int>(process.Steps(PTRACE_SINGLESTEP, UINT_MAX));
     process.Kill();
     return instructions;
   }

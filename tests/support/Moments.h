@@ -25,8 +25,7 @@ inline int AtEachMoment(std::uint64_t seed, const std::function<std::unique_ptr<
   int taken = 0;
   const auto take = [&](unsigned moment) {
     const std::unique_ptr<Traced> process = begin();
-    unsigned instructions = 0;
-    while (instructions < moment && process->Step(PTRACE_SINGLESTEP)) ++instructions;
+    const unsigned instructions = process->Steps(PTRACE_SINGLESTEP, moment);
     act(*process);
     Tally("moment");
     ++taken;

@@ -4,20 +4,61 @@
 #pragma once
 
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/ptrace.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
 #include <cstdint>
 #include <fstream>
 #include <functional>
+#include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "tests/support/Child.h"
 #include "tests/support/SharedBlock.h"
+#include "tests/support/StepRecord.h"
 
 namespace devsupport::test {
+
+/// How the user emulator, which has no ptrace, moves a process on: by its plugin, see StepRecord.h.
+class EmulatorSteps {
+ public:
+  EmulatorSteps() : fd_(::memfd_create("steps", MFD_CLOEXEC)) {
+    if (fd_ < 0 || ::ftruncate(fd_, sizeof(StepRecord)) != 0)
+      throw std::runtime_error("cannot make a record of steps");
+    record_ =
+        static_cast<StepRecord *>(::mmap(nullptr, sizeof(StepRecord), PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0));
+  }
+  ~EmulatorSteps() {
+    ::munmap(record_, sizeof(StepRecord));
+    ::close(fd_);
+  }
+  EmulatorSteps(const EmulatorSteps &) = delete;
+  EmulatorSteps &operator=(const EmulatorSteps &) = delete;
+
+  /// The emulator looks at this record from now on, on behalf of this process. False where there is none.
+  bool Attach(StepKind kind) const {
+    record_->nKind = kind;
+    ::syscall(SYS_close, kStepCall, fd_);
+    return record_->bAttached != 0;
+  }
+  StepRecord &Record() const { return *record_; }
+
+  /// True when this process runs in such an emulator.
+  static bool AreThere() {
+    static const bool areThere = EmulatorSteps().Attach(kRunFreely);
+    return areThere;
+  }
+
+ private:
+  int fd_;
+  StepRecord *record_;
+};
 
 /// A child that this process moves on step by step.
 class Traced {
@@ -28,12 +69,12 @@ class Traced {
   Traced(
       const std::function<void()> &preparation, const std::function<void()> &operation,
       const std::function<void()> &afterwards = [] {})
-      : child_([&] {
+      : emulator_(EmulatorSteps::AreThere() ? std::make_unique<EmulatorSteps>() : nullptr), child_([&] {
           preparation();
-          if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) return kMayNotTrace;
-          ::raise(SIGSTOP);
+          if (!StopMyself()) return kMayNotTrace;
           operation();
           done_->store(true);
+          if (emulator_) emulator_->Record().nLeft = 0;
           afterwards();
           return 0;
         }) {
@@ -41,6 +82,7 @@ class Traced {
   }
 
   static bool MayTrace() {
+    if (EmulatorSteps::AreThere()) return true;
     Child child([] { return ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 ? 0 : kMayNotTrace; });
     return child.Wait() == 0;
   }
@@ -49,10 +91,19 @@ class Traced {
   /// the kernel has no such step.
   bool Step(__ptrace_request kind) {
     if (*done_ || state_ != kStopped) return false;
-    if (::ptrace(kind, child_.Pid(), nullptr, ToDeliver()) != 0) return false;
-    state_ = kRunning;
-    AwaitNews(0);
-    return state_ == kStopped;
+    return Continue(kind, 1) && AwaitNews(0) && state_ == kStopped;
+  }
+  /// Goes on by so many of them, or to the end. Returns by how many.
+  unsigned Steps(__ptrace_request kind, unsigned most) {
+    if (emulator_ && kind == PTRACE_SINGLESTEP && most != 0 && state_ == kStopped) {  // at once
+      const unsigned before = emulator_->Record().nTaken;
+      Continue(kind, most);
+      AwaitNews(0);
+      return emulator_->Record().nTaken - before;
+    }
+    unsigned taken = 0;
+    while (taken < most && Step(kind)) ++taken;
+    return taken;
   }
   void Kill() {
     child_.Signal(SIGKILL);
@@ -62,8 +113,7 @@ class Traced {
   /// Lets the child run to its end, or until it sleeps because somebody else has to go on first. True at its end.
   bool RunOn() {
     while (state_ != kEnded) {
-      if (state_ == kStopped) ::ptrace(PTRACE_CONT, child_.Pid(), nullptr, ToDeliver());
-      state_ = kRunning;
+      if (state_ == kStopped) Continue(PTRACE_CONT, 0);
       while (state_ == kRunning && !AwaitNews(WNOHANG)) {
         if (Sleeps()) return false;
         ::sched_yield();
@@ -87,13 +137,31 @@ class Traced {
   static constexpr int kMayNotTrace = 77;
   enum State { kStopped, kRunning, kEnded };
 
+  // The child, before the operation.
+  bool StopMyself() const {
+    if (emulator_) return emulator_->Attach(kStepInstructions);
+    return ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 && ::raise(SIGSTOP) == 0;
+  }
+  // By so many steps of a kind; without end with PTRACE_CONT.
+  bool Continue(__ptrace_request kind, unsigned steps) {
+    if (!emulator_) {
+      if (::ptrace(kind, child_.Pid(), nullptr, ToDeliver()) != 0) return false;
+    } else {
+      StepRecord &record = emulator_->Record();
+      record.nKind = kind == PTRACE_SINGLESTEP ? kStepInstructions : kind == PTRACE_SYSCALL ? kStepCalls : kRunFreely;
+      record.nLeft = steps;
+      child_.Signal(SIGCONT);
+    }
+    state_ = kRunning;
+    return true;
+  }
   // A child that has ended is left for Wait to reap.
   bool AwaitNews(int options) {
     siginfo_t news{};
     ::waitid(P_PID, static_cast<id_t>(child_.Pid()), &news, WEXITED | WSTOPPED | WNOWAIT | options);
     if (news.si_pid == 0) return false;
     state_ = news.si_code == CLD_TRAPPED || news.si_code == CLD_STOPPED ? kStopped : kEnded;
-    if (state_ == kStopped) ::waitpid(child_.Pid(), &status_, 0);
+    if (state_ == kStopped) ::waitpid(child_.Pid(), &status_, WUNTRACED);
     return true;
   }
   // The signal that the child has been stopped for, if it is one of its own.
@@ -109,6 +177,7 @@ class Traced {
   }
 
   SharedBlock<std::atomic<bool>> done_;
+  std::unique_ptr<EmulatorSteps> emulator_;
   Child child_;
   State state_ = kRunning;
   int status_ = 0;
