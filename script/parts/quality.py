@@ -189,9 +189,10 @@ def survival(page):
 
 
 def moments(page):
-    section(page, "moments", "Every moment", "Each single instruction of the ring's operations and of a log message "
-            "was followed by a kill, or by an operation of another process on the same ring; each single instruction of "
-            "the timers' operations by a signal. Nothing was lost that should not be, and the other processes "
+    section(page, "moments", "Every moment", "Each single instruction of the ring's operations, of a log message and of the "
+            "way through the store's gate was followed by a kill, or by an operation of another process on the same ring "
+            "or gate; each single instruction of the timers' operations, of their handler and of the local time by a "
+            "signal, or by what another thread may do. Nothing was lost that should not be, and the other processes "
             "continued.",
             (("moments tried, of the release build", "moments"), ("of these, ended by a kill", "kills"),
              ("failures", "failures"), ("seconds", "seconds")))
