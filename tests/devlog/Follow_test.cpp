@@ -267,6 +267,20 @@ TEST_F(DevlogTest, ThatFollows_WaitsForRings) {
   EXPECT_EQ(devlog.NextLine(), "12:34:56.789 log    0  third");
 }
 
+TEST_F(DevlogTest, ThatFollows_TellsOfAForeignSegmentOnceAndTakesTheRingInItsPlace) {
+  RunningDevlog devlog({"-f", "--ring", "log"});
+  while (devlog.Said().empty()) ::sched_yield();
+  const int id = ::shmget(kLogRing.shareKey, 100, IPC_CREAT | 0666);
+  while (devlog.Said().find("knows rings of") == std::string::npos) ::sched_yield();
+  ::shmctl(id, IPC_RMID, nullptr);
+  WritableRing log(kLogRing);
+  log.Write({.text = "hello"});
+  EXPECT_EQ(devlog.NextLine(), "12:34:56.789 log    0  hello");
+  EXPECT_EQ(devlog.Said(),
+            "devlog: there is no log ring; waiting\n"
+            "devlog: the log ring has 100 bytes; this devlog knows rings of 143792\n");
+}
+
 TEST_F(DevlogTest, ThatFollowsOneRing_FindsTheOtherWhenItComes) {
   WritableRing log(kLogRing);
   RunningDevlog devlog({"-f"});

@@ -63,10 +63,7 @@ Channel::Channel(const Options &options)
 
 Found Channel::Attach(Track &track) {
   const Found found = track.ring.Attach(access_);
-  if (found == Found::Unusable) {
-    track.isWanted = false;
-    status_ = kUnusable;
-  }
+  if (found == Found::Unusable) status_ = kUnusable;
   return found;
 }
 

@@ -71,6 +71,13 @@ void LogRing::Detach() {
 
 Found LogRing::Attach(Access access) {
   const int id = ::shmget(ShareKey(ring_), 0, 0);
+  if (id == refused_ && (id != -1 || errno == EACCES)) return Found::Missing;
+  const Found found = AttachTo(id, access);
+  refused_ = found == Found::Unusable ? id : kNone;
+  return found;
+}
+
+Found LogRing::AttachTo(int id, Access access) {
   shmid_ds status{};
   if (id == -1 || ::shmctl(id, IPC_STAT, &status) != 0) {
     if (errno != EACCES) return Found::Missing;

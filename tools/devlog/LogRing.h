@@ -73,7 +73,8 @@ class LogRing {
 
   Ring Which() const { return ring_; }
 
-  /// Looks for the ring and attaches it. Creates nothing; but for Access::Take it makes the ring's semaphore when the
+  /// Looks for the ring and attaches it. One that is of no use is told of once, and is missing from then on, until
+  /// another one is there. Creates nothing; but for Access::Take it makes the ring's semaphore when the
   /// last program to leave took it along, as each program does that uses a ring.
   Found Attach(Access access);
   bool IsAttached() const { return que_.header != nullptr; }
@@ -106,6 +107,9 @@ class LogRing {
   bool IsRemoved() const;
 
  private:
+  static constexpr int kNone = -2;  // -1 is a ring that may not be looked at
+
+  Found AttachTo(int id, Access access);
   bool CheckShape(std::size_t segmentBytes);
   bool TakeLock();
   void SayLocked(int error);
@@ -122,6 +126,7 @@ class LogRing {
   Access access_ = Access::Look;
   TShmQueue que_{};
   Identity identity_{};
+  int refused_ = kNone;  // the segment that is of no use
 
   bool hasPosition_ = false;
   Position position_{};
