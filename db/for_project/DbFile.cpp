@@ -12,7 +12,7 @@
 struct __db *BerkDb_OpenFile(const char *pFile, uint32_t dwFlags) {
   devsupport::store::InstallLibraryHooks();
   DB *pDb = nullptr;
-  if (const int nResult = db_create(&pDb, nullptr, 0); nResult != 0) {
+  if (const int nResult = devsupport::store::CreateFileHandle(&pDb); nResult != 0) {
     std::fprintf(stderr, "Fail: %s\n", db_strerror(nResult));
     return nullptr;
   }

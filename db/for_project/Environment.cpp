@@ -134,15 +134,22 @@ bool MakeRoom(int nResult) {
   return ReleaseReserve(g_store.nHomeFd);
 }
 
+// Closes a handle whose opening failed. The library forgets a region that it attached with the last of the memory.
+int CloseUnopened(DB_ENV *pEnv) {
+  const int nResult = pEnv->close(pEnv, 0);
+  ReleaseRegions();
+  return nResult;
+}
+
 // Opens the environment, and tries again when that can help: with more room, or with new regions instead of broken
 // ones. A failed open leaves a handle that can only be closed.
 int OpenRegionsOrTryAgain(DB_ENV *&pEnv, bool bCreate) {
   const int nResult = OpenRegions(pEnv, bCreate);
   const bool bBroken = nResult == DB_RUNRECOVERY && !bCreate;
   if (nResult == 0 || (!MakeRoom(nResult) && !bBroken)) return nResult;
-  pEnv->close(pEnv, 0);
+  CloseUnopened(pEnv);
   pEnv = nullptr;
-  if (const int nError = db_env_create(&pEnv, 0); nError != 0) return nError;
+  if (const int nError = CreateEnvironment(&pEnv); nError != 0) return nError;
   Configure(pEnv);
   return OpenRegions(pEnv, bCreate || bBroken);
 }
@@ -198,9 +205,7 @@ int OpenLocked(const char *pHome, const char *pFile, OpeningLock &lock) {
 
 // Gives up the handles of this process. The shared memory that they use may be inconsistent, or in use by others:
 // first the segments are detached, then the environment is marked as broken, so that closing closes only the files.
-// False when there is no memory for that.
-bool Retire() {
-  if (!RetireTables()) return false;
+void GiveUpHandles() {
   // The library would report each of its steps.
   g_pEnv->set_errcall(g_pEnv, StaySilent);
   g_pEnv->set_flags(g_pEnv, DB_NOLOCKING, 1);
@@ -210,12 +215,23 @@ bool Retire() {
   g_pEnv->set_errcall(g_pEnv, BerkDb_ErrCall);
   g_store.bAttached = false;
   g_store.bRetired = true;
-  return true;
+}
+
+// The same, with the old handles remembered. False when there is no memory for that.
+bool Retire() {
+  const bool bRemembered = RetireTables();
+  if (bRemembered) GiveUpHandles();
+  return bRemembered;
+}
+
+// For good: also when there is no memory to remember the handles.
+void AbandonHandles() {
+  if (!Retire()) GiveUpHandles();
 }
 
 // Opens the current regions with a new environment handle, and the tables in it.
 int OpenAnew(DB_ENV *&pEnv) {
-  if (const int nResult = db_env_create(&pEnv, 0); nResult != 0) return nResult;
+  if (const int nResult = CreateEnvironment(&pEnv); nResult != 0) return nResult;
   Configure(pEnv);
   const bool bCreate = g_gate.NeedsRebuild() || AttachedToRegions() == 0;
   if (const int nResult = OpenRegionsOrTryAgain(pEnv, bCreate); nResult != 0) return nResult;
@@ -235,12 +251,10 @@ bool CloseInOrder(bool bLast) {
   bool bComplete = bLast && g_store.bComplete && g_gate.Record().bIndexDoubt == 0 &&
                    g_pEnv->txn_checkpoint(g_pEnv, 0, 0, DB_FORCE) == 0;
   bComplete = CloseTables(g_pEnv) && bComplete;
-  const int nResult = g_pEnv->close(g_pEnv, 0);
+  const int nResult = g_store.bAttached ? g_pEnv->close(g_pEnv, 0) : CloseUnopened(g_pEnv);
   ReportEnvironment(nResult);
-  if (nResult == DB_RUNRECOVERY) {
-    g_gate.DemandRebuild();
-    ReleaseRegions();
-  }
+  if (nResult == DB_RUNRECOVERY) g_gate.DemandRebuild();
+  if (nResult != 0) ReleaseRegions();
   return bComplete && nResult == 0;
 }
 
@@ -286,7 +300,7 @@ bool OpenEnvironment(const char *pHome, const char *pFile, OpeningLock &lock) {
     return false;
   }
   InstallLibraryHooks();
-  if (const int nResult = db_env_create(&g_pEnv, 0); nResult != 0) {
+  if (const int nResult = CreateEnvironment(&g_pEnv); nResult != 0) {
     g_pEnv = nullptr;
     std::fprintf(stderr, "FAIL to create environment: (%d) %s\n", nResult, db_strerror(nResult));
     return false;
@@ -313,7 +327,7 @@ void CloseEnvironment(OpeningLock &lock) {
   if (g_store.bAttached && !g_gate.IsCurrent()) {
     // A process died inside meanwhile, or the library gave up. What was acknowledged is in the log; the next process
     // that opens the store recovers it.
-    Retire();
+    AbandonHandles();
   } else if (!g_store.bRetired) {
     const bool bLast = g_store.bAttached && !g_gate.HasLivingOthers();
     const bool bComplete = CloseInOrder(bLast);
@@ -325,7 +339,7 @@ void CloseEnvironment(OpeningLock &lock) {
 }
 
 void AbandonEnvironment() {
-  Retire();
+  AbandonHandles();
   Publish(nullptr);
 }
 
@@ -340,7 +354,7 @@ int FollowStore() {
   const int nResult = OpenAnew(pEnv);
   if (nResult == 0 || pEnv == nullptr) return nResult;
   if (!g_store.bAttached) {
-    pEnv->close(pEnv, 0);
+    CloseUnopened(pEnv);
   } else {
     g_gate.DemandRebuild();
     Retire();

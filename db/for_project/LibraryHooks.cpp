@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The functions that Berkeley DB calls instead of the C library's.
+// The functions that Berkeley DB calls instead of the C library's, and the creation of its handles.
 
 #include "db/for_project/LibraryHooks.h"
 
@@ -8,10 +8,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace devsupport::store {
@@ -40,6 +42,28 @@ void FlushFolderOf(const char *pPath) {
   if (nFd < 0) return;
   fsync(nFd);
   close(nFd);
+}
+
+// An environment is made of a public and a private record. Without memory for the private one, which is smaller, the
+// library uses it all the same. So there is a spare block for it.
+constexpr std::size_t kSpareBytes = 512;
+static_assert(sizeof(DB_ENV) > kSpareBytes, "the public record, which may be missing, does not take it");
+std::atomic<void *> g_pSpare{nullptr};
+
+void *AllocateOrTakeSpare(std::size_t dwBytes) {
+  void *pBlock = std::malloc(dwBytes);
+  return pBlock == nullptr && dwBytes <= kSpareBytes ? g_pSpare.exchange(nullptr) : pBlock;
+}
+
+template <typename Create>
+int WithSpareBlock(Create create) {
+  g_pSpare = std::malloc(kSpareBytes);
+  if (g_pSpare == nullptr) return ENOMEM;
+  db_env_set_func_malloc(AllocateOrTakeSpare);
+  const int nResult = create();
+  db_env_set_func_malloc(nullptr);
+  std::free(g_pSpare.exchange(nullptr));
+  return nResult;
 }
 
 bool IsEmpty(int nFd) {
@@ -75,6 +99,14 @@ int OpenAboveStandard(const char *pPath, int nFlags, ...) {
 void InstallLibraryHooks() {
   db_env_set_func_open(OpenAboveStandard);
   db_env_set_func_close(CloseAnyway);
+}
+
+int CreateEnvironment(DB_ENV **ppEnv) {
+  return WithSpareBlock([=] { return db_env_create(ppEnv, 0); });
+}
+
+int CreateFileHandle(DB **ppDb) {
+  return WithSpareBlock([=] { return db_create(ppDb, nullptr, 0); });
 }
 
 }  // namespace devsupport::store

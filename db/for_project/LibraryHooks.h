@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
-// How Berkeley DB opens and closes files in this process.
+// How Berkeley DB opens and closes files in this process, and makes its handles.
 #pragma once
+
+struct __db;
+struct __db_env;
 
 namespace devsupport::store {
 
@@ -12,5 +15,9 @@ int OpenAboveStandardAt(int nFolder, const char *pPath, int nFlags, int nMode = 
 
 /// Lets Berkeley DB use our functions for files, for the whole process. May be called again.
 void InstallLibraryHooks();
+
+/// db_env_create, and db_create without an environment, which must not end the process when memory is short.
+int CreateEnvironment(struct __db_env **ppEnv);
+int CreateFileHandle(struct __db **ppDb);
 
 }  // namespace devsupport::store

@@ -107,7 +107,7 @@ bool IsFileWhole(const char *pPath) {
   if (first.IsZero()) return false;
   if (!first.IsDatabase()) return true;
   DB *pDb = nullptr;
-  if (db_create(&pDb, nullptr, 0) != 0) return false;
+  if (CreateFileHandle(&pDb) != 0) return false;
   pDb->set_errcall(pDb, StaySilent);
   // Without the order of keys: each table has its own. The handle is used up by that, whatever the answer is.
   return pDb->verify(pDb, pPath, nullptr, nullptr, DB_NOORDERCHK) == 0;

@@ -145,15 +145,6 @@ class Descriptor {
   int fd_;
 };
 
-// Giving a semaphore back does not fail while it exists.
-bool GivesBack(const seccomp_notif &asked) {
-  if (asked.data.nr != SYS_semop && asked.data.nr != SYS_semtimedop) return false;
-  sembuf operation{};
-  iovec here{&operation, sizeof operation};
-  iovec there{reinterpret_cast<void *>(asked.data.args[1]), sizeof operation};
-  return ::process_vm_readv(static_cast<pid_t>(asked.pid), &here, 1, &there, 1, 0) > 0 && operation.sem_op > 0;
-}
-
 }  // namespace
 
 int FailingCalls::Run(const std::function<int()> &body) {
@@ -190,6 +181,21 @@ int FailingCalls::Supervise(int listener, int process) {
     else if ((waits[1].revents & POLLIN) != 0)
       return 0;
   }
+}
+
+// Giving a semaphore back does not fail while it exists. The ring's locks are free at 1; the store's are free at 0,
+// and taken in two steps.
+bool FailingCalls::GivesBack(const seccomp_notif &asked) {
+  if (asked.data.nr != SYS_semop && asked.data.nr != SYS_semtimedop) return false;
+  if (asked.data.args[2] > 1) {
+    freeAtZero_.insert(asked.data.args[0]);
+    return false;
+  }
+  sembuf operation{};
+  iovec here{&operation, sizeof operation};
+  iovec there{reinterpret_cast<void *>(asked.data.args[1]), sizeof operation};
+  return ::process_vm_readv(static_cast<pid_t>(asked.pid), &here, 1, &there, 1, 0) > 0 &&
+         (operation.sem_op > 0) != freeAtZero_.contains(asked.data.args[0]);
 }
 
 void FailingCalls::Answer(int listener) {

@@ -3,10 +3,14 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
+#include <set>
 #include <string>
 
 #include "tests/support/SharedBlock.h"
+
+struct seccomp_notif;
 
 namespace devsupport::test {
 
@@ -54,8 +58,10 @@ class FailingCalls {
  private:
   int Supervise(int listener, int process);
   void Answer(int listener);
+  bool GivesBack(const seccomp_notif &asked);
 
   FaultPlan &plan_;
+  std::set<std::uint64_t> freeAtZero_;  // semaphores
 };
 
 /// True for calls that give something back: when they fail, it may stay.

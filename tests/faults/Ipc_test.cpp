@@ -6,6 +6,7 @@
 #include <devsupport/ipc/Semaphore.h>
 #include <devsupport/ipc/ShareMem.h>
 #include <devsupport/ipc/Timer.h>
+#include <devsupport/logmgr/LogFormat.h>
 #include <devsupport/logmgr/LogInfoShm.h>
 #include <devsupport/logmgr/LogRecord.h>
 #include <gtest/gtest.h>
@@ -235,6 +236,32 @@ TEST(LogChannel, EachCall_FailsInTurn) {
     faults.Worked(opened == 1);
     faults.Strike([] { TLogInfoShm_Close(); });
     EXPECT_EQ(log.header, nullptr);
+  });
+}
+
+TEST(LogBuilders, EachCall_FailsInTurn) {
+  Sweep([](Faults &faults) {
+    ASSERT_EQ(TLogInfoShm_Open(3, ~0U, "swept"), 1);
+    TShmQueue &log = _g_uLogInfoShmData.uLogQue;
+    faults.Strike([&log] {
+      char number[32];
+      LogInfo_Cat1("file", 1, 1, 0, LogFmt_Int(number, 1));
+      LogInfo_Cat2("file", 1, 1, 0, "1", LogFmt_Hex(number, 2));
+      LogInfo_Cat3("file", 1, 1, 0, "1", "2", LogFmt_HexU(number, 3));
+      LogInfo_Cat4("file", 1, 1, 0, "1", "2", "3", LogFmt_Chn(number, 4));
+      LogInfo_Cat5("file", 1, 1, 0, "1", "2", "3", "4", LogFmt_Sid(number, 5));
+      LogInfo_Cat6("file", 1, 1, 0, "1", "2", "3", "4", "5", LogFmt_Float(number, 6.0F));
+      LogInfo_Cat7("file", 1, 1, 0, "1", "2", "3", "4", "5", "6", LogFmt_Double(number, 7.0));
+      LogInfo_Cat8("file", 1, 1, 0, "1", "2", "3", "4", "5", "6", "7", "8");
+      LogInfo_Cat9("file", 1, 1, 0, "1", "2", "3", "4", "5", "6", "7", "8", "9");
+      LogInfo_Cat10("file", 1, 1, 0, "1", "2", "3", "4", "5", "6", "7", "8", "9", "10");
+      LogInfo_Cat11("file", 1, 1, 0, "1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11");
+      LogInfo_Cat12("file", 1, 1, 0, "1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11", "12");
+      _TLogInfoShm_WriteData(&log, "text", 5, 1);
+    });
+    EXPECT_EQ(TShmQueue_GetCount(&log), 13);
+    TShmQueue_Clear(&log);
+    TLogInfoShm_Close();
   });
 }
 

@@ -3,6 +3,7 @@
 #include <devsupport/container/AllotArray.h>
 #include <devsupport/container/MyHash.h>
 #include <devsupport/container/MyQueue.h>
+#include <devsupport/db/BerkeleyDB.h>
 #include <devsupport/detail/diag/LogFile.h>
 #include <devsupport/diag/Diagnostics.h>
 #include <devsupport/diag/LogFile.h>
@@ -14,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csetjmp>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -41,6 +43,7 @@ TEST(AllotArray, EachCall_FailsInTurn) {
       room = AllotAry_GetAvaiRoom(&array);
       AllotAry_FreeRoom(&array, room);
       AllotAry_FreeRoom(&array, room);  // which is reported
+      EXPECT_EQ(AllotAry_IsInUse(&array, 4), 0);
       again = AllotAry_ReConstruct(&array, 8);
     });
     if (faults.Worked(made == 1)) {
@@ -68,7 +71,10 @@ TEST(Hash, EachCall_FailsInTurn) {
     int slot = -1;
     faults.Strike([&] {
       made = TMyHash_Create(&hash, "hash", 3, 4, sizeof value, match, key, key);
-      if (made == 1) TMyHash_Add(&hash, &value, &slot);
+      if (made != 1) return;
+      TMyHash_Add(&hash, &value, &slot);
+      EXPECT_EQ(TMyHash_IsInUse(&hash, 4), 0);  // which is reported
+      EXPECT_EQ(TMyHash_Delete(&hash, 4), 0);
     });
     if (!faults.Worked(made == 1)) return;
     EXPECT_EQ(TMyHash_Find(&hash, &value, nullptr), TMyHash_GetDataPtr(&hash, slot));
@@ -131,9 +137,28 @@ TEST(Diagnostics, EachCall_FailsInTurn) {
     int printed = -1;
     faults.Strike([&] {
       printed = MyErrPrintf("%s %d\n", "text", 1);
+      MyErrOutputDefault("text");
+      BerkDb_ErrCall(nullptr, "prefix", "text");
       TraceNow("label");
     });
     faults.Worked(printed >= 0);
+  });
+}
+
+std::jmp_buf g_aborted;
+
+TEST(FatalReport, EachCall_FailsInTurn) {
+  Sweep([](Faults &faults) {
+    const auto previous = std::signal(SIGABRT, [](int) { std::longjmp(g_aborted, 1); });
+    volatile bool aborted = false;
+    faults.Strike([&aborted] {
+      if (setjmp(g_aborted) != 0)
+        aborted = true;
+      else
+        MyDebugBreak("%s", "text");
+    });
+    EXPECT_TRUE(aborted);
+    std::signal(SIGABRT, previous);
   });
 }
 

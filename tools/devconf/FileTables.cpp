@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <iterator>
 
+#include "db/for_project/LibraryHooks.h"
 #include "db/for_project/StoreTables.h"
 #include "tools/devconf/Bytes.h"
 #include "tools/devconf/Output.h"
@@ -37,7 +38,7 @@ void SayForStore(const DB_ENV * /*env*/, const char * /*prefix*/, const char *me
 
 DB *NewHandle() {
   DB *db = nullptr;
-  if (db_create(&db, nullptr, 0) != 0) EndOutOfMemory();
+  if (devsupport::store::CreateFileHandle(&db) != 0) EndOutOfMemory();
   db->set_errcall(db, SayForStore);
   db->set_cachesize(db, 0, kCacheBytes, 0);
   return db;

@@ -15,6 +15,7 @@
 #include <cstdio>
 
 #include "db/for_project/DbLibrary.h"
+#include "db/for_project/LibraryHooks.h"
 #include "tools/common/Numbers.h"
 #include "tools/common/Text.h"
 
@@ -39,7 +40,7 @@ void StaySilent(const DB_ENV * /*env*/, const char * /*prefix*/, const char * /*
 
 bool Look(const char *path, std::FILE *dump, std::uint32_t flags) {
   DB *db = nullptr;
-  if (db_create(&db, nullptr, 0) != 0) return false;
+  if (devsupport::store::CreateFileHandle(&db) != 0) return false;
   db->set_errcall(db, StaySilent);
   db->set_pagesize(db, devsupport::store::kPageBytes);  // for a file that does not tell any more
   return db->verify(db, path, nullptr, dump, flags) == 0;

@@ -13,6 +13,7 @@
 #include <climits>
 #include <cstdio>
 
+#include "db/for_project/LibraryHooks.h"
 #include "db/for_project/StoreSeal.h"
 #include "db/for_project/StoreTables.h"
 
@@ -21,6 +22,7 @@ namespace devdoctor {
 namespace {
 
 using devsupport::store::CheckSeal;
+using devsupport::store::CreateFileHandle;
 using devsupport::store::kTableRules;
 using devsupport::store::SealFinding;
 using devsupport::store::SealState;
@@ -53,7 +55,7 @@ class Descriptor {
 bool CountRecords(const char *path, const TableRule &rule, std::uint64_t &count) {
   DB *db = nullptr;
   DBC *cursor = nullptr;
-  if (db_create(&db, nullptr, 0) != 0) return false;
+  if (CreateFileHandle(&db) != 0) return false;
   db->set_errcall(db, [](const DB_ENV *, const char *, const char *) {});
   int code = 0;
   int result = SetUpTable(db, rule, code);
