@@ -91,6 +91,18 @@ TEST_F(Rings, WhoseSemaphoreWasRemoved_SayWhoWritesWithoutIt) {
   EXPECT_THAT(result.out, HasSubstr("(" + std::to_string(::getpid()) + ")"));
 }
 
+// The last program that writes takes the semaphore along; devlog goes on looking.
+TEST_F(NoRings, ThatOnlyAReaderHas_AreWellWithoutASemaphore) {
+  ASSERT_EQ(TLogInfoShm_Open(0, 0, nullptr), 1);
+  ASSERT_EQ(TLogInfoShm_Close(), 1);
+  const void *reader = ::shmat(::shmget(kLogRing.shareKey, 0, 0), nullptr, SHM_RDONLY);
+  const CommandResult result = Devdoctor(kNoStore);
+  ::shmdt(reader);
+  EXPECT_EQ(result.status, 0) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("attached by devdoctor_Rings"));
+  EXPECT_THAT(result.out, HasSubstr("log ring: no semaphore, and nobody who needs one"));
+}
+
 TEST_F(Rings, WhoseSemaphoreLetsSeveralIn_SaySo) {
   sembuf give{0, 1, 0};
   ASSERT_EQ(::semop(::semget(kLogRing.semKey, 0, 0), &give, 1), 0);
@@ -189,7 +201,7 @@ TEST_F(NoRings, AQueueWhoseUsersAreDead_IsStaleWhileMessagesWait) {
   ASSERT_EQ(child.Wait(), 0);
   const CommandResult result = Devdoctor(kNoStore);
   EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.out, HasSubstr("(key 0x4711) holds 1 messages of 4 bytes, and its users are dead"));
+  EXPECT_THAT(result.out, HasSubstr("(key 0x4711) holds 1 message of 4 bytes, and its users are dead"));
   ::msgctl(id, IPC_RMID, nullptr);
   EXPECT_EQ(Devdoctor(kNoStore).status, 0);
 }

@@ -105,7 +105,7 @@ TEST_F(Store, WhoseProgramWasKilled_SaysThatTheNextOneCleansUp) {
   child.Wait();
   const CommandResult result = Look();
   EXPECT_EQ(result.status, 1) << result.out;
-  EXPECT_THAT(result.out, HasSubstr("WARNING: store: 1 programs ended without closing it"));
+  EXPECT_THAT(result.out, HasSubstr("WARNING: store: 1 program ended without closing it"));
 }
 
 TEST_F(Store, WhoseOpeningIsStopped_NamesTheHolder) {

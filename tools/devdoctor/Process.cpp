@@ -28,7 +28,7 @@ struct Namespace {
 };
 
 /// Whether a process has the segment attached: its mappings name it by its identifier.
-bool HasAttached(const char *pid, int shmId) {
+bool HasAttached(const char *pid, int shmId, Attached::Who who) {
   char path[64];
   std::snprintf(path, sizeof path, "/proc/%.20s/maps", pid);
   std::FILE *maps = std::fopen(path, "re");
@@ -36,10 +36,12 @@ bool HasAttached(const char *pid, int shmId) {
   char line[512];
   bool isFound = false;
   while (!isFound && std::fgets(line, sizeof line, maps) != nullptr) {
+    char rights[8] = "";
     unsigned long inode = 0;
     char name[16] = "";
-    isFound = std::sscanf(line, "%*s %*s %*s %*s %lu /%15s", &inode, name) == 2 &&
-              std::strncmp(name, "SYSV", 4) == 0 && inode == static_cast<unsigned long>(shmId);
+    isFound = std::sscanf(line, "%*s %7s %*s %*s %lu /%15s", rights, &inode, name) == 3 &&
+              std::strncmp(name, "SYSV", 4) == 0 && inode == static_cast<unsigned long>(shmId) &&
+              (who == Attached::Who::All || rights[1] == 'w');
   }
   std::fclose(maps);
   return isFound;
@@ -75,18 +77,18 @@ Described::Described(pid_t pid) {
   }
 }
 
-Attached::Attached(int shmId) {
+Attached::Attached(int shmId, Who who) {
   text[0] = '\0';
   const Namespace own("self");
   DIR *proc = ::opendir("/proc");
   std::size_t used = 0;
   for (const dirent *entry = nullptr; proc != nullptr && (entry = ::readdir(proc)) != nullptr;) {
     const int pid = std::atoi(entry->d_name);
-    if (pid <= 0 || pid == ::getpid() || !HasAttached(entry->d_name, shmId)) continue;
+    if (pid <= 0 || pid == ::getpid() || !HasAttached(entry->d_name, shmId, who)) continue;
     if (std::strcmp(Namespace(entry->d_name).text, own.text) != 0) continue;  // another object with the same number
     ++count;
-    const Described who(pid);
-    const int size = std::snprintf(text + used, sizeof text - used, "%s%s", used != 0 ? ", " : "", who.text);
+    const Described process(pid);
+    const int size = std::snprintf(text + used, sizeof text - used, "%s%s", used != 0 ? ", " : "", process.text);
     used = size < 0 || used + static_cast<std::size_t>(size) >= sizeof text ? sizeof text - 1
                                                                             : used + static_cast<std::size_t>(size);
   }

@@ -28,7 +28,8 @@ struct Described {
 /// The names and numbers of the processes that have a segment attached, with commas between them; "nobody" without
 /// any. Processes that may not be looked at are left out.
 struct Attached {
-  explicit Attached(int shmId);
+  enum class Who { All, Writers };
+  explicit Attached(int shmId, Who who = Who::All);
   char text[512];
   std::size_t count = 0;
 };

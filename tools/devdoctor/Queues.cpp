@@ -127,8 +127,8 @@ void CheckQueues(Report &report) {
     char advice[96];
     std::snprintf(advice, sizeof advice, "when no program is to read it: 'ipcrm -q %d'", queue.id);
     report.Fault(Severity::Warning, kQueues, "stale_queue", advice,
-                 "queue %d (key 0x%x) holds %lu messages of %lu bytes, and its users are dead", queue.id, queue.key,
-                 queue.messages, queue.bytes);
+                 "queue %d (key 0x%x) holds %lu message%s of %lu bytes, and its users are dead", queue.id, queue.key,
+                 queue.messages, Plural(queue.messages), queue.bytes);
   });
   if (!hasList) return SayNoList(report, kQueues, "/proc/sysvipc/msg");
   report.Note(kQueues, "%u, with %lu messages", queues, messages);

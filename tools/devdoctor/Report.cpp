@@ -121,7 +121,9 @@ void Report::PrintWords() const {
     std::putchar('\n');
   }
   if (isCut_) std::puts("WARNING: devdoctor: there is more than fits into a report");
-  std::printf("%zu errors, %zu warnings\n", Count(Severity::Error), Count(Severity::Warning));
+  const std::size_t errors = Count(Severity::Error);
+  const std::size_t warnings = Count(Severity::Warning);
+  std::printf("%zu error%s, %zu warning%s\n", errors, Plural(errors), warnings, Plural(warnings));
 }
 
 void Report::PrintJson() const {

@@ -10,6 +10,9 @@ namespace devdoctor {
 enum class Format : std::uint8_t { Words, Json, Prometheus };
 enum class Severity : std::uint8_t { Warning, Error };
 
+/// What "error", "message" or "program" has at its end after such a number.
+constexpr const char *Plural(std::uint64_t count) { return count == 1 ? "" : "s"; }
+
 /// Collects everything first: the text format for metrics wants the samples of one name together.
 class Report {
  public:

@@ -88,7 +88,7 @@ class RingCheck {
                     "its rights are %04o: not every program can write to it", status.shm_perm.mode & 0777U);
     }
     CheckSegment(id, status);
-    CheckSemaphore(status, users);
+    CheckSemaphore(id);
   }
 
  private:
@@ -163,12 +163,13 @@ class RingCheck {
     }
   }
 
-  void CheckSemaphore(const shmid_ds &segment, const Attached &users) {
+  void CheckSemaphore(int segmentId) {
     const int id = ::semget(ring_.semKey, 0, 0);
     if (id == -1 && errno == ENOENT) {
-      if (segment.shm_nattch != 0 && users.count != 0) {
+      const Attached writers(segmentId, Attached::Who::Writers);
+      if (writers.count != 0) {
         report_.Fault(Severity::Error, ring_.name, "no_semaphore", "start these programs again",
-                      "its semaphore was removed, and it is written without a lock by %s", users.text);
+                      "its semaphore was removed, and it is written without a lock by %s", writers.text);
       } else {
         report_.Note(ring_.name, "no semaphore, and nobody who needs one");
       }

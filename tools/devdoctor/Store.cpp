@@ -139,7 +139,7 @@ bool CheckMembers(Report &report, const Gate &gate) {
   report.Figure(kStore, "dead_members", dead);
   if (dead != 0) {
     report.Fault(Severity::Warning, kStore, "dead_members", "nothing: the next program that uses the store cleans up",
-                 "%u programs ended without closing it", dead);
+                 "%u program%s ended without closing it", dead, Plural(dead));
   }
   return living != 0;
 }
