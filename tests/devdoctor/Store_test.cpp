@@ -3,7 +3,9 @@
 
 #include <db.h>
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <sys/ipc.h>
+#include <sys/prctl.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -230,6 +232,27 @@ TEST_F(Store, WhoseLogWasCut_NamesTheFile) {
   const CommandResult result = Look();
   EXPECT_EQ(result.status, 2) << result.out;
   EXPECT_THAT(result.out, HasSubstr("ERROR: store: the file " + log + " is not as it was"));
+}
+
+TEST_F(Store, ThatMayNotBeRead_IsNotJudged) {
+  MakeClosed();
+  for (const std::string &path : {FilePath(), FilePath() + ".seal", home_}) {
+    struct stat before {};
+    ASSERT_EQ(::stat(path.c_str(), &before), 0);
+    ASSERT_EQ(::chmod(path.c_str(), 0), 0);
+    Child child([this] {
+      // Without these, root is like any other user here.
+      for (const int right : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) ::prctl(PR_CAPBSET_DROP, right);
+      const CommandResult result = Look();
+      EXPECT_EQ(result.status, 2);
+      EXPECT_THAT(result.out, HasSubstr("cannot be read: Permission denied"));
+      EXPECT_THAT(result.out, Not(HasSubstr("WARNING")));
+      EXPECT_THAT(result.out, Not(HasSubstr("stored anything")));
+      return HasFailure() ? 1 : 0;
+    });
+    EXPECT_EQ(child.Wait(), 0) << path;
+    ::chmod(path.c_str(), before.st_mode & 07777);
+  }
 }
 
 // What the gate's record tells.

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 
 #include "db/for_project/LibraryHooks.h"
 #include "db/for_project/StoreSeal.h"
@@ -86,7 +87,7 @@ void CountAll(Report &report, const char *path, const Descriptor &seal) {
   for (const TableRule &rule : kTableRules) {
     if (rule.IsIndex()) continue;
     const std::uint64_t count = counts[&rule - kTableRules];
-    report.Note(rule.pName, "%llu records", static_cast<unsigned long long>(count));
+    report.Note(rule.pName, "%llu record%s", static_cast<unsigned long long>(count), Plural(count));
     report.Figure(rule.pName, "records", count);
   }
 }
@@ -112,6 +113,11 @@ void CheckClosed(Report &report, const char *home, const char *file, bool isOpen
   CheckReserve(report, folder.Number());
   // Open from before the first look on, so that no other seal can be taken for it.
   const Descriptor seal(::openat(folder.Number(), sealName, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (seal.Number() < 0 && errno != ENOENT) {
+    report.Fault(Severity::Error, kStore, "unreadable", "run devdoctor as root", "the file %s cannot be read: %s",
+                 sealName, std::strerror(errno));
+    return;
+  }
   const SealFinding finding = seal.Number() < 0 ? SealFinding{} : CheckSeal(folder.Number(), file);
   report.Figure(kStore, "sealed", finding.state == SealState::kFits ? 1 : 0);
   switch (finding.state) {

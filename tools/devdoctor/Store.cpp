@@ -55,18 +55,20 @@ class Path {
 /// A table file begins with a page that says what it is. False when there is no file.
 bool CheckFile(Report &report, const Path &path) {
   struct stat status {};
+  const auto unreadable = [&report] {
+    report.Fault(Severity::Error, kStore, "unreadable", "run devdoctor as root", "the file cannot be read: %s",
+                 std::strerror(errno));
+    return false;
+  };
   if (::stat(path.Text(), &status) != 0) {
+    if (errno != ENOENT) return unreadable();
     report.Note(kStore, "no file %s: no program has stored anything yet", path.Text());
     return false;
   }
   report.Note(kStore, "file %s of %llu bytes", path.Text(), static_cast<unsigned long long>(status.st_size));
   report.Figure(kStore, "file_bytes", static_cast<std::uint64_t>(status.st_size));
   const int fd = ::open(path.Text(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) {
-    report.Fault(Severity::Error, kStore, "unreadable", "run devdoctor as root", "the file cannot be read: %s",
-                 std::strerror(errno));
-    return true;
-  }
+  if (fd < 0) return unreadable();
   constexpr std::uint32_t kMagic = 0x053162;
   constexpr std::size_t kMagicAt = 12;
   constexpr std::size_t kPageSizeAt = 20;
