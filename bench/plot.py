@@ -51,7 +51,7 @@ def draw(row):
     peers = iter(PEERS * len(row.labels()))
     styles = {label: OURS if label.startswith("ours") else FLOOR if label.startswith("floor") else next(peers)
               for label in row.labels()}
-    # Ours is drawn last, but for the floor, whose dashes show it where the two are one.
+    # Ours is drawn last except for the floor. The floor's dashes show both lines where they are the same.
     order = sorted(styles, key=lambda label: (label[:4] != "peer", label[:4] != "ours"))
     data, curves = zip(*(curve(row, label, styles[label], unit) for label in order))
     what, _, by = row.title.partition(", by ")

@@ -23,7 +23,7 @@ import sys
 import tempfile
 from collections import Counter
 
-# Runs "$@" with a /dev that holds nothing but what is measured with.
+# Runs "$@" with a /dev that holds only the measured device.
 DEVICES = """
 set -e
 devices=$1
@@ -223,7 +223,7 @@ def cpld_calls(options):
     if not any(run["name"].endswith("/ours") and "calls" in run for run in result.runs):
         return result
     made = calls(OURS_DYNAMIC, options.programs)
-    # The loader's last act is to let go of its cache; cpld itself unmaps nothing.
+    # The loader's last call unmaps its cache; cpld itself unmaps nothing.
     loader = max(i for i, call in enumerate(made) if name_of(call) == "munmap") + 1
     own = [re.sub(r"^\d+ +", "", re.sub(r"0x7f\w+", "0x7f...", call)) for call in made[loader:]]
     result.context["listing:cpld_calls"] = "\n".join([f"the exec and the loader: {loader} calls; cpld itself:", *own])

@@ -43,7 +43,7 @@ void PrintAnswer(cpld::Action action, const cpld::TAnalogRegRequest &request, in
 }  // namespace
 
 int main(int nArgCount, char *apArgs[]) {
-  // A buffer of our own keeps the C library from asking the system about standard output and for memory.
+  // With this buffer, the C library makes no system calls to examine standard output or to allocate memory.
   static char acOutput[512];
   std::setvbuf(stdout, acOutput, _IOFBF, sizeof acOutput);
 

@@ -125,7 +125,7 @@ struct TextPart {
   std::uint32_t dwTaken;  // of the message
 };
 
-// Writes the text of one record: the name, if it goes in front, and as much of the message as there is room for.
+// Writes the text of one record: the name, if it comes first, and as much of the message as fits.
 TextPart FillText(char *pDest, std::uint32_t dwNameLen, const char *pText, std::uint32_t dwRest) {
   const std::uint32_t dwChars = std::min<std::uint32_t>(dwNameLen + dwRest, LOGCELL_TEXT_CHARS);
   const std::uint32_t dwTaken = dwChars - dwNameLen;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Builders of log messages: one for formats, one for pieces, each with a message buffer of its own on the stack.
+// Builders of log messages: one for formats, one for pieces, each with a message buffer on the stack.
 
 #include <devsupport/detail/logmgr/LogRecord.h>
 #include <devsupport/logmgr/LogInfoShm.h>

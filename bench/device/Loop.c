@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/* Prints how many nanoseconds of this machine's clock an instruction takes: the shortest of many runs of a loop whose
+/* Prints the nanoseconds of this machine's clock for one instruction: the shortest of many runs of a loop whose
  * instructions are known. */
 #define _POSIX_C_SOURCE 200809L
 #include <stdio.h>

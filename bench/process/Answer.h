@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the hand-written floors of cpld send and answer: always the same.
+// The fixed request and answer of the hand-written floors of cpld.
 #pragma once
 
 static const char kDevice[] = "/dev/analog/0";

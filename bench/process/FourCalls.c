@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The floor of a dynamically linked cpld: its four system calls through the C library, which is asked for nothing
-// else. What it does besides is the loader's work. It reads no command line and formats nothing.
+// The floor of a dynamically linked cpld: its four system calls through the C library, and nothing else. The rest of
+// its time is the loader's work. It reads no command line and formats nothing.
 
 #include "bench/process/Answer.h"
 

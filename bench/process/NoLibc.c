@@ -17,7 +17,7 @@ static long Call(long nNumber, long nFirst, long nSecond, long nThird) {
   return nResult;
 }
 
-// Nobody has called it, so the stack is not aligned as in a function that was.
+// It is not called like a function, so the stack is not aligned as in one.
 __attribute__((force_align_arg_pointer)) void _start(void);
 void _start(void) {
   struct Request request = {kGetDirectReg, 1, 23, 0, {0, 0}};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What cpld does, as anybody would write it in C: a peer of cpld as a process.
+// The work of cpld in straightforward C: a peer of cpld as a process.
 
 #include <fcntl.h>
 #include <stdio.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// How much memory a process that uses the configuration store has: fills a store in a process that ends, then opens
-// it and tells its resident memory after so many operations. The row store_memory_* of the report.
+// The memory of a process that uses the configuration store: fills a store in a process that ends, then opens it and
+// prints the resident memory after given numbers of operations. The row store_memory_* of the report.
 //
 // usage: store_memory HOME RECORDS OPERATIONS...
 //   HOME         an empty folder; the key of the store's shared memory is fixed, so run it in an IPC namespace of its
@@ -48,7 +48,7 @@ static void Fill(void) {
   BerkDb_Close();
 }
 
-// One operation: mostly reads, as a device does; one in a hundred changes a setting, one in a thousand searches by
+// One operation: mostly reads, as on a device; one in a hundred changes a setting, one in a thousand searches by
 // prefix, one in a thousand adds a record and deletes it again.
 static void Operate(long nOperation) {
   static TDbFindRec auFound[kMatches];

@@ -11,7 +11,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* A field of the process's status, in KiB; -1 when the kernel does not tell. */
+/* A field of the process's status, in KiB; -1 when the kernel does not have it. */
 static long ReadStatus(const char *pField) {
   const size_t nFieldChars = strlen(pField);
   char szLine[128];

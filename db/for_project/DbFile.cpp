@@ -24,7 +24,8 @@ struct __db *BerkDb_OpenFile(const char *pFile, uint32_t dwFlags) {
   }
   if (nResult == 0) return pDb;
   pDb->err(pDb, nResult, pFormat, pFile);
-  // Without memory the library gives up what the handle needs for closing: that would end the process.
+  // When memory is missing, the library frees data that closing the handle needs. Closing it would then end the
+  // process.
   if (nResult != ENOMEM) pDb->close(pDb, 0);
   return nullptr;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What this store asks of Berkeley DB, by name, in one place. The store's files were first written with release 4.6,
-// whose numbers stand beside the names; this release numbers several of them anew but means the same.
+// whose numbers are given beside the names. This release has other numbers for several of them, with the same
+// meaning.
 #pragma once
 
 #include <db.h>
@@ -43,8 +44,8 @@ inline constexpr std::uint32_t kStepNext = DB_NEXT;
 inline constexpr int kNotFound = DB_NOTFOUND;
 inline constexpr int kBufferSmall = DB_BUFFER_SMALL;
 
-// How lock conflicts end (docs/decisions/store-locking.md): a transaction that meets a lock never waits for it, but
-// answers with a result that means "try again". A read never meets one, as long as nobody keeps a write lock between
+// How lock conflicts end (docs/decisions/store-locking.md): a transaction that finds a lock never waits for it, but
+// returns a result that means "try again". A read never finds one, as long as no process keeps a write lock between
 // two operations; so a cursor is not given one.
 inline constexpr std::uint32_t kConflictFlags = DB_TXN_NOWAIT;
 inline constexpr std::uint32_t kWriteLockHint = DB_RMW;

@@ -53,7 +53,7 @@ int ReadRecord(DB *pDb, const char *pKey, KeyForm form, char *pBuf, std::int32_t
   });
 }
 
-// Lets the library remove old log files, when enough has been written since the last time. The change is safe without
+// Makes the library remove old log files when enough has been written since the last time. The change is safe without
 // it, so a failure does not matter to the caller.
 void CheckpointWhenDue(std::size_t dwBytes) {
   if (g_gate.CountChange(kCheckpointChanges, dwBytes)) g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);

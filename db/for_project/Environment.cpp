@@ -41,11 +41,11 @@ constexpr int kMaxFollows = 256;
 struct OpenStore {
   int nHomeFd = -1;
   struct stat home = {};
-  char *pHome = nullptr;   // absolute, so that the library finds its files wherever the program goes
+  char *pHome = nullptr;   // absolute, so that the library finds its files when the program changes its folder
   char *pFile = nullptr;   // nullptr: no tables
   bool bAttached = false;  // the library has the environment's memory attached
   bool bComplete = false;  // all tables are open
-  bool bRetired = false;   // the handles belong to regions that are gone
+  bool bRetired = false;   // the handles belong to regions that were removed
   bool bCheckIndexes = false;
   int nFollows = 0;
 };
@@ -60,7 +60,7 @@ void ForgetStore() {
 
 void Publish(DB_ENV *pEnv) { __atomic_store_n(&g_pEnv, pEnv, __ATOMIC_RELEASE); }
 
-// Kept: what these setters answer is not looked at; open says it if the result is no environment.
+// Kept: the results of these setters are ignored. When they failed, open fails too.
 void Configure(DB_ENV *pEnv) {
   pEnv->set_errpfx(pEnv, "_BerkDb_CreateEnvir");
   pEnv->set_errcall(pEnv, BerkDb_ErrCall);
@@ -100,7 +100,7 @@ bool RememberHome(const char *pHome, const char *pFile) {
   return g_store.pHome != nullptr && (pFile == nullptr) == (g_store.pFile == nullptr);
 }
 
-// The gate belongs to one home at a time. Another one takes it when nobody living has the store open.
+// The gate belongs to one home at a time. Another one takes it when no living process has the store open.
 bool BindGate(const char *pHome, bool bAlone) {
   if (g_gate.IsOf(g_store.home)) return true;
   if (!bAlone) {
@@ -113,7 +113,7 @@ bool BindGate(const char *pHome, bool bAlone) {
   return true;
 }
 
-// Takes a place among the members. The places of dead processes become free when the regions are made anew.
+// Takes a place among the members. The places of dead processes become free when the regions are rebuilt.
 bool JoinMembers() {
   if (g_gate.Join()) return true;
   if (g_gate.HasDead()) {
@@ -183,13 +183,13 @@ int OpenInside(bool bAlone) {
   if (nResult != 0 || !bAlone || !bCreate || seal == SealState::kFits) return nResult;
   // Recovery is done. The pages are checked unless the seal has shown that they are unchanged.
   const int nPages = seal == SealState::kChanged ? 0 : CheckPages(g_store.pHome, g_store.pFile);
-  if (nPages != 0) g_gate.DemandRebuild();  // nobody joins this environment
+  if (nPages != 0) g_gate.DemandRebuild();  // no process may join this environment
   g_store.bCheckIndexes = true;
   g_gate.Record().bIndexDoubt = 0;
   return nPages;
 }
 
-// The caller holds the lock from here on, also after a failure.
+// The caller then holds the lock, also after a failure.
 int OpenLocked(const char *pHome, const char *pFile, OpeningLock &lock) {
   if (const int nError = lock.TakeToOpen(pHome); nError != 0) return nError;
   if (!RememberHome(pHome, pFile)) return ENOMEM;
@@ -203,8 +203,9 @@ int OpenLocked(const char *pHome, const char *pFile, OpeningLock &lock) {
   return nResult;
 }
 
-// Gives up the handles of this process. The shared memory that they use may be inconsistent, or in use by others:
-// first the segments are detached, then the environment is marked as broken, so that closing closes only the files.
+// Closes the handles of this process without writing. The shared memory that they use may be inconsistent, or in use
+// by others: first the segments are detached, then the environment is marked as broken, so that closing closes only
+// the files.
 void GiveUpHandles() {
   // The library would report each of its steps.
   g_pEnv->set_errcall(g_pEnv, StaySilent);

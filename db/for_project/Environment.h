@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The environment of this process: opened, closed, and made anew when a process has died inside.
+// The environment of this process: opened, closed, and rebuilt after a process has died inside.
 #pragma once
 
 #include <db.h>
@@ -45,12 +45,12 @@ bool OpenStoreTables(int &nCode);
 /// Closes tables and environment and reports what fails. The last process seals the file.
 void CloseEnvironment(OpeningLock &lock);
 
-/// Gives up an environment that cannot be closed, without changing what the processes share. Files and shared memory are
-/// closed and detached; the handles stay allocated.
+/// Drops an environment that cannot be closed, without changing the data that processes share. Files and shared memory
+/// are closed and detached; the handles stay allocated.
 void AbandonEnvironment();
 
-/// Changes to the current regions, inside the gate: makes them anew when a process died inside, joins them when another
-/// process has made them anew already. Returns 0 or the library's result.
+/// Changes to the current regions, inside the gate: rebuilds them when a process has died inside, and joins them when
+/// another process has already rebuilt them. Returns 0 or the library's result.
 int FollowStore();
 
 /// What an operation does after it failed inside the gate.
@@ -60,12 +60,12 @@ enum class AfterFailure : unsigned char {
   kTryAgain,  // the store was rebuilt: again at once
 };
 
-/// Judges a failed result inside the gate. Rebuilds the store when the result tells that it is broken, or when a dead
-/// process keeps what the operation needs.
+/// Decides what follows a failed result, inside the gate. Rebuilds the store when the result means that it is broken,
+/// or when a dead process keeps what the operation needs.
 /// bAgain     in      the operation was tried again already
 AfterFailure Judge(int nResult, bool bAgain);
 
-/// Whether there is room for a change: false while the reserve is used up and cannot be made anew. Inside the gate.
+/// Whether there is room for a change: false while the reserve is used and cannot be made again. Inside the gate.
 bool HasRoomForChange();
 
 }  // namespace devsupport::store

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The files of a home: goes through them, and flushes them.
+// Lists and flushes the files of a home.
 #pragma once
 
 #include <dirent.h>

@@ -13,7 +13,7 @@ namespace devsupport::store {
 int OpenAboveStandard(const char *pPath, int nFlags, ...);
 int OpenAboveStandardAt(int nFolder, const char *pPath, int nFlags, int nMode = 0);
 
-/// Lets Berkeley DB use our functions for files, for the whole process. May be called again.
+/// Makes Berkeley DB use our functions for files in the whole process. May be called again.
 void InstallLibraryHooks();
 
 /// db_env_create, and db_create without an environment, which must not end the process when memory is short.

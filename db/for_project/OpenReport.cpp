@@ -13,7 +13,7 @@ namespace devsupport::store {
 
 namespace {
 
-// Fixed parts of the messages: what stands there is looked for in the field, wherever the code has moved since.
+// Fixed parts of the messages. People search for these texts, so they do not change when the code moves.
 constexpr char kSource[] = "db/for_project/BerkeleyDB";
 constexpr int kErrCallLine = 149;
 constexpr int kLostCaseLine = 499;
@@ -60,7 +60,7 @@ void ReportSentence(const char *pFormat, ...) {
 
 }  // namespace devsupport::store
 
-// Kept: the message is its own format, so "%%" is one '%'. It never has values, so every other '%' stands for itself.
+// Kept: the message is its own format, so "%%" is one '%'. It has no values, so every other '%' is printed unchanged.
 void BerkDb_ErrCall(const struct __db_env * /*pEnv*/, const char * /*pPrefix*/, const char *pMessage) {
   for (const char *p = pMessage != nullptr ? pMessage : ""; *p != '\0';) {
     const std::size_t dwPlain = std::strcspn(p, "%");

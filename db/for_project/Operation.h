@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// How every operation on a record goes into the store: through the gate, again when it met somebody's lock, and out
-// with one of the store's own results.
+// The way of every operation on a record into the store: through the gate, again after a lock conflict, and out with
+// one of the store's own results.
 #pragma once
 
 #include <db.h>
@@ -14,11 +14,11 @@
 
 namespace devsupport::store {
 
-/// Runs one operation inside the gate, until it meets no other one's lock or the deadline is over. When a process has
-/// died inside, the store is rebuilt before, and the operation does not notice.
+/// Runs one operation inside the gate, until it finds no lock of another one or the deadline has passed. When a process
+/// has died inside, the store is rebuilt before, and the operation does not notice.
 /// pDb        in      table that the caller named; the operation is given the handle that means it now
 /// operation  in      returns the library's result and leaves nothing open
-/// Returns    the last result, or why there was no way in.
+/// Returns    the last result, or why it could not enter.
 template <typename TOperation>
 int RunInside(DB *pDb, TOperation operation) {
   Deadline deadline;
@@ -42,7 +42,7 @@ int RunInside(DB *pDb, TOperation operation) {
     if (next == AfterFailure::kTryAgain) {
       bAgain = true;
     } else if (!deadline.Pause()) {
-      // Whoever holds the lock needs the gate to give it back: he had his time.
+      // The holder of the lock needs the gate to release it. It has had enough time.
       return nResult;
     }
   }
@@ -54,13 +54,13 @@ int RunChange(DB *pDb, TOperation operation) {
   return RunInside(pDb, [&](DB *pCurrent) { return HasRoomForChange() ? operation(pCurrent) : ENOSPC; });
 }
 
-/// Translates a library result into the store's; what has no code of its own is reported through the table.
+/// Translates a library result into the store's; results without a code are reported through the table.
 int CodeOf(DB *pDb, int nResult);
 
 /// Reports a library result through the table, with the library's text.
 void Report(DB *pDb, int nResult);
 
-/// Says a result that was reported already once more, in the short form of the writing operations.
+/// Prints an already reported result once more, in the short form of the writing operations.
 void PrintResult(int nResult);
 
 /// A record that the library reads from the caller and never writes to.

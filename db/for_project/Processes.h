@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Whether a process still lives, as the kernel tells it.
+// Asks the kernel whether a process still lives.
 #pragma once
 
 #include <cstdint>

@@ -83,7 +83,7 @@ int RecordWalk::FillFrom(DBC *pCursor) {
   return bAtEnd_ ? 0 : nResult;
 }
 
-// Goes to the first record that has not been read.
+// Moves to the first record that has not been read.
 int RecordWalk::GoToStart(DBC *pCursor) {
   if (bBegun_ && rule_.IsIndex()) return GoToNextDuplicate(pCursor);
   if (lastPlace_.View().empty() && !bBegun_) return Step(pCursor, kStepFirst);

@@ -43,7 +43,7 @@ struct WholeRecord {
 };
 
 /// A walk over a table or an index, in its order. The records are read in batches, each inside the gate; others may
-/// change the table between two batches: the walk goes on after the last record that it has read.
+/// change the table between two batches: the walk continues after the last record that it has read.
 class RecordWalk {
  public:
   /// From the first key on that is not before the given one; an empty one starts with the first of all.
@@ -126,9 +126,11 @@ std::uint32_t CountedChanges();
 /// Makes all changes, in their order, or none of them: as one transaction, with the indexes, on the medium when it
 /// returns. Whatever ends the process meanwhile, the store has all of them or none.
 /// pfnGoOn     asked before each change; false gives everything up, with ECANCELED; may be nullptr
-/// pdwCounted  what CountedChanges() said when the changes were planned; when there are more by now, nothing is changed
+/// pdwCounted  the result of CountedChanges() when the changes were planned; when there are more now, nothing is
+///             changed
 ///             and the result is EAGAIN; may be nullptr
-/// Returns     kNotFound for kDelete of a record that is not there; DB_LOCK_NOTGRANTED when somebody keeps a cursor open.
+/// Returns     kNotFound for kDelete of a record that is not there; DB_LOCK_NOTGRANTED when a process keeps a cursor
+///             open.
 /// Lock        the gate, for the whole transaction: others wait for it.
 ChangeResult ApplyChanges(std::span<const Change> changes, bool (*pfnGoOn)(),
                           const std::uint32_t *pdwCounted = nullptr);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Makes record keys; knows which telephone key carries which letter.
+// Makes record keys, with the letters of the telephone keys.
 
 #include "db/for_project/RecordKey.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The keys of records: the caller's text as it stands, or the phone book's key made from a name.
+// The keys of records: the caller's text unchanged, or the phone book's key made from a name.
 #pragma once
 
 #include <db.h>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Removes and detaches the environment's segments without the library, which would look at what may be torn.
+// Removes and detaches the environment's segments without the library, which would read data that may be
+// inconsistent.
 
 #include "db/for_project/Regions.h"
 

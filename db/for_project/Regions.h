@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The environment's shared-memory segments: removed when they must be made anew, let go of when others made new ones.
+// The environment's shared-memory segments: removed before they are rebuilt, and detached when another process has
+// made new ones.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +14,8 @@ int AttachedToRegions();
 /// what they have; new regions get the keys. nHomeFd: descriptor of the home.
 void RemoveRegions(int nHomeFd);
 
-/// Lets go of the segments that this process has attached. The first page stays as a private copy: there the library
-/// looks whether the environment is broken, and a caller's old cursor must find that it is.
+/// Detaches the segments of this process. The first page stays as a private copy: there the library looks whether the
+/// environment is broken, and a caller's old cursor must find that it is.
 void ReleaseRegions();
 
 }  // namespace devsupport::store

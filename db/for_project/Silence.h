@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Keeps Berkeley DB from printing what is expected, or what is said in one sentence afterwards.
+// Suppresses messages of Berkeley DB that are expected, or that one sentence summarises afterwards.
 #pragma once
 
 #include <db.h>

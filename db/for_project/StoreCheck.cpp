@@ -52,7 +52,7 @@ class Cursor {
   DBC *pCursor_ = nullptr;
 };
 
-// The beginning of a file, where the library says what it is.
+// The beginning of a file, where the library stores its type.
 class FirstBytes {
  public:
   explicit FirstBytes(const char *pPath) {

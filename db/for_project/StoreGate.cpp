@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The lock around the store's shared memory: a robust mutex in a segment of its own, with a queue in front of it; or
-// the queue's semaphore alone, where the system has no robust mutexes (user-mode emulators have none).
+// The lock around the store's shared memory: a robust mutex in a separate segment, with a queue before it; or the
+// queue's semaphore alone, where the system has no robust mutexes (user-mode emulators have none).
 
 #include "db/for_project/StoreGate.h"
 
@@ -36,7 +36,8 @@ constexpr int kYields = 30;
 // A change counts once more for each so many bytes, so that few large ones lead to a checkpoint, too.
 constexpr std::size_t kBytesPerChange = 256;
 
-// Whether the kernel gives up the mutexes of the dead. User-mode emulators do not, and not every C library asks.
+// Whether the kernel releases the mutexes of dead processes. User-mode emulators do not, and not every C library
+// requests it.
 bool HasRobustLists() {
   void *pHead = nullptr;
   std::size_t dwBytes = 0;
@@ -108,7 +109,7 @@ int StoreGate::Attach(const struct stat &home) {
   pRecord_ = static_cast<GateRecord *>(pShared);
   if (pRecord_->dwMagic == GateRecord::kMagic && pRecord_->dwBytes == sizeof(GateRecord)) return 0;
   if (pRecord_->dwMagic == 0) {
-    // New, or its maker died before it was complete: nobody can have used it.
+    // New, or its creator died before it was complete. No process can have used it.
     pRecord_ = ::new (pShared) GateRecord{};
     Reset();
     return 0;
@@ -157,8 +158,8 @@ int StoreGate::EnterContended(Deadline &deadline) {
 }
 
 // The queue keeps the gate fair: without it, a process that writes in a loop closes the gate again before the one it
-// has just woken up gets there. Only the head of the queue waits at the gate itself, and while it waits, nobody takes
-// the gate past the queue. Without a queue (somebody removed the semaphores) the gate is still a lock.
+// has just woken up gets there. Only the head of the queue waits at the gate itself, and while it waits, no process
+// takes the gate without the queue. Without a queue (when the semaphores were removed) the gate is still a lock.
 int StoreGate::EnterQueued(Deadline &deadline) {
   const bool bHead = g_semaphores.Take(StoreSemaphores::kQueue, deadline);
   if (!bHead && deadline.LeftMs() <= 0) return DB_LOCK_NOTGRANTED;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The store's own lock around everything that a process does inside the shared memory. It is there for the case that
 // the library cannot deal with: a process killed while it holds one of the library's mutexes, for which all others
-// would wait without end. The kernel gives this lock up for the dead, and tells the next one who asks
-// (docs/decisions/store-locking.md). A system without robust mutexes gets a semaphore instead.
+// would wait without end. The kernel releases this lock when its holder dies, and tells the next process that takes
+// it (docs/decisions/store-locking.md). A system without robust mutexes gets a semaphore instead.
 #pragma once
 
 #include <pthread.h>
@@ -21,11 +21,11 @@ struct GateMember {
   std::int32_t nPid;  // 0: the place is free
   std::uint32_t dwUnused;
   std::uint64_t
-      qwStart;  // start of the process in the kernel's clock ticks; tells it from a later one with its number
+      qwStart;  // start of the process in the kernel's clock ticks; distinguishes it from a later one with its number
 };
 
 /// What lies in the gate's segment. All processes of a device run the same library, so that they agree on the layout.
-/// Whoever is inside may change it; the atomic fields are read from outside, too.
+/// Only the process inside changes it; the atomic fields are read from outside, too.
 struct GateRecord {
   static constexpr std::uint32_t kMagic = 0x47415432;  // "GAT2"
   static constexpr std::uint32_t kMembers = 23;        // as many as the environment's 600 locks are enough for
@@ -34,12 +34,12 @@ struct GateRecord {
   std::uint32_t dwMagic;     // kMagic once the rest is initialised
   std::uint32_t dwBytes;     // of this record
   std::uint32_t bSemaphore;  // 1: the queue's semaphore is the gate, because there are no robust mutexes
-  // Of the environment's regions: changes whenever they are made anew. 0: they must be made anew before anybody uses
+  // Of the environment's regions: changes whenever they are rebuilt. 0: they must be rebuilt before any process uses
   // them, because a process died inside, or while it made them.
   std::atomic<std::uint32_t> dwGeneration;
   std::uint32_t dwLastGeneration;        // the last one that was given
   std::atomic<std::uint32_t> dwQueued;   // 1 while the head of the queue waits for the gate
-  std::atomic<std::int32_t> nInside;     // process number of the one that is inside; 0 nobody
+  std::atomic<std::int32_t> nInside;     // process number of the one that is inside; 0 for none
   std::atomic<std::uint32_t> dwChanges;  // changes of records; a large record counts for several
   std::uint32_t dwCursors;               // open ones, of all processes
   std::uint32_t bIndexDoubt;             // an index could not be bound to its table: it may lack entries
@@ -62,7 +62,7 @@ class StoreGate {
   void Detach();
   bool IsAttached() const { return pRecord_ != nullptr; }
 
-  /// Makes the lock anew and forgets all members. Only when no living process has the store open.
+  /// Makes a new lock and forgets all members. Only when no living process has the store open.
   void Reset();
 
   /// The home that the gate belongs to.
@@ -98,7 +98,7 @@ class StoreGate {
   void DemandRebuild() { pRecord_->dwGeneration.store(0, std::memory_order_relaxed); }
   /// The regions are new: gives them a generation, and forgets what belonged to the old ones, dead members included.
   void BeginGeneration();
-  /// This process uses the current regions from here on.
+  /// This process now uses the current regions.
   void Adopt() { dwGeneration_ = pRecord_->dwGeneration.load(std::memory_order_relaxed); }
 
   /// Gives this process a place among the members. False when all are taken.

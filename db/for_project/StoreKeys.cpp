@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Tells the store's System V objects from foreign ones.
+// Distinguishes the store's System V objects from those of other programs.
 
 #include "db/for_project/StoreKeys.h"
 

@@ -5,7 +5,7 @@
 
 namespace devsupport::store {
 
-/// Whether an error number, or a result of the library, says that the medium takes no more.
+/// Whether an error number, or a result of the library, means that the medium is full.
 bool IsMediumFull(int nResult);
 
 /// Makes the reserve unless it is there. Returns 0 or an error number, ENOSPC when the room is not enough for it and

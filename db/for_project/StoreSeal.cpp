@@ -30,7 +30,7 @@ constexpr int kMode = 0660;
 // Names of the library's log files: "log." and ten digits.
 constexpr std::size_t kLogNameBytes = 15;
 
-// More log files than this are a store that nobody has closed in order for long.
+// A store with more log files than this has not been closed in order for a long time.
 constexpr std::size_t kMaxLogs = 512;
 
 // Enough for the first line, the tables' file, the log files and the last line.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The seal: a small file beside the tables' file, written by the last process that closes in order. It tells size and
-// checksum of the tables' file and of each log file, so that the next one who opens notices what has changed since.
-// It exists only while nobody has the store open for changes. docs/formats.md shows it.
+// The seal: a small file beside the tables' file, written by the last process that closes in order. It holds size and
+// checksum of the tables' file and of each log file, so that the next process that opens the store detects changes.
+// It exists only while no process has the store open for changes. docs/formats.md describes it.
 #pragma once
 
 namespace devsupport::store {
@@ -9,9 +9,9 @@ namespace devsupport::store {
 enum class SealState : unsigned char {
   kFits,     // all files are as they were when the store was closed
   kMissing,  // the store was not closed in order, or the seal itself cannot be read
-  kStale,    // the log has grown since: somebody used the store without removing the seal
+  kStale,    // the log has grown: a process used the store without removing the seal
   kChanged,  // the tables' file is not as it was, the log is
-  kDamaged   // what was sealed of the log is not there any more
+  kDamaged   // a part of the sealed log is missing
 };
 
 struct SealFinding {

@@ -44,7 +44,7 @@ int StoreSemaphores::Attach(const struct stat &home) {
     return 0;
   }
   if (errno != EEXIST) return errno;
-  // A set with fewer semaphores is found, too: it is looked at before it is used.
+  // This also finds a set with fewer semaphores, which is checked before it is used.
   nId_ = semget(kGateKey, 0, 0);
   if (nId_ < 0) return errno;
   if (semctl(nId_, 0, IPC_STAT, argument) != 0) return errno;

@@ -13,7 +13,7 @@ namespace devsupport::store {
 using Order = int (*)(DB *, const DBT *, const DBT *);
 using KeyRule = int (*)(DB *, const DBT *, const DBT *, DBT *);
 
-/// A table as it lies in the file. Without an order of its own, keys and duplicates are ordered by their bytes.
+/// A table of the file. Without a comparison function, keys and duplicates are ordered by their bytes.
 struct TableRule {
   const char *pName;
   std::uint32_t dwFlags = 0;  // to be set before opening

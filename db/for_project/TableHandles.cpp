@@ -19,7 +19,7 @@ namespace devsupport::store {
 
 namespace {
 
-// The handles of one environment that is gone.
+// The handles of one closed environment.
 struct RetiredHandles {
   DB *apDb[BERKDB_TABLES];
   RetiredHandles *pNext;
@@ -50,7 +50,7 @@ int RowInRetired(const DB *pDb) {
 // on; it is noted, and the next first opener compares the index with its table.
 void Associate(DB_ENV *pEnv, DB *pPrimary, DB *pIndex, const TableRule &rule, bool bCheck) {
   std::uint32_t dwFlags = rule.dwAssociateFlags;
-  // Building an index is one transaction. It may need more locks than there are, and nobody else is inside.
+  // Building an index is one transaction. It may need more locks than there are, and no other process is inside.
   if (bCheck) pEnv->set_flags(pEnv, DB_NOLOCKING, 1);
   if (bCheck && !IndexAgrees(pPrimary, pIndex, rule.pfnKey) && EmptyIndex(pIndex)) dwFlags |= kBuildIndex;
   const int nResult = pPrimary->associate(pPrimary, nullptr, pIndex, rule.pfnKey, dwFlags);

@@ -8,8 +8,9 @@
 namespace devsupport::store {
 
 /// Opens the thirteen tables into their slots, binds the indexes, and reports the first failure.
-/// bCheckIndexes  in   compare each index with its table before, and build it anew when they differ
-/// nCode          out  BERKDB_OPEN_... of a failure; else unchanged
+/// bCheckIndexes  in   first compare each index with its table, and rebuild it when they differ
+/// nCode          out
+/// BERKDB_OPEN_... of a failure; else unchanged
 bool OpenTables(DB_ENV *pEnv, const char *pFile, bool bCheckIndexes, int &nCode);
 
 /// Closes all open tables and reports failures through the environment. Returns whether all went well.
@@ -18,7 +19,7 @@ bool CloseTables(DB_ENV *pEnv);
 /// Clears all slots.
 void ForgetTables();
 
-/// The handles in the slots become old ones: their environment is gone. They stay in the slots until others take
+/// The handles in the slots become old ones: their environment is closed. They stay in the slots until others take
 /// their place. Their memory stays for good. False when there is no memory to remember them.
 bool RetireTables();
 
@@ -32,7 +33,7 @@ int RowOf(const DB *pDb);
 bool IsPhoneBook(const DB *pDb);
 bool IsPhoneBookIndex(const DB *pDb);
 
-/// Whether the handle belongs to an environment that is gone.
+/// Whether the handle belongs to a closed environment.
 bool IsRetired(const DB *pDb);
 
 }  // namespace devsupport::store

@@ -116,7 +116,7 @@ class Server:
             return False
         data = line.receive_bytes(length) if kind == WRITE else b""
         if kind != READ and self._is_power_failing():
-            # The request has arrived, but nobody will ever hear that it was carried out.
+            # The request has arrived, but it is never acknowledged.
             if kind == WRITE:
                 self.blocks.write(offset, data)
             self.blocks.lose_power()

@@ -13,11 +13,11 @@ import typing
 HERE = os.path.dirname(os.path.abspath(__file__))
 OUT = os.path.normpath(os.path.join(HERE, "../../build/device"))
 
-# An interrupt of an emulated serial line gets lost at times, and no byte passes until there is another one. Seen twice
-# in some hundred starts on a busy host. An empty line of input is one, and does nothing else.
+# An interrupt of an emulated serial line is sometimes lost. Then no byte passes until the next one. Seen twice in some
+# hundred starts on a busy host. An empty line of input causes one and has no other effect.
 NUDGE = 15  # seconds without any output
 
-# The serial line takes what a command line may hold in pieces, so that no buffer on the way overflows.
+# A long command line is sent to the serial line in pieces, so that no buffer overflows.
 PIECE = 512  # characters
 
 

@@ -22,7 +22,7 @@ def run(commands):
 
 
 def main(mode, *words):
-    # A signal ends us by an exception, so that the machines go off on the way out.
+    # A signal raises an exception, so that the machines are stopped before the end.
     for number in signal.SIGTERM, signal.SIGHUP:
         signal.signal(number, lambda number, frame: sys.exit(128 + number))
     try:

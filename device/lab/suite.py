@@ -55,7 +55,7 @@ def capture(device, commands):
     return status, output.decode(errors="replace")
 
 
-# ---- cpld beside the kernel's driver ----
+# ---- cpld with the kernel's driver ----
 
 ANALOG = "/sys/kernel/debug/phone_sim/analog"
 
@@ -86,7 +86,7 @@ def acceptance(device, results):
 
 # ---- Test programs ----
 
-# On the device, long series of the same take 20 per cent of their usual rounds.
+# On the device, long tests run 20 per cent of their usual rounds.
 ENVIRONMENT = "DEVSUPPORT_STORE_ROUNDS=20"
 
 
@@ -111,7 +111,7 @@ def run_program(device, path, results):
         if "\n  " not in listed:
             results.check(False, f"{name}: {test} is left out, but there is no such test")
     words = [f"/tests/build/{path}", "--gtest_brief=1", "--gtest_color=no", f"--gtest_filter=-{':'.join(excluded)}"]
-    # Tests call other programs through the system's shell. Busybox's own would put its own commands before those.
+    # Tests call other programs through the system's shell. Busybox's shell would prefer its own commands.
     device.ask("ln -sf /tests/bin/dash /bin/sh")
     before = system_v_keys(device)
     start = time.monotonic()
@@ -256,7 +256,7 @@ def cuts(results):
     store.final_look()
 
 
-# ---- All of it ----
+# ---- The whole suite ----
 
 PARTS = ("acceptance", "network", "library", "cuts")
 
@@ -295,7 +295,7 @@ def test(parts):
         except (MachineOff, RuntimeError, OSError, subprocess.SubprocessError) as error:
             results.check(False, "the machine works", f"{error}\nsee {OUT}/console-*.log")
 
-    # Nobody waits for these threads when the suite is interrupted: their machines go with them.
+    # An interrupted suite does not wait for these threads. Their machines stop with them.
     lanes = [threading.Thread(target=run, args=[lane], daemon=True) for lane in (first_lane, second_lane)
              if lane is second_lane or set(chosen) - {"cuts"}]
     for lane in lanes:

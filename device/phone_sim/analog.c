@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
  * The analog driver of /dev/analog/0: reads and writes direct and indirect registers of four
- * channels and switches register debugging. It answers as the simulated driver of the host does.
+ * channels and switches register debugging. It gives the same answers as the simulated driver of
+ * the host.
  */
 
 #include <linux/build_bug.h>
@@ -37,7 +38,7 @@ struct analog_record {
 };
 static_assert(sizeof(struct analog_record) == 24);
 
-/* What an answer says instead of the truth. */
+/* Wrong values for answers. */
 enum distortable { CHANNEL, NUMBER, VALUE, RESULT, DISTORTABLES };
 
 static const char *const distortable_names[] = {
@@ -145,7 +146,7 @@ static struct miscdevice analog_device = {
 	.fops = &analog_operations,
 };
 
-/* ---- Steering ---- */
+/* ---- Steering files ---- */
 
 static void show_debug(struct seq_file *out)
 {
@@ -181,8 +182,8 @@ static void show_answer(struct seq_file *out)
 	seq_putc(out, '\n');
 }
 
-/* "channel=7,register=9,value=0x1234,result=5", or some of them; an empty text brings the truth
- * back. */
+/* "channel=7,register=9,value=0x1234,result=5", or some of them; an empty text
+ * removes them. */
 static int store_answer(char *text)
 {
 	struct distortion given = {};
@@ -200,7 +201,7 @@ static int store_answer(char *text)
 			return -EINVAL;
 		given.given[what] = true;
 	}
-	/* A failure is ordered by its errno, in the file beside this one. */
+	/* A failure is set by its errno in another steering file. */
 	if (given.value[RESULT] < 0)
 		return -EINVAL;
 	distortion = given;

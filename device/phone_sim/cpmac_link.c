@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
-/* The Ethernet port's link file, /proc/avalanche/cpmac_link. Its text is whatever the steering file
- * was given. */
+/* The Ethernet port's link file, /proc/avalanche/cpmac_link. Its text is the one that was
+ * written to the steering file. */
 
 #include <linux/kernel.h>
 #include <linux/mm.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * The Ethernet switch esw0: an interface that swallows what is sent on it, and the private request
- * through which programs ask for the link states of its ports.
+ * The Ethernet switch esw0: an interface that drops all packets, and the private request for the
+ * link states of its ports.
  */
 
 #include <linux/debugfs.h>

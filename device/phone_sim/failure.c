@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0
-/* Requests that shall fail: "5 3" makes the next three fail with errno 5. */
+/* Requests that must fail: "5 3" makes the next three fail with errno 5. */
 
 #include <linux/err.h>
 #include <linux/kernel.h>

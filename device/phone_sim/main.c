@@ -38,7 +38,7 @@ no_analog:
 	return error;
 }
 
-/* The steering files go first: they reach into the drivers. */
+/* The steering files are removed first, because they use the drivers. */
 static void __exit phone_sim_stop(void)
 {
 	debugfs_remove_recursive(steering);

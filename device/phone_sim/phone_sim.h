@@ -2,9 +2,9 @@
 /*
  * The device's own hardware, simulated: what the parts of the module share.
  *
- * Each part is one driver as the device has it, and a few steering files below
- * /sys/kernel/debug/phone_sim through which tests set what the driver answers and see what it was
- * asked. One lock covers all of it.
+ * Each part is one driver of the device, and some steering files below
+ * /sys/kernel/debug/phone_sim. Tests use these to set the driver's answers and to read the
+ * requests that it received. One lock protects all parts.
  */
 #ifndef PHONE_SIM_H
 #define PHONE_SIM_H
@@ -36,7 +36,7 @@ struct failure {
 	unsigned int count;
 };
 
-/* The errno of the request that comes, negative; 0 when it shall not fail. */
+/* The negative errno of the next request; 0 when it must not fail. */
 int failure_take(struct failure *failure);
 void failure_show(const struct failure *failure, struct seq_file *out);
 int failure_store(struct failure *failure, char *text);
@@ -54,7 +54,7 @@ void trace_add(struct trace *trace, unsigned int request, long result, const voi
 	       size_t size);
 void trace_show(const struct trace *trace, struct seq_file *out);
 
-/* The registers of the line interfaces: any number exists and reads 0 until it is set. */
+/* The registers of the line interfaces: each number exists and reads 0 until it is set. */
 enum register_bank { DIRECT, INDIRECT };
 
 s32 registers_get(enum register_bank bank, s32 channel, s32 number);

@@ -13,7 +13,7 @@
 
 #include "phone_sim.h"
 
-/* More than any test sets; garbage from user space shall not eat the kernel's memory. */
+/* More than any test sets. The limit protects the kernel's memory from garbage of user space. */
 #define MAX_REGISTERS 4096
 
 struct entry {
@@ -40,7 +40,7 @@ static int compare(const struct entry *entry, enum register_bank bank, s32 chann
 	return 0;
 }
 
-/* The register's entry, or where it would stand: in front of the node that is returned. */
+/* The register's entry, or the node before which its entry belongs. */
 static struct entry *find(enum register_bank bank, s32 channel, s32 number,
 			  struct list_head **place)
 {

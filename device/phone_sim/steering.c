@@ -24,7 +24,7 @@ static int steering_open(struct inode *inode, struct file *file)
 	return single_open(file, steering_show, inode->i_private);
 }
 
-/* Each write is one order, wherever in the file it goes. */
+/* Each write is one command, at any position in the file. */
 static ssize_t steering_write(struct file *file, const char __user *from, size_t count,
 			      loff_t *position)
 {

@@ -191,7 +191,7 @@ int TMyQueue_Get(TMyQueue *puQue, void *pBuf, std::uint32_t *pdwBytes, std::uint
   }
   const unsigned char *pCell = AdvanceGet(*puQue);
   const std::uint32_t dwBytes = LoadUnaligned<CellLength>(pCell);
-  // Kept: the length told is the stored one, however little is copied, and a maximum of 0 means no limit.
+  // Kept: the reported length is the stored one, also when less is copied, and a maximum of 0 means no limit.
   if (pdwBytes != nullptr) *pdwBytes = dwBytes;
   CopyBytes(pBuf, pCell + kCellHeadBytes, wMaxBytes != 0 ? std::min<std::uint32_t>(dwBytes, wMaxBytes) : dwBytes);
   return 1;

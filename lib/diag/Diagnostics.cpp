@@ -39,8 +39,8 @@ void MyDebugBreak(const char *pFormat, ...) {
   std::vsnprintf(szText, sizeof szText, pFormat, args);
   va_end(args);
   std::fprintf(stderr, "\n\n%s", szText);
-  // Kept: standard output is flushed, not standard error. What the program said before it broke is
-  // still in stdout's buffer and would be lost in abort(); stderr has none.
+  // Kept: standard output is flushed, not standard error. The program's output before the failure is still in
+  // stdout's buffer and would be lost in abort(); stderr has none.
   std::fflush(stdout);
   std::abort();
 }

@@ -4,8 +4,8 @@
 // minute, by one thread, and all others add the distance that it found then. docs/decisions/local-time.md
 // has the figures.
 //
-// The distance belongs to one minute of UTC. A clock that goes on, or that is set, comes to another minute and asks
-// again; the switch of summer time falls on a full minute.
+// The offset belongs to one minute of UTC. When the clock reaches another minute, or is set, the function asks again;
+// the switch of summer time falls on a full minute.
 //
 // Two words hold it, each of them 32 bits wide, which every machine loads and stores whole. That they belong together
 // is seen from the minute that both of them name:

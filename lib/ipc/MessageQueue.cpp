@@ -28,7 +28,7 @@ int KMsgQue_Open(std::int32_t nKey, int bFlush) {
   const int nMsgQueId = msgget(nKey, kCreateFlags);
   if (nMsgQueId == -1) {
     const PreservedErrno preserved;
-    // Kept: the "(2)". There is no first attempt, but log filters in the field know the text.
+    // Kept: the "(2)". There is no first attempt, but existing log filters expect the text.
     std::fprintf(stderr, "%s: msgget(Key:%d)(2) failed(%s)\n", "KMsgQue_Open", nKey, std::strerror(errno));
     return -1;
   }
@@ -37,7 +37,7 @@ int KMsgQue_Open(std::int32_t nKey, int bFlush) {
 }
 
 void KMsgQue_Close(std::int32_t nKey) {
-  // Kept: IPC_CREAT. Closing a key that has no queue makes one for a moment instead of reporting that it is gone:
+  // Kept: IPC_CREAT. Closing a key that has no queue makes one for a moment instead of reporting that there is none:
   // the second one to close prints nothing.
   const int nMsgQueId = msgget(nKey, kCreateFlags);
   if (nMsgQueId == -1) {

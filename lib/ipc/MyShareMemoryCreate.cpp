@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Making, attaching and leaving the shared ring, also after creators that died half way.
 //
-// The order is semaphore, lock, segment: who makes the segment initialises it under the lock, and nobody who attaches
-// meanwhile sees it before that.
+// The order is semaphore, lock, segment: the process that makes the segment initialises it under the lock, and no
+// process that attaches meanwhile sees it before that.
 
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/diag/Diagnostics.h>
@@ -216,12 +216,12 @@ int TShmQueue_Create(std::int32_t nShareKey, std::int32_t nSemKey, std::uint32_t
   if (pSegment == nullptr) return CreateFailed(nShareKey, nSemKey);
   FillPlaces(pQue, pSegment, geometry);
 
-  // Only who holds the lock knows that an uninitialised segment has no living creator.
+  // Only the holder of the lock knows that an uninitialised segment has no living creator.
   if (opt.bNewCreated == 0 && lock.Held() && IsUnfinished(*pQue, geometry)) opt.bNewCreated = 1;
   if (opt.bNewCreated != 0) {
     InitialiseHeader(*pQue, geometry);
   } else if (!Matches(*pQue->header, geometry)) {
-    // Kept: the segment stays attached; the caller gives up on the ring.
+    // Kept: the segment stays attached; the caller does not use the ring.
     return MatchFailed(nShareKey, nSemKey);
   }
   TShmQueue_PeekInit(pQue, 0);

@@ -23,7 +23,7 @@ inline constexpr std::uint32_t kNoSlot = UINT32_MAX;
 /// Takes a semaphore that another process holds; a signal does not end the wait.
 bool WaitForSemaphore(std::int32_t nSemId);
 
-/// Takes a semaphore, through signals; false when it cannot be had at all, and errno says why.
+/// Takes a semaphore, also when signals interrupt the wait. Returns false with errno when it cannot be taken.
 inline bool TakeSemaphore(std::int32_t nSemId) {
   if (OperateSemaphore(nSemId, kTakeSemaphore, kDoNotWait)) [[likely]]
     return true;
@@ -41,13 +41,13 @@ class RingLock {
   RingLock &operator=(const RingLock &) = delete;
 
   bool Held() const { return bHeld_; }
-  /// Gives the semaphore back now: 1, or 0 when it was not held or is gone.
+  /// Releases the semaphore now: 1, or 0 when it was not held or was removed.
   int Release() {
     if (!bHeld_) return 0;
     bHeld_ = false;
     return OperateSemaphore(nSemId_, kGiveSemaphore) ? 1 : 0;
   }
-  /// Leaves the semaphore held when the guard goes.
+  /// Keeps the semaphore taken when the guard is destroyed.
   void Keep() { bHeld_ = false; }
 
  private:
@@ -132,16 +132,16 @@ void EmptyRing(const TShmQueue &que);
 ///     ... fill cell.pSlot: the length word (StoreSlotLength), then at most the cell size of payload ...
 ///     PublishOverwriting(que, cell);
 ///
-/// Nobody sees the cell until it is published, and a writer that dies before leaves the ring as it was.
+/// No process sees the cell until it is published. A writer that dies before that leaves the ring unchanged.
 struct RingCell {
   std::uint8_t *pSlot;     ///< the slot to fill, valid whatever the segment holds
-  std::uint32_t dwNext;    ///< where the write index goes
+  std::uint32_t dwNext;    ///< the next value of the write index
   bool bFull;              ///< publishing must drop the oldest cell first
   bool bLostAll;           ///< the ring was unusable and has been emptied
   std::uint32_t dwOldest;  ///< the read index
 };
 
-/// An unusable ring is emptied first: nothing tells any more which of its slots held cells.
+/// An unusable ring is emptied first, because the slots with cells are not known any more.
 inline RingCell BeginCell(const TShmQueue &que) {
   std::uint32_t dwWrite = 0;
   std::uint32_t dwRead = 0;

@@ -57,7 +57,7 @@ void *ShareMem_Create(std::int32_t nKey, std::uint32_t dwBytes, TShareMem *pShm,
   pShm->address = ::shmat(pShm->shmid, nullptr, 0);
   if (!IsAttached(pShm->address)) {
     PrintCreateFailure('b', nKey, errno);
-    // Kept: the segment goes if no process uses it, also one that was there before this call.
+    // Kept: the segment is removed if no process uses it, also one that existed before this call.
     int bScratch = 0;
     ShareMem_Close(pShm, 1, &bScratch);
     return nullptr;
@@ -79,7 +79,7 @@ int ShareMem_Close(TShareMem *pShm, int bRemoveIfLast, int *pbWasLast) {
 }
 
 int ShareMem_FindKeyAttchCount(std::int32_t nKey) {
-  // SHM_INFO and SHM_STAT are Linux's own; the first fills another record than the call's type says.
+  // SHM_INFO and SHM_STAT exist only on Linux. The first fills another record than the declared type.
   shm_info info{};
   const int nHighestIndex = ::shmctl(0, SHM_INFO, static_cast<shmid_ds *>(static_cast<void *>(&info)));
   for (int nIndex = 0; nIndex <= nHighestIndex; ++nIndex) {

@@ -8,7 +8,9 @@
 //    it looks inside (acquire). Head and cell count never change afterwards.
 //  - Cell: its flags and its generation are one atomic word, which decides everything else. Timer_Set writes timer
 //    and callback while no flag is set, and sets the flags last: code that sees the flags sees what belongs to them.
-//  - Whoever takes the flags away owns the timer and deletes it, so every timer is deleted once although handlers
+//  - The thread or handler that clears the flags owns the timer and deletes it, so every timer is deleted once
+//  although
+// handlers
 //    and the main flow may try together. (A second delete would be an error at best; a C library that keeps a heap
 //    block for timer_t would free it twice.) Only a timer that is just being started is left to Timer_Set.
 //  - Timer and callback are read before the compare-exchange that acts on the word. It succeeds only when the word
@@ -212,7 +214,7 @@ int StartTimer(timer_t hTimer, std::uint32_t dwPeriodMs) {
 int Timer_CreateAry(std::int32_t nCount, int bOneShot, TTimerFunc pfnDefault, int nSignal, std::uint16_t *pwAryNo) {
   *pwAryNo = kNoArray;
   if (nSignal < 1) nSignal = __libc_current_sigrtmin() + 1;
-  // Kept: installed anew with every array, and left in place when there is no room for this one.
+  // Kept: installed again with every array, and kept when there is no room for this one.
   if (!InstallHandler(nSignal)) {
     const PreservedErrno preserved;
     std::perror("sigaction");
@@ -289,7 +291,7 @@ void Timer_DelAll(const std::uint16_t *pwAryNo) {
 
 void Timer_DestroyAry(const std::uint16_t *pwAryNo) {
   if (*pwAryNo >= kMaxArrays) return;
-  // The entry goes first: a signal that interrupts the rest finds no array.
+  // The entry is removed first, so that a signal that interrupts the rest finds no array.
   TTimerArray *puArray = g_apArray[*pwAryNo].exchange(nullptr, std::memory_order_acq_rel);
   if (puArray == nullptr) return;
   ReleaseAll(*puArray);
@@ -311,7 +313,7 @@ void Timer_OnSignal(int /*nSignal*/, siginfo_t *pInfo, void * /*pContext*/) {
   TTimerFunc pfnCallback = nullptr;
   bool bCurrent = false;
   do {
-    if (IsEnded(dwState)) return;  // and its timer has gone with it
+    if (IsEnded(dwState)) return;  // and its timer is deleted
     hTimer = puCell->hTimer;
     pfnCallback = puCell->pfnCallback;
     bCurrent = IsCurrent(dwState, value.nGeneration);

@@ -23,11 +23,11 @@ class InterfaceSocket {
   InterfaceSocket(const InterfaceSocket &) = delete;
   InterfaceSocket &operator=(const InterfaceSocket &) = delete;
 
-  /// False when there is no socket; errno says why.
+  /// False with errno when there is no socket.
   bool IsOpen() const { return fd_ >= 0; }
 
-  /// Hands a request to the kernel, which answers in the same record. False when it refused; errno says why.
-  /// Request numbers have 16 bits; one C library takes them as unsigned long, another as int.
+  /// Passes a request to the kernel, which answers in the same record. False with errno when it refused. Request
+  /// numbers have 16 bits; one C library takes them as unsigned long, another as int.
   template <typename TRequest>
   bool Ask(std::uint16_t wRequest, TRequest &record) const {
     return ::ioctl(fd_, wRequest, &record) >= 0;

@@ -114,7 +114,7 @@ int GetLocalIPv6(char *pAddress, const char *pInterface) {
   while (file.ReadLine(szLine)) {
     if (!ParseInet6Line(szLine, entry) || std::strcmp(entry.szInterface, pInterface) != 0) continue;
     // Kept: the address is written before its scope is known, so that a search that fails leaves the last
-    // link-local address in it. Callers look at the result only.
+    // link-local address in it. Callers use only the result.
     if (WriteInet6Address(entry, pAddress) && entry.IsGlobal()) return 1;
   }
   return 0;

@@ -48,7 +48,7 @@ inline DeviceLong ParseDeviceLong(const char *pText) {
     if (bNegative || *p == '+') ++p;
   }
 
-  // The loop does not look for overflow: the number of digits says afterwards whether there was one.
+  // The loop does not check for overflow. The number of digits shows it afterwards.
   const char *const pDigits = p;
   std::size_t uMagnitude = 0;
   for (unsigned dwDigit = DigitValue(*p); dwDigit <= 9; dwDigit = DigitValue(*++p))

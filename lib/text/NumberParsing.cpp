@@ -38,7 +38,7 @@ int ParseSide(const char *pText, double *pdResult) {
   return bOk;
 }
 
-/// The side before the dot, of which the first 64 characters count.
+/// The part before the dot. Only its first 64 characters count.
 int ParseIntegerSide(const char *pText, const char *pDot, double *pdResult) {
   constexpr std::ptrdiff_t kMaxSize = 65;
   char szInteger[kMaxSize] = "";

@@ -30,8 +30,7 @@ std::int32_t LengthOf(const char *pText, std::int32_t nLen) {
   return nLen < 1 ? static_cast<std::int32_t>(std::strlen(pText)) : nLen;
 }
 
-/// Whether the rest of a string, after its first character, stands after p. Nothing after the first difference is
-/// read.
+/// Whether the rest of a string, after its first character, follows p. Nothing after the first difference is read.
 bool RestFollows(const char *p, const char *pStr) {
   for (std::size_t i = 1; pStr[i] != '\0'; ++i)
     if (p[i] != pStr[i]) return false;
@@ -101,7 +100,7 @@ void SetSpan(TStrTok &uTok, std::uint32_t bTrim, Span source) {
 Span TokenSpanEx(const TStrTok &uTok, std::uint32_t bWithLeadingDelim, std::uint32_t bUpToCursor) {
   const char *pBegin = uTok.pTok;
   if (bWithLeadingDelim != 0) {
-    // TStrTok_FindNth makes a token that the delimiter length does not stand before.
+    // TStrTok_FindNth makes a token without a delimiter of that length before it.
     pBegin = uTok.nPrevDelimLen < pBegin - uTok.pSrc ? pBegin - uTok.nPrevDelimLen : uTok.pSrc;
   }
   return InsideSource(uTok, pBegin, bUpToCursor != 0 ? uTok.pCur : uTok.pTokEnd);
@@ -191,8 +190,8 @@ std::int32_t TStrTok_MatchLen(TStrTok *puTok, std::int32_t nLen) {
   if (puTok->pCur == nullptr) return 0;
   if (nLen < 1) return Match2End(*puTok);
   if (nLen > CharsLeft(*puTok)) {
-    // Kept: too few characters are a failure, and they are the token all the same: readers of records whose last
-    // field is short take it from there.
+    // Kept: too few characters are a failure, but they become the token: readers of records whose last field is short
+    // take it from there.
     SetPosToEnd(*puTok);
     return 0;
   }
@@ -239,8 +238,8 @@ std::int32_t TStrTok_TokenIs(const TStrTok *puTok, const char *pStr) {
   const Span token = TokenSpan(*puTok);
   const std::ptrdiff_t nLen = token.Length();
   if (nLen == 0) return 1;
-  // Kept: the string may go on where the token ends. After the string's own NUL nothing is read: a token that goes
-  // on there differs from it.
+  // Kept: the comparison of the string continues after the token's end. After the string's own NUL nothing is read: a
+  // token that goes on there differs from it.
   const auto nComparable = static_cast<std::ptrdiff_t>(strnlen(pStr, static_cast<std::size_t>(nLen))) + 1;
   return nLen <= nComparable && SameBytes(token.pBegin, pStr, nLen) ? 1 : 0;
 }

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Kept: at most 15 characters reach the parser. No number of the device is longer, and what follows is not looked at.
+/// Kept: at most 15 characters reach the parser. No number of the device is longer, and later characters are ignored.
 constexpr std::int32_t kNumberBytes = 16;
 
 template <typename Number>

@@ -55,7 +55,7 @@ const char *RunLimit(const char *p, const char *pEnd, std::int32_t nRoom) {
 }
 
 /// Finds a run of wanted characters; nCount is its length.
-/// Kept: the counter goes on over runs that were too short, so nCount covers them as well, and the run that makes up
+/// Kept: the counter continues after runs that were too short, so nCount covers them as well, and the run that makes up
 /// nMin is taken. Callers that ask for several characters count on it.
 const char *__FindChar_byTbl(const char *p, const char *pEnd, std::int32_t nMin, std::int32_t nMax, bool bWant,
                              const CharSet &uSet, std::int32_t &nCount) {
@@ -94,7 +94,7 @@ bool FindRun(TStrTok &uTok, const CharSet &uSet, bool bWant, std::int32_t nMin, 
   return true;
 }
 
-/// Goes to the next field. Neighbouring delimiters are consumed together unless the empty fields between them count.
+/// Moves to the next field. Neighbouring delimiters are consumed together unless the empty fields between them count.
 /// The set is a CharPair or a CharSet.
 template <typename Set>
 std::int32_t GoDelimit(TStrTok &uTok, const Set &uSet, bool bCanEmpty) {

@@ -23,7 +23,7 @@ doxygen docs/Doxyfile
 find "$pages" -name '*.3' ! -name 'devsupport_*' ! -name 'T[A-Z]*' -delete
 find "$pages" -name '*.h.3' -delete
 
-# What the checks of the package take for a declaration: the filter must not be the one to say what there is.
+# The declarations as the checks of the package find them, independent of the filter.
 missing=0
 for header in "${headers[@]}"; do
   unit=$(basename "$header" .h)

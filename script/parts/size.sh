@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Weighs what the device holds: cpld, the tools and the library, and the memory of a process that uses log and store.
+# Measures sizes on the device: cpld, the tools, the library, and the memory of a process that uses log and store.
 # usage: script/bench size [--write]      fails when an aim is missed
 #   script/bench size            prints the tables, each number with its change since it was last recorded
 #   script/bench size --write    also records them in docs/benchmarks.md
@@ -21,19 +21,19 @@ quietly() {
   "$@" >build/size.log 2>&1 || { cat build/size.log; exit 1; }
 }
 
-# Dynamic programs and the shared library; and the static library, whose code knows where it will lie.
+# Dynamic programs and the shared library; and the static library, whose code is not position-independent.
 quietly cmake --preset size
 quietly cmake --build --preset size
 quietly cmake --preset mips
 quietly cmake --build --preset mips --target devsupport_static
 
-# The checks of the package that say what the library leans on and what it offers, with the device's binaries.
+# The checks of the package for the library's dependencies and symbols, with the device's binaries.
 export NM=mipsel-linux-gnu-nm READELF=mipsel-linux-gnu-readelf
 tests/install/runtime_test.sh build/mips/libdevsupport.a build/size/libdevsupport.so
 mapfile -t headers < <(find include/devsupport -name '*.h')
 tests/install/exports_test.sh build/size/libdevsupport.so "${headers[@]}"
 
-# What lies on the device; script/device boots one.
+# The files of the device; script/device boots one.
 resident=()
 if [ -x script/device ]; then
   script/device run resident >"$out/resident.txt"

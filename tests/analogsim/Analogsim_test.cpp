@@ -31,7 +31,7 @@ using namespace devsupport::test;
 
 constexpr int kOwnFailure = 125;
 
-/// A script of the shell beside the simulated driver. $0 is cpld; further words are $1, $2, ...
+/// A shell script run with the simulated driver. $0 is cpld; further words are $1, $2, ...
 Command Script(const Words &options, const std::string &script, const Words &further = {}) {
   Words command{"sh", "-c", script, CPLD_PATH};
   command.insert(command.end(), further.begin(), further.end());
@@ -40,7 +40,7 @@ Command Script(const Words &options, const std::string &script, const Words &fur
 
 int StatusOf(const std::string &script) { return Script({}, script).Run().status; }
 
-// How it ends.
+// Exit status.
 
 TEST(AnalogsimStatus, IsTheCommands) {
   EXPECT_EQ(StatusOf("exit 0"), 0);
@@ -53,12 +53,12 @@ TEST(AnalogsimStatus, OfACommandThatASignalEnded_Is128AndTheSignal) {
   EXPECT_EQ(StatusOf("kill -INT $$"), 130);
 }
 
-TEST(AnalogsimStatus, OfACommandThatIsNotThere_Is127AndSaysSo) {
+TEST(AnalogsimStatus, OfAMissingCommand_Is127WithAMessage) {
   EXPECT_EQ(Simulated({}, {"/no/such/command"}).Run(),
             (CommandResult{127, "", "analogsim: cannot run /no/such/command: No such file or directory\n"}));
 }
 
-TEST(AnalogsimStatus, OfACommandThatCannotBeRun_Is126AndSaysSo) {
+TEST(AnalogsimStatus, OfACommandThatCannotBeRun_Is126WithAMessage) {
   const CommandResult result = Simulated({}, {"/"}).Run();
   EXPECT_EQ(result.status, 126);
   EXPECT_EQ(result.err, "analogsim: cannot run /: Permission denied\n");
@@ -101,7 +101,7 @@ TEST(AnalogsimSignals, BrokenPipes_EndCommandsThatDoNotIgnoreThem) {
   EXPECT_EQ(StatusOf("kill -PIPE $$"), 0);
 }
 
-// The world of the command.
+// Environment of the command.
 
 TEST(AnalogsimDevice, LooksLikeACharacterDevice) { EXPECT_EQ(StatusOf("test -c /dev/analog/0"), 0); }
 
@@ -139,7 +139,7 @@ TEST(AnalogsimEnvironment, KeepsWhatTheUserPreloads) {
   EXPECT_EQ(result.out, "libumockdev-preload.so.0:libm.so.6\n");
 }
 
-/// A connection to the socket of the simulated device in the world of a session.
+/// A connection to the socket of the simulated device of a session.
 class Connection {
  public:
   explicit Connection(const std::string &world) : fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -161,14 +161,14 @@ class Connection {
 };
 
 std::string RandomBytes(std::mt19937_64 &random) {
-  // A first word that the socket knows now and then, so that what follows is looked at, too.
+  // Sometimes a first word that the socket knows, so that it also reads the words after it.
   std::string bytes(random() % 100, '\0');
   for (char &byte : bytes) byte = static_cast<char>(random());
   if (random() % 2 == 0) bytes.insert(0, {static_cast<char>(random() % 10), 0, 0, 0, 0, 0, 0, 0});
   return bytes;
 }
 
-TEST(Analogsim, GarbageAtTheDevicesSocket_DisturbsNobody) {
+TEST(Analogsim, GarbageAtTheDevicesSocket_DoesNotAffectOtherCommands) {
   const TestSeed seed;
   std::mt19937_64 random(seed);
   const TempDir folder;
@@ -198,7 +198,7 @@ TEST(Analogsim, GarbageAtTheDevicesSocket_DisturbsNobody) {
   EXPECT_EQ(session.Wait(), 0);
 }
 
-TEST(Analogsim, InsideAnother_HasADeviceOfItsOwn) {
+TEST(Analogsim, InsideAnother_HasAnotherDevice) {
   const CommandResult result = Script({}, "$0 1 1 1 7; $1 -- $0 0 1 1; $0 0 1 1", {ANALOGSIM_PATH}).Run();
   EXPECT_EQ(result.out,
             "ch=1, reg1, data=0x7 value=0x0\n"
@@ -206,7 +206,7 @@ TEST(Analogsim, InsideAnother_HasADeviceOfItsOwn) {
             "ch=1, reg1, data=0x7 value=0x0\n");
 }
 
-TEST(Analogsim, WithClosedStandardDescriptors_ServesItsCommandAllTheSame) {
+TEST(Analogsim, WithClosedStandardDescriptors_StillServesItsCommand) {
   const TempDir dir;
   Command command(
       {"sh", "-c", "exec \"$@\" <&- 2>&-", "sh", ANALOGSIM_PATH, "--trace", "--", CPLD_PATH, "0", "1", "23"});

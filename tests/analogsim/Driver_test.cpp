@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How the simulated driver answers requests, and what it remembers.
+// The simulated driver's answers to requests, and the registers that it keeps.
 
 #include "tools/analogsim/Driver.h"
 

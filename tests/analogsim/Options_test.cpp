@@ -87,7 +87,7 @@ TEST(OptionsCommand, WithoutASeparator_BeginsWithTheFirstWordThatIsNoOption) {
 
 class MistakenOptions : public ::testing::TestWithParam<Words> {};
 
-TEST_P(MistakenOptions, SayWhatIsWrongOnStandardErrorAndStop) {
+TEST_P(MistakenOptions, PrintAMessageToStandardErrorAndStop) {
   CapturedOutput out(stdout);
   CapturedOutput err(stderr);
   EXPECT_EQ(StopOf(GetParam()), kMistake);

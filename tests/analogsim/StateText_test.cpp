@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The text of a state file, both ways.
+// The text of a state file, written and read.
 
 #include "tools/analogsim/StateText.h"
 
@@ -70,7 +70,7 @@ INSTANTIATE_TEST_SUITE_P(
                       R"({"version":1,"debug":false,"channels":{"1":{"direct":{"2":-2147483649},"indirect":{}}}})",
                       R"({"version":1,"debug":false,"channels":{"1":{"direct":{"4294967296":1},"indirect":{}}}})"));
 
-TEST(DamagedStateText, SaysWhereTheDamageIs) {
+TEST(DamagedStateText, NamesThePlaceOfTheDamage) {
   try {
     FromStateText(R"({"version":1,"debug":false,"channels":{"3":{"direct":{"7":true},"indirect":{}}}})");
     FAIL() << "was taken";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The state file: kept, shared, replaced in one step, never replaced when damaged.
+// The state file: it is kept, shared, and replaced in one step. A damaged one is never replaced.
 
 #include "tools/analogsim/Store.h"
 
@@ -43,7 +43,7 @@ class StateFile : public ::testing::Test {
   std::filesystem::path file_ = dir_ / "state.json";
 };
 
-TEST_F(StateFile, ThatIsMissing_StandsForNoRegistersAndIsNotMadeByReading) {
+TEST_F(StateFile, ThatIsMissing_MeansNoRegistersAndIsNotMadeByReading) {
   FileStore store(file_);
   store.Update([](const Registers &registers) { EXPECT_EQ(registers, Registers{}); });
   EXPECT_FALSE(std::filesystem::exists(file_));
@@ -83,7 +83,7 @@ TEST_F(StateFile, StaysTheSameFileWhenNothingChanges) {
   EXPECT_EQ(Inode(file_), before);
 }
 
-TEST_F(StateFile, BehindASymbolicLink_IsReplacedWhereItLies) {
+TEST_F(StateFile, AfterASymbolicLink_IsReplacedInItsFolder) {
   std::filesystem::create_directory(dir_ / "real");
   std::filesystem::create_symlink("real/state.json", file_);
   WriteFile(dir_ / "real/state.json", "{\"version\":1,\"debug\":false,\"channels\":{}}");

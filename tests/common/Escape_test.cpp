@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// How foreign bytes are shown to people. Their JSON form is tested with its reader (devconf/Json_test.cpp).
+// How bytes of other programs are shown on a terminal. Their JSON form is tested with its reader
+// (devconf/Json_test.cpp).
 
 #include "tools/common/Escape.h"
 
@@ -25,8 +26,8 @@ TEST(ShowNext, OfControlCharacters_IsTheirBytesAsNumbers) {
   EXPECT_EQ(Shown("\xc2\x80\xc2\x9b\xc2\x9f"), "\\xc2\\x80\\xc2\\x9b\\xc2\\x9f");
 }
 
-// A text that is turned around would not say what it seems to say.
-TEST(ShowNext, OfCharactersThatTurnTheDirection_IsTheirBytesAsNumbers) {
+// Characters that reverse the direction of a text would show something else than the text holds.
+TEST(ShowNext, OfCharactersThatReverseTheText_IsTheirBytesAsNumbers) {
   EXPECT_EQ(Shown("\xe2\x80\xae"
                   "abc"),
             "\\xe2\\x80\\xae"
@@ -38,7 +39,7 @@ TEST(ShowNext, OfCharactersThatTurnTheDirection_IsTheirBytesAsNumbers) {
   EXPECT_EQ(Shown("\xe2\x80\x8d\xe2\x81\xaa"), "\xe2\x80\x8d\xe2\x81\xaa");
 }
 
-TEST(EscapeNext, OfCharactersThatTurnTheDirection_IsTheirNumber) {
+TEST(EscapeNext, OfCharactersThatReverseTheText_IsTheirNumber) {
   std::string_view bytes = "\xe2\x80\xae";
   EXPECT_EQ(tools::EscapeNext(bytes, tools::Form::kText).View(), "\\u202e");
 }

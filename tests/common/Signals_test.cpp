@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Signals that wait, and standard descriptors that were closed.
+// Blocked signals, and closed standard descriptors.
 
 #include "tools/common/Signals.h"
 
@@ -21,7 +21,7 @@ TEST(HeldSignals, WaitUntilItGoes) {
     const tools::HeldSignals held(kSignals);
     ::raise(SIGTERM);
     if (!tools::IsAnyPending(kSignals)) ::_exit(1);
-    return 0;  // its end lets the signal through
+    return 0;  // the destructor unblocks the signal
   });
   EXPECT_EQ(child.Wait(), 1000 + SIGTERM);
 }

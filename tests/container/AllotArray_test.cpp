@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The slot allocator: its order of handing out, its messages, and long random scripts against a naive one.
+// The slot allocator: the order of its slots, its messages, and long random scripts compared with a naive allocator.
 
 #include <devsupport/container/AllotArray.h>
 #include <gmock/gmock.h>
@@ -28,7 +28,7 @@ using ::testing::IsEmpty;
 
 constexpr int kTooMany = 0x40000000;  // its array would have 2^32 bytes
 
-// An allocator that was a record full of rubbish before, but for its name, and says nothing where it should not.
+// An allocator constructed in a record of random bytes with a valid name.
 class Slots {
  public:
   explicit Slots(int nMaxCount, const char *pDebugName = "lines") {
@@ -79,7 +79,7 @@ void ExpectVoidAndSafe(TAllotArray *puAry) {
   EXPECT_EQ(messages.Take().size(), 2u);
 }
 
-TEST(AllotArray, Construct_OfARecordFullOfRubbish_FreesNothingAndMakesAllSlotsFree) {
+TEST(AllotArray, Construct_OfARecordOfRandomBytes_FreesNothingAndMakesAllSlotsFree) {
   Slots slots(3);
   EXPECT_EQ(slots.nResult, 1);
   EXPECT_EQ(AllotAry_GetMaxRoomCnt(&slots), 3);
@@ -267,7 +267,7 @@ TEST(AllotArray, EveryFailingAllocation_MakesReConstructReturn0AndLeavesNothing)
   }
 }
 
-// The same allocator, written for being obviously right.
+// The same allocator in a simple form.
 struct NaiveSlots {
   explicit NaiveSlots(int nMaxCount) {
     for (int i = 0; i < nMaxCount; ++i) free.push_back(i);
@@ -303,7 +303,7 @@ void ExpectSameState(const TAllotArray *puAry, const NaiveSlots &naive, int nMax
   }
 }
 
-// One random operation on both, slots just outside the range included.
+// One random operation on both, also with slots just outside the range.
 void DoRandomStep(std::mt19937_64 &random, TAllotArray *puAry, NaiveSlots &naive, int nMaxCount) {
   RecordedMessages messages;
   const int nRoom = static_cast<int>(random() % static_cast<unsigned>(nMaxCount + 2)) - 1;

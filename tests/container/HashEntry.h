@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The entries and callbacks that the tests of the hash table use: text keys, an empty text is "no key".
+// Entries and callbacks for the tests of the hash table: text keys; an empty text is "no key".
 #pragma once
 
 #include <devsupport/container/MyHash.h>

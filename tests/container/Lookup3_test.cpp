@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The table's hash: the published values, and the same number as the byte-wise definition wherever the key lies.
+// The table's hash: it gives the published values, and the same values as the byte-wise definition at each alignment
+// of the key.
 
 #include "lib/container/Lookup3.h"
 
@@ -22,14 +23,14 @@ using namespace devsupport::test;
 
 constexpr std::string_view kSentence = "Four score and seven years ago";
 
-TEST(Lookup3, PublishedValues_AreMet) {
+TEST(Lookup3, GivesThePublishedValues) {
   EXPECT_EQ(hashlittle("", 0, 0), 0xdeadbeefu);
   EXPECT_EQ(hashlittle("", 0, 0xdeadbeef), 0xbd5b7ddeu);
   EXPECT_EQ(hashlittle(kSentence.data(), kSentence.size(), 0), 0x17770551u);
   EXPECT_EQ(hashlittle(kSentence.data(), kSentence.size(), 1), 0xcd628161u);
 }
 
-TEST(Lookup3, TheTestsOwnDefinition_MeetsThePublishedValues) {
+TEST(Lookup3, TheTestsDefinition_GivesThePublishedValues) {
   EXPECT_EQ(NaiveLookup3("", 0, 0), 0xdeadbeefu);
   EXPECT_EQ(NaiveLookup3(kSentence.data(), kSentence.size(), 0), 0x17770551u);
   EXPECT_EQ(NaiveLookup3(kSentence.data(), kSentence.size(), 1), 0xcd628161u);

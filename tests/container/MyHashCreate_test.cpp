@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The hash table's making and its buckets: sizes that are refused, memory that runs out, built-in and owner's hash.
+// Creation of the hash table and its buckets: refused sizes, failing allocations, the built-in and the user's hash.
 
 #include <devsupport/container/MyHash.h>
 #include <gmock/gmock.h>

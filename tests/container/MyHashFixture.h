@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A hash table for one test, of text keys, made from a record full of rubbish.
+// A hash table with text keys for one test, created in a record of random bytes.
 #pragma once
 
 #include <devsupport/container/MyHash.h>
@@ -15,7 +15,7 @@
 
 namespace devsupport::test {
 
-// Its tests end in silence unless they take the messages.
+// A test fails when it leaves messages that it has not taken.
 class MyHashTest : public ::testing::Test {
  protected:
   void SetUp() override { std::memset(&uHash_, 0xA5, sizeof uHash_); }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Long random scripts on the hash table against a naive one: results, slots, chains and the allocator's record.
+// Long random scripts on the hash table, compared with a naive one: results, slots, chains and the allocator's
+// record.
 
 #include <devsupport/container/MyHash.h>
 #include <gtest/gtest.h>
@@ -21,7 +22,7 @@ namespace {
 
 using namespace devsupport::test;
 
-// The same table, written for being obviously right: a list of slots a bucket, a map from slot to entry.
+// The same table in a simple form: a list of slots for each bucket, and a map from slot to entry.
 class NaiveTable {
  public:
   NaiveTable(unsigned nBuckets, int nCapacity) : nBuckets_(nBuckets), nCapacity_(nCapacity) { Clear(); }
@@ -153,7 +154,7 @@ class MyHashModel : public ::testing::TestWithParam<std::pair<int, int>> {
 };
 
 TEST_P(MyHashModel, LongRandomScript_AgreesWithTheNaiveTable) {
-  // Growing and shrinking in turns, so that full and empty tables are met often.
+  // The table grows and shrinks in turns, so that it is often full and often empty.
   for (int step = 0; step < 120000; ++step) {
     const int nAdds = step / 400 % 2 == 0 ? 60 : 20;
     const int nChoice = Below(100);

@@ -168,7 +168,7 @@ TEST_F(MyHash, Delete_WhenTheKeysBucketIsEmpty_Returns0AndLeavesTheEntry) {
   EXPECT_EQ(TMyHash_IsInUse(&uHash_, 0), 1);
 }
 
-TEST_F(MyHash, Delete_BelievesTheSlotsLinks_WhateverChainTheKeyNames) {
+TEST_F(MyHash, Delete_UsesTheSlotsLinksAlsoWhenTheKeyHasAnotherChain) {
   ASSERT_EQ(Create(4, 4), 1);
   TMyHash_SetHashFunc(&uHash_, [](std::uint32_t, const void *pKey, int) -> std::uint32_t {
     return static_cast<std::uint32_t>(*static_cast<const char *>(pKey) - 'a');

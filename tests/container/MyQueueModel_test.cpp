@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Long random scripts on the ring queue against a naive one, and producers and consumers that share a queue.
+// Long random scripts on the ring queue, compared with a naive one, and producers and consumers that share a queue.
 
 #include <devsupport/container/MyQueue.h>
 #include <devsupport/detail/container/MyQueue.h>
@@ -99,7 +99,7 @@ class MyQueueModel : public ::testing::TestWithParam<Sizes> {
 
 TEST_P(MyQueueModel, LongRandomScript_AgreesWithTheNaiveQueue) {
   for (int step = 0; step < 100000; ++step) {
-    const unsigned nPushes = step / 300 % 2 == 0 ? 60 : 40;  // in turns nearly full and nearly empty
+    const unsigned nPushes = step / 300 % 2 == 0 ? 60 : 40;  // alternately nearly full and nearly empty
     const unsigned nChoice = Below(100);
     if (step % 9973 == 0) {
       TMyQueue_Clear(&uQue_);

@@ -48,7 +48,7 @@ using namespace devsupport::test;
 constexpr std::uint32_t kUnsetLength = 0xDEADBEEF;
 constexpr char kUntouched = '#';
 
-// A message as it came out of a queue.
+// The result of taking a message out of a queue.
 struct Got {
   int nResult;
   std::string text;  // what was written to the destination

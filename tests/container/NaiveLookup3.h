@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// lookup3's byte hash as it is published, a byte at a time: the measure for the library's.
+// lookup3's published byte hash, byte by byte, to compare the library's with.
 #pragma once
 
 #include <cstddef>

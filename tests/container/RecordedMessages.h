@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Collects what goes through MyErrPrintf while it lives.
+// Collects the messages of MyErrPrintf as long as the object lives.
 #pragma once
 
 #include <devsupport/diag/Diagnostics.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The real cpld beside the simulated driver, and without any driver: what it sends, prints and ends with.
+// The real cpld with the simulated driver and without a driver: requests, printed texts and exit status.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -46,14 +46,14 @@ Words Split(const std::string &words) {
   return {std::istream_iterator<std::string>(stream), {}};
 }
 
-/// One run of cpld beside a driver that behaves as the options say.
+/// One run of cpld with a driver that has these options.
 CommandResult RunCpld(const Words &words, const Words &driver = {}) {
   Words options{"--trace-bytes"};
   options.insert(options.end(), driver.begin(), driver.end());
   return Simulated(options, Cpld(words)).Run();
 }
 
-/// Some runs of cpld, one line of shell each, beside the same driver.
+/// Several runs of cpld, one shell line each, with the same driver.
 CommandResult RunSession(const std::string &script, const Words &options = {}) {
   return Simulated(options, {"sh", "-c", script, CPLD_PATH}).Run();
 }
@@ -154,7 +154,7 @@ INSTANTIATE_TEST_SUITE_P(Command, UsageOf,
 
 // Without a device.
 
-/// The words of a command that runs where nobody finds a real /dev/analog/0.
+/// The words of a command that runs in an environment without a real /dev/analog/0.
 Words WithoutDevice(const Words &command) {
   if (!std::filesystem::exists("/dev/analog/0")) return command;
   Words hidden{"unshare", "--mount"};
@@ -164,7 +164,7 @@ Words WithoutDevice(const Words &command) {
   return hidden;
 }
 
-TEST(CpldWithoutDevice, Exits1WithoutAWord) {
+TEST(CpldWithoutDevice, Exits1WithoutAMessage) {
   for (const Words &words : {Words{"0", "1", "23"}, Words{"1", "1", "23", "1"}, Words{"4", "1"}, Words{"7", "1"}}) {
     EXPECT_EQ(Command(WithoutDevice(Cpld(words))).Run(), (CommandResult{1, "", ""}));
   }
@@ -183,7 +183,7 @@ Words SystemCalls(const Words &words) {
   Words command{"strace", "-o", log};
   const Words cpld = Cpld(words);
   command.insert(command.end(), cpld.begin(), cpld.end());
-  // The leak check is a tracer itself, and there can only be one.
+  // The leak check also traces the process, and only one tracer is possible.
   Command(WithoutDevice(command)).Environment("ASAN_OPTIONS", "detect_leaks=0").Run();
   return std::filesystem::exists(log) ? Lines(FileText(log)) : Words{};
 }
@@ -215,8 +215,8 @@ std::string NameOfCall(const std::string &line) { return line.substr(0, line.fin
 TEST(CpldWithoutDevice, AsksTheSystemForNothingElse) {
   if (!CanTrace()) GTEST_SKIP() << kCannotTrace;
   Words calls = SystemCalls({"0", "1", "23"});
-  // How the C library starts is the same whatever the program does then: take it from a run that prints the usage
-  // text in one write and ends.
+  // The C library's calls at the start are the same for each run. They are taken from a run that prints the usage
+  // text with one write and ends.
   Words expected = SystemCalls({});
   ASSERT_EQ(calls.size(), expected.size());
   ASSERT_GT(calls.size(), 3U);
@@ -242,7 +242,7 @@ TEST(CpldProgram, NeedsTheCLibraryOnly) {
 
 #endif
 
-// Nobody can listen.
+// Standard output is closed.
 
 TEST(CpldOutput, ToAFullDevice_DoesNotChangeTheStatus) {
   for (const Words &words : {Words{}, Words{"0", "1", "23"}, Words{"4", "1"}})
@@ -257,8 +257,8 @@ TEST(CpldOutput, ToAClosedDescriptor_DoesNotChangeTheStatus) {
 }
 
 TEST(CpldOutput, ToAClosedDescriptor_IsNotWrittenToTheDriver) {
-  // The device gets the descriptor that standard output would have had. The simulated one is a file with one byte
-  // of content: whatever is written to it can be read there.
+  // The device gets the descriptor of the missing standard output. The simulated device is a file with one byte, so
+  // that a write to it can be detected.
   const CommandResult result =
       RunSession("cat /dev/analog/0 | wc -c; $0 1 1 23 7 >&-; cat /dev/analog/0 | od -An -c");
   EXPECT_EQ(result.out, "1\n  \\0\n");
@@ -269,7 +269,7 @@ TEST(CpldOutput, ToAClosedDescriptor_IsNotWrittenToTheDriver) {
 
 TEST(CpldRandomCommandLines, AlwaysEndWith0Or1AndOneOfThreeForms) {
 #ifdef INSTRUMENTED
-  constexpr char kRuns[] = "500";  // each start of such a program takes many times as long
+  constexpr char kRuns[] = "500";  // an instrumented program takes much longer to start
 #else
   constexpr char kRuns[] = "10000";
 #endif

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Runs cpld with random command lines and looks at what each run prints and ends with. A program of its own, so that
-// all runs happen beside the same simulated driver.
+// Runs cpld with random command lines and checks what each run prints and its exit status. It is a separate program,
+// so that all runs use the same simulated driver.
 //
 // usage: random_runs CPLD RUNS SEED
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Random command lines for cpld: near enough to real ones to get past the first check, odd enough to hurt.
+// Random command lines for cpld: similar to real ones, so that they pass the first check, with unusual words.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,7 @@ class RandomWords {
  public:
   explicit RandomWords(std::uint64_t seed) : engine_(seed) {}
 
-  /// The words after the program's name: a command with as many words as it takes, or any number of any words.
+  /// The words after the program's name: a command with the right number of words, or any words.
   std::vector<std::string> Line() {
     const int command = Below(6);
     std::vector<std::string> line{OneIn(4) ? Word() : std::to_string(command)};
@@ -51,7 +51,7 @@ class RandomWords {
     return kOddities[Below(static_cast<int>(std::size(kOddities)))];
   }
 
-  /// Any bytes but the one that ends a word; now and then very many of them.
+  /// Any bytes except NUL; sometimes very many of them.
   std::string Rubbish() {
     std::string text(static_cast<std::size_t>(Below(OneIn(50) ? 5000 : 12)), '?');
     for (char &character : text) character = static_cast<char>(1 + Below(255));

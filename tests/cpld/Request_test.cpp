@@ -27,7 +27,7 @@ struct Parsed {
   TAnalogRegRequest request;
 };
 
-/// Parses the words after the program's name, with a record that holds rubbish before.
+/// Parses the words after the program's name into a record of random bytes.
 Parsed Parse(const std::vector<std::string> &words) {
   std::vector<const char *> args{"cpld"};
   for (const std::string &word : words) args.push_back(word.c_str());
@@ -145,7 +145,7 @@ TEST(RequestCount, WithoutEvenAProgramName_AsksForTheUsageText) {
   EXPECT_EQ(BytesOf(request), Bytes{});
 }
 
-// Command numbers that are none.
+// Unknown command numbers.
 
 class UnknownCommand : public ::testing::TestWithParam<const char *> {};
 
@@ -254,7 +254,7 @@ TEST(ValueWord, Beyond32Bits_ClampsAsALongOfTheDevice) {
 
 TEST(ValueWord, OfAGet_IsNeverThere) { EXPECT_EQ(Parse({"2", "1", "23"}).request.nValue, 0); }
 
-// 10,000 random command lines: the record is always one that the driver can be given.
+// 10,000 random command lines: the record is always a valid request.
 
 void ExpectSendable(const Parsed &parsed) {
   const auto code = static_cast<std::uint32_t>(parsed.request.dwRequest);

@@ -73,7 +73,7 @@ TEST_F(Store, Open_InAnEmptyHome_OpensAllTablesAndPrintsNothing) {
   for (const TDbTbl &row : g_auDbTbl) EXPECT_NE(*row.ppDb, nullptr) << row.pName;
 }
 
-TEST_F(Store, Open_WhoseWaitForItsTurnASignalInterrupts_GoesOnWaiting) {
+TEST_F(Store, Open_WhoseWaitIsInterruptedByASignal_ContinuesToWait) {
   const FailCall interrupted("semop", 1);
   Open();
   EXPECT_TRUE(interrupted.Happened());
@@ -87,8 +87,8 @@ TEST_F(Store, Open_WithAnotherFile_PutsTheTablesThere) {
   EXPECT_FALSE(std::filesystem::exists(FilePath()));
 }
 
-TEST_F(Store, Open_WithoutHomeAndFile_UsesTheDevicesOwn) {
-  // A root of its own in a mount namespace of its own: the machine's is not touched.
+TEST_F(Store, Open_WithoutHomeAndFile_UsesTheDefaultsOfTheDevice) {
+  // The process has a private root folder in a private mount namespace, so that the machine's is not changed.
   Child device([&] {
     const char *pRoot = home_.c_str();
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
@@ -279,7 +279,7 @@ TEST_F(Store, CreateEnvir_OpensTheEnvironmentWithoutTables) {
 TEST_F(Store, Open_WhileAnotherProcessIsAttached_JoinsAndSeesItsData) {
   Open();
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, "from", "parent"), BERKDB_OK);
-  // The child has not opened the store: its image is a new one.
+  // The store is closed before the fork, so that the child does not inherit it.
   Event opened;
   Event done;
   BerkDb_Close();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Cursors: one step for the caller, and what a cursor that is left open means for the others.
+// Cursors: one step for each call, and the effect of an open cursor on other processes.
 
 #include <db.h>
 #include <devsupport/db/DbRecord.h>
@@ -17,7 +17,7 @@ using namespace devsupport::test;
 
 class Cursor : public Record {
  protected:
-  // A step to a key (with DB_FIRST: from it) that leaves the cursor to the test. What is not written keeps its
+  // A step to a key (with DB_FIRST: from it). The test closes the cursor. Bytes that are not written keep their
   // preset.
   int Go(DB *pDb, const char *text, u_int32_t flags = DB_SET, std::int32_t room = 256) {
     std::strcpy(key, text);
@@ -101,7 +101,7 @@ TEST_F(Cursor, Get_WithACursorDespiteTheFailure_ClosesIt) {
   EXPECT_EQ(err.Take(), "") << "a cursor was left open";
 }
 
-TEST_F(Cursor, Get_ThatMeetsALock_ClosesItsCursorAndIsTriedAgain) {
+TEST_F(Cursor, Get_ThatFindsALock_ClosesItsCursorAndIsTriedAgain) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
   static decltype(g_uDb.tb_tone->cursor) s_realCursor;
   static decltype(DBC::get) s_realGet;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Single files with one table, outside the environment.
+// Single files with one table, without the environment.
 
 #include <db.h>
 #include <devsupport/db/BerkeleyDB.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The prefix search: which records it finds, how it cuts them, and what ends it.
+// The prefix search: the records that it finds, how it cuts them, and where it ends.
 
 #include <db.h>
 #include <devsupport/db/DbRecord.h>
@@ -210,7 +210,7 @@ TEST_F(Prefix, WithoutACursor_Is10WithTheLibrarysText) {
   EXPECT_EQ(count_, kRoom);
 }
 
-// Cursors whose second step meets somebody's lock, or fails to close, as often as it is asked for.
+// Cursors whose second step finds another's lock, or which cannot be closed, for a given number of times.
 int g_conflicts = 0;
 int g_steps = 0;
 decltype(DB::cursor) g_realCursor;

@@ -195,7 +195,7 @@ TEST_F(Record, Put_StoresTheBytesAsGiven) {
   EXPECT_EQ(Dump("tb_line"), (Records{{Text("bytes"), Raw("a\0b")}}));
 }
 
-TEST_F(Record, Put_InThePhoneBook_TakesTheKeyAsItStands) {
+TEST_F(Record, Put_InThePhoneBook_TakesTheKeyUnchanged) {
   ASSERT_EQ(BerkDb_Put(g_uDb.tb_pb, "Bob", "123", 4), BERKDB_OK);
   EXPECT_EQ(Get(g_uDb.tb_pb, "Bob"), "<7>");
   BerkDb_Close();
@@ -225,7 +225,7 @@ TEST_F(Record, Put_OnAnIndex_Is10) {
   EXPECT_NE(err.Take().find(Short(EINVAL)), std::string::npos);
 }
 
-TEST_F(Record, PutStr_StoresTheKeyAsItStandsAndFlushes) {
+TEST_F(Record, PutStr_StoresTheKeyUnchangedAndFlushes) {
   EXPECT_EQ(BerkDb_PutStr(g_uDb.tb_pb, "Bob", "123"), 1);
   EXPECT_EQ(Dump("tb_pb"), (Records{{Text("Bob"), Text("123")}}));
 }
@@ -312,7 +312,7 @@ TEST_F(Record, Del_WhenTheLibraryFails_Is10WithItsText) {
 
 // --- conflicts with locks of other processes
 
-TEST_F(Record, Set_ThatMeetsALock_IsTriedAgain) {
+TEST_F(Record, Set_ThatFindsALock_IsTriedAgain) {
   static decltype(g_uDb.tb_tone->put) s_real;
   s_real = g_uDb.tb_tone->put;
   g_uDb.tb_tone->put = [](DB *pDb, DB_TXN *, DBT *, DBT *, u_int32_t) {
@@ -327,7 +327,7 @@ TEST_F(Record, Set_ThatMeetsALock_IsTriedAgain) {
   EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
 }
 
-TEST_F(Record, Get_ThatMeetsALock_IsTriedAgain) {
+TEST_F(Record, Get_ThatFindsALock_IsTriedAgain) {
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
   static decltype(g_uDb.tb_tone->get) s_real;
   s_real = g_uDb.tb_tone->get;

@@ -11,16 +11,16 @@
 
 namespace devsupport::test {
 
-/// Lets this process die inside the library at its n-th fsync from here on: in the middle of an operation that writes.
+/// Kills this process at its n-th fsync from now on, which is in the middle of an operation that writes.
 void DieAtSync(int nth = 1);
 
-/// Opens the store and dies in the middle of a change. Returns only when that went wrong.
+/// Opens the store and is killed in the middle of a change. Returns only when that failed.
 int DieInside(const std::string &home);
 
-/// Starts processes that have nothing of this one's store, whatever it has open by then.
+/// Starts processes that inherit nothing of the store, even when this process has it open then.
 class Starter {
  public:
-  /// body  what each process does with the number that it is given
+  /// body  run by each process with its number
   explicit Starter(const std::function<int(int)> &body);
 
   /// Runs one process to its end. Returns its status as Child::Wait does.
@@ -38,7 +38,7 @@ class Starter {
   Child starter_;
 };
 
-/// Whether the process is no longer there but for its status.
+/// Whether the process has ended and only its status is left.
 bool HasEnded(const Child &child);
 
 }  // namespace devsupport::test

@@ -60,13 +60,13 @@ class FailedOpen : public StoreTest {
   }
 };
 
-TEST_F(FailedOpen, WithoutItsHome_IsCode1AndLeavesNothingBehind) {
+TEST_F(FailedOpen, WithoutItsHome_IsCode1AndMakesNothing) {
   const std::string missing = home_ + "/missing";
   EXPECT_EQ(TryToOpen(missing), RefusedOpening(missing, "No such file or directory"));
   EXPECT_FALSE(std::filesystem::exists(missing));
 }
 
-TEST_F(FailedOpen, WhoseTurnCannotBeHad_IsCode1) {
+TEST_F(FailedOpen, WhoseLockCannotBeTaken_IsCode1) {
   const FailCall fail("semop", 1);
   EXPECT_EQ(TryToOpen(home_), RefusedOpening(home_, "No locks available"));
 }
@@ -138,7 +138,7 @@ class SpoiltHandle : public StoreTest {
     StoreTest::TearDown();
   }
 
-  // Opens the store with a bad n-th handle: 1 to 8 are the generic tables, then come the others in their order.
+  // Opens the store with a bad n-th handle. 1 to 8 are the generic tables; the others follow in their order.
   void OpenWith(int nth, void (*spoil)(DB *), int code, const std::string &report) {
     SpoilHandle(nth, spoil);
     EXPECT_EQ(TryToOpen(home_), (Opening{0, code, report + kSourceLine}));
@@ -208,7 +208,7 @@ TEST_F(OpenReport, OfEachCode_NamesTheTable) {
   EXPECT_EQ(Report(g_uDb.tb_dm, 5), "FAIL to set flags for secondary database tb_x" + end);
 }
 
-TEST_F(OpenReport, OfAnyOtherCode_SaysThatItIsLost) {
+TEST_F(OpenReport, OfAnyOtherCode_ReportsAMissingCase) {
   Open();
   EXPECT_EQ(Report(g_uDb.tb_dm, 17), "BerkDb_Open: loss switch case, nCase=17  \\db/for_project/BerkeleyDB 499\n");
 }
@@ -225,7 +225,7 @@ TEST(ErrCall, PrintsTheMessageAndItsSource) { EXPECT_EQ(Said("no space"), "no sp
 
 TEST(ErrCall, TakesADoublePercentForOne) { EXPECT_EQ(Said("100%% of %%d"), "100% of %d" + kSourceLine); }
 
-TEST(ErrCall, PrintsEveryOtherPercentAsItStands) {
+TEST(ErrCall, PrintsEveryOtherPercentUnchanged) {
   EXPECT_EQ(Said("%s %n %d% %5$s %"), "%s %n %d% %5$s %" + kSourceLine);
   EXPECT_EQ(Said("%%%s"), "%%s" + kSourceLine);
 }

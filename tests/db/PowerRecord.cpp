@@ -48,7 +48,7 @@ void Note(Kind kind, std::uint64_t inode, std::uint64_t offset, std::string_view
   if (g_log < 0) return;
   const int savedErrno = errno;
   Head head = {kind, inode, offset, static_cast<std::uint32_t>(name.size()), static_cast<std::uint32_t>(data.size())};
-  // In one call after the record's end, so that events of several processes stay whole.
+  // One write at the record's end, so that the events of several processes are not mixed.
   const iovec pieces[] = {{&head, sizeof head},
                           {const_cast<char *>(name.data()), name.size()},
                           {const_cast<char *>(data.data()), data.size()}};

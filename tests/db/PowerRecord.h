@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Records what processes do to the files of one folder: each write, each flush, each change of a name. The program
-// that uses this wraps openat, unlinkat, renameat, write and fsync.
+// Records the changes of the files in one folder: each write, each flush, each change of a name. The program that
+// uses this wraps openat, unlinkat, renameat, write and fsync.
 #pragma once
 
 #include <cstdint>
@@ -37,9 +37,9 @@ class PowerRecord {
   PowerRecord(const PowerRecord &) = delete;
   PowerRecord &operator=(const PowerRecord &) = delete;
 
-  /// Records what this process and its children do from here on.
+  /// Records the changes by this process and its children from now on.
   void Begin() const;
-  /// Kills this process after so many further events.
+  /// Kills this process after that many further events.
   static void DieAfter(int events);
   static void Mark(PowerEvent::Kind kind, std::uint64_t step);
 
@@ -50,7 +50,7 @@ class PowerRecord {
   int log_;
 };
 
-/// Lets flushes of this process do nothing: for what only looks at files.
+/// Makes flushes of this process do nothing. For processes that only read files.
 void SkipFlushes();
 
 }  // namespace devsupport::test

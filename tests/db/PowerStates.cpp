@@ -71,7 +71,7 @@ void PowerStates::Add(Part part) {
   pending_.push_back(std::move(part));
 }
 
-// What is after the end of the file is zero from then on.
+// The bytes after the new end of the file are zero.
 void PowerStates::TakeTruncate(const PowerEvent &event) {
   const PowerFile &file = latest_.files[event.inode];
   const std::size_t unit = event.offset / unitBytes_;
@@ -87,7 +87,7 @@ void PowerStates::TakeTruncate(const PowerEvent &event) {
 void PowerStates::TakeWrite(const PowerEvent &event) {
   PowerFile &file = latest_.files[event.inode];
   const std::uint64_t end = event.offset + event.data.size();
-  // The size alone can be there.
+  // The size can be written without the data.
   if (end > file.size) Add({Kind::kWrite, event.inode, end, kNoUnit, nullptr, {}, {}});
   for (std::uint64_t at = event.offset; at < end;) {
     const std::size_t unit = at / unitBytes_;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// The states that a folder can be in when the power fails: what was flushed, and any part of what was not.
+// The possible states of a folder after a power failure: all that was flushed, and any part of the rest.
 //
-// A file system may write what was not flushed in any order, or never. Here it does so in units of some bytes; a unit
-// is written whole. Of a file that has grown, the size can be there without the data (which is then zero). Names
-// belong to the folder, not to the file: they last when the folder was flushed (docs/decisions/store-power.md).
+// A file system may write the rest in any order, or never. The model uses units of some bytes, and each unit is
+// written whole. When a file has grown, its size can be written without the data, which is then zero. Names belong to
+// the folder, not to the file: they are kept when the folder was flushed (docs/decisions/store-power.md).
 #pragma once
 
 #include <cstdint>
@@ -34,23 +34,23 @@ struct PowerFolder {
 
 class PowerStates {
  public:
-  /// unitBytes  what is written whole
-  /// home       as it is now, all flushed
+  /// unitBytes  size of a unit
+  /// home       its present state, all flushed
   PowerStates(std::size_t unitBytes, const std::string &home);
 
   void Take(const PowerEvent &event);
 
-  /// What can be the folder after the power failed now: every part of what is not flushed, if that is up to eight
-  /// things, otherwise this many parts at random, and everything but one thing, and one thing alone.
+  /// The possible states after a power failure at this moment. With up to eight unflushed changes: each subset of them.
+  /// With more: this many random subsets, each single change, and all changes except one.
   void ForEach(std::mt19937_64 &random, int samples, const std::function<void(const PowerFolder &)> &visit) const;
 
-  /// A number that is the same for the same content.
+  /// A hash of the content.
   static std::uint64_t Key(const PowerFolder &folder);
   /// Makes the files of an empty folder.
   void Write(const PowerFolder &folder, const std::string &path) const;
 
  private:
-  // One thing that is written whole, or not at all.
+  // One change, which is written whole or not at all.
   struct Part {
     PowerEvent::Kind kind;  // kWrite: one unit; kTruncate; kCreate; kUnlink; kRename
     std::uint64_t inode = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Several changes as one: all of them or none, with the indexes, whatever ends the process.
+// Several changes in one step: all are made or none, with the indexes, also when the process is killed.
 
 #include "db/for_project/RecordAccess.h"
 
@@ -62,7 +62,7 @@ class Changes {
   std::vector<Text> texts_;
 };
 
-/// An entry of the phone book; generation tells what value.
+/// An entry of the phone book. The generation is a part of its value.
 void PutEntry(Changes &changes, int n, int generation) {
   const std::string number = std::to_string(100000 + n * 7919 % 100000);
   const std::string key = Text("name") + number + '\0';
@@ -153,7 +153,7 @@ TEST_F(RecordChanges, PlannedBeforeOthersChangedTheStore_AreNotMade) {
   EXPECT_NE(CountedChanges(), now);
 }
 
-TEST_F(RecordChanges, WhileSomebodyKeepsACursorOpen_Wait) {
+TEST_F(RecordChanges, WhileAnotherProcessHasACursorOpen_Wait) {
   BerkDb_Close();
   Event opened;
   Event done;
@@ -182,7 +182,7 @@ TEST_F(RecordChanges, WhileSomebodyKeepsACursorOpen_Wait) {
   EXPECT_EQ(holder.Wait(), 0);
 }
 
-TEST_F(RecordChanges, AfterTheDeathOfANeighbourInside_AreMade) {
+TEST_F(RecordChanges, AfterTheDeathOfAnotherProcessInside_AreMade) {
   BerkDb_Close();
   Child victim([this] {
     Open();
@@ -204,7 +204,7 @@ TEST_F(RecordChanges, AfterTheDeathOfANeighbourInside_AreMade) {
   EXPECT_EQ(Dump("tb_pb"), Records{});
 }
 
-// Killed at any moment: the next one who opens finds all of the changes or none.
+// After a kill at any moment, the next process that opens the store finds all changes or none.
 
 class KilledChanges : public StoreTest {
  protected:
@@ -226,7 +226,7 @@ class KilledChanges : public StoreTest {
     BerkDb_Close();
   }
 
-  /// Which generation the store has; fails the test when there are two.
+  /// The generation that the store holds; fails the test when it holds two.
   int Generation() {
     Open();
     BerkDb_Close();

@@ -15,7 +15,8 @@
 #include "tests/support/CapturedOutput.h"
 
 #ifdef __SANITIZE_THREAD__
-// The library is not instrumented: the sanitizer sees its mutexes, but not what keeps their order harmless.
+// The library is not instrumented: the sanitizer sees its mutexes, but not the other locks that make their order
+// safe.
 extern "C" const char *__tsan_default_suppressions();
 extern "C" const char *__tsan_default_suppressions() {
   return "deadlock:libdb-5.3.so\nrace:libdb-5.3.so\nmutex:libdb-5.3.so\n";
@@ -87,8 +88,7 @@ void StoreTest::SetUp() {
   if (::unshare(CLONE_NEWIPC) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0) {
     GTEST_SKIP() << "the machine does not let us make a private IPC namespace";
   }
-  // In memory where there is such a folder: what a killed process has written survives there as on a disk, and every
-  // change waits for it.
+  // In memory where possible: data of a killed process survives there as on a disk, and flushes are fast.
   const char *const memory = "/dev/shm";
   const bool inMemory = std::getenv("TMPDIR") == nullptr && ::access(memory, W_OK | X_OK) == 0;
   std::string path = (inMemory ? memory : std::filesystem::temp_directory_path().string()) + "/store-XXXXXX";

@@ -65,7 +65,7 @@ struct IndexRule {
 };
 extern const IndexRule kIndexRules[3];
 
-/// All records of an open table, as a cursor finds them; in an index, the secondary keys with the primary's values.
+/// All records of an open table in the order of a cursor; for an index, its keys with the values of the table.
 Records ReadAll(struct __db *pDb);
 /// The same for all tables, by their names.
 std::map<std::string, Records> ReadAllTables();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Damaged files: each page of the tables' file and each part of each log file in turn. Damage is noticed or harmless,
-// and a store that is refused stays as it is. DEVSUPPORT_STORE_ROUNDS=10 tries every tenth.
+// Damaged files: each page of the tables' file and each part of each log file is damaged in turn. Damage is detected
+// or harmless, and a store that is refused is not changed. DEVSUPPORT_STORE_ROUNDS=10 tries each tenth.
 
 #include <db.h>
 #include <sys/resource.h>
@@ -30,11 +30,11 @@ constexpr std::size_t kPageBytes = 2048;
 
 using Tables = std::map<std::string, Records>;
 
-// What a process that opens the store finds.
+// The result of opening a damaged store.
 enum Outcome : int {
-  kAsBefore = 0,  // everything is there and nothing was said
-  kSaid = 1,      // opened with a word about it
-  kRefused = 2,   // not opened, with a word about it
+  kAsBefore = 0,  // all records are there and nothing was printed
+  kSaid = 1,      // opened with a message
+  kRefused = 2,   // not opened, with a message
   kChangedInSilence = 3,
   kRefusedInSilence = 4,
   kWorked = 5,  // changed files although it refused
@@ -64,7 +64,8 @@ class Damage : public StoreTest {
     StoreTest::TearDown();
   }
 
-  /// Makes the store whose copies are damaged. sealed: closed in order, or left by a process that was killed.
+  /// Makes the store whose copies are damaged. It is closed in order when it is to be sealed; otherwise its process is
+  /// killed.
   void Make(bool sealed) {
     Child maker([&] {
       if (BerkDb_Open(original_.c_str(), nullptr, nullptr) != 1) return 2;
@@ -76,7 +77,7 @@ class Damage : public StoreTest {
       return sealed ? 0 : ::raise(SIGKILL);
     });
     ASSERT_EQ(maker.Wait(), sealed ? 0 : 1000 + SIGKILL);
-    // What the store holds, from a copy: the original is not opened any more.
+    // Reads the records from a copy, since the original must not be opened again.
     Copy();
     ASSERT_EQ(BerkDb_Open(damaged_.c_str(), nullptr, nullptr), 1);
     expected_ = ReadAllTables();
@@ -200,7 +201,7 @@ TEST_F(Damage, AnyPartOfASealedLog_IsRefused) {
   }
 }
 
-TEST_F(Damage, AnyZeroedPageOfAStoreThatNobodyClosed_IsNoticedOrHarmless) {
+TEST_F(Damage, AnyZeroedPageOfAStoreThatWasNotClosed_IsDetectedOrHarmless) {
   ASSERT_NO_FATAL_FAILURE(Make(false));
   int harmless = 0;
   const std::size_t pages = Pages(original_);
@@ -234,7 +235,7 @@ TEST_F(Damage, AnUndamagedCopy_OpensInSilence) {
   EXPECT_EQ(OpenWith([](const std::string &) {}), kAsBefore);
 }
 
-TEST_F(Damage, ASeal_IsThereWhileNobodyHasTheStoreOpen) {
+TEST_F(Damage, ASeal_ExistsWhileTheStoreIsClosed) {
   ASSERT_EQ(BerkDb_Open(original_.c_str(), nullptr, nullptr), 1);
   const std::string seal = original_ + "/config.db.seal";
   EXPECT_FALSE(fs::exists(seal));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Calls below the store that fail: closing files, memory, the clock, the binding of an index.
+// Failing calls of the system and of the library: closing files, memory, the clock, binding an index.
 
 #include <db.h>
 #include <unistd.h>
@@ -17,7 +17,7 @@
 #include "tests/support/Child.h"
 #include "tests/support/FaultInjection.h"
 
-// The descriptor is closed all the same, as on Linux.
+// The descriptor is closed even so, as on Linux.
 DEVSUPPORT_FAULT_POINT(int, close, (int fd), (fd), (__real_close(fd), errno = EIO, -1), EIO)
 DEVSUPPORT_FAULT_POINT(int, fsync, (int fd), (fd), -1, EIO)
 
@@ -25,7 +25,7 @@ namespace {
 
 bool g_associateFails = false;
 std::atomic<int> g_wallClockReads{0};
-std::atomic<int> g_allocationsLeft{0};  // the one that fails; 0: none
+std::atomic<int> g_allocationsLeft{0};  // until the one that fails; 0: none
 
 }  // namespace
 
@@ -142,8 +142,8 @@ void *FailingRealloc(void *old, std::size_t bytes) {
   return std::realloc(old, bytes);
 }
 
-// Every allocation of the library in one operation fails in turn, in a process of its own. Returns how many there
-// are.
+// Makes each allocation of the library in one operation fail in turn, each in a separate process. Returns their
+// number.
 template <typename TOperation>
 int FailEachAllocation(const std::string &home, TOperation operation) {
   for (int nth = 1; nth < 400; ++nth) {
@@ -220,7 +220,7 @@ TEST_F(Faults, AllocationsThatFailInOpening_AreACodeAndNoMore) {
   ExpectSoundFile();
 }
 
-TEST_F(Faults, WhatADeadOneWroteAndCannotBeFlushed_IsNotBuiltUpon) {
+TEST_F(Faults, DataOfADeadProcessThatCannotBeFlushed_StopsTheOpening) {
   Child victim([this] { return DieInside(home_); });
   ASSERT_EQ(victim.Wait(), 1000 + SIGKILL);
   {
@@ -233,7 +233,7 @@ TEST_F(Faults, WhatADeadOneWroteAndCannotBeFlushed_IsNotBuiltUpon) {
   EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
 }
 
-TEST_F(Faults, WaitingForAnother_NeverLooksAtTheWallClock) {
+TEST_F(Faults, WaitingForAnother_NeverReadsTheWallClock) {
   Event opened;
   Event inside;
   Child holder([&] {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The lock around the store's shared memory: who gets in, and what the others learn when somebody died inside.
+// The lock of the store's shared memory: which process may enter, and what the others learn after a death of its
+// holder.
 
 #include <db.h>
 #include <pthread.h>
@@ -23,7 +24,7 @@
 #include "tests/support/Child.h"
 #include "tests/support/FaultInjection.h"
 
-// A system without robust mutexes. Other mutexes can be made: a statically linked Berkeley DB is wrapped too.
+// A system without robust mutexes. Other mutexes still work, because a statically linked Berkeley DB is wrapped too.
 extern "C" {
 int __real_pthread_mutex_init(pthread_mutex_t *pMutex, const pthread_mutexattr_t *pAttributes);
 int __wrap_pthread_mutex_init(pthread_mutex_t *pMutex, const pthread_mutexattr_t *pAttributes);
@@ -38,7 +39,7 @@ int __wrap_pthread_mutex_init(pthread_mutex_t *pMutex, const pthread_mutexattr_t
 
 namespace {
 
-// Apart from the fault points, of which one can be armed at a time.
+// Not a fault point, because only one of those can be active at a time.
 bool g_noSemaphores = false;
 
 }  // namespace
@@ -110,7 +111,7 @@ class Gate : public StoreTest, public ::testing::WithParamInterface<Lock> {
     return g_gate.Attach(home);
   }
 
-  // Enters and leaves. Returns what entering answered, or kBroken when the regions are to be made anew.
+  // Enters and leaves. Returns the result of entering, or kBroken when the regions must be rebuilt.
   static constexpr int kBroken = 4711;
   static int Enter() {
     Deadline deadline;
@@ -142,7 +143,7 @@ TEST_P(Gate, WhenDetached_IsNoObstacle) {
   EXPECT_EQ(Enter(), 0);
 }
 
-TEST_P(Gate, WhenSomebodyDiedInside_LetsInAndAsksForNewRegions) {
+TEST_P(Gate, AfterADeathInside_AdmitsTheNextAndAsksForNewRegions) {
   DieInside();
   EXPECT_EQ(Enter(), kBroken);
   EXPECT_EQ(Enter(), kBroken);
@@ -150,7 +151,7 @@ TEST_P(Gate, WhenSomebodyDiedInside_LetsInAndAsksForNewRegions) {
   EXPECT_EQ(other.Wait(), 0);
 }
 
-TEST_P(Gate, WhenSomebodyDiesInside_LetsTheWaitingKnow) {
+TEST_P(Gate, WhenAProcessDiesInside_TellsTheWaitingOnes) {
   Event inside;
   Child victim([&] {
     Deadline deadline;
@@ -167,7 +168,7 @@ TEST_P(Gate, WhenSomebodyDiesInside_LetsTheWaitingKnow) {
   for (Child &child : waiting) EXPECT_EQ(child.Wait(), 0);
 }
 
-TEST_P(Gate, WithNewRegionsAfterADeath_AsksEveryOtherToFollow) {
+TEST_P(Gate, WithNewRegionsAfterADeath_TellsAllOthersToChange) {
   DieInside();
   Event made;
   Child healer([&] {
@@ -192,7 +193,7 @@ TEST_P(Gate, AttachedAgain_StillAsksForNewRegions) {
   EXPECT_EQ(later.Wait(), 0);
 }
 
-TEST_P(Gate, Reset_MakesTheLockAnewWhereSomebodyDied) {
+TEST_P(Gate, Reset_MakesANewLockAfterADeath) {
   DieInside();
   {
     const FailCall noRobustMutexes("pthread_mutex_init", GetParam() == Lock::kMutex ? 0 : FailCall::kEvery);
@@ -209,7 +210,7 @@ TEST_P(Gate, WhoseSegmentIsGone_IsMadeAnewAndHasNoRegionsYet) {
   EXPECT_EQ(Enter(), kBroken);
 }
 
-TEST_P(Gate, WhenSomebodyDiesWaiting_StillLetsIn) {
+TEST_P(Gate, WhenAWaitingProcessDies_AdmitsTheNext) {
   Deadline deadline;
   ASSERT_EQ(g_gate.Enter(deadline), 0);
   const Record record;
@@ -222,7 +223,7 @@ TEST_P(Gate, WhenSomebodyDiesWaiting_StillLetsIn) {
   EXPECT_EQ(Enter(), 0);
 }
 
-TEST_P(Gate, WhenTheWaitingHaveBeenIn_CountsNobodyAsWaiting) {
+TEST_P(Gate, AfterTheWaitingHaveEntered_CountsNoneAsWaiting) {
   Deadline deadline;
   ASSERT_EQ(g_gate.Enter(deadline), 0);
   const Record record;
@@ -253,7 +254,7 @@ TEST_P(Gate, WaitThatASignalInterrupts_GoesOn) {
   EXPECT_EQ(waiting.Wait(), 0);
 }
 
-TEST_P(Gate, LetsOneInAtATime) {
+TEST_P(Gate, AdmitsOneAtATime) {
   int inside = 0;
   std::atomic<int> most{0};
   std::vector<std::thread> threads;
@@ -274,7 +275,7 @@ TEST_P(Gate, LetsOneInAtATime) {
   EXPECT_EQ(most, 1);
 }
 
-TEST_P(Gate, WhenSomebodyDoesNotLeave_LetsTheOthersGiveUpAtTheirDeadline) {
+TEST_P(Gate, WhenAProcessDoesNotLeave_TheOthersGiveUpAtTheirDeadline) {
   Deadline deadline;
   ASSERT_EQ(g_gate.Enter(deadline), 0);
   const auto begin = std::chrono::steady_clock::now();
@@ -291,7 +292,7 @@ INSTANTIATE_TEST_SUITE_P(By, Gate, ::testing::Values(Lock::kMutex, Lock::kSemaph
 
 class NoRobustMutexes : public StoreTest {};
 
-TEST_F(NoRobustMutexes, Store_WorksForAllAndOutlivesANeighbour) {
+TEST_F(NoRobustMutexes, Store_WorksForAllAfterADeath) {
   Event stored;
   Child neighbour([&] {
     const FailCall noRobustMutexes("pthread_mutex_init", FailCall::kEvery);

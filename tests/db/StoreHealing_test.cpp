@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A process dies inside the store: the others lose time and nothing else. One situation in each test;
+// A process dies inside the store. The others are delayed but lose nothing. Each test has one situation;
 // StoreStorm_test.cpp mixes all of them.
 
 #include <db.h>
@@ -29,7 +29,7 @@ class Healing : public StoreTest {
     StoreTest::SetUp();
     if (IsSkipped()) return;
     victims_.emplace([this](int) { return DieInside(home_); });
-    // The tables are there before anybody dies.
+    // Creates the tables before the first death.
     Open();
     ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "123;x"), BERKDB_OK);
     BerkDb_Close();
@@ -42,7 +42,7 @@ class Healing : public StoreTest {
   std::optional<Starter> victims_;
 };
 
-// First, and in a process of its own: a process follows so often in its life, whatever test it is in.
+// First, and in a separate process, because a process can change to new regions only 256 times in its life.
 TEST_F(Healing, After256Deaths_NeedsTheStoreOpenedAgain) {
   Child survivor([this] {
     Open();
@@ -150,7 +150,7 @@ TEST_F(Healing, ACursorFromBefore_IsClosed) {
   EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
 }
 
-TEST_F(Healing, ACursorFromBeforeThatIsClosedFirst_SaysSo) {
+TEST_F(Healing, ACursorFromBeforeThatIsClosedFirst_IsReported) {
   Open();
   DBC *cursor = CursorOnFirst(g_uDb.tb_pb);
   ASSERT_NE(cursor, nullptr);
@@ -161,7 +161,7 @@ TEST_F(Healing, ACursorFromBeforeThatIsClosedFirst_SaysSo) {
   EXPECT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "124;x"), BERKDB_OK);
 }
 
-TEST_F(Healing, ClosingBesideADeadOne_LosesNothing) {
+TEST_F(Healing, ClosingAfterAnothersDeath_LosesNothing) {
   Open();
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
   Kill();
@@ -172,7 +172,7 @@ TEST_F(Healing, ClosingBesideADeadOne_LosesNothing) {
   ExpectSoundFile();
 }
 
-TEST_F(Healing, TwentyThatNoticeAtOnce_AllGoOn) {
+TEST_F(Healing, TwentyThatNoticeAtOnce_AllContinue) {
   Event opened;
   Event start;
   std::vector<Child> survivors;
@@ -200,7 +200,7 @@ TEST_F(Healing, TwentyThatNoticeAtOnce_AllGoOn) {
   ExpectSoundFile();
 }
 
-// A victim that goes inside and stays there until it is told to die.
+// A process that enters the gate and stays inside until it is killed.
 class Sleeper {
  public:
   explicit Sleeper(const std::string &home)
@@ -230,7 +230,7 @@ class Sleeper {
   Child victim_;
 };
 
-TEST_F(Healing, ThreadsThatWaitAtTheGate_AllGoOn) {
+TEST_F(Healing, ThreadsThatWaitAtTheGate_AllContinue) {
   Sleeper victim(home_);
   Open();
   victim.GoInside();
@@ -250,7 +250,7 @@ TEST_F(Healing, ThreadsThatWaitAtTheGate_AllGoOn) {
   ExpectSoundFile();
 }
 
-TEST_F(Healing, AProcessThatWasStoppedMeanwhile_FollowsWhenItWakesUp) {
+TEST_F(Healing, AProcessThatWasStoppedMeanwhile_ChangesToTheNewRegions) {
   Event ready;
   Event go;
   Child idle([&] {

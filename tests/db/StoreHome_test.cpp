@@ -60,7 +60,7 @@ class Homes : public StoreTest {
     fs::remove_all(moved_);
   }
 
-  /// Opens a home, sees what it holds and changes it; 0 when all went well.
+  /// Opens a home, checks its content and changes it. Returns 0 when all succeeded.
   static int UseAlone(const std::string &home, const char *expected, const char *value) {
     if (BerkDb_Open(home.c_str(), nullptr, nullptr) != 1) return 2;
     const bool found = Get(g_uDb.tb_tone, "k") == expected;
@@ -129,7 +129,7 @@ TEST_F(Homes, ACopyOfAHomeWhoseProcessWasKilled_Opens) {
   EXPECT_EQ(UseAlone(home_, "<7>", "original"), 0);
 }
 
-TEST_F(Homes, TwoInUseByTurns_NeverDisturbEachOther) {
+TEST_F(Homes, TwoUsedInTurns_NeverDisturbEachOther) {
   ASSERT_EQ(::mkdir(other_.c_str(), 0700), 0);
   const auto use = [](const std::string &home) {
     const int rounds = 3 * Count("DEVSUPPORT_STORE_ROUNDS", 100);
@@ -161,13 +161,13 @@ TEST_F(Homes, TwoInUseByTurns_NeverDisturbEachOther) {
   EXPECT_TRUE(Verify());
 }
 
-TEST_F(Homes, AFifoAsTheLockFileOfFormerTimes_HoldsNobodyUp) {
+TEST_F(Homes, AFifoWithTheNameOfAnOldLockFile_BlocksNoProcess) {
   ASSERT_EQ(::mkfifo((home_ + "/open.lock").c_str(), 0600), 0);
   Open();
   EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
 }
 
-// --- rights, and objects that others have put at the store's keys
+// --- rights, and objects of other programs at the store's keys
 
 TEST_F(Homes, SharedObjects_HaveTheRightsOfTheHome) {
   constexpr gid_t kGroup = 4711;
@@ -238,7 +238,7 @@ const Foreign kForeign[] = {
 
 class ForeignObject : public Homes, public ::testing::WithParamInterface<Foreign> {};
 
-TEST_P(ForeignObject, AtTheGatesKey_IsRefusedWithAWordAboutIt) {
+TEST_P(ForeignObject, AtTheGatesKey_IsRefusedWithAMessage) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs the right to give objects to others";
   ASSERT_EQ(GetParam().make(), 0);
   const Refusal refusal = TryToOpen(home_);

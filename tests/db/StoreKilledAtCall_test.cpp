@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A process is killed at each system call of an operation, of opening, of closing and of the healing after another
-// death. The one who stays and the one who opens next find a whole record each time.
+// death. A process that has the store open and one that opens it afterwards find a complete record each time.
 // DEVSUPPORT_STORE_CALLS=1 tries every call; usually long operations are killed at every 150th, from a random one on.
 // DEVSUPPORT_STORE_ROUNDS=<n> kills at n per cent of the usual number of instructions.
 
@@ -34,10 +34,10 @@ constexpr char kName[] = "Bob 1";
 constexpr char kBefore[] = "123;before";
 constexpr char kAfter[] = "456;after";
 
-// A process follows 256 times; here up to three times for each death.
+// A process can change to new regions 256 times; here it does so up to three times for each death.
 constexpr int kDeathsOfASurvivor = 80;
 
-/// What the record holds, with what its index says of it.
+/// The record and its entry in the index.
 ::testing::AssertionResult IsWhole() {
   const std::string value = Get(g_uDb.tb_pb, kName);
   if (value != kBefore && value != kAfter && value != "<7>")
@@ -54,7 +54,7 @@ constexpr int kDeathsOfASurvivor = 80;
   return ::testing::AssertionSuccess();
 }
 
-/// Sees a whole record, and changes it back to what it was.
+/// Checks that the record is complete, and restores it.
 int UseStore(const char *who) {
   CapturedOutput err(stderr);
   const ::testing::AssertionResult whole = IsWhole();
@@ -67,7 +67,7 @@ int UseStore(const char *who) {
   return ::testing::Test::HasFailure() ? 1 : 0;
 }
 
-/// A process that has the store open all the time and uses it when it is told to.
+/// A process that keeps the store open and uses it on request.
 class Survivor {
  public:
   explicit Survivor(const std::string &home)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What processes leave: forked children that never use the store, cursors and handles of dead processes, descriptors
-// that were closed before the store was opened, and too many processes at once.
+// Forked children that never use the store, cursors and handles of dead processes, standard descriptors that were
+// closed before the store was opened, and too many processes at the same time.
 
 #include <db.h>
 #include <unistd.h>
@@ -40,7 +40,7 @@ class Leftovers : public StoreTest {
   }
 };
 
-TEST_F(Leftovers, AnIdleForkedChild_KeepsNobodyOutAfterItsParentClosed) {
+TEST_F(Leftovers, AnIdleForkedChild_BlocksNoProcessAfterItsParentClosed) {
   Event closed;
   Event checked;
   Child parent([&] {
@@ -62,7 +62,7 @@ TEST_F(Leftovers, AnIdleForkedChild_KeepsNobodyOutAfterItsParentClosed) {
   EXPECT_TRUE(Verify());
 }
 
-TEST_F(Leftovers, AnIdleForkedChildOfADeadParent_KeepsNobodyOut) {
+TEST_F(Leftovers, AnIdleForkedChildOfADeadParent_BlocksNoProcess) {
   Event forked;
   Event finish;
   Child parent([&] {
@@ -94,7 +94,7 @@ TEST_F(Leftovers, AChildForkedDuringItsParentsWork_LeavesItUndisturbedWhenItEnds
   }
 }
 
-TEST_F(Leftovers, TheCursorOfADeadProcess_IsInNobodysWay) {
+TEST_F(Leftovers, TheCursorOfADeadProcess_BlocksNoProcess) {
   Event holds;
   Child holder([&] {
     Open();
@@ -130,7 +130,7 @@ TEST_F(Leftovers, ProcessesThatExitWithoutClosing_UseNothingUp) {
   EXPECT_EQ(daemon.Wait(), 0);
 }
 
-TEST_F(Leftovers, TwentyThreeAtOnce_AllWorkAndTheNextIsToldSo) {
+TEST_F(Leftovers, TwentyThreeAtOnce_AllWorkAndTheNextGetsAMessage) {
   Event opened;
   Event leave;
   std::vector<Child> processes;
@@ -203,7 +203,7 @@ TEST_F(Leftovers, ClosedStandardDescriptors_NeverBecomeTheStores) {
     for (int fd = 0; fd < 3; ++fd) ::close(fd);
     if (BerkDb_Open(home_.c_str(), nullptr, nullptr) != 1) return 2;
     if (StandardDescriptorsInto(home_) != 0) return 3;
-    // So much that the log goes on in other files.
+    // Enough data for several log files.
     const std::string value(2000, 'x');
     for (int i = 0; i < 200; ++i) {
       if (BerkDb_Set(g_uDb.tb_tone, std::to_string(i % 9).c_str(), value.c_str()) != BERKDB_OK) return 4;

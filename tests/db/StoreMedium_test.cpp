@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The store on a medium that becomes full: acknowledged changes stay, reading goes on, and writing when there is
-// room. DEVSUPPORT_STORE_SIZES=1 tries every amount of free room; usually it is every seventh, from a random one on.
+// The store on a medium that becomes full: acknowledged changes are kept, reading works, and writing works when there
+// is space again. DEVSUPPORT_STORE_SIZES=1 tries each amount of free space; by default it is each seventh, from a
+// random one on.
 
 #include <db.h>
 #include <unistd.h>
@@ -28,7 +29,7 @@ constexpr std::size_t kPage = 4096;
 constexpr std::size_t kMostFree = 90 * kPage;
 constexpr int kMostWrites = 600;
 
-// What has been acknowledged, in memory that outlives the writers.
+// The acknowledged changes, in memory that remains after the writers have ended.
 using Acknowledged = SharedBlock<std::array<std::atomic<bool>, kMostWrites>>;
 
 std::string KeyOf(int number) { return "key " + std::to_string(number); }
@@ -49,7 +50,7 @@ class Medium : public StoreTest {
     if (!SmallMedium::CanMake()) GTEST_SKIP() << "needs the right to mount";
   }
 
-  // A store that was used and closed with room to spare, on a medium that has so much left.
+  // A store that was used and closed with enough space, on a medium that then has this much space left.
   void Fill(std::size_t freeBytes) {
     medium_.reset();
     medium_.emplace(home_, kMediumBytes);
@@ -68,7 +69,7 @@ class Medium : public StoreTest {
     StoreTest::TearDown();
   }
 
-  // What the store says there is shown only when something is wrong.
+  // The store's messages are shown only when the test fails.
   static int InAProcess(const std::function<void()> &body, bool close) {
     Child process([&] {
       CapturedOutput err(stderr);
@@ -86,7 +87,7 @@ class Medium : public StoreTest {
     EXPECT_EQ(Get(g_uDb.tb_pb, "Bob"), "123;x");
   }
 
-  // Writes until nothing more goes in, and some more. Ends with or without closing.
+  // Writes until writes fail, and then some more. Ends with or without closing.
   void WriteUntilFull(Acknowledged &acknowledged) {
     ASSERT_EQ(BerkDb_Open(home_.c_str(), nullptr, nullptr), 1);
     int refused = 0;
@@ -128,7 +129,7 @@ class Medium : public StoreTest {
   std::optional<SmallMedium> medium_;
 };
 
-TEST_F(Medium, OfAnySize_KeepsWhatWasAcknowledgedAndGoesOnWithRoom) {
+TEST_F(Medium, OfAnySize_KeepsAcknowledgedChangesAndWorksWhenThereIsSpace) {
   const TestSeed seed;
   const auto every = static_cast<std::size_t>(Count("DEVSUPPORT_STORE_SIZES", 7) * Stride());
   int sizes = 0;
@@ -146,7 +147,7 @@ TEST_F(Medium, OfAnySize_KeepsWhatWasAcknowledgedAndGoesOnWithRoom) {
   std::cout << sizes << " amounts of free room\n";
 }
 
-TEST_F(Medium, ThatIsFull_KeepsOthersReadingAndLetsAllWriteWithRoom) {
+TEST_F(Medium, ThatIsFull_CanBeReadAndCanBeWrittenWhenThereIsSpace) {
   ASSERT_NO_FATAL_FAILURE(Fill(20 * kPage));
   Acknowledged acknowledged;
   Event opened;

@@ -119,7 +119,7 @@ TEST_F(Processes, TenOpeningAnEmptyHomeAtOnce_AllSucceed) {
   }
 }
 
-TEST_F(Processes, AKilledOpener_LeavesTheWayFree) {
+TEST_F(Processes, AKilledOpener_BlocksNoOther) {
   for (int round = 0; round < Rounds(100); ++round) {
     Event start;
     Child opener([&] {
@@ -249,7 +249,7 @@ int Survive(const std::string &home, int round, std::chrono::steady_clock::durat
   return ::testing::Test::HasFailure() ? 1 : 0;
 }
 
-TEST_F(Processes, ANeighbourKilledInItsWrites_LeavesTheOthersGoingOn) {
+TEST_F(Processes, AProcessKilledInItsWrites_DoesNotStopTheOthers) {
   const SharedBlock<std::chrono::steady_clock::duration> longest;
   for (int round = 0; round < Rounds(100); ++round) {
     Event opened;
@@ -274,7 +274,7 @@ TEST_F(Processes, ANeighbourKilledInItsWrites_LeavesTheOthersGoingOn) {
             << std::chrono::duration_cast<std::chrono::microseconds>(*longest).count() << " us\n";
 }
 
-TEST_F(Processes, SurvivorsInFullSwing_AllGoOnWhenOneIsKilled) {
+TEST_F(Processes, BusySurvivors_AllContinueWhenOneIsKilled) {
   for (int round = 0; round < Rounds(20); ++round) {
     const SharedBlock<std::atomic<bool>> killed;
     std::vector<Child> survivors;
@@ -342,7 +342,7 @@ TEST_F(Processes, AfterADeathInside_OpeningHealsAndProcessesWithTheStoreOpenFoll
   EXPECT_EQ(err.Take(), "");
 }
 
-TEST_F(Processes, ADeathOutsideOfAnyOperation_DisturbsNobody) {
+TEST_F(Processes, ADeathOutsideOfAnyOperation_HasNoEffect) {
   Open();
   BerkDb_Close();
   Event opened;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Processes are killed at random among others that mix all operations and keep journals of what was acknowledged.
-// DEVSUPPORT_STORE_ROUNDS=<n> runs n per cent of the usual rounds; TMPDIR=<folder> puts the homes there.
+// Processes are killed at random while others mix all operations and keep journals of acknowledged changes.
+// DEVSUPPORT_STORE_ROUNDS=<n> runs n per cent of the usual rounds; TMPDIR=<folder> is where the homes are made.
 
 #include <db.h>
 #include <unistd.h>
@@ -39,7 +39,7 @@ class Storm : public StoreTest {
   void SetUp() override {
     StoreTest::SetUp();
     if (IsSkipped()) return;
-    // The tables are there before anybody dies.
+    // Creates the tables before the first death.
     Open();
     BerkDb_Close();
   }
@@ -47,7 +47,7 @@ class Storm : public StoreTest {
   static int Rounds(int usual) { return std::max(1, usual * Count("DEVSUPPORT_STORE_ROUNDS", 100) / 100); }
 };
 
-// --- one process killed after the other, and the time that it costs the others
+// --- one process is killed after the other, and the delay of the others is measured
 
 constexpr int kSurvivors = 4;
 
@@ -55,10 +55,10 @@ struct Scene {
   std::array<Journal, kSurvivors> survivors;
   Journal victims;
   std::atomic<bool> over;
-  std::atomic<int> death;                                        // number of the latest one
-  std::atomic<std::int64_t> diedAt;                              // us
-  std::array<std::atomic<int>, kSurvivors> answered;             // for which death the survivor has gone on
-  std::array<std::atomic<std::int64_t>, kSurvivors> afterwards;  // and how long after it, us
+  std::atomic<int> death;                             // number of the latest one
+  std::atomic<std::int64_t> diedAt;                   // us
+  std::array<std::atomic<int>, kSurvivors> answered;  // the latest death after which the survivor succeeded
+  std::array<std::atomic<std::int64_t>, kSurvivors> afterwards;  // and the delay, us
 };
 
 int Survive(Scene &scene, int number, std::uint64_t seed) {
@@ -86,7 +86,7 @@ void Print(const char *what, std::vector<std::int64_t> &times) {
   std::cout << what << ": median " << times[times.size() / 2] << " us, maximum " << times.back() << " us\n";
 }
 
-TEST_F(Storm, FourSurvivors_AllGoOnWhenAFifthIsKilledAnywhere) {
+TEST_F(Storm, FourSurvivors_AllContinueWhenAFifthIsKilled) {
   const TestSeed seed;
   std::mt19937_64 random(seed);
   const SharedBlock<Scene> scene;
@@ -156,7 +156,7 @@ std::string NameOf(std::size_t worker) { return "w" + std::to_string(worker); }
 enum class Role { kBusy, kIdle, kCursor, kForgetful, kOrderly, kStaying };
 constexpr std::array kMortals{Role::kBusy, Role::kBusy, Role::kIdle, Role::kCursor, Role::kForgetful, Role::kOrderly};
 
-// One process of the crowd. What it says wrong ends it with a status that its parent does not expect.
+// One process of the crowd. When it finds an error, it ends with a status that its parent does not expect.
 int Live(const std::string &home, Crowd &crowd, std::size_t self, Role role, std::uint64_t seed) {
   CapturedOutput err(stderr);
   if (BerkDb_Open(home.c_str(), nullptr, nullptr) != 1) {
@@ -192,7 +192,7 @@ int Live(const std::string &home, Crowd &crowd, std::size_t self, Role role, std
   }
 }
 
-// The stayers follow with each death, and a process does that 256 times.
+// The processes that stay change to new regions after each death, which is possible 256 times.
 constexpr int kRoundsOfStayers = 60;
 
 TEST_F(Storm, BusyIdleForgetfulAndCursorHoldersKilledAtRandom_LoseNothing) {

@@ -46,7 +46,7 @@ Worker::Worker(Journal &journal, std::string name, std::uint64_t seed)
 
 std::string Worker::KeyName(int key) const { return name_ + " " + std::to_string(key); }
 
-// Parameters are numbers. In the phone book what is before the semicolon is a key, too.
+// Parameters are numbers. In the phone book, the text before the semicolon is also a key.
 std::string Worker::Value(int key, int change) const {
   if (IsDeletion(change)) return kAbsent;
   if (PlaceOf(key) == Place::kParameter) return std::to_string(change);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Work on the store that keeps a journal: what a process has begun and what was acknowledged, in memory that outlives
-// it, so that others can say afterwards whether anything is lost, half done or double.
+// Changes of the store with a journal: begun and acknowledged changes, in memory that remains after the process has
+// ended, so that others can check whether a change is lost, half done or made twice.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,32 +13,32 @@
 
 namespace devsupport::test {
 
-/// What one worker has done, key by key. Change number n leaves the key with a value made from n, or without one.
+/// The changes of one worker, for each key. Change number n leaves the key with a value made from n, or without one.
 struct Journal {
   static constexpr int kKeys = 9;
 
   std::array<std::atomic<int>, kKeys> begun;
   std::array<std::atomic<int>, kKeys> acknowledged;
   std::atomic<int> changes;  // begun so far
-  std::atomic<int> steps;    // finished so far, reads among them
+  std::atomic<int> steps;    // finished so far, including reads
 };
 
-/// Mixes all operations on keys of its own: a third each in the parameters, in the phone book and among the lines.
+/// Mixes all operations on private keys: one third each in the parameters, in the phone book and in the lines.
 class Worker {
  public:
   /// name  part of all keys and values; no two workers share one
   Worker(Journal &journal, std::string name, std::uint64_t seed);
 
-  /// One operation at random. Says what was wrong with its answer.
+  /// One random operation. Returns what was wrong with its result.
   ::testing::AssertionResult Step();
   /// One change, never a read.
   ::testing::AssertionResult Change();
-  /// Changes until somebody ends the process; an answer that is wrong ends it, too.
+  /// Makes changes until the process is killed. A wrong result also ends it.
   [[noreturn]] void ChangeForEver();
 
-  /// Whether all that was acknowledged is there; what was under way may be there or not.
+  /// Whether all acknowledged changes are there. A change that was being made may be there or not.
   ::testing::AssertionResult HoldsAll() const;
-  /// After the worker's death: takes what was under way for done or for never begun, whatever it is.
+  /// After the worker's death: notes whether the change that was being made is there.
   void DecideWhatWasUnderWay();
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Several changes at once: batch, diff that prints for it, and imports that are killed.
+// Several changes in one step: batch, diff that prints input for batch, and imports that are killed.
 
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -213,7 +213,7 @@ TEST_F(Batch, OnAMediumThatIsFull_IsMadeOrRefusedAndLosesNothing) {
   EXPECT_GT(refused, 0);
 }
 
-// Imports that do not come to their end.
+// Imports that do not complete.
 
 class KilledImport : public Batch {
  protected:
@@ -227,7 +227,7 @@ class KilledImport : public Batch {
     return File(text);
   }
 
-  /// Which generation the store has; fails the test when it has two.
+  /// The generation that the store holds; fails the test when it holds two.
   int Generation() const {
     const std::vector<std::string> lines = Lines(Print({"list", "tb_pb"}));
     EXPECT_EQ(lines.size(), static_cast<std::size_t>(kEntries));
@@ -259,12 +259,12 @@ TEST_F(KilledImport, HasStoredEverythingOrNothing) {
   EXPECT_EQ(Print({"verify"}), "clean\n");
 }
 
-TEST_F(KilledImport, BesideANeighbour_HasStoredEverythingOrNothingForIt) {
+TEST_F(KilledImport, WhileAnotherHasTheStoreOpen_HasStoredAllOrNothing) {
   const TestSeed seed;
   std::mt19937_64 random(seed);
   Init();
   Print({"import", FileOf(0)});
-  Open();  // a neighbour, who is not disturbed
+  Open();  // another process with the store open, which continues
   int generation = 0;
   for (int i = 0; i < 14; ++i) {
     const std::string file = FileOf(generation + 1);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a store that nobody has open, and a copied file: without a trace, and with nothing but the right to read.
+// Reading a closed store and a copied file: nothing is changed, and the right to read is enough.
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -46,7 +46,7 @@ class Closed : public DevconfTest {
             {"diff", home_ + "/file.jsonl"}};
   }
 
-  /// What a file is: content, and when it was changed.
+  /// A file's content and the time of its last change.
   std::map<std::string, std::string> Files() const {
     std::map<std::string, std::string> files;
     for (const auto &entry : std::filesystem::directory_iterator(home_)) {

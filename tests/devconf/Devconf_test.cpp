@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The real devconf as a program: its command line, its output, and the store that is missing, damaged or in use.
+// The real devconf: its command line, its output, and a store that is missing, damaged or in use.
 
 #include <gmock/gmock.h>
 
@@ -33,7 +33,7 @@ TEST_F(Shell, Help_GoesToStandardOutput) {
 
 TEST_F(Shell, Version_IsOneLine) { EXPECT_THAT(Print({"--version"}), ::testing::MatchesRegex("devconf [0-9.]+\n")); }
 
-TEST_F(Shell, AMistakenCommandLine_Is2AndSaysSo) {
+TEST_F(Shell, AWrongCommandLine_Is2WithAMessage) {
   Expect({"put"}, kMistake, "", "devconf: unknown command \"put\"\ndevconf --help lists the commands.\n");
   Expect({"set", "a"}, kMistake, "", "devconf: missing argument after \"set\"\ndevconf --help lists the commands.\n");
 }
@@ -46,7 +46,7 @@ TEST_F(Shell, AnUnknownTable_Is2AndOpensNothing) {
   EXPECT_TRUE(std::filesystem::is_empty(home_));
 }
 
-TEST_F(Shell, OutputThatCannotBeWritten_Is4AndSaysSo) {
+TEST_F(Shell, OutputThatCannotBeWritten_Is4WithAMessage) {
   Init();
   const CommandResult result = Devconf({"tables"}).OutputTo("/dev/full").Run();
   EXPECT_EQ(result.status, kFailed);
@@ -114,7 +114,7 @@ TEST_F(Shell, Init_OfADatabaseThatIsThere_ChangesNothing) {
   EXPECT_EQ(Print({"get", "a"}), "1");
 }
 
-TEST_F(Shell, Init_WhereNoFolderCanBeMade_Is3AndSaysSo) {
+TEST_F(Shell, Init_WhereNoFolderCanBeMade_Is3WithAMessage) {
   const CommandResult result = Command({DEVCONF_PATH, "--home", home_ + "/no/folder", "init"}).Run();
   EXPECT_EQ(result.status, kNoDatabase);
   EXPECT_EQ(result.err, "devconf: No such file or directory \"" + home_ + "/no/folder\"\n");
@@ -126,7 +126,7 @@ TEST_F(Shell, AnotherFile_IsAnotherDatabase) {
   EXPECT_FALSE(std::filesystem::exists(FilePath()));
 }
 
-// Beside others.
+// While other processes use the store.
 
 TEST_F(Shell, WhileAProcessHasTheStoreOpen_SharesItsData) {
   Open();
@@ -167,7 +167,7 @@ TEST_F(Shell, TwoAtOnce_StoreEverything) {
   ExpectSoundFile();
 }
 
-TEST_F(Shell, WithAReaderThatGoesAway_EndsAndLeavesTheStoreInOrder) {
+TEST_F(Shell, WithAReaderThatEnds_EndsAndLeavesTheStoreInOrder) {
   Open();
   const std::string value(3000, 'v');
   for (int i = 0; i < 100; ++i) {
@@ -196,7 +196,7 @@ TEST_F(Shell, ThatIsInterrupted_EndsBetweenTwoRecordsAndLeavesTheStoreInOrder) {
     return ::execl(DEVCONF_PATH, DEVCONF_PATH, "--home", home_.c_str(), "export", nullptr);
   });
   ::close(ends[1]);
-  // What comes first is printed with the store open; most of it does not fit into the pipe.
+  // The store is open while the first records are printed. Most of the output does not fit into the pipe.
   char buffer[4096];
   ssize_t got = ::read(ends[0], buffer, 1);
   ASSERT_EQ(got, 1);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The text form of records: what is written, what is read, what is refused.
+// The text form of records: writing, reading, and refused texts.
 
 #include "tools/devconf/Json.h"
 
@@ -27,7 +27,7 @@ std::string Escape(std::string_view bytes, Form form) {
   return text;
 }
 
-/// The bytes, or "!" and what is wrong.
+/// The bytes, or "!" and the error.
 std::string Read(const std::string &string, Form form) {
   std::vector<char> out(string.size() + 1, '\x55');
   std::size_t size = 4711;
@@ -36,7 +36,7 @@ std::string Read(const std::string &string, Form form) {
   return wrong != nullptr ? std::string("!") + wrong : std::string(out.data(), size);
 }
 
-TEST(JsonText, OfPlainCharacters_StandsAsItIs) {
+TEST(JsonText, OfPlainCharacters_IsUnchanged) {
   EXPECT_EQ(Escape("abc 123 /;'<>", Form::kText), "abc 123 /;'<>");
   EXPECT_EQ(Escape("J\xc3\xbcrgen \xe2\x82\xac \xf0\x9f\x98\x80", Form::kText),
             "J\xc3\xbcrgen \xe2\x82\xac \xf0\x9f\x98\x80");
@@ -112,7 +112,7 @@ TEST(JsonIsText, RefusesNul) {
   EXPECT_FALSE(IsText(std::string_view("a\0", 2)));
 }
 
-/// "name=value," of each member, or "!" and what is wrong.
+/// "name=value," for each member, or "!" and the error.
 std::string Split(std::string_view line) {
   Member members[3];
   std::size_t count = 4711;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// devconf pb, tables, list and find: what is looked up in the tables and their indexes.
+// devconf pb, tables, list and find: searches in the tables and their indexes.
 
 #include <string>
 #include <vector>

@@ -79,7 +79,7 @@ TEST(Options, GiveTheWordsAfterTheCommand) {
   EXPECT_EQ(Read({"list", "tb_pb"}).options.words[1], nullptr);
 }
 
-TEST(Options, MayStandAnywhere) {
+TEST(Options, MayBeAnywhere) {
   const Reading reading = Read({"--home", "/h", "import", "--json", "x", "--file=f", "--replace"});
   ASSERT_TRUE(reading.ok) << reading.mistake;
   EXPECT_STREQ(reading.options.home, "/h");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// salvage: what can be read of a damaged file comes out, nothing else does, and it ends.
+// salvage: it prints the records that can be read of a damaged file, and nothing else; and it always ends.
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -54,7 +54,7 @@ class Salvage : public DevconfTest {
     return Run({"salvage", "--offline", home_ + "/copy.db"});
   }
 
-  /// The lines of known tables, and how many are of none.
+  /// The lines of known tables, and the number of lines without a table.
   std::vector<std::string> Known(const std::string &out, std::size_t &unknown) const {
     std::vector<std::string> lines = RecordLines(out);
     unknown = static_cast<std::size_t>(std::erase_if(
@@ -92,7 +92,7 @@ TEST_F(Salvage, OfAFileWithOnePageLost_IsWhatTheOthersHold) {
     std::size_t unknown = 0;
     const std::vector<std::string> known = Known(result.out, unknown);
     EXPECT_THAT(known, IsSubsetOf(exported_));
-    // One page holds no more than this many of these records.
+    // The highest number of these records that a page can hold.
     EXPECT_GE(known.size() + unknown + 80, exported_.size());
     if (known.size() == exported_.size()) ++whole;
   }
@@ -111,7 +111,7 @@ TEST_F(Salvage, OfAFileWithoutItsListOfTables_StillKnowsThePhoneBook) {
   EXPECT_THAT(known, IsSubsetOf(exported_));
   EXPECT_EQ(unknown, exported_.size() - 120U);
   EXPECT_THAT(result.err, HasSubstr("devconf: 128 records have the table \"?\""));
-  // Import wants them to be named first.
+  // Import refuses them until their table is named.
   EXPECT_EQ(Run({"import", File(result.out)}).status, 5);
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// devconf get, set and del: the bytes that go in and come out, on a pipe, on a terminal, escaped.
+// devconf get, set and del: bytes of values on a pipe and on a terminal, raw and escaped.
 
 #include <string>
 #include <vector>

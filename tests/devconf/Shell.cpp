@@ -69,7 +69,7 @@ void DevconfTest::Uproot(const std::string &table, const std::string &key, const
   Change(table, key, value, false);
 }
 
-// A second handle of the table, in the same environment, that knows of no index.
+// Another handle of the table in the same environment, without its indexes.
 void DevconfTest::Change(const std::string &table, const std::string &key, const std::string &value, bool add) {
   Open();
   DB *db = nullptr;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the tests of devconf share: a home of their own, and the real program in it.
+// Fixture of the tests of devconf: a private home, and the real program.
 #pragma once
 
 #include <string>
@@ -32,19 +32,18 @@ class DevconfTest : public devsupport::test::StoreTest {
   /// Runs it, expects success and silence on standard error, and returns what it printed.
   std::string Print(const Words &words) const;
 
-  /// Runs it and expects all that it does.
+  /// Runs it and compares status and both outputs.
   void Expect(const Words &words, int status, const std::string &out, const std::string &err) const;
 
   /// Makes the database.
   void Init() const;
 
-  /// Makes a file beside the database and returns its path.
+  /// Makes a file in the database's folder and returns its path.
   std::string File(const std::string &text) const;
 
-  /// Puts a record into a table as it is given, without the library: the indexes do not follow.
-  /// The store must be closed.
+  /// Stores a record in a table without the library, so that the indexes are not updated. The store must be closed.
   void Plant(const std::string &table, const std::string &key, const std::string &value);
-  /// Takes such a record away, of several with the key the one with this value.
+  /// Deletes such a record. When several have the key, it deletes the one with this value.
   void Uproot(const std::string &table, const std::string &key, const std::string &value);
 
  private:

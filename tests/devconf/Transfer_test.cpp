@@ -46,7 +46,7 @@ class Transfer : public DevconfTest {
     return dumps;
   }
 
-  /// Lets the import of a text be refused, and looks whether anything has changed.
+  /// Expects that the import of a text is refused and changes nothing.
   void ExpectRefusal(const std::string &text, const std::string &message) {
     const std::string before = FileText(FilePath());
     const std::string path = File(text);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// verify: what it finds, when it does not look, and that it changes nothing.
+// verify: the errors that it finds, when it refuses to check, and that it changes nothing.
 
 #include <gmock/gmock.h>
 
@@ -35,7 +35,7 @@ class VerifyOf : public DevconfTest {
   }
 };
 
-TEST_F(VerifyOf, ACleanStore_SaysSo) {
+TEST_F(VerifyOf, ACleanStore_PrintsClean) {
   Fill();
   EXPECT_EQ(Print({"verify"}), "clean\n");
   EXPECT_EQ(Print({"verify", "--json"}), "{\"errors\":0}\n");
@@ -150,7 +150,7 @@ TEST_F(VerifyOf, AFileThatIsNoDatabase_IsDamagedAndStaysAsItIs) {
   EXPECT_EQ(FileText(FilePath()), text);
 }
 
-TEST_F(VerifyOf, AStoreThatOthersHaveOpen_Is7AndLooksAtNothing) {
+TEST_F(VerifyOf, AStoreThatOthersHaveOpen_Is7AndChecksNothing) {
   Fill();
   Open();
   EXPECT_EQ(Run({"verify"}),

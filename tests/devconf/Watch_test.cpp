@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// watch: what changes in the store is printed, whoever changes it.
+// watch: it prints the changes of the store by any process.
 
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -56,7 +56,7 @@ class Watching {
 
 class Watch : public DevconfTest {
  protected:
-  /// Changes a record until the program sees it: from then on it sees everything.
+  /// Changes a record until the program prints that. From then on it prints all changes.
   void WaitUntilItWatches(Watching &watching, const std::string &table, const std::string &begin) {
     Event seen;
     Child knocker([&] {
@@ -75,7 +75,7 @@ class Watch : public DevconfTest {
     EXPECT_EQ(knocker.Wait(), 0);
   }
 
-  /// The next line that is not about the knocking.
+  /// The next line that is not about this record.
   static std::string NextLine(Watching &watching) {
     std::string line;
     do {
@@ -119,7 +119,7 @@ TEST_F(Watch, OfOneTable_WithAPrefixAndAsJson) {
   EXPECT_EQ(watching.End(SIGINT), 1000 + SIGINT);
 }
 
-TEST_F(Watch, GoesOnWhenANeighbourIsKilled) {
+TEST_F(Watch, ContinuesWhenAnotherProcessIsKilled) {
   Init();
   Watching watching(home_, {"tb_parameter"});
   WaitUntilItWatches(watching, "tb_parameter", "set --table tb_parameter \"knock\" ");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The library's network queries and the analog requests beside the kernel's drivers, on the emulated device.
+// The library's network queries and the analog requests with the kernel's drivers, on the emulated device.
 
 #include <devsupport/db/BerkeleyDB.h>
 #include <devsupport/db/DbRecord.h>
@@ -48,7 +48,7 @@ void Steer(const std::string &file, const std::string &text) {
 
 std::string Steered(const std::string &file) { return FileText(kSteering + file); }
 
-/// Each test begins with drivers that have all links up and report no fault.
+/// At the start of each test, all links are up and no driver reports a fault.
 class Device : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -211,7 +211,7 @@ TEST_F(Wan, EthernetInterface_IsTheOneOfTheLowestIndex) {
   EXPECT_STREQ(szName, "esw0");
 }
 
-// ---- Requests that no program of ours makes ----
+// ---- Requests that our programs never make ----
 
 class AnalogDriver : public Device {
  protected:

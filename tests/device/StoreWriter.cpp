@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
-// Writes to the configuration store on a disk whose power fails: checks first that everything acknowledged is there,
-// then writes on and on, one line of output for each acknowledged change.
+// Writes to the configuration store on a disk whose power fails: first checks that all acknowledged changes are
+// there, then writes until it is stopped, and prints one line for each acknowledged change.
 //
 //   device_store_writer ACKNOWLEDGED
 //
 // The changes are a function of their number, so that every run knows what each of them left in the store. After a
-// power cut the store holds all changes up to the last acknowledged one, and perhaps the one after it: the one whose
-// acknowledgement was on its way. The line "found N" says up to which; anything else ends the program with 1.
+// power cut the store holds all changes up to the last acknowledged one, and perhaps the next one, whose
+// acknowledgement was not yet printed. The line "found N" gives the number of the last one. Any other content ends
+// the program with status 1.
 
 #include <devsupport/db/BerkeleyDB.h>
 #include <devsupport/db/DbRecord.h>
@@ -23,7 +24,7 @@ namespace {
 
 constexpr std::uint32_t kKeys = 24;         // of each table
 constexpr std::uint32_t kLongest = 120;     // characters of a value
-constexpr std::uint32_t kInFlight = 1;      // changes whose acknowledgement the power cut may have swallowed
+constexpr std::uint32_t kInFlight = 1;      // changes whose acknowledgement can be lost in the power cut
 constexpr std::uint32_t kDeletesOneIn = 6;  // changes
 
 struct TTable {
@@ -32,7 +33,7 @@ struct TTable {
   const char *keyBegin;
 };
 
-// A plain table, the two that have indexes, and the one with an order of its own.
+// A plain table, the two that have indexes, and the one in descending order.
 const TTable kTables[] = {{"tb_parameter", &g_uDb.tb_parameter, "setting "},
                           {"tb_pb", &g_uDb.tb_pb, "Person "},
                           {"tb_route", &g_uDb.tb_route, "10"},
@@ -66,7 +67,7 @@ TChange Change(std::uint32_t number) {
   return change;
 }
 
-/// What the store must hold: the value of each key of each table; a key that is missing has none.
+/// The content that the store must have: the value of each key of each table; a missing key has none.
 using Content = std::map<std::pair<std::uint32_t, std::string>, std::string>;
 
 void Apply(const TChange &change, Content &content) { content[{change.table, change.key}] = change.value; }
@@ -78,7 +79,7 @@ std::string ReadValue(std::uint32_t table, const std::string &key) {
   return nCode == BERKDB_NOT_FOUND ? "" : "error " + std::to_string(nCode);
 }
 
-/// The first key whose value in the store is another; none when the store holds the content.
+/// The first key with a different value in the store; none when the store holds the content.
 std::string Difference(const Content &content) {
   for (const auto &[place, wanted] : content) {
     const std::string got = ReadValue(place.first, place.second);
@@ -97,14 +98,14 @@ bool Write(const TChange &change) {
   return nCode == BERKDB_OK || nCode == BERKDB_NOT_FOUND;
 }
 
-/// Returns when the line has left the machine: only then is anything acknowledged.
+/// Returns when the line has left the machine. Only then is the change acknowledged.
 void Say(const char *pWord, std::uint32_t number) {
   std::printf("%s%u\n", pWord, number);
   std::fflush(stdout);
   ::tcdrain(STDOUT_FILENO);
 }
 
-/// The number of the last change in the store, or -1, said why, when it is none of those that it may be.
+/// The number of the last change in the store. When it is not an expected one, prints why and returns -1.
 std::int64_t Found(std::uint32_t acknowledged) {
   Content content;
   for (std::uint32_t table = 0; table < kTableCount; ++table)

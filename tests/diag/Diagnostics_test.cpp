@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the error printer hands to its output, and what the fatal report leaves.
+// The texts that the error printer passes to its output, and the effects of the fatal report.
 
 #include <devsupport/diag/Diagnostics.h>
 #include <gtest/gtest.h>
@@ -93,7 +93,7 @@ TEST(DebugBreak, CutsTheTextAt511Characters) {
 }
 
 TEST(DebugBreak, FlushesWhatStandardOutputStillHolds) {
-  // The death test's child writes to a pipe, so stdout is fully buffered until somebody flushes it.
+  // The death test's child writes to a pipe, so that stdout is fully buffered until it is flushed.
   EXPECT_EXIT(
       {
         ::dup2(STDERR_FILENO, STDOUT_FILENO);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The local time of the log channel's records: zones, changes of them, steps of the clock, and who waits for whom.
+// The local time of the log channel's records: time zones, their changes, steps of the clock, and locks of the C
+// library.
 
 #include "lib/diag/LocalTime.h"
 
@@ -57,7 +58,7 @@ constexpr std::int64_t kSummerEnds = 1792890000;    // 25 October, 01:00:00
 
 class Time : public ::testing::Test {
  protected:
-  // The next test finds no distance that belongs to its minutes.
+  // Forgets the stored offset, so that the next test does not use it.
   void TearDown() override {
     At(kElsewhere);
     LetClockGo();
@@ -75,7 +76,7 @@ class Time : public ::testing::Test {
   }
 };
 
-// First in the file: a device without a battery starts in the first minute of 1970, before anybody has asked.
+// First in the file: a device without a battery starts in the first minute of 1970, and this is the first call.
 TEST_F(Time, InTheFirstMinuteOf1970_IsLocal) {
   Zone("IST-5:30");
   EXPECT_EQ(At(5), "05:30:05.000");
@@ -131,7 +132,7 @@ TEST_F(Time, AfterTheClockWasSet_IsThatOfTheNewTime) {
   EXPECT_EQ(At(kSummerEnds + 7200), "04:00:00.000");
 }
 
-// As far away as the numbers of minutes are told apart.
+// The largest distance at which two minutes have different numbers.
 TEST_F(Time, AfterTheClockWasSetBy32768Minutes_IsThatOfTheNewTime) {
   constexpr std::int64_t kWay = 32768 * 60;
   Zone("CET-1CEST,M3.5.0,M10.5.0/3");
@@ -248,7 +249,7 @@ TEST_F(Time, InManyThreads_WhileTheMinutesFly_IsRight) {
         const LocalTime now = LocalTimeNow();
         const std::int64_t after = second;
         const std::int64_t told = now.dwHour * 3600 + now.dwMinute * 60 + now.dwSecond;
-        // The clock is set before the counter is, so it is one step ahead at most.
+        // The clock is set before the counter, so it is at most one step ahead.
         const std::int64_t since = (told - kAhead - before % kDay + 2 * kDay) % kDay;
         if (since > after - before + 13) ++wrong;
       }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the log file writers leave in their files.
+// The content of the files that the log file writers write.
 
 #include <devsupport/detail/diag/LogFile.h>
 #include <devsupport/diag/LogFile.h>
@@ -17,7 +17,7 @@
 #include "tests/support/FaultInjection.h"
 #include "tests/support/TempDir.h"
 
-// A failing fclose ends its stream all the same.
+// A failing fclose closes the stream even so.
 DEVSUPPORT_FAULT_POINT(int, fclose, (std::FILE * pFile), (pFile), (__real_fclose(pFile), EOF), ENOSPC)
 
 namespace {
@@ -61,7 +61,7 @@ TEST_F(LogFile, WriteLog_TakesPercentSignsAndLongTextsAsTheyAre) {
   EXPECT_EQ(Content(), " " + text + "\n");
 }
 
-TEST_F(LogFile, WriteLog_InAMissingFolder_WritesNothingAndSaysNothing) {
+TEST_F(LogFile, WriteLog_InAMissingFolder_WritesAndPrintsNothing) {
   CapturedOutput out(stdout);
   CapturedOutput err(stderr);
   _WriteLog(MissingPath().c_str(), "abc");
@@ -81,7 +81,7 @@ TEST_F(LogFile, WriteLogAt_AppendsToWhatIsThere) {
   EXPECT_EQ(Content(), "a \n    at   File: f  Line: 1\nb \n    at   File: g  Line: -2\n");
 }
 
-TEST_F(LogFile, WriteLogAt_InAMissingFolder_Returns0AndSaysNothing) {
+TEST_F(LogFile, WriteLogAt_InAMissingFolder_Returns0AndPrintsNothing) {
   CapturedOutput err(stderr);
   errno = 0;
   EXPECT_EQ(_WriteLogAt(MissingPath().c_str(), "a", "f", 1), 0);
@@ -144,7 +144,7 @@ TEST_F(LogFile, WriteLogFmt_LongerText_IsCutTo255Characters) {
   EXPECT_EQ(Content(), " " + std::string(255, 'a') + "\n");
 }
 
-TEST_F(LogFile, WriteLogFmt_InAMissingFolder_WritesNothingAndSaysNothing) {
+TEST_F(LogFile, WriteLogFmt_InAMissingFolder_WritesAndPrintsNothing) {
   CapturedOutput err(stderr);
   WriteLogFmt(MissingPath().c_str(), "abc");
   EXPECT_EQ(err.Take(), "");

@@ -62,7 +62,7 @@ TEST(Trace, LastMillisecondOfTheDay_IsNotRoundedUp) {
   EXPECT_EQ(TraceAt(kLocalMidnight + 86399, 999999999, "x"), "x now=[23:59:59.999]\n");
 }
 
-TEST(Trace, NullLabel_StandsForTheEmptyText) { EXPECT_EQ(TraceAt(1000000000, 0, nullptr), " now=[07:16:40.000]\n"); }
+TEST(Trace, NullLabel_MeansTheEmptyText) { EXPECT_EQ(TraceAt(1000000000, 0, nullptr), " now=[07:16:40.000]\n"); }
 
 TEST(Trace, EmptyLabel_LeavesTheBlank) { EXPECT_EQ(TraceAt(1000000000, 0, ""), " now=[07:16:40.000]\n"); }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The programs of examples/, run as their readers run them; what they print is compared whole.
+// The programs of examples/, run as users run them. Their whole output is compared.
 #include <devsupport/devsupport.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -18,8 +18,8 @@
 namespace devsupport::test {
 namespace {
 
-/// Runs the body where the fixed keys of the store, the log channel and the ring are its own. The body's failed
-/// expectations become the child's exit status.
+/// Runs the body in a private IPC namespace, since the keys of the store, the log channel and the ring are fixed.
+/// Failed expectations of the body make the test fail.
 void ExpectInPrivateIpc(const std::function<void()> &body) {
   if (!CanMakeNamespaces()) {
     GTEST_SKIP() << "no right to make namespaces";
@@ -64,7 +64,7 @@ TEST(SharedRing, WhatOneProcessPuts_AnotherOneSeesAndTakes) {
   });
 }
 
-TEST(SharedRing, ProducerForAFullRing_SaysWhatIsNotStored) {
+TEST(SharedRing, ProducerForAFullRing_ReportsWhatIsNotStored) {
   ExpectInPrivateIpc([] {
     ExpectRun({SHARED_RING_PATH, "produce", "one", "two", "three", "four", "five"}, 1, "",
               "shared_ring: the ring is full, 'five' is not stored\n");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Memory between forbidden pages: an access outside stops the test.
+// Memory between inaccessible pages. An access outside it stops the test.
 #pragma once
 
 #include <sys/mman.h>
@@ -10,7 +10,7 @@
 
 namespace devsupport::test {
 
-/// Shared memory of any size between two forbidden pages, against the first or against the second.
+/// Shared memory of any size between two inaccessible pages, next to the first or to the second.
 class FencedMemory {
  public:
   enum class Against { Front, Back };

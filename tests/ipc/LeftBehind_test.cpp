@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The tests of this folder leave no System V object: each program runs once more, alone in a private
-// namespace, and what is there afterwards is counted. The build names the programs in DEVSUPPORT_IPC_TESTS, separated
-// by blanks.
+// The tests of this folder leave no System V object: each program runs once more, alone in a private namespace, and
+// the remaining objects are counted. The build names the programs in DEVSUPPORT_IPC_TESTS, separated by blanks.
 
 #include <gtest/gtest.h>
 #include <unistd.h>

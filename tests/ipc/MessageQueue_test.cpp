@@ -58,7 +58,7 @@ class MsgKey : public ::testing::Test {
     return KMsgQue_Get(id_, &got_, capacity, type, &length_, flags);
   }
 
-  // Leaves room for bytes of data in the queue.
+  // Limits the queue to this many bytes of data.
   void Limit(msglen_t bytes) const {
     msqid_ds info{};
     ASSERT_EQ(::msgctl(id_, IPC_STAT, &info), 0);
@@ -208,7 +208,7 @@ TEST_F(MsgQueue, Get_ChoosesByType) {
   EXPECT_EQ(next(4), 4);    // the first of this type
   EXPECT_EQ(next(-4), 3);   // the lowest type up to 4
   EXPECT_EQ(next(0), 5);    // the oldest
-  EXPECT_EQ(next(-2), 0);   // none that low
+  EXPECT_EQ(next(-2), 0);   // there is no type up to 2
   EXPECT_EQ(next(-99), 3);  // the lowest of all
 }
 

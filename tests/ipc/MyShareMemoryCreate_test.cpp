@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Making, attaching and leaving the shared ring: the segment's bytes, the messages, and creators that died half way.
+// Making, attaching and leaving the shared ring: the segment's bytes, the messages, and creators that died before
+// they had finished.
 
 #include <devsupport/ipc/MyShareMemory.h>
 #include <devsupport/ipc/Semaphore.h>
@@ -28,7 +29,7 @@ class RingCreation : public RingFixture {
                   static_cast<unsigned>(shareKey.Value()), std::strerror(error), std::strerror(error));
     return text;
   }
-  // A segment that some other program made, with these bytes at its start.
+  // Makes a segment like another program, with these bytes at its start.
   void MakeSegment(std::size_t size, const std::vector<std::uint8_t> &start = {}) const {
     const int id = ::shmget(shareKey, size, IPC_CREAT | 0666);
     ASSERT_NE(id, -1);
@@ -158,7 +159,7 @@ TEST_F(RingCreation, TakesTheSemaphoreBeforeItLooksForTheSegment) {
   EXPECT_TRUE(SegmentExists());
 }
 
-// --- other measures -------------------------------------------------------------------------------------------
+// --- other sizes -----------------------------------------------------------------------------------------------
 
 class RingMismatch : public RingCreation, public ::testing::WithParamInterface<std::tuple<int, int, int>> {};
 
@@ -224,7 +225,7 @@ TEST_F(RingCreation, WithNegativeKeys_PrintsThemSigned) {
   EXPECT_NE(err.Take().find("\n*** TShmQueue created fail : ShareKey=-5, SemaphoreKey="), std::string::npos);
 }
 
-// --- measures that fit in no segment --------------------------------------------------------------------------
+// --- sizes too large for a segment ----------------------------------------------------------------------------
 
 class RingTooLarge : public RingCreation,
                      public ::testing::WithParamInterface<std::tuple<std::uint32_t, int, int>> {};
@@ -296,7 +297,7 @@ TEST_F(RingCreation, AfterCreatorDiedBeforeItGaveTheSemaphoreItsValue_MakesAnoth
 }
 
 TEST_F(RingCreation, OfRingThatIsHeldFromTheStart_Waits) {
-  // A value of 0 that somebody set is a held semaphore, however long it stays.
+  // A value of 0 that a process has set means that the semaphore is taken.
   const int sem = Semaphore_Create(semKey);
   ASSERT_EQ(::semctl(sem, 0, SETVAL, 0), 0);
   Child child([&] { return Create(ring, 3, 8); });
@@ -321,7 +322,7 @@ TEST_F(RingCreation, WhenSemaphoreIsRemovedDuringTheWait_MakesAnother) {
 class UnfinishedRing : public RingCreation, public ::testing::WithParamInterface<int> {};
 
 TEST_P(UnfinishedRing, IsFinishedByTheNextCreator) {
-  // The creator was killed after so many words of its header, in the order in which it writes them.
+  // The creator was killed after this many words of the header, in the order in which it writes them.
   const int places[] = {16, 20, 12, 20, 24, 16, 24, 28, 4, 8};
   const std::uint32_t values[] = {UINT32_MAX, UINT32_MAX, 0, 0, UINT32_MAX, 0, 0, 36, 8, 8};
   std::vector<std::uint8_t> header(32, 0);

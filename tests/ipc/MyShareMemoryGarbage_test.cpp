@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Any process can overwrite a ring's segment. Whatever it holds, no operation reads or writes outside the
-// segment or the caller's buffer, and a ring whose indices are no slots answers as an empty one does.
+// Any process can overwrite a ring's segment. With any content, no operation reads or writes outside the segment or
+// the caller's buffer, and a ring with invalid indexes behaves like an empty one.
 //
-// The ring is between forbidden pages, once next to the page before and once next to the page after, so that a step
-// outside ends the test without a sanitizer, too.
+// The ring is between inaccessible pages, once next to the page before and once next to the page after, so that an
+// access outside stops the test also without a sanitizer.
 
 #include <devsupport/ipc/MyShareMemory.h>
 
@@ -22,13 +22,13 @@ using namespace devsupport::test;
 
 constexpr RingMeasures kRing{5, 20, 8};
 
-/// Runs single operations with buffers that end at a forbidden page.
+/// Runs single operations with buffers that end at an inaccessible page.
 class Victim {
  public:
   explicit Victim(std::uint8_t *segment)
       : ring(kRing.RingIn(segment)), buffer_(kRing.cellSize, FencedMemory::Against::Back) {}
 
-  // One random operation; a result that no ring may give fails the test.
+  // One random operation. An invalid result fails the test.
   void Operate(Scribbler &choice) {
     std::uint32_t stored = 4711;
     switch (choice.Below(9)) {
@@ -176,7 +176,7 @@ TEST_F(ScribbledRing, WithReadIndexThatIsNoSlot_EndsABackwardWalk) {
   EXPECT_EQ(PeekPrevText(ring), "<end>");
 }
 
-TEST_F(ScribbledRing, PushOverwrite_StartsAnUnusableRingAfreshAndSaysThatCellsAreLost) {
+TEST_F(ScribbledRing, PushOverwrite_ClearsAnUnusableRingAndReturnsThatCellsAreLost) {
   for (const auto &[read, write] : {std::pair(4u, 2u), std::pair(0u, 4u), std::pair(~0u, ~0u)}) {
     ring.header->dwReadIdx = read;
     ring.header->dwWriteIdx = write;
@@ -195,7 +195,7 @@ TEST_F(ScribbledRing, Clear_MakesAnUnusableRingUsable) {
   EXPECT_EQ(GetText(ring), "new");
 }
 
-TEST_F(ScribbledRing, WithOffsetThatIsNotTheIndexs_GoesByTheIndex) {
+TEST_F(ScribbledRing, WithAnOffsetThatDoesNotFitTheIndex_UsesTheIndex) {
   for (const std::uint32_t garbage : {0u, 5u, 12u, 37u, 48u, 0x80000000u, 0xFFFFFFFFu}) {
     ring.header->dwReadOffset = garbage;
     EXPECT_EQ(GetText(ring), "a");
@@ -247,7 +247,7 @@ TEST_F(ScribbledRing, WithOtherGeometryInTheHeader_CannotBeAttachedWithEither) {
   EXPECT_EQ(err.Take(), MatchMessage(shareKey, semKey));
   ::shmdt(second.header);
 
-  // The header's measures do not fit the segment: the system refuses them.
+  // The sizes in the header do not fit the segment: the system refuses them.
   CapturedOutput larger(stderr);
   EXPECT_EQ(Create(second, 1000000, 8), 0);
   EXPECT_NE(larger.Take().find(CreateMessage(shareKey, semKey)), std::string::npos);

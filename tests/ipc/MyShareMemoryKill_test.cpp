@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Processes die of SIGKILL at random moments inside the ring's operations. The others go on at once, the ring stays
-// usable, and what went in agrees with what came out.
+// Processes are killed at random moments inside the ring's operations. The others continue at once, the ring stays
+// usable, and the messages taken are those pushed.
 
 #include <devsupport/ipc/MyShareMemory.h>
 
@@ -38,7 +38,7 @@ struct Books {
 
 class RingKill : public RingFixture {
  protected:
-  // --- what the processes do, with the books kept after each operation ---
+  // --- operations of the processes, each followed by an entry in the books ---
 
   void Push() {
     const std::uint32_t identity = books->nextIdentity.fetch_add(1);
@@ -75,7 +75,7 @@ class RingKill : public RingFixture {
 
   // --- killing ---
 
-  // Starts a process that runs the operation again and again, and kills it somewhere in it.
+  // Starts a process that repeats the operation, and kills it at a random moment.
   template <typename Operation>
   void KillInside(const Operation &operation) {
     const Event running;
@@ -96,7 +96,7 @@ class RingKill : public RingFixture {
     for (const std::uint32_t before = turns; turns == before;) ::sched_yield();
   }
 
-  // Kills while a writer and a reader go on: they must have turns after every kill.
+  // Kills while a writer and a reader work. They must make progress after each kill.
   template <typename Operation>
   void KillAmongOthers(int times, const Operation &operation) {
     ASSERT_EQ(Create(ring, kRingCells, kMessageBytes), 1);
@@ -120,7 +120,7 @@ class RingKill : public RingFixture {
     CloseTheBooks();
   }
 
-  // Each victim's last operation may or may not stand in the books; everything else must agree.
+  // The last operation of each killed process may be missing in the books; everything else must agree.
   void CloseTheBooks() {
     EXPECT_EQ(SemValue(), 1);
     while (Get()) continue;
@@ -132,7 +132,7 @@ class RingKill : public RingFixture {
     ExpectUsable();
   }
 
-  // The ring is empty; it takes its cells, no more, and gives them back in order.
+  // The ring is empty. It takes exactly its number of cells, and gives them back in order.
   void ExpectUsable() {
     EXPECT_EQ(TShmQueue_GetCount(&ring), 0);
     for (std::uint32_t i = 0; i < kRingCells; ++i) EXPECT_EQ(PushText(ring, std::to_string(i)), 1);
@@ -151,21 +151,21 @@ class RingKill : public RingFixture {
   std::mt19937_64 random_{seed_};
 };
 
-TEST_F(RingKill, InPush_TheOthersGoOnAndTheCountsAgree) {
+TEST_F(RingKill, InPush_TheOthersContinueAndTheCountsAgree) {
   KillAmongOthers(130, [this] { Push(); });
   EXPECT_EQ(books->hollow, 0u);
 }
 
-TEST_F(RingKill, InPushOverwrite_TheOthersGoOnAndTheCountsAgree) {
+TEST_F(RingKill, InPushOverwrite_TheOthersContinueAndTheCountsAgree) {
   KillAmongOthers(130, [this] { Overwrite(); });
 }
 
-TEST_F(RingKill, InGet_TheOthersGoOnAndTheCountsAgree) {
+TEST_F(RingKill, InGet_TheOthersContinueAndTheCountsAgree) {
   KillAmongOthers(130, [this] { Get(); });
   EXPECT_EQ(books->hollow, 0u);
 }
 
-TEST_F(RingKill, InCreateOfARingInUse_TheOthersGoOnAndTheCountsAgree) {
+TEST_F(RingKill, InCreateOfARingInUse_TheOthersContinueAndTheCountsAgree) {
   KillAmongOthers(130, [this] { AttachAndLeave(); });
   EXPECT_EQ(Attachments(), 1u);
 }

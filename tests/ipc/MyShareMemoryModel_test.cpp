@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Random scripts over several attached records of one ring, against an oracle that keeps the whole segment as plain
-// bytes and multiplies where the ring steps. After every operation results, buffers and all bytes must agree.
+// Random scripts with several attached records of one ring, compared with a model that keeps the whole segment as
+// plain bytes and computes each offset by a multiplication. Results, buffers and all bytes must agree after each
+// operation.
 
 #include <devsupport/ipc/MyShareMemory.h>
 

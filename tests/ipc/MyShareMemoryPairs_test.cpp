@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Two processes use the ring at the same time: the first one is stopped after any one of its instructions, the second
-// one runs to its end, or until it has to wait, and then the first one goes on. What comes out is what would have
-// come out one after the other.
+// Two processes use the ring at the same time: the first one is stopped after one of its instructions, the second one
+// runs to its end, or until it has to wait, and then the first one continues. The results are the same as when they
+// run one after the other.
 
 #include <devsupport/ipc/MyShareMemory.h>
 
@@ -30,12 +30,12 @@ struct Results {
 
 class RingPairs : public SteppedRing {
  protected:
-  // Both results, and what the ring holds after that.
+  // Both results, and the content of the ring afterwards.
   std::string Outcome(int first, int second) {
     return std::to_string(first) + " " + std::to_string(second) + " " + TakeAll(ring);
   }
 
-  // Lets the operations meet at each moment of the first one, and calls judge after each meeting.
+  // Runs the second operation at each moment of the first one, and calls judge after each pair.
   void Meet(const std::function<void()> &before, const Operation &first, const Operation &second,
             const std::function<void()> &judge) {
     const TestSeed seed;
@@ -72,8 +72,8 @@ class RingPairs : public SteppedRing {
     Meet([&] { Fill(cells); }, first, second, judge);
   }
 
-  // Each of the operations in the place of the second one, in an empty ring, with one cell, and full; in an ordinary
-  // run a third of that.
+  // Each operation as the second one, in an empty ring, in one with one cell, and in a full one; in an ordinary run a
+  // third of these.
   void ExpectInOrderWithEveryOther(const Operation &first) {
     const Operation others[] = {
         [this] { return PushText(ring, "X"); },
@@ -94,7 +94,7 @@ class RingPairs : public SteppedRing {
     return text == "<empty>" ? 0 : text[0];
   }
 
-  // A process makes or attaches the ring, sees that it works, and keeps it.
+  // A process makes or attaches the ring, checks that it works, and keeps it.
   int Attach() {
     TShmQueue mine{};
     if (Create(mine, kCells, 8) != 1) return 0;
@@ -145,7 +145,7 @@ TEST_F(RingPairs, TwoCreators_ShareOneRing) {
 
 TEST_F(RingPairs, CreatorAndTheLastOneWhoLeaves_BothWork) {
   LeaveTheRing();
-  // The ring is made by the process that leaves it, before its first moment.
+  // The process that leaves the ring has made it before its first moment.
   const Operation leave = [this] {
     TShmQueue mine{};
     Create(mine, kCells, 8);

@@ -40,7 +40,7 @@ TEST_F(RingPeek, EveryPosition_NamesItsCell) {
   }
 }
 
-TEST_F(RingPeek, PositionAtTheCount_Returns0AndStandsAtTheOldest) {
+TEST_F(RingPeek, PositionAtTheCount_Returns0AndIsAtTheOldest) {
   for (const int position : {3, 4, INT32_MAX}) {
     EXPECT_EQ(TShmQueue_PeekInit(&ring, position), 0);
     EXPECT_EQ(PeekNextText(ring), "c");

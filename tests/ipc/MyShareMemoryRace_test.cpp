@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Twenty processes start at once on fresh keys: one makes the ring, all see it initialised, and nobody sees the user
-// area before its creator has let go.
+// Twenty processes start at the same time with new keys: one makes the ring, all see it initialised, and no process
+// sees the user area before its creator has released the lock.
 
 #include <devsupport/ipc/MyShareMemory.h>
 
@@ -56,7 +56,7 @@ int StartUp(const SharedBlock<Start> &start, int shareKey, int semKey, bool lock
   const int pid = ::getpid();
   if (TShmQueue_Push(&que, &pid, sizeof pid) != 1) return 4;
 
-  // The last one to leave would take the semaphore away from a late starter: all leave together.
+  // All leave together, because the last one to leave would remove the semaphore that a late process needs.
   start->leave.fetch_add(1);
   while (start->leave < kStarters) ::sched_yield();
   TShmQueue_Close(&que, 0);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// A process that dies is stopped between two instructions. Here the ring is looked at after every single instruction
-// of an operation, as the one who takes the lock next would find it; and the life of a ring is ended at every single
-// system call.
+// A process that dies stops between two instructions. These tests check the ring after each instruction of an
+// operation, as the next process with the lock finds it, and they kill a process at each system call of creation and
+// removal.
 
 #include <devsupport/ipc/MyShareMemory.h>
 #include <array>
@@ -17,7 +17,7 @@ using namespace devsupport::test;
 
 class RingStep : public SteppedRing {
  protected:
-  // What the next process would take out of the segment as it is now.
+  // The cells that the next process would take out of the segment in its present state.
   std::string Contents() {
     std::vector<std::uint8_t> segment = Bytes(ring);
     TShmQueue copy = ring;
@@ -27,7 +27,7 @@ class RingStep : public SteppedRing {
     return TakeAllAndTry(copy);
   }
 
-  // All contents seen between the instructions of one operation, the oldest cell starting in every slot in turn.
+  // All contents between the instructions of one operation, with the oldest cell in each slot in turn.
   std::set<std::string> ContentsDuring(int cells, const std::function<void()> &operation) {
     std::set<std::string> seen;
     for (int slot = 0; slot <= static_cast<int>(kCells); ++slot) {

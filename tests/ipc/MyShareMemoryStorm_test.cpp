@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Four processes push and take while a timer signal hits each of them a thousand times a second.
+// Four processes push and take while a timer signal interrupts each of them a thousand times a second.
 
 #include <devsupport/ipc/MyShareMemory.h>
 #include <sched.h>
@@ -42,7 +42,7 @@ class RingStorm : public RingFixture {
     return true;
   }
 
-  // A walk under the lock, as viewers of the ring do it: it holds the lock longer than a push.
+  // A walk under the lock, as in programs that show the ring. It holds the lock longer than a push.
   void Look() {
     if (TShmQueue_Lock(&ring) == 0) return;
     void *slot = nullptr;

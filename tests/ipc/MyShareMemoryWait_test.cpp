@@ -130,7 +130,7 @@ TEST_F(RingWait, Lock_MakesOneCallThatWaits) {
   EXPECT_EQ(g_calls, (Calls{"wait", "give"}));
 }
 
-TEST_F(RingWait, WhoSleeps_GoesBeforeThoseWhoTry) {
+TEST_F(RingWait, SleepingProcess_GetsTheLockBeforeThoseThatTry) {
   constexpr int kTurns = 200;
   std::vector<Child> tryingAllTheTime;
   for (int i = 0; i < 4; ++i) {

@@ -340,7 +340,7 @@ TEST_F(Ring, WithSemaphoreRemoved_RunsUnlocked) {
   EXPECT_EQ(TShmQueue_Clear(&ring), 0);
 }
 
-TEST_F(Ring, SemaphoreRemovedDuringTheWait_LetsTheOperationThrough) {
+TEST_F(Ring, SemaphoreRemovedDuringTheWait_EndsTheWait) {
   ASSERT_EQ(TShmQueue_Lock(&ring), 1);
   Child child([&] { return PushText(ring, "a"); });
   AwaitWaiter(ring.semid);

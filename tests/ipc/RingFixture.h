@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the tests of the shared ring share: rings under keys of their own, and a look at the raw segment.
+// Fixture of the tests of the shared ring: rings with private keys, and the bytes of the segment.
 #pragma once
 
 #include <devsupport/detail/ipc/MyShareMemory.h>
@@ -20,7 +20,7 @@
 
 namespace devsupport::test {
 
-inline constexpr int kNever = -4711;  // what no operation returns or writes
+inline constexpr int kNever = -4711;  // a value that no operation returns or writes
 
 inline std::string CreateMessage(int shareKey, int semKey) {
   char text[256];
@@ -43,7 +43,7 @@ inline void AwaitWaiter(int semId) {
   while (::semctl(semId, 0, GETNCNT) < 1) ::sched_yield();
 }
 
-/// Two keys, and rings under them; objects go with the fixture.
+/// Two keys and their ring. The fixture removes the objects.
 class RingFixture : public ::testing::Test {
  protected:
   int Create(TShmQueue &que, std::uint32_t cells, std::uint16_t size, TShmQueueOpt *opt = nullptr) const {
@@ -80,7 +80,7 @@ class RingFixture : public ::testing::Test {
     if (TShmQueue_Get(&que, text.data(), &stored, 0) == 0) return stored == 0 ? "<empty>" : "<wrong length>";
     return text.substr(0, stored);
   }
-  /// What a peek step answered, "<end>" for NULL; slot and payload must belong together.
+  /// The payload that a peek step found, "<end>" for NULL. Slot and payload must belong together.
   static std::string Peeked(void *payload, void *slot) {
     if (payload == nullptr) return "<end>";
     if (static_cast<std::uint8_t *>(slot) + 4 != payload) return "<payload is not after the slot>";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Messages whose bytes can be checked: each has an identity, and every byte follows from it.
+// Messages whose bytes can be checked: all bytes of a message follow from its identity.
 #pragma once
 
 #include <array>
@@ -25,7 +25,7 @@ struct Message {
     return message;
   }
 
-  /// The identity of a message that came out of a ring; false when it is not whole.
+  /// The identity of a message taken out of a ring; false when the message is not complete.
   static bool Read(const std::uint8_t *bytes, std::uint32_t length, std::uint32_t *identity) {
     if (length < 8 || length > kMessageBytes) return false;
     std::memcpy(identity, bytes, sizeof *identity);

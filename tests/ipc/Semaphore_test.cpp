@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The lock between processes: who makes it, who gets it, and what signals, removal and death do to it.
+// The lock between processes: creation, order, and the effects of signals, removal and death.
 
 #include <devsupport/ipc/Semaphore.h>
 #include <gtest/gtest.h>
@@ -115,7 +115,7 @@ TEST(Semaphore, Lock_InterruptedByASignal_Returns0AndTakesNothing) {
   Child child([&] {
     struct sigaction action {};
     action.sa_handler = IgnoreAlarm;
-    action.sa_flags = SA_RESTART;  // a wait for a semaphore ends all the same
+    action.sa_flags = SA_RESTART;  // does not restart the wait for a semaphore
     ::sigaction(SIGALRM, &action, nullptr);
     EXPECT_EQ(Semaphore_Lock(id), 0);
     EXPECT_EQ(errno, EINTR);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Segments by key: who makes them, what is printed when that fails, who removes them, who uses them.
+// Segments by key: creation, messages of failures, removal, and the number of users.
 
 #include <devsupport/ipc/ShareMem.h>
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ namespace {
 
 using namespace devsupport::test;
 
-constexpr int kUntouched = -4711;  // what no operation writes into a flag
+constexpr int kUntouched = -4711;  // a value that no operation writes to a flag
 void *const kNotAttached = reinterpret_cast<void *>(std::intptr_t{-1});
 
 bool SegmentExists(int key) { return ::shmget(key, 0, 0) != -1; }
@@ -172,7 +172,7 @@ TEST_F(ShareMem, Close_ByTheLastUserWithRemoval_RemovesTheSegment) {
   EXPECT_FALSE(SegmentExists(key));
 }
 
-TEST_F(ShareMem, Close_ByTheLastUserWithoutRemoval_LeavesTheSegmentAndSaysLast) {
+TEST_F(ShareMem, Close_ByTheLastUserWithoutRemoval_LeavesTheSegmentAndReportsLast) {
   ASSERT_NE(Create(100), nullptr);
   int wasLast = kUntouched;
   EXPECT_EQ(ShareMem_Close(&shm, 0, &wasLast), 1);
@@ -181,7 +181,7 @@ TEST_F(ShareMem, Close_ByTheLastUserWithoutRemoval_LeavesTheSegmentAndSaysLast) 
   EXPECT_EQ(AttachmentsOf(key), 0u);
 }
 
-TEST_F(ShareMem, Close_WhileOthersUseTheSegment_LeavesItAndSaysNotLast) {
+TEST_F(ShareMem, Close_WhileOthersUseTheSegment_LeavesItAndReportsNotLast) {
   ASSERT_NE(Create(100), nullptr);
   TShareMem second{};
   ASSERT_NE(ShareMem_Create(key, 100, &second, &created), nullptr);
@@ -201,7 +201,7 @@ TEST_F(ShareMem, Close_WhenDetachingFails_Returns0AndStillRemoves) {
   shm.address = nullptr;
 }
 
-TEST_F(ShareMem, Close_WhenTheStatusCannotBeRead_Returns0AndSaysNotLast) {
+TEST_F(ShareMem, Close_WhenTheStatusCannotBeRead_Returns0AndReportsNotLast) {
   ASSERT_NE(Create(100), nullptr);
   int wasLast = kUntouched;
   FailCall fail("shmctl", 1);
@@ -211,7 +211,7 @@ TEST_F(ShareMem, Close_WhenTheStatusCannotBeRead_Returns0AndSaysNotLast) {
   shm.address = nullptr;
 }
 
-TEST_F(ShareMem, Close_WhenRemovingFails_Returns0AndSaysLast) {
+TEST_F(ShareMem, Close_WhenRemovingFails_Returns0AndReportsLast) {
   ASSERT_NE(Create(100), nullptr);
   int wasLast = kUntouched;
   FailCall fail("shmctl", 2);
@@ -224,7 +224,7 @@ TEST_F(ShareMem, Close_WhenRemovingFails_Returns0AndSaysLast) {
 
 TEST_F(ShareMem, FindKeyAttchCount_OfUnknownKey_Is0) { EXPECT_EQ(ShareMem_FindKeyAttchCount(key), 0); }
 
-TEST_F(ShareMem, FindKeyAttchCount_OfSegmentThatNobodyUses_Is0) {
+TEST_F(ShareMem, FindKeyAttchCount_OfAnUnusedSegment_Is0) {
   ASSERT_NE(::shmget(key, 100, IPC_CREAT | 0666), -1);
   EXPECT_EQ(ShareMem_FindKeyAttchCount(key), 0);
 }
@@ -236,7 +236,7 @@ TEST_F(ShareMem, FindKeyAttchCount_CountsTheProcessesOfThisKeyOnly) {
   EXPECT_EQ(ShareMem_FindKeyAttchCount(key), 1);
   Event attached;
   Event leave;
-  Child child([&] {  // it inherits this attachment: one more
+  Child child([&] {  // it inherits the attachment, which counts
     attached.Announce();
     leave.Wait();
     return 0;
@@ -273,7 +273,7 @@ TEST(ShareMemTable, FindKeyAttchCount_SkipsPlacesThatItMayNotSee) {
 
 TEST(ShareMemTable, FindKeyAttchCount_FindsTheSegmentOfTheHighestIndexToo) {
   if (!CanMakeNamespaces()) GTEST_SKIP() << "needs the right to make IPC namespaces";
-  // Alone in the namespace: the places in the system's table are 0, 1 and 2, and the middle one is given up.
+  // In a private namespace the places in the system's table are 0, 1 and 2. The one in the middle is freed.
   EXPECT_EQ(RunInPrivateIpc([] {
               TShareMem shm[3];
               int created = 0;

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A storm of timer signals over processes that wait for semaphores. For one source of a test, which names semop under
-// WRAP.
+// Many timer signals to processes that wait for semaphores. For one source of a test program that wraps semop.
 #pragma once
 
 #include <sys/sem.h>
@@ -16,7 +15,7 @@
 
 namespace devsupport::test {
 
-/// One for all processes of a test; each calls Begin() and works while GoesOn().
+/// One object for all processes of a test. Each calls Begin() and works while GoesOn() is true.
 class SignalStorm {
  public:
   explicit SignalStorm(std::chrono::milliseconds duration) : duration_(duration) { s_counts = &*counts_; }
@@ -24,7 +23,7 @@ class SignalStorm {
   SignalStorm(const SignalStorm &) = delete;
   SignalStorm &operator=(const SignalStorm &) = delete;
 
-  /// From now on a signal hits this process each millisecond.
+  /// From now on this process gets a signal each millisecond.
   void Begin() {
     struct sigaction action {};
     action.sa_handler = [](int) { s_counts->signals.fetch_add(1); };
@@ -32,7 +31,8 @@ class SignalStorm {
     SetInterval(1000);
     end_ = std::chrono::steady_clock::now() + duration_;
   }
-  /// Until the time is over and enough waits have been interrupted: without any, the storm would prove nothing.
+  /// True until the time is over and enough waits have been interrupted. Without interrupted waits the test would prove
+  /// nothing.
   bool GoesOn() const {
     return std::chrono::steady_clock::now() < end_ || counts_->interruptions < kEnoughInterruptions;
   }

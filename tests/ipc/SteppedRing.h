@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the tests share that stop an operation of the ring between two of its instructions.
+// Fixture of the tests that stop an operation of the ring between two of its instructions.
 #pragma once
 
 #include <string>
@@ -26,7 +26,7 @@ class SteppedRing : public RingFixture {
     ring.header = nullptr;
   }
 
-  /// Makes it a ring of so many cells "a", "b", ... whose oldest one is in the given slot.
+  /// Fills the ring with this many cells "a", "b", ..., the oldest one in the given slot.
   void Fill(int cells, int slot = 0) {
     TShmQueue_Clear(&ring);
     for (int i = 0; i < slot; ++i) {
@@ -41,7 +41,7 @@ class SteppedRing : public RingFixture {
     for (std::string text; (text = GetText(que)) != "<empty>";) contents += "[" + text + "]";
     return contents;
   }
-  /// Empties a ring and sees that it works: all cells go in and come out.
+  /// Empties a ring and checks that all its cells can be pushed and taken.
   static std::string TakeAllAndTry(TShmQueue &que) {
     const std::string contents = TakeAll(que);
     for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(PushText(que, std::to_string(i)), 1);
@@ -50,8 +50,8 @@ class SteppedRing : public RingFixture {
     for (std::uint32_t i = 0; i < kCells; ++i) EXPECT_EQ(GetText(que), std::to_string(i));
     return contents;
   }
-  /// Makes a ring after processes that died or left, sees that it works and that nothing is left when it is closed.
-  /// Returns what was in it.
+  /// Makes a ring after processes have died or left, checks that it works and that nothing remains when it is closed.
+  /// Returns its content.
   std::string ContentsForTheNextCreator(TShmQueueOpt *opt = nullptr) {
     TShmQueue next{};
     EXPECT_EQ(Create(next, kCells, 8, opt), 1);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The mutex operations: mutual exclusion, and the thread library's answers passed through unchanged.
+// The mutex operations: mutual exclusion, and the unchanged results of the thread library.
 
 #include <devsupport/ipc/ThreadMutex.h>
 #include <gtest/gtest.h>

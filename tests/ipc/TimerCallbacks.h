@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the tests share that let timers expire: callbacks that count themselves, and a fixture that waits for them.
+// For tests with expiring timers: callbacks that count their calls, and a fixture that waits for them.
 #pragma once
 
 #include <atomic>
@@ -15,7 +15,7 @@ constexpr int kRepeating = 0;
 constexpr std::uint32_t kMaxCells = 16;
 constexpr std::uint32_t kNever = 0xFFFFFFFFu;
 
-// What the callbacks leave. They run in signals: atomics and an event only.
+// Results of the callbacks. Since these run in signal handlers, they are atomics and an event.
 inline std::atomic<int> g_calls{0};
 inline std::atomic<int> g_otherCalls{0};
 inline std::atomic<std::uint32_t> g_lastCell{kNever};

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Intercepts the system calls of the timers: counts them, keeps their arguments, makes them fail, and runs a test's
-// code where a signal could interrupt.
+// Wraps the system calls of the timers: counts them, keeps their arguments, makes them fail, and runs code of a test
+// at moments when a signal can arrive.
 #pragma once
 
 #include <signal.h>
@@ -16,8 +16,8 @@ namespace devsupport::test {
 struct TimerCalls {
   std::atomic<int> created{0};            // timer_create that succeeded
   std::atomic<int> deleted{0};            // timer_delete that succeeded
-  std::atomic<int> deleteErrors{0};       // timer_delete that the kernel refused: of a timer that was gone already
-  std::atomic<int> settimeErrors{0};      // timer_settime that the kernel refused: of a timer that was gone already
+  std::atomic<int> deleteErrors{0};       // timer_delete that the kernel refused: of an already deleted timer
+  std::atomic<int> settimeErrors{0};      // timer_settime that the kernel refused: of an already deleted timer
   std::atomic<std::size_t> allocated{0};  // bytes asked of malloc last
   std::atomic<int> blocks{0};             // malloc less free
   clockid_t clock = -1;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the tests of the timers share: arrays that are destroyed after each test, and a check that every timer was
-// deleted once.
+// Fixture of the tests of the timers: destroys the arrays after each test, and checks that each timer was deleted
+// once.
 #pragma once
 
 #include <devsupport/ipc/Timer.h>
@@ -30,7 +30,7 @@ inline void Deliver(int value, int number = TimerSignal()) {
   sigval queued{};
   queued.sival_int = value;
   ASSERT_EQ(::sigqueue(::getpid(), number, queued), 0);
-  ::usleep(1);  // the thread sanitizer hands signals on when a call may block
+  ::usleep(1);  // the thread sanitizer delivers signals at calls that may block
 }
 
 class TimerTest : public ::testing::Test {

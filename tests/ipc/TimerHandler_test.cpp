@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Timers from the signal's side: what an expiry, a late signal and a foreign signal do, also at the worst moment.
+// The signal handler of the timers: the effects of an expiry, of a late signal and of another program's signal, also
+// at critical moments.
 
 #include <devsupport/ipc/Timer.h>
 #include <gtest/gtest.h>
@@ -23,7 +24,7 @@ using namespace devsupport::test;
 
 using TimerHandler = TimerCallbackTest;
 
-// For the callbacks below: the array that they look at, and what it answered.
+// For the callbacks below: the array that they use, and its results.
 std::atomic<std::uint16_t> g_array{0};
 std::atomic<int> g_activeInCallback{-1};
 std::atomic<int> g_delInCallback{-1};
@@ -51,7 +52,7 @@ TEST_F(TimerHandler, OneShotCell_FiresOnceWithItsIndexAndIsInactiveAfterwards) {
   event_.Wait();
   EXPECT_EQ(Timer_IsActive(&array, 3), 0);
   EXPECT_EQ(g_lastCell, 3u);
-  EXPECT_EQ(Calls().deleted, 1);  // nothing is left that could fire again
+  EXPECT_EQ(Calls().deleted, 1);  // no timer is left that could expire again
   EXPECT_EQ(g_calls, 1);
 }
 
@@ -71,7 +72,7 @@ TEST_F(TimerHandler, RepeatingCell_FiresEveryPeriodUntilDel) {
   EXPECT_EQ(Timer_IsActive(&array, 0), 1);
   EXPECT_EQ(Timer_Del(&array, 0), 1);
   const int calls = g_calls;
-  // Signals of one number arrive in their order: when the other cell has fired, nothing older is on its way.
+  // Signals of one number arrive in order. When the other cell's signal has arrived, no older one is pending.
   const std::uint16_t other = Make(1, kOneShot, CountOther);
   Timer_Set(&other, 0, 5, nullptr);
   while (g_otherCalls == 0) event_.Wait();
@@ -84,7 +85,7 @@ TEST_F(TimerHandler, Cell_CallsItsOwnCallbackInsteadOfTheDefault) {
   event_.Wait();
   EXPECT_EQ(g_calls, 0);
   EXPECT_EQ(g_otherCalls, 1);
-  Timer_Set(&array, 0, 1, nullptr);  // its own one was for one arming
+  Timer_Set(&array, 0, 1, nullptr);  // the other callback was only for that arming
   event_.Wait();
   EXPECT_EQ(g_calls, 1);
   EXPECT_EQ(g_otherCalls, 1);
@@ -184,7 +185,7 @@ TEST_F(TimerHandler, SignalForADestroyedArray_DoesNothing) {
 }
 
 TEST_F(TimerHandler, SignalForACellOutOfRange_DoesNothing) {
-  const std::uint16_t array = Make(300, kOneShot, Count);  // 44 cells within reach
+  const std::uint16_t array = Make(300, kOneShot, Count);  // 44 cells can be used
   Timer_Set(&array, 43, kHourMs, nullptr);
   for (const std::uint32_t cell : {44u, 45u, 255u, 256u, 299u, 300u, 0x1FFFFu, 0x3FFFFu})
     for (const std::uint32_t generation : {0u, 1u, 255u}) Deliver(SignalValue(cell, array, generation));
@@ -240,7 +241,7 @@ TEST_F(TimerHandler, Callback_MayDisarmItsOwnCell) {
   EXPECT_EQ(Calls().deleted, 1);
 }
 
-// The worst moments: the signal arrives inside one of the system calls of Timer_Set, Timer_Del or Timer_DestroyAry.
+// Critical moments: the signal arrives inside one of the system calls of Timer_Set, Timer_Del or Timer_DestroyAry.
 
 TEST_F(TimerHandler, ExpiryBeforeSetReturns_RunsTheCallbackAndEndsAOneShotCell) {
   const std::uint16_t array = Make(1, kOneShot, Count);

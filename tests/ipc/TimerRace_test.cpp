@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Timers against the handler in the same thread and in others: long random scripts, and handlers that run all the
-// time.
+// Timers and their handler in the same thread and in others: long random scripts, and handlers that run permanently.
 
 #include <devsupport/ipc/Timer.h>
 #include <gtest/gtest.h>
@@ -25,7 +24,7 @@ using namespace devsupport::test;
 
 using TimerRace = TimerCallbackTest;
 
-// Lets no signal of the timers into this thread, so that callbacks run beside it, not on top of it.
+// Blocks the timers' signals in this thread, so that callbacks run in other threads.
 class BlockedSignal {
  public:
   BlockedSignal() {
@@ -42,7 +41,7 @@ class BlockedSignal {
   sigset_t before_{};
 };
 
-// Threads that do nothing but be interrupted.
+// Threads that only receive signals.
 class Receivers {
  public:
   explicit Receivers(int count) {
@@ -82,8 +81,8 @@ TEST_F(TimerRace, Callback_RunsInAnotherThreadThanTheOneThatArms) {
   EXPECT_EQ(Timer_IsActive(&array, 0), 0);
 }
 
-// Arms and disarms at random while 1 kHz timers expire, then shows that no cell has been lost: each one still fires.
-// The fixture adds that every timer was deleted exactly once.
+// Arms and disarms at random while 1 kHz timers expire, then checks that each cell still works. The fixture adds that
+// every timer was deleted exactly once.
 void RunScript(std::uint16_t once, std::uint16_t often, int steps, bool withLateSignals) {
   const TestSeed seed;
   std::mt19937_64 random(seed);
@@ -128,7 +127,7 @@ void RunScript(std::uint16_t once, std::uint16_t often, int steps, bool withLate
     const int before = g_perCell[cell];
     ASSERT_EQ(Timer_Set(&once, cell, 1, Count), 1);
     while (g_perCell[cell] == before || Timer_IsActive(&once, cell) == 1) {
-      // A late signal of the script that is still under way may disarm the cell; one that stays active must fire.
+      // A late, still pending signal of the script may disarm the cell. A cell that stays active must expire.
       if (Timer_IsActive(&once, cell) == 0 && g_perCell[cell] == before) Timer_Set(&once, cell, 1, Count);
       ::usleep(100);
     }
@@ -163,8 +162,8 @@ TEST_F(TimerRace, RandomScript_WithItsTimersAndLateSignalsInOtherThreads) {
   RunScript(once, often, 20'000, true);
 }
 
-// The scripts above meet the narrow places by chance; here handlers run all the time, on few cells, with signals of
-// the current arming and of the one before.
+// The scripts above reach critical moments by chance. Here handlers run permanently, with few cells, and with signals
+// of the current arming and of the previous one.
 TEST_F(TimerRace, RandomScript_AgainstHandlersThatNeverRest) {
   constexpr std::uint32_t kCells = 2;
   const TestSeed seed;
@@ -199,7 +198,7 @@ TEST_F(TimerRace, RandomScript_AgainstHandlersThatNeverRest) {
       continue;
     }
     const std::uint32_t generation = (newest[array][cell] + 1) & 0xFFu;
-    // First the signals come while Timer_Set is at work; later, afterwards too, when they race each other.
+    // At first the signals arrive during Timer_Set; later also after it, when they race with each other.
     const bool early = step < 50'000 || random() % 2 == 0;
     if (early) newest[array][cell] = generation;
     EXPECT_EQ(Timer_Set(&arrays[array], cell, kHourMs, Count), 1);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Timers from the caller's side: making arrays, arming and disarming cells, what fails and what is printed then.
+// The timers' operations: making arrays, arming and disarming cells, failures and their messages.
 
 #include <devsupport/ipc/Timer.h>
 #include <gtest/gtest.h>
@@ -234,7 +234,7 @@ TEST_F(Timers, Set_OfAnActiveCell_ReplacesItsTimerAndRaisesTheGeneration) {
   EXPECT_EQ(Calls().SignalValue(), 0x02000001u);
   EXPECT_EQ(Timer_IsActive(&array, 1), 1);
   Timer_Set(&array, 0, kHourMs, nullptr);
-  EXPECT_EQ(Calls().SignalValue(), 0x01000000u);  // each cell has its own
+  EXPECT_EQ(Calls().SignalValue(), 0x01000000u);  // each cell has its own generation
 }
 
 TEST_F(Timers, Set_ForThe256thTime_WrapsTheGenerationTo0) {
@@ -257,7 +257,7 @@ TEST_F(Timers, Set_WhereNoTimerCanBeMade_PrintsSoAndLeavesTheCellInactive) {
   }
   EXPECT_EQ(err.Take(), "Timer_Set: timer_create() failed! [Resource temporarily unavailable]\n");
   EXPECT_EQ(Timer_IsActive(&array, 0), 0);
-  EXPECT_EQ(Calls().deleted, 1);  // the one before
+  EXPECT_EQ(Calls().deleted, 1);  // the previous one
   ASSERT_EQ(Timer_Set(&array, 0, kHourMs, nullptr), 1);
   EXPECT_EQ(Calls().SignalValue(), 0x02000000u);  // the failed arming has used up no generation
 }

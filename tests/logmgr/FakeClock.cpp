@@ -9,7 +9,7 @@ namespace devsupport::test {
 
 namespace {
 
-// Milliseconds since 1970; -1 while the real clock goes.
+// Milliseconds since 1970; -1 for the real clock.
 std::atomic<std::int64_t> g_stoppedAt{-1};
 
 }  // namespace
@@ -22,7 +22,7 @@ extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *now);
 extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *now) {
   const std::int64_t stoppedAt = g_stoppedAt;
   if (clock != CLOCK_REALTIME || stoppedAt < 0) return __real_clock_gettime(clock, now);
-  // A clock reads somewhere inside the millisecond.
+  // A real clock reads some time within the millisecond.
   *now = {static_cast<time_t>(stoppedAt / 1000), static_cast<long>(stoppedAt % 1000) * 1'000'000 + 999'999};
   return 0;
 }

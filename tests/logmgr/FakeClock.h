@@ -6,7 +6,7 @@
 
 namespace devsupport::test {
 
-/// Stops the wall clock at a moment; later calls set it anew. Other clocks go on.
+/// Stops the wall clock at a moment; later calls set another one. Other clocks are not changed.
 void StopClockAt(std::int64_t seconds, long ms);
 void LetClockGo();
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The log filter out of a real configuration store.
+// The log filter, read from a real configuration store.
 
 #include <devsupport/logmgr/LogFilter.h>
 #include <devsupport/logmgr/LogInfoShm.h>
@@ -27,7 +27,7 @@ class Filter : public StoreTest {
   static void Store(const char *key, const std::string &list) {
     ASSERT_EQ(BerkDb_Set(g_uDb.tb_parameter, key, list.c_str()), BERKDB_OK);
   }
-  /// The number that a process of that name finds in the list.
+  /// The level that the list has for a process of that name.
   static int In(const std::string &list, const char *name) {
     Store("dbl", list);
     return GetDbLogParam(name, "dbl", kDefault);
@@ -93,7 +93,7 @@ TEST_F(Filter, Param_InAListOf256CharactersWithoutANul_EndsWithIt) {
 TEST_F(Filter, Param_OfALongName_IsFoundUpTo126Characters) {
   const std::string name(126, 'n');
   EXPECT_EQ(In(name + "=42", name.c_str()), 42);
-  // One more, and there is no room for the '=' : the rest of the text is no number then.
+  // With one more character there is no room for the '=', and the rest of the text is no number.
   const std::string longer(127, 'n');
   EXPECT_EQ(In(longer + "=42", longer.c_str()), 0);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Values as log messages show them, each in a buffer that is just large enough.
+// Values in the form of log messages, each in a buffer of exactly the needed size.
 
 #include <devsupport/logmgr/LogFormat.h>
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ namespace {
 
 using devsupport::test::GuardedBuffer;
 
-/// What a formatter writes into a buffer of exactly the room that its text needs.
+/// The text that a formatter writes to a buffer of exactly the needed size.
 template <typename TFormatter, typename TValue>
 std::string Shown(TFormatter *formatter, TValue value, std::size_t room) {
   GuardedBuffer buffer(room);

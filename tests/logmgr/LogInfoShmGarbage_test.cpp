@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Any process can overwrite the rings. Writing a message stays inside the segment and reads no more than the text.
+// Any process can overwrite the rings. Writing a message never accesses memory outside the segment, and reads only
+// the text.
 
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/detail/logmgr/LogInfoShm.h>
@@ -44,7 +45,7 @@ TEST_P(LogGarbage, Write_StaysInsideTheSegmentAndTheText) {
   }
 }
 
-TEST_P(LogGarbage, Write_WhileSomebodyScribbles_StaysInside) {
+TEST_P(LogGarbage, Write_WhileTheRingIsOverwritten_StaysInside) {
   const TestSeed seed;
   const Child vandal = StartScribbling(Scribbler(kRing, seed), memory.Start());
   Scribbler choice(kRing, seed + 1);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Writers die of SIGKILL at random moments. The others go on at once, and the ring holds nothing but whole records.
+// Writers are killed at random moments. The others continue at once, and the ring holds only complete records.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 
@@ -63,7 +63,7 @@ class LogKill : public OpenChannelTest {
   SharedBlock<Turns> turns;
 };
 
-TEST_F(LogKill, WhileTheyWrite_TheOthersGoOnAndNothingIsTorn) {
+TEST_F(LogKill, WhileTheyWrite_TheOthersContinueAndNothingIsTorn) {
   const TestSeed seed;
   std::mt19937_64 random(seed);
   std::vector<Child> others;
@@ -73,7 +73,7 @@ TEST_F(LogKill, WhileTheyWrite_TheOthersGoOnAndNothingIsTorn) {
   unsigned gaps = 0;
   for (int kill = 0; kill < kKillsAmongOthers && !HasFailure(); ++kill) {
     KillOne(std::chrono::nanoseconds(random() % 100000));
-    // A look before the others have filled the ring again, and turns for them afterwards.
+    // Checks the ring before the others have filled it again, and then lets them write.
     ASSERT_EQ(TShmQueue_Lock(&_g_uLogInfoShmData.uLogQue), 1);
     const Findings findings = LookAt(ring);
     TShmQueue_Unlock(&_g_uLogInfoShmData.uLogQue);
@@ -88,7 +88,7 @@ TEST_F(LogKill, WhileTheyWrite_TheOthersGoOnAndNothingIsTorn) {
   std::printf("%d kills: %u messages cut, %u numbers left out\n", kKillsAmongOthers, cut, gaps);
 }
 
-TEST_F(LogKill, WithNobodyElse_LeavesAtMostOneMessageCutAndOneNumberOut) {
+TEST_F(LogKill, AsTheOnlyWriter_LeavesAtMostOneMessageCutAndOneNumberOut) {
   const TestSeed seed;
   std::mt19937_64 random(seed);
   unsigned cut = 0;

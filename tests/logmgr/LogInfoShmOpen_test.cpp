@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The log channel's life: opened, opened again, not opened, closed.
+// Opening the log channel, opening it again, failing to open it, and closing it.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 #include <gmock/gmock.h>
@@ -26,7 +26,8 @@ void WriteEverything() {
   TLogInfoShm_WriteN_Evt(text.c_str(), 301, 1);
 }
 
-// The first segment and the first semaphore of a namespace have identifier 0, which a record of zeros names.
+// Objects of another program. The first segment and the first semaphore of a namespace have identifier 0, which is
+// also the identifier in a record of zeros.
 class Strangers {
  public:
   Strangers()
@@ -125,7 +126,8 @@ TEST_F(Channel, Open_OfRingsThatAreThere_LeavesThemAlone) {
   EXPECT_EQ(ring.Records().back().sequence, 0x123u);
 }
 
-// A creator that died before it had finished leaves a segment without a cell count. Who finishes it is its creator.
+// A creator that died before it had finished leaves a segment without a cell count. The process that finishes it
+// counts as its creator.
 TEST_F(Channel, Open_AsCreator_ClearsTheCountersAndKeepsTheBitsAbove) {
   for (const RingFacts &facts : {kLogRing, kEventRing}) {
     const std::size_t bytes = RawRing::kFirstSlot + (facts.cells + 1) * RawRing::kStride;
@@ -183,7 +185,7 @@ constexpr char kEventMismatch[] =
     "\n*** TShmQueue created fail : CellCount or CellSize or UserSize not match, ShareKey=1893, SemaphoreKey=2149 "
     "***\n";
 
-// A ring as another build left it: larger in bytes, with other measures.
+// A ring of another build: it has other sizes and more bytes.
 void LeaveOtherRing(const RingFacts &facts) {
   TShmQueue other{};
   TShmQueueOpt opt{36, 0, 0};
@@ -199,7 +201,7 @@ TEST_F(MismatchedChannel, Open_WithAnotherLogRing_FailsAndDoesNotTryTheEventRing
   EXPECT_EQ(err.Take(), kLogMismatch);
   EXPECT_FALSE(SegmentExists(kEventRing));
   EXPECT_EQ(SemValue(kLogRing), 1);
-  EXPECT_EQ(Attachments(kLogRing), 1u);  // ours, from leaving it there
+  EXPECT_EQ(Attachments(kLogRing), 1u);  // that of LeaveOtherRing
   EXPECT_EQ(_g_uLogInfoShmData.nFilterLevel, 2);
   EXPECT_STREQ(_g_uLogInfoShmData.szName, "name");
 }
@@ -299,7 +301,7 @@ TEST_F(ClosedChannel, Close_Twice_IsAsOnce) {
   EXPECT_TRUE(strangers->AreUntouched());
 }
 
-TEST_F(ClosedChannel, OpenAfterClose_GoesOnWithTheSameRings) {
+TEST_F(ClosedChannel, OpenAfterClose_ContinuesWithTheSameRings) {
   ASSERT_EQ(TLogInfoShm_Open(4, 7, nullptr), 1);
   TLogInfoShm_Write("a", 1, 1);
   TLogInfoShm_Close();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The log ring is looked at after every single instruction of a write, as the one who comes after a writer that was
-// killed there would find it.
+// The log ring is checked after each instruction of a write, as the next process finds it after a writer was killed
+// there.
 
 #include <devsupport/logmgr/LogInfoShm.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Four processes write messages of several records while a timer signal hits each of them a thousand times a second
-// and a fifth one reads.
+// Four processes write messages of several records while a timer signal interrupts each of them a thousand times a
+// second, and a fifth one reads.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 #include <sched.h>
@@ -30,7 +30,8 @@ struct Books {
 
 class LogStorm : public OpenChannelTest {
  protected:
-  // Writes until the storm is over; before each message it waits until nobody can lose one, when it is asked to.
+  // Writes until the storm is over. On request it waits before each message until there is room, so that no message
+  // is lost.
   int Write(int writer, bool paced) {
     storm.Begin();
     if (TLogInfoShm_Open(4, 7, NameOf(writer).c_str()) != 1) return 1;
@@ -65,7 +66,8 @@ class LogStorm : public OpenChannelTest {
     EXPECT_EQ(SemValue(kLogRing), 1);
   }
 
-  // Writers ask for the lock again before they wait, so they seldom wait. This holds it for several alarms at times.
+  // Writers retry the lock before they wait, so they seldom wait. This process sometimes holds the lock for several
+  // signals.
   void LetThemWait() {
     const auto now = std::chrono::steady_clock::now();
     if (now < nextHold_) return;

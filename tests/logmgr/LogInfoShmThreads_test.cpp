@@ -14,7 +14,7 @@
 #include <sanitizer/tsan_interface.h>
 #endif
 
-// Tells the thread sanitizer, which knows nothing about System V semaphores, that one keeps the threads apart.
+// Tells the thread sanitizer, which does not know System V semaphores, that a semaphore protects the ring.
 extern "C" int __real_semop(int id, sembuf *operations, std::size_t count);
 extern "C" int __wrap_semop(int id, sembuf *operations, std::size_t count);
 extern "C" int __wrap_semop(int id, sembuf *operations, std::size_t count) {
@@ -35,7 +35,7 @@ namespace {
 using namespace devsupport::test;
 
 constexpr int kThreads = 4;
-constexpr unsigned kMessages = 50;  // of a thread; of five records at most, so that none is lost
+constexpr unsigned kMessages = 50;  // for each thread; with at most five records, so that none is lost
 constexpr unsigned kRounds = 40;
 
 using LogThreads = OpenChannelTest;

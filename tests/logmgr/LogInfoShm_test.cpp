@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The log channel's messages: what the rings hold after each of them.
+// The log channel's messages: the content of the rings after each of them.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>
 #include <gmock/gmock.h>
@@ -278,7 +278,7 @@ TEST_F(Message, WithoutItsSemaphore_IsWrittenAllTheSame) {
   EXPECT_THAT(RawRing(kLogRing).Texts(), ElementsAre("x"));
 }
 
-TEST_F(Message, WhileSomebodyHoldsTheRing_WaitsAndHasTheTimeFromBefore) {
+TEST_F(Message, WhileTheRingIsLocked_WaitsAndHasTheTimeFromBefore) {
   ::setenv("TZ", "UTC0", 1);
   StopClockAt(60, 0);
   TShmQueue &ring = _g_uLogInfoShmData.uLogQue;
@@ -292,10 +292,10 @@ TEST_F(Message, WhileSomebodyHoldsTheRing_WaitsAndHasTheTimeFromBefore) {
   EXPECT_EQ(Log()[0].Time(), 60000u);
 }
 
-// --- the function that writes them
-// --------------------------------------------------------------------------------------
+// --- the function that writes
+// them ----------
 
-TEST_F(Message, ToARingOfOnesOwn_IsWrittenThere) {
+TEST_F(Message, ToAnotherRing_IsWrittenThere) {
   TShmQueueOpt opt{36, 0, 0};
   TShmQueue ring{};
   ASSERT_EQ(TShmQueue_Create(77, 78, 2, 136, &opt, &ring), 1);

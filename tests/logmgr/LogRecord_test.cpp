@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The builders of log messages: what they hand to the channel.
+// The builders of log messages: the texts that they pass to the channel.
 
 #include <devsupport/detail/logmgr/LogRecord.h>
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@ namespace {
 using namespace devsupport::test;
 using ::testing::ElementsAre;
 
-/// The message that the last builder wrote, its records put together.
+/// The message of the last builder, joined from its records.
 class Builder : public OpenChannelTest {
  protected:
   static std::string Written(const RingFacts &facts = kLogRing) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the tests of the log channel share: shared memory of their own, since the channel's keys are fixed, and a look
-// at the raw rings that knows nothing of the library's own headers.
+// Fixture of the tests of the log channel: private shared memory, since the channel's keys are fixed, and a reader of
+// the rings' bytes that does not use the library's headers.
 #pragma once
 
 #include <devsupport/logmgr/LogInfoShm.h>
@@ -26,7 +26,7 @@ struct RingFacts {
 inline constexpr RingFacts kLogRing{1895, 2151, 1024};
 inline constexpr RingFacts kEventRing{1893, 2149, 256};
 
-/// One record, taken apart by hand.
+/// One record, decoded without the library.
 struct Record {
   std::uint32_t length = 0;  // the cell's length word
   unsigned hour = 0;
@@ -36,7 +36,7 @@ struct Record {
   unsigned fragment = 0;
   unsigned sequence = 0;
   unsigned type = 0;
-  unsigned upper = 0;  // what no writer writes
+  unsigned upper = 0;  // bits that no writer sets
   std::string text;    // as long as the length word says
 
   unsigned Time() const { return ((hour * 60 + minute) * 60 + second) * 1000 + ms; }

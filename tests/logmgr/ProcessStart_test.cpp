@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How a daemon starts: its pid file, its priority, and its signals as the kernel knows them.
+// The start of a daemon: its pid file, its priority, and its signals in the kernel.
 
 #include <devsupport/logmgr/ProcessStart.h>
 #include <gtest/gtest.h>
@@ -56,7 +56,7 @@ TEST(PidFile, ThatWasLonger_IsEmptiedFirst) {
   EXPECT_EQ(FileText(dir / "pid"), std::to_string(::getpid()));
 }
 
-TEST(PidFile, ThatCannotBeOpened_IsAsSilentAsOneThatCould) {
+TEST(PidFile, ThatCannotBeOpened_PrintsNothing) {
   const TempDir dir;
   CapturedOutput err(stderr);
   EXPECT_EQ(WritePidFile((dir / "none" / "pid").c_str()), 0);
@@ -117,10 +117,10 @@ volatile sig_atomic_t g_lastSignal = 0;
 void Remember(int number) { g_lastSignal = number; }
 
 bool IsTheSystemsOwn(int number) { return number == SIGKILL || number == SIGSTOP; }
-// Signals between the last ordinary and the first real-time one are the C library's, which does not let us have them.
+// The C library keeps the signals between the last ordinary and the first real-time one for itself.
 bool IsTheLibrarysOwn(int number) { return number > 31 && number < SIGRTMIN; }
 
-/// Runs in a process that has decided about its signals.
+/// Runs the body in a process that has set its signals.
 void InStartedProcess(const std::function<void()> &body) {
   Child child([&] {
     EXPECT_EQ(Signal_InitHandlers(Remember), 0);
@@ -162,7 +162,7 @@ TEST(Signals, ThatAreHandled_ReachTheHandler) {
     for (const int number : {1, 2, 3, 6, 14, 15, 23, 50}) {
       if (IsTheSystemsOwn(number)) continue;  // 23 stops a process where the device's processor numbers the signals
       EXPECT_EQ(::raise(number), 0);
-      ::usleep(1);  // the thread sanitizer hands signals on when a call may block
+      ::usleep(1);  // the thread sanitizer delivers signals at calls that may block
       EXPECT_EQ(g_lastSignal, number);
     }
   });

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Messages that prove themselves: who wrote them, which they are, and every character of them follows from that.
+// Messages that can be checked: each names its writer and its number, and all its characters follow from them.
 #pragma once
 
 #include <cstdio>
@@ -11,7 +11,7 @@
 
 namespace devsupport::test {
 
-/// One writer's name, which the channel puts in front.
+/// The name of a writer, which the channel puts before the text.
 inline std::string NameOf(int writer) { return "w" + std::to_string(writer) + " "; }
 
 /// Writers from this one on write messages of up to 32 records, the others of up to five.
@@ -29,12 +29,12 @@ inline std::string MessageOf(int writer, unsigned number) {
   return text;
 }
 
-/// What one look at a ring's records, the oldest first, found.
+/// The result of one check of a ring's records.
 struct Findings {
   unsigned whole = 0;     // messages
-  unsigned cut = 0;       // messages that end before their end
-  unsigned gaps = 0;      // places where numbers are left out
-  unsigned broken = 0;    // records that nobody wrote so
+  unsigned cut = 0;       // incomplete messages
+  unsigned gaps = 0;      // missing numbers
+  unsigned broken = 0;    // records that no writer has written
   std::string complaint;  // the first of those
 
   void Complain(const std::string &text) {
@@ -43,7 +43,7 @@ struct Findings {
   }
 };
 
-/// Puts messages together again and compares each record with what it must be.
+/// Joins the records to messages and compares each with its expected content.
 class Listener {
  public:
   void Hear(const Record &record) {
@@ -61,7 +61,7 @@ class Listener {
     last_ = record;
     heardAny_ = true;
   }
-  /// The message heard last is over.
+  /// The last message is complete.
   void End() {
     if (!inMessage_) return;
     inMessage_ = false;
@@ -70,7 +70,7 @@ class Listener {
   }
 
   Findings findings;
-  std::vector<std::pair<int, unsigned>> numbers;  // writer and number of the whole ones
+  std::vector<std::pair<int, unsigned>> numbers;  // writer and number of the complete ones
 
  private:
   void Begin(const Record &record) {
@@ -100,7 +100,7 @@ class Listener {
   std::size_t position_ = 0;
 };
 
-/// Looks at the whole ring, which its caller has locked.
+/// Checks the whole ring. The caller holds the lock.
 inline Findings LookAt(const RawRing &ring) {
   Listener listener;
   for (const Record &record : ring.Records()) listener.Hear(record);

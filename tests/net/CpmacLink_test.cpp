@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The Ethernet port's link state, read from a file of any content in place of the driver's.
+// The Ethernet port's link state, read from a file that replaces the driver's.
 
 #include <devsupport/net/LinkStatus.h>
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ struct TLinkFile {
 
 void PrintTo(const TLinkFile &file, std::ostream *out) { *out << file.name; }
 
-/// A first line of exactly so many characters, its end not counted, that ends in the text given.
+/// A first line of exactly this many characters, without the newline, that ends with the given text.
 std::string FirstLine(std::size_t chars, const std::string &end) {
   return std::string(chars - end.size(), 'x') + end;
 }
@@ -109,7 +109,7 @@ TEST_F(CpmacLink, FolderInPlaceOfTheFile_ReadsDown) {
   EXPECT_EQ(AskCpmacLink(), 0);
 }
 
-/// Makes this process obey the permissions of files, root though it is.
+/// Makes this process obey the permissions of files, also as root.
 void DropCapabilities() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};

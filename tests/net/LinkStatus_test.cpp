@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The switch's link state out of a stand-in for its driver, and which interface is asked how.
+// The switch's link state from a simulated driver, and the query that each interface needs.
 
 #include <devsupport/net/LinkStatus.h>
 #include <gtest/gtest.h>
@@ -21,11 +21,11 @@ namespace {
 
 using namespace devsupport::test;
 
-// ---- The switch's link, out of its driver's answer ------------------------------------------------------------
+// ---- The switch's link in its driver's answer ------------------------------------------------------------
 
 constexpr std::size_t kRequestBytes = 48;
 
-/// Stands in for the switch's driver while it lives: it takes the private request, keeps its bytes and answers.
+/// Replaces the switch's driver as long as it lives: it answers the private request and keeps its bytes.
 struct TSwitchDriver {
   TSwitchDriver() {
     g_switchDriver = [this](ifreq &asked) { return Answer(asked); };
@@ -106,7 +106,7 @@ TEST_F(EswLink, DriverThatRefuses_ReadsDownSilently) {
   EXPECT_EQ(driver_.calls, 1);
 }
 
-TEST_F(EswLink, WithoutSocket_ReadsDownSilentlyAndAsksNobody) {
+TEST_F(EswLink, WithoutSocket_ReadsDownSilentlyWithoutARequest) {
   FailCall fail("socket", 1);
   EXPECT_EQ(AskWithAnswer(1, 0xFFFFFFFFU), 0);
   EXPECT_EQ(driver_.calls, 0);

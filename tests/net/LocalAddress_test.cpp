@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Addresses of real interfaces, as each query tells them and as it fails.
+// Addresses of real interfaces: results and failures of each query.
 
 #include <devsupport/net/LocalAddress.h>
 #include <gtest/gtest.h>
@@ -127,7 +127,7 @@ class LocalIPv6 : public NetworkTest {
     if (::access("/proc/net/if_inet6", R_OK) != 0) GTEST_SKIP() << "this kernel has no IPv6";
   }
 
-  /// Has the query read a file of our own.
+  /// Makes the query read this text instead of the kernel's file.
   static TQueryOutcome AskWithFile(const std::string &text, const char *interface) {
     HideFolder("/proc");
     WriteFile("/proc/net/if_inet6", text);
@@ -221,7 +221,7 @@ TEST_F(LocalIPv6, SeveralAddresses_TheFirstGlobalLineWinsOverLaterLines) {
   EXPECT_EQ(outcome.address, "2001:db8::1");
 }
 
-TEST_F(LocalIPv6, AfterAFailedSearch_TheLastAddressIsLeftBehind) {
+TEST_F(LocalIPv6, AfterAFailedSearch_TheLastAddressRemains) {
   const auto outcome = AskWithFile(
       "fe800000000000000000000000000001 02 40 20 80     eth0\n"
       "fec00000000000000000000000000002 02 40 40 80     eth0\n"

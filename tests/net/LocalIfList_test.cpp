@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The list of the interfaces that have an address: which are in it, in what order, and how it fails.
+// The list of the interfaces that have an address: its content, its order, and its failures.
 
 #include <devsupport/net/LocalAddress.h>
 #include <gmock/gmock.h>
@@ -114,7 +114,7 @@ TEST_F(LocalIfList, HardwareAddressOfZeros_IsLeftOutWhateverTheAddress) {
   EXPECT_THAT(NamesOf(AskList(4)), ElementsAre("eth0"));
 }
 
-TEST_F(LocalIfList, StandsInTheReverseOfTheKernelsOrder) {
+TEST_F(LocalIfList, HasTheReverseOfTheKernelsOrder) {
   AddInterface("eth1", {"10.1.1.1/24"}, 40);
   AddInterface("eth2", {"10.1.2.1/24"}, 20);
   AddInterface("eth3", {"10.1.3.1/24"}, 30);
@@ -156,7 +156,7 @@ TEST_F(LocalIfList, MoreThan16Interfaces_OnlyTheKernelsFirst16AreSeen) {
   EXPECT_EQ(NamesOf(AskList(32)), expected);
 }
 
-TEST_F(LocalIfList, InterfaceThatDoesNotAnswer_IsLeftOutWithoutAWord) {
+TEST_F(LocalIfList, InterfaceThatDoesNotAnswer_IsLeftOutSilently) {
   AddInterface("eth1", {"10.1.1.1/24"});
   AddInterface("eth2", {"10.1.2.1/24"});
   // The first request lists the interfaces; then each is asked for its address and its hardware address.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The choice of the WAN interface among real interfaces, with the parameter "vlan" out of a real store.
+// The choice of the WAN interface among real interfaces, with the parameter "vlan" from a real store.
 
 #include <devsupport/db/BerkeleyDB.h>
 #include <devsupport/db/DbRecord.h>
@@ -23,7 +23,7 @@ using namespace devsupport::test;
 constexpr const char *kNoDevice = "ioctl:No such device[";
 constexpr const char *kNoAddress = "ioctl:Cannot assign requested address[";
 
-/// What GetLocalIp says about an interface on the way.
+/// The messages of GetLocalIp about an interface.
 std::string Missing(const std::string &interface) { return kNoDevice + interface + "]\n"; }
 std::string WithoutIPv4(const std::string &interface) { return kNoAddress + interface + "]\n"; }
 
@@ -53,7 +53,7 @@ TWan Ask() {
   return {result, interface, address, printed};
 }
 
-/// Runs the body with a store of its own open, whose parameter "vlan" is set; NULL leaves it out.
+/// Runs the body with a new store whose parameter "vlan" is set; NULL means no parameter.
 void WithVlan(const char *vlan, const std::function<void()> &body) {
   HideFolder("/tmp");
   const std::string home = "/tmp/store/";

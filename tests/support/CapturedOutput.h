@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Captures what the code under test prints on standard output or standard error, to be compared whole.
+// Captures the texts that the tested code prints on standard output or standard error.
 #pragma once
 
 #include <cstdio>
@@ -8,7 +8,7 @@
 namespace devsupport::test {
 
 /// Redirects one stream's descriptor into memory from construction until Take() or destruction.
-/// What child processes print while they have the descriptor is captured too.
+/// Output of child processes that inherit the descriptor is captured too.
 class CapturedOutput {
  public:
   explicit CapturedOutput(std::FILE *stream);

@@ -9,7 +9,7 @@
 namespace devsupport::test {
 
 /// One forked process that runs a function and exits with the function's result.
-/// A child that is still running when its object goes is killed and reaped.
+/// When the object is destroyed, a child that still runs is killed and reaped.
 class Child {
  public:
   explicit Child(const std::function<int()> &body);
@@ -32,7 +32,7 @@ class Child {
 };
 
 /// A wait on an event between processes: one side announces, the other waits for it.
-/// Create it before the processes part.
+/// Create it before the fork.
 class Event {
  public:
   Event();
@@ -40,22 +40,22 @@ class Event {
   Event(const Event &) = delete;
   Event &operator=(const Event &) = delete;
 
-  /// Lets one Wait() pass. Safe in a signal handler.
+  /// Ends one Wait(). Safe in a signal handler.
   void Announce() const;
-  /// Blocks until an Announce() is there and uses it up; goes on when a signal interrupts.
+  /// Blocks until there is an Announce() and consumes it; continues to wait when a signal interrupts it.
   void Wait() const;
-  /// Uses up an Announce() that is there already; false when there is none.
+  /// Consumes an Announce(); returns false when there is none.
   bool TryWait() const;
 
  private:
   int fd_;
 };
 
-/// Runs a function in a child that has System V IPC all of its own, and returns the child's exit status.
-/// Needs the right to make namespaces (root, or unprivileged user namespaces).
+/// Runs a function in a child with a private System V IPC namespace, and returns the child's exit status. Needs the
+/// right to make namespaces (root, or unprivileged user namespaces).
 int RunInPrivateIpc(const std::function<int()> &body);
 
-/// True when the machine lets us make private namespaces; where not, say so and skip.
+/// True when this process may make private namespaces. Otherwise the test must skip.
 bool CanMakeNamespaces();
 
 }  // namespace devsupport::test

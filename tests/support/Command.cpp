@@ -18,12 +18,11 @@ namespace devsupport::test {
 
 namespace {
 
-/// A file in memory that a program writes and the test reads afterwards: no pipe that could fill up.
+/// A file in memory that a program writes and the test reads afterwards. It cannot fill up like a pipe.
 class Capture {
  public:
   Capture() : fd_(::memfd_create("command", MFD_CLOEXEC)) {
-    // Several processes write to it. The kernel does not keep their writes apart in such a file, unless each one
-    // appends.
+    // Several processes write to it. Their writes would overwrite each other, unless each one appends.
     if (fd_ < 0 || ::fcntl(fd_, F_SETFL, O_APPEND) != 0) throw std::runtime_error("cannot make a capture file");
   }
   ~Capture() { ::close(fd_); }
@@ -45,7 +44,7 @@ class Capture {
   int fd_;
 };
 
-/// What the new process does with its descriptors before it becomes the program.
+/// Prepares the descriptors of the new process before it executes the program.
 class FileActions {
  public:
   FileActions() { ::posix_spawn_file_actions_init(&actions_); }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Runs a real program and catches what it printed on both streams and how it ended.
+// Runs a real program and captures both outputs and the exit status.
 //
 //   EXPECT_EQ(Command({CPLD_PATH, "0", "1", "23"}).Run(), (CommandResult{1, "", "No such device\n"}));
 #pragma once
@@ -22,8 +22,8 @@ struct CommandResult {
 };
 std::ostream &operator<<(std::ostream &stream, const CommandResult &result);
 
-/// One program with its arguments, found through PATH unless it is named with a slash.
-/// Standard input is empty unless told otherwise. Environment and descriptors are the test's own but for what is changed here.
+/// One program with its arguments. It is found through PATH unless the name has a slash. By default standard input is
+/// empty, and environment and descriptors are those of the test.
 class Command {
  public:
   explicit Command(std::vector<std::string> words);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The counters of executed lines, which a process writes when it returns from main() and loses when it ends
-// otherwise.
+// The counters of executed lines. A process writes them when it returns from main(), and loses them when it ends in
+// another way.
 #pragma once
 
 #ifdef DEVSUPPORT_COVERAGE
@@ -9,8 +9,8 @@ extern "C" void __gcov_dump(void);
 
 namespace devsupport::test {
 
-/// Writes the counters now, in a build that has them. For a process that is about to end without a return from main().
-/// What a process executed that is killed is not counted.
+/// Writes the counters now, in a build that has them. For a process that ends without a return from main(). Lines that
+/// a killed process has executed are not counted.
 inline void KeepCoverage() {
 #ifdef DEVSUPPORT_COVERAGE
   __gcov_dump();

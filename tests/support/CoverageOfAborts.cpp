@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Part of every test program in a build that counts executed lines: a process that aborts writes its counters first.
+// Part of every test program in a build that counts executed lines: a process that aborts first writes its counters.
 
 #include <csignal>
 

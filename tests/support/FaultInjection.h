@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Makes the n-th call of a C library function fail, so that a test can see the contract's answer.
+// Makes the n-th call of a C library function fail, so that a test can check the reaction.
 //
 // The files of a test program name each fault point once, and its devsupport_test() names the functions under WRAP:
 //
@@ -15,8 +15,8 @@
 
 namespace devsupport::test {
 
-/// While alive, lets the n-th call (counted from 1) of one wrapped function in this process fail.
-/// kEvery makes all calls fail. One object at a time.
+/// As long as it lives, makes the n-th call (counted from 1) of one wrapped function in this process fail. kEvery makes
+/// all calls fail. Only one object can exist at a time.
 class FailCall {
  public:
   static constexpr int kEvery = 0;
@@ -29,7 +29,7 @@ class FailCall {
   bool Happened() const;
 };
 
-/// Asked by every fault point at every call; true when this call must fail.
+/// Called by each fault point; true when this call must fail.
 bool MustFail(const char *function);
 
 }  // namespace devsupport::test

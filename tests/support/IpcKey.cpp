@@ -15,7 +15,7 @@ namespace devsupport::test {
 
 namespace {
 
-// 0x40000000 + 22 bits of process id + 8 bits of counter: away from every key that the system uses.
+// 0x40000000 + 22 bits of process id + 8 bits of counter: different from the keys that the system uses.
 int NextKey() {
   static std::atomic<unsigned> counter{0};
   const unsigned pid = static_cast<unsigned>(::getpid()) & 0x3FFFFFu;

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-// System V keys that belong to one test alone, and the removal of whatever was made under them.
+// System V keys for one test, and removal of the objects under them.
 #pragma once
 
 namespace devsupport::test {
 
-/// A key that no other test and no other process of the tests uses. When the object goes, the segment,
-/// the semaphore set and the message queue of the key are removed, if there are any.
+/// A key that no other test or process uses. The destructor removes the segment, the semaphore set and the message
+/// queue of the key, if there are any.
 class IpcKey {
  public:
   IpcKey();

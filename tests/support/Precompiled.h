@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Compiled once for all tests: the headers that cost most of their time. Each test still includes what it uses.
+// The headers that take most of the compile time, compiled once for all tests. Each test still includes what it uses.
 #pragma once
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the processes of one test tell each other: counters and flags in memory that forked children share.
+// Counters and flags in memory that forked children share with their parent.
 #pragma once
 
 #include <sys/mman.h>
@@ -9,7 +9,7 @@
 
 namespace devsupport::test {
 
-/// One T of lock-free atomics, zero at first, in memory that children forked later share with their parent.
+/// One T, zero at first, in memory that is shared with children forked later.
 template <typename T>
 class SharedBlock {
  public:

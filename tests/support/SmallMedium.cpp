@@ -17,7 +17,7 @@ namespace devsupport::test {
 
 namespace {
 
-// Mounts of this process are its own from the first medium on.
+// From the first medium on, this process has a private mount namespace.
 bool HavePrivateMounts() {
   static const bool s_private =
       ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A medium that can be full: a file system in memory of a limited size, which only the test's processes see.
+// A medium that can be full: a file system in memory with a limited size, visible only to the test's processes.
 #pragma once
 
 #include <cstddef>
@@ -7,18 +7,18 @@
 
 namespace devsupport::test {
 
-/// Covers a folder while it lives. Processes forked meanwhile see it, too.
+/// Covers a folder as long as it lives, also for processes forked meanwhile.
 class SmallMedium {
  public:
-  /// Throws std::runtime_error when the machine does not let us mount.
+  /// Throws std::runtime_error when mounting is not allowed.
   SmallMedium(std::string folder, std::size_t bytes);
   ~SmallMedium();
   SmallMedium(const SmallMedium &) = delete;
   SmallMedium &operator=(const SmallMedium &) = delete;
 
-  /// Takes all room but so many bytes, rounded up to a page.
+  /// Leaves only this many bytes of free space, rounded up to a page.
   void LeaveFree(std::size_t bytes) const;
-  /// Gives all of that back.
+  /// Frees the space again.
   void MakeRoom() const;
 
   static bool CanMake();

@@ -17,8 +17,8 @@ void Tally(const char *event) {
   const int savedErrno = errno;
   char line[32];
   const int size = std::snprintf(line, sizeof line, "%s\n", event);
-  // Around the C library, whose functions may be the ones that are made to fail. One write after the file's end is
-  // whole, whoever else writes.
+  // Direct system calls, because the functions of the C library may be made to fail. One appending write is not mixed
+  // with those of other processes.
   const long fd = ::syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   if (fd >= 0) {
     ::syscall(SYS_write, fd, line, size);

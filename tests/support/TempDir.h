@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A folder of the test's own, removed with everything in it when the object goes.
+// A temporary folder. The destructor removes it with its content.
 #pragma once
 
 #include <filesystem>

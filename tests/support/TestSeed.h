@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Seeds of randomised tests: new at every run, printed when a test fails, replayable.
+// Seeds of randomised tests: a new one at each run, printed when a test fails, so that the run can be repeated.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 
 namespace devsupport::test {
 
-/// The value of DEVSUPPORT_TEST_SEED when it is set, otherwise a fresh one. While the object exists, a failure says how
-/// to run the same script again.
+/// The value of DEVSUPPORT_TEST_SEED when it is set, otherwise a new one. As long as the object exists, a failure
+/// prints how to repeat the run.
 class TestSeed {
  public:
   explicit TestSeed(const char *file = __builtin_FILE(), int line = __builtin_LINE());

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A child that is moved on instruction by instruction, or system call by system call, and can be looked at in
-// between.
+// A child that runs instruction by instruction, or system call by system call, and can be checked in between.
 #pragma once
 
 #include <sched.h>
@@ -60,12 +59,13 @@ class EmulatorSteps {
   StepRecord *record_;
 };
 
-/// A child that this process moves on step by step.
+/// A child that this process runs step by step.
 class Traced {
  public:
   explicit Traced(const std::function<void()> &operation) : Traced([] {}, operation) {}
 
-  /// The preparation runs freely and is over when this returns; so does what comes after the operation's last step.
+  /// The preparation runs without stops and has ended when the constructor returns. The rest after the operation's last
+  /// step also runs without stops.
   Traced(
       const std::function<void()> &preparation, const std::function<void()> &operation,
       const std::function<void()> &afterwards = [] {})
@@ -87,8 +87,8 @@ class Traced {
     return child.Wait() == 0;
   }
 
-  /// Goes on to the next instruction (PTRACE_SINGLESTEP) or system call (PTRACE_SYSCALL); false at the end, and where
-  /// the kernel has no such step.
+  /// Runs to the next instruction (PTRACE_SINGLESTEP) or system call (PTRACE_SYSCALL). Returns false at the end, and
+  /// when the kernel does not support the step.
   bool Step(__ptrace_request kind) {
     if (*done_ || state_ != kStopped) return false;
     return Continue(kind, 1) && AwaitNews(0) && state_ == kStopped;
@@ -110,7 +110,7 @@ class Traced {
     child_.Wait();
   }
 
-  /// Lets the child run to its end, or until it sleeps because somebody else has to go on first. True at its end.
+  /// Runs the child to its end, or until it sleeps because it waits for another process. Returns true at its end.
   bool RunOn() {
     while (state_ != kEnded) {
       if (state_ == kStopped) Continue(PTRACE_CONT, 0);
@@ -121,12 +121,12 @@ class Traced {
     }
     return true;
   }
-  /// Lets the child run to its end. Returns 0 when the operation has come back.
+  /// Runs the child to its end. Returns 0 when the operation has returned.
   int Finish() {
     while (!RunOn()) ::sched_yield();
     return child_.Wait();
   }
-  /// Queues a signal that carries a value; the child meets it at its next step.
+  /// Queues a signal with a value, which the child gets at its next step.
   void Queue(int signal, int value) const {
     sigval carried{};
     carried.sival_int = value;
@@ -164,7 +164,7 @@ class Traced {
     if (state_ == kStopped) ::waitpid(child_.Pid(), &status_, WUNTRACED);
     return true;
   }
-  // The signal that the child has been stopped for, if it is one of its own.
+  // The signal that has stopped the child, when it is not one of tracing.
   void *ToDeliver() const {
     const int signal = WSTOPSIG(status_);
     return reinterpret_cast<void *>(std::intptr_t{signal == SIGTRAP || signal == SIGSTOP ? 0 : signal});

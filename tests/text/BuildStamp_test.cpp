@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The build stamp made of the compiler's date and time texts.
+// The build stamp from the compiler's date and time texts.
 
 #include <devsupport/text/BuildStamp.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A buffer on the heap, exactly as large as the contract asks for, between bytes that must not change.
+// A buffer on the heap of exactly the required size, between bytes that must not change.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace devsupport::test {
 
-/// A size that is no limit.
+/// A size that means no limit.
 inline constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
 
 class GuardedBuffer {
@@ -19,7 +19,7 @@ class GuardedBuffer {
   static constexpr char kGuard = '\x5a';
   static constexpr std::size_t kGuardBytes = 16;
 
-  /// Bytes that nobody has written yet.
+  /// All bytes read as 'Z'.
   explicit GuardedBuffer(std::size_t size) : size_(size), bytes_(size + 2 * kGuardBytes, kGuard) {}
   /// A text and its NUL at the beginning of the buffer.
   GuardedBuffer(std::size_t size, const std::string &text) : GuardedBuffer(size) {
@@ -35,7 +35,7 @@ class GuardedBuffer {
     const std::string_view all(Data(), size_);
     return std::string(all.substr(0, all.find('\0')));
   }
-  /// Every byte of the buffer, NULs included; what was never written reads as 'Z'.
+  /// Every byte of the buffer, NULs included; unwritten bytes read as 'Z'.
   std::string Bytes() { return {Data(), size_}; }
 
   bool GuardsIntact() const {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Naive number parsers that follow the contract word for word, and the comparison of the real ones with them.
+// Simple number parsers that follow the contract literally, and the comparison of the real ones with them.
 #pragma once
 
 #include <devsupport/text/NumberParsing.h>

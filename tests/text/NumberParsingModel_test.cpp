@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Random texts through the number parsers and through naive ones that follow the contract word for word.
+// Random texts for the number parsers and for simple ones that follow the contract literally.
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ using namespace devsupport::test;
 
 constexpr int kTexts = 300'000;
 
-/// Mostly digits, with what makes a difference between and around them.
+/// Mostly digits, with special characters between and around them.
 class Texts {
  public:
   explicit Texts(std::uint64_t seed) : random_(seed) {}

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the number parsers accept, what they store, and what they leave when they fail.
+// The number parsers: accepted texts, stored values, and the values after a failure.
 
 #include <devsupport/detail/text/NumberParsing.h>
 #include <devsupport/text/NumberParsing.h>
@@ -201,7 +201,7 @@ TEST(Str2Double, IntegerPart_IsCutAt64Characters) {
   EXPECT_EQ(Double(blanks + "78.5"), (DoubleResult{1, 7.5}));
   EXPECT_EQ(Double(blanks + "7x.5"), (DoubleResult{1, 7.5}));
   EXPECT_EQ(Double(blanks + " 7.5"), (DoubleResult{0, 0.5}));
-  EXPECT_EQ(Double(blanks + "78"), (DoubleResult{1, 78.0}));  // without a dot nothing is cut
+  EXPECT_EQ(Double(blanks + "78"), (DoubleResult{1, 78.0}));  // without a dot the text is not cut
 }
 
 TEST(Str2Double, LongFraction_VanishesWithoutHarm) {

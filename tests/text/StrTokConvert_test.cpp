@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The token as a number, and the shorthands that advance first.
+// The token as a number, and the functions that advance first.
 
 #include <devsupport/detail/text/StrTok.h>
 #include <devsupport/text/StrTokConvert.h>
@@ -114,7 +114,7 @@ TEST(FindGetToken, MissingDelimiter_ExhaustsAndGivesAnEmptyCopy) {
   EXPECT_TRUE(t.IsExhausted());
 }
 
-TEST(FindGetToken, NoDelimiterGiven_CopiesTheTokenAsItStandsAndFails) {
+TEST(FindGetToken, NoDelimiterGiven_CopiesTheTokenUnchangedAndFails) {
   Tokenizer t = AfterComma("a,b");
   GuardedBuffer buffer(4);
   EXPECT_EQ(TStrTok_FindGetToken(&t.tok, buffer.Data(), buffer.Size(), "", 0), 0);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Long random scripts through the tokenizer and through a naive one.
+// Long random scripts for the tokenizer and for a simple one.
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ using namespace devsupport::test;
 
 constexpr int kSteps = 400'000;
 
-TEST(StrTokModel, RandomScript_GoesAsTheNaiveTokenizerDoes) {
+TEST(StrTokModel, RandomScript_AgreesWithTheNaiveTokenizer) {
   const TestSeed seed;
   std::mt19937_64 random(seed);
   StrTokScript script([&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); });

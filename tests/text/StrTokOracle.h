@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A naive tokenizer for the model test: the contract word for word, with offsets instead of pointers, one character
-// at a time, and without any thought for speed.
+// A simple tokenizer for the model test: it follows the contract literally, uses offsets instead of pointers, and
+// reads one character at a time.
 #pragma once
 
 #include <cstdint>
@@ -147,7 +147,7 @@ class StrTokOracle {
     return 1;
   }
 
-  /// What lies inside the source between two offsets.
+  /// The part of the source between two offsets.
   std::string Piece(long begin, long end) const {
     std::string piece;
     for (long p = begin; p < end; ++p)
@@ -165,7 +165,7 @@ class StrTokOracle {
     return piece.substr(first, piece.find_last_not_of(" \t") - first + 1);
   }
 
-  /// Where a second tokenizer over a piece that begins here ends: an empty one goes up to the NUL.
+  /// The end of a second tokenizer over a piece that begins here. An empty piece extends to the NUL.
   long SubEnd(long begin, long end) const {
     if (begin < end) return end;
     long p = begin;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// One script through the tokenizer and through a naive one: results, copies and every field of the record must agree.
-// Sources and buffers are heap blocks of exactly their size, so that the address sanitizer sees any access outside
-// them.
+// One script for the tokenizer and for a simple one: results, copies and all fields of the record must agree. Sources
+// and buffers are heap blocks of exactly their size, so that the address sanitizer detects any access outside them.
 #pragma once
 
 #include <devsupport/detail/text/StrTok.h>
@@ -25,12 +24,12 @@ namespace devsupport::test {
 
 inline constexpr int kStepsPerSource = 25;
 
-/// Strings to look for, with room after the NUL because a length may be longer than the string.
+/// Strings to search for, with bytes after the NUL because a length may be longer than the string.
 inline constexpr char kNeedles[][12] = {"",   ",", ";",  "a",   "ab",   ",,", "b1",
                                         "aB", "A", ",;", "abc", "\x80", " ",  "a,b"};
 inline constexpr const char *kExtras[] = {nullptr, "", ",", ",;", " \t", "b\x80", "\x80", "1A,"};
 
-/// The script's choices come from outside, so that they can be drawn at random or read from a file.
+/// The caller makes the script's choices, at random or from a file.
 class StrTokScript {
  public:
   /// Chooses a number below the limit.
@@ -264,7 +263,7 @@ class StrTokScript {
     EXPECT_EQ(sub.nDelimLen, 0);
   }
 
-  /// What a parser makes of the token's first 15 characters.
+  /// The result of a parser for the token's first 15 characters.
   template <typename Number>
   void SameNumber(int (*parse)(const char *, Number *), int flag, Number actual, int advanced = 1) {
     Number expected = 77;

@@ -80,7 +80,7 @@ TEST(GetToken, OtherWhiteSpace_IsNotTrimmed) {
 
 TEST(GetToken, TrimmedAndTooLong_KeepsTheBeginning) { ExpectCopy(Whole("  abcdef  ", true), 4, 1, "abc\0"s, 3); }
 
-TEST(GetToken, UntrimmedToken_IsCopiedAsItStands) { EXPECT_EQ(Whole(" \ta\t ").Copy(), " \ta\t "); }
+TEST(GetToken, UntrimmedToken_IsCopiedUnchanged) { EXPECT_EQ(Whole(" \ta\t ").Copy(), " \ta\t "); }
 
 // ---- GetTokenEx ----
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The tokenizer's positions, copies and oddities, one by one; long scripts are in StrTokModel_test.cpp.
+// The tokenizer's positions, copies and oddities in single tests. Long scripts are in StrTokModel_test.cpp.
 
 #include <devsupport/detail/text/StrTok.h>
 #include <devsupport/text/StrTok.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The bounded copy and the editing helpers, at and around every limit of position, count and room.
+// The bounded copy and the editing helpers, at and near each limit of position, count and size.
 
 #include <devsupport/text/StringEdit.h>
 #include <gtest/gtest.h>
@@ -145,7 +145,7 @@ TEST(StrInsert, SizeBelow1_ChangesNothing) {
   EXPECT_EQ(buffer.Text(), "abc");
 }
 
-/// Every byte but NUL, in order.
+/// All bytes except NUL, in order.
 std::string AllBytes() {
   std::string all;
   for (int c = 1; c < 256; ++c) all += static_cast<char>(c);

@@ -14,7 +14,7 @@ namespace analogsim {
 
 namespace {
 
-// SIGPIPE is blocked too: the simulation goes on when the reader of the trace goes away.
+// SIGPIPE is blocked too, so that the simulation continues when the reader of the trace ends.
 constexpr int kHeld[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2, SIGCHLD, SIGPIPE};
 
 std::vector<char *> Pointers(const std::vector<std::string> &texts) {
@@ -44,7 +44,7 @@ class SpawnAttributes {
   posix_spawnattr_t attributes_{};
 };
 
-/// A terminal sends its signals to the command as well as to us; what somebody sent to us alone is handed on.
+/// A terminal sends its signals to the command and to us. A signal that was sent only to us is passed on.
 void HandOn(const siginfo_t &info, pid_t command) {
   const bool isOurBusiness = info.si_signo == SIGCHLD || info.si_signo == SIGPIPE;
   if (!isOurBusiness && info.si_code <= 0) ::kill(command, info.si_signo);

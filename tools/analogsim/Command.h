@@ -36,7 +36,7 @@ class CommandSignals {
 
 /// Runs a command, found through PATH, and waits for its end. Signals sent to us are handed on to it; those of the
 /// terminal reach it anyway.
-/// Returns  its exit status, or 128 + the signal that ended it, or 126 or 127 when it cannot be run (says why).
+/// Returns  its exit status, or 128 + the signal that ended it, or 126 or 127 when it cannot be run (prints why).
 int RunCommand(const std::vector<std::string> &words, const std::vector<std::string> &environment,
                const CommandSignals &signals);
 

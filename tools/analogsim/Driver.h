@@ -35,7 +35,7 @@ struct Answer {
   int error = 0;
 };
 
-/// What an answer says instead of the truth, to try out how a program takes it.
+/// Wrong values for answers, to test how a program handles them.
 struct Distortion {
   std::optional<std::int32_t> channel{};
   std::optional<std::int32_t> registerNumber{};

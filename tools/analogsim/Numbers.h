@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Numbers and error names as people write them on the command line.
+// Numbers and error names on the command line.
 #pragma once
 
 #include <cstdint>

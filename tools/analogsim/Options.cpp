@@ -40,7 +40,7 @@ std::vector<std::string> CommandWords(std::vector<std::string> rest) {
   return rest.empty() ? UsersShell() : rest;
 }
 
-/// Lets an option set a field by a function that turns its text into the field's value, or refuses it.
+/// Adds an option that sets a field. A function converts its text to the field's value, or refuses it.
 template <typename Field, typename Convert>
 void AddOption(CLI::App &app, const std::string &name, Field &field, Convert convert, const char *type,
                const char *description) {

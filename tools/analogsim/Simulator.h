@@ -16,8 +16,8 @@ class Simulator {
   /// Throws std::runtime_error when the state file cannot be used.
   explicit Simulator(const Options &options);
 
-  /// Answers one request. Registers that cannot be kept make it fail with EIO, and the user is told why.
-  /// Not for several threads at once.
+  /// Answers one request. It fails with EIO when the registers cannot be saved, and prints why. Not for several threads
+  /// at once.
   Answer Handle(std::uint32_t request, const Record &record);
 
  private:
@@ -27,7 +27,7 @@ class Simulator {
   TraceBytes traceBytes_;
 };
 
-/// Writes a text to standard error in one piece, so that it stays whole beside what the command writes there.
+/// Writes a text to standard error with one call, so that it is not mixed with output of the command.
 void Say(const std::string &text);
 
 }  // namespace analogsim

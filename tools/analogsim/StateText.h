@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The text of a state file: the registers as JSON that people can read and edit.
+// The text of a state file: the registers as JSON, to be read and edited.
 #pragma once
 
 #include <string>

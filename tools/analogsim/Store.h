@@ -34,8 +34,8 @@ class MemoryStore final : public Store {
 
 /// Keeps the registers in a JSON file. Any number of processes may use the same file at once: each update
 /// locks FILE.lock, reads the file, and replaces it in one step if anything changed. A crash leaves the old
-/// file or the new one, never half of one. A missing file stands for registers that were never written;
-/// a damaged one is never replaced.
+/// file or the new one, never half of one. A missing file means registers that were never written; a damaged one is
+/// never replaced.
 class FileStore final : public Store {
  public:
   /// Makes the file's folder if there is none, and reads the file once to find out that it can be used.

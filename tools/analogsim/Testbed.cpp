@@ -64,8 +64,8 @@ std::string RootOf(UMockdevTestbed *testbed) {
   return root.get();
 }
 
-/// The testbed listens for requests of devices that it knows recordings of, and ends the program when it is sent
-/// something else. Our device is the only one, so that nobody needs that socket.
+/// The testbed listens for requests of recorded devices, and ends the program when it receives something else. Our
+/// device is the only one, so the socket is not needed.
 void RemoveOtherSocket(const std::string &root) { std::filesystem::remove(root + "/ioctl/_default"); }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How bytes from any source are shown to people and put into JSON.
+// Shows bytes from any source on a terminal and in JSON.
 
 #include "tools/common/Escape.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// How bytes from any source are shown to people and put into JSON.
+// Shows bytes from any source on a terminal and in JSON.
 //
-// A JSON string holds bytes in one of two forms; the name of its member says which:
+// A JSON string holds bytes in one of two forms; the name of its member shows which:
 //   text    what is UTF-8 without a NUL; a character of the string is a character of the text
 //   bytes   anything else; a character of the string, U+0000 to U+00FF, is one byte
 #pragma once
@@ -25,8 +25,8 @@ struct Piece {
 /// In the text form the bytes must be text (IsText).
 Piece EscapeNext(std::string_view &bytes, Form form);
 
-/// Takes one character from the front of the bytes and returns how people see it: itself, or each of its bytes as
-/// \xNN when it does something to a terminal or is no character.
+/// Takes one character from the front of the bytes and returns its visible form: itself, or each of its bytes as \xNN
+/// when it does something to a terminal or is no character.
 Piece ShowNext(std::string_view &bytes);
 
 }  // namespace tools

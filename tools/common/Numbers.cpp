@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Numbers as people write them on the command line.
+// Numbers on the command line.
 
 #include "tools/common/Numbers.h"
 

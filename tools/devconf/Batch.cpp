@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Several changes out of lines of text. A line is a command as it is given on the command line:
+// Several changes from lines of text. A line is a command in the form of the command line:
 //   set [--table TABLE] NAME VALUE      pb set NAME DATA
 //   del [--table TABLE] NAME            pb del NAME
-// A word with blanks is in quotes. Escapes (Shown.h) are undone everywhere but between single quotes. A line that
-// begins with # says nothing.
+// A word with blanks is in quotes. Escapes (Shown.h) are undone except between single quotes. A line that begins with
+// # is a comment.
 
 #include "tools/common/Text.h"
 #include "tools/devconf/Changes.h"

@@ -10,7 +10,7 @@
 
 namespace devconf {
 
-/// When there is no memory, the program ends: the store is closed, and the exit status says that it failed.
+/// When there is no memory, the store is closed and the program ends with status kFailed.
 class Bytes {
  public:
   Bytes() = default;

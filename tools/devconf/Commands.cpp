@@ -222,7 +222,7 @@ int RunInStore(const Options &options, ImportFile &file) {
   }
 }
 
-// Returns nothing when the store was opened by somebody while it was read.
+// Returns nothing when a process opened the store while it was read.
 std::optional<int> ReadOnce(const Options &options, ImportFile &file) {
   Store store;
   HoldOutput();

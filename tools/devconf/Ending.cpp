@@ -11,7 +11,7 @@ namespace devconf {
 
 namespace {
 
-// SIGPIPE, too: a reader of our output that goes away ends us.
+// SIGPIPE, too, which arrives when the reader of our output ends.
 constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
 
 constexpr unsigned kPoliteSeconds = 3;

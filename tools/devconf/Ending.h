@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
-// How a signal ends devconf: politely at first, and in any case.
+// The end of devconf by a signal: after the current step, or at once.
 #pragma once
 
 namespace devconf {
 
-/// From here on, the first signal that would end the program lets it end after the step at hand. A second one, or
-/// three seconds, end it at once: the store comes to terms with that. Signals that our caller ignores stay ignored.
+/// From now on, the first signal that would end the program ends it after the current step. A second signal, or three
+/// seconds, end it at once, which the store survives. Signals that our caller ignores stay ignored.
 void EndPolitely();
 
-/// Whether such a signal has come: time to come to an end.
+/// Whether such a signal has arrived, so that the program should end.
 bool IsInterrupted();
 
-/// Lets that signal do what it would have done. Returns when there was none.
+/// Ends the program by that signal. Returns when there was none.
 void EndBySignal();
 
 }  // namespace devconf

@@ -23,10 +23,10 @@ using devsupport::store::kTableRules;
 using devsupport::store::SetUpTable;
 using devsupport::store::TableRule;
 
-// Each handle has a cache of its own.
+// Each handle has its own cache.
 constexpr std::uint32_t kCacheBytes = 0x10000;
 
-// A damaged file is good for thousands of messages, of which the first ones tell what there is to know.
+// A damaged file can cause thousands of messages. The first ones are sufficient.
 constexpr int kMostMessages = 8;
 
 void SayForStore(const DB_ENV * /*env*/, const char * /*prefix*/, const char *message) {
@@ -70,7 +70,7 @@ bool FileTables::OpenOne(const char *path, unsigned row) {
   int code = 0;
   int result = SetUpTable(db, kTableRules[row], code);
   if (result == 0) result = db->open(db, nullptr, path, kTableRules[row].pName, DB_BTREE, DB_RDONLY, 0);
-  // Without memory the library gives up what the handle needs for closing. It stays as it is.
+  // When memory is missing, the library frees data that closing the handle needs. So the handle stays open.
   if (result == ENOMEM) db = nullptr;
   return result == 0;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The tables of a file, opened to be read and outside of any environment: a copy, or a store that nobody has open.
+// The tables of a file, opened for reading and without an environment: a copy, or a closed store.
 #pragma once
 
 #include <devsupport/db/BerkeleyDB.h>
@@ -33,8 +33,8 @@ class FileTables {
   struct __db *handles_[BERKDB_TABLES] = {};
 };
 
-/// Lets the store's checker look at the pages of a file, and at the order of the records of one table; without a
-/// table, at the pages of all. Complains with the checker's words. Returns whether the file is whole.
+/// Checks the pages of a file with the store's checker, and the order of the records of one table; without a table, at
+/// the pages of all. Complains with the checker's words. Returns whether the file is whole.
 bool IsFileWhole(const char *path);
 bool IsTableInOrder(const char *path, unsigned row);
 

@@ -21,7 +21,7 @@ using tools::Form;
 using tools::IsText;
 using tools::StartsWith;
 
-/// One member of an object: name and value as they stand between their quotes, still escaped.
+/// One member of an object: name and value between their quotes, still escaped.
 struct Member {
   std::string_view name;
   std::string_view value;

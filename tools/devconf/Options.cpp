@@ -96,7 +96,8 @@ constexpr option kLongOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
-// "-": other words come in their order, as 1. ":": a missing argument is told apart from an unknown option.
+// "-": other words are returned in their order, as 1. ":": a missing argument is distinguished from an unknown
+// option.
 constexpr char kShortOptions[] = "-:t:jhV";
 
 constexpr int kPlainWord = 1;
@@ -113,7 +114,7 @@ class Reader {
       : args_(args), options_(options), mistake_(mistake) {}
 
   bool Read() {
-    optind = 0;  // begins anew
+    optind = 0;  // starts again
     opterr = 0;
     int at = 1;
     while (at < Count()) {
@@ -138,7 +139,7 @@ class Reader {
  private:
   int Count() const { return static_cast<int>(args_.size()); }
 
-  // getopt's declaration lets it move the words; the "-" in the short options keeps it from doing so.
+  // getopt's declaration allows it to move the words; the "-" in the short options prevents that.
   char *const *Arguments() const {
     return const_cast<char *const *>(args_.data());  // NOLINT(cppcoreguidelines-pro-type-const-cast)
   }

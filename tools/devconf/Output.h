@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What devconf writes to standard output and standard error. It can be held until it is known to be right.
+// The output to standard output and standard error. It can be held until it is known to be correct.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ void Put(Stream stream, std::string_view bytes);
 /// Writes a short formatted text.
 [[gnu::format(printf, 2, 3)]] void Format(Stream stream, const char *format, ...);
 
-/// Keeps everything that is written from here on.
+/// From now on, keeps everything that is written.
 void HoldOutput();
 /// Writes what was kept.
 void ReleaseOutput();

@@ -15,7 +15,7 @@ using tools::IsText;
 
 void PrintOut(const Bytes &bytes) { Put(Stream::kOut, bytes.View()); }
 
-// A member whose name says which form its string has.
+// A member whose name shows the form of its string.
 void PrintBytes(const char *name, std::string_view bytes, bool asText) {
   Format(Stream::kOut, ",\"%s%s\":", name, asText ? "" : "_bytes");
   PrintJsonString(asText ? TextOf(bytes) : bytes, asText ? Form::kText : Form::kBytes);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What devconf prints: records and words for people, or JSON; complaints.
+// The printed forms of records: text or JSON. And complaints.
 #pragma once
 
 #include <string_view>
@@ -25,16 +25,16 @@ void PrintJsonString(std::string_view bytes, tools::Form form);
 /// Prints one record on a line of standard output: key, tab, value; or its JSON object.
 void PrintRecord(const Record &record, bool json);
 
-/// Prints a record of which the table is lost as a JSON object with the table "?".
+/// Prints a record whose table is not known as a JSON object with the table "?".
 void PrintWithoutTable(std::string_view key, std::string_view value);
 
-/// Prints a table's JSON object without a record: it says that the table belongs to what follows.
+/// Prints a table's JSON object without a record. It marks the table as part of the file.
 void PrintTableLine(const Table &table);
 
 /// Prints a change as a line for devconf batch, or as a JSON object; the value of a deletion is nullptr.
 void PrintDifference(const Table &table, std::string_view key, const std::string_view *value, bool json);
 
-/// Prints "devconf: TABLE "KEY": what" on standard error; the key as people call it.
+/// Prints "devconf: TABLE "KEY": what" on standard error, with the key as a name.
 void Complain(const Table &table, std::string_view key, const char *what);
 
 /// Prints "devconf: what" and a word in quotes, unless that is empty.

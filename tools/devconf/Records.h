@@ -23,7 +23,7 @@ using devsupport::store::WholeRecord;
 Answer ReadValue(const Table &table, std::string_view key, GrownBytes &value);
 
 /// Walks over the records of a table or of an index whose keys there begin with a prefix, in its order. Others may
-/// change the table meanwhile: the walk goes on after the last record that it gave.
+/// change the table meanwhile: the walk continues after the last record that it returned.
 class TableWalk {
  public:
   TableWalk(const Table &table, std::string_view prefix);

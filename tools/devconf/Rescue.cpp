@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Berkeley DB's salvager, in a process of its own.
+// Berkeley DB's salvager, in a separate process.
 
 #include "tools/devconf/Rescue.h"
 
@@ -28,11 +28,11 @@ using tools::First;
 
 constexpr std::size_t kReadBytes = 65536;
 
-// A byte of the file is written as two digits; what is more than this is the same pages over and over again.
+// A byte of the file is written as two digits. A larger dump repeats the same pages.
 constexpr std::size_t kMostDumpPerByte = 8;
 constexpr std::size_t kDumpBesides = 1U << 20U;
 
-// How the rescuing process tells what it has found.
+// The exit statuses of the rescuing process.
 constexpr int kFoundNothing = 0;
 constexpr int kFoundDamage = 1;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Lets Berkeley DB's salvager read a damaged file, in a process of its own: it may crash, and it may never end.
+// Reads a damaged file with Berkeley DB's salvager, in a separate process, because it may crash or never end.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +25,7 @@ class DumpReader {
  public:
   explicit DumpReader(std::string_view dump) : rest_(dump) {}
 
-  /// False after the last record. The table's name is empty for records of which the table is not known.
+  /// False after the last record. The table's name is empty for records whose table is not known.
   bool Next();
 
   std::string_view Table() const { return table_; }

@@ -26,7 +26,7 @@ constexpr int kMostSilentMs = 30000;
 struct Counts {
   unsigned long lost = 0;      // key or value cannot be read
   unsigned long repeated = 0;  // with another value than the one that is printed
-  unsigned long unknown = 0;   // of which the table is not known
+  unsigned long unknown = 0;   // whose table is not known
 };
 
 class Salvager {
@@ -60,7 +60,7 @@ class Salvager {
  private:
   struct Item {
     const Table *table;  // nullptr: not known
-    bool isNamed;        // the file says which table it is
+    bool isNamed;        // the file names the table
     Pairs::Place place;
   };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The seal of a store that nobody has open.
+// The seal of a closed store.
 
 #include "tools/devconf/Seal.h"
 

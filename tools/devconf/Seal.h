@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The seal of a store that nobody has open, while its files are read.
+// The seal of a closed store while its files are read.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +25,7 @@ class Seal {
   /// The file that is not as it was.
   const char *DamagedFile() const { return damaged_; }
 
-  /// Whether nobody has opened the store since: whoever does removes the seal before anything else.
+  /// Whether no process has opened the store since then. A process that opens it first removes the seal.
   bool IsStillThere() const;
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Keys and values as people read and write them.
+// The text form of keys and values.
 
 #include "tools/devconf/Shown.h"
 
@@ -27,7 +27,7 @@ void AppendByte(Bytes &out, char byte) {
   out.Append({escape, sizeof escape});
 }
 
-// The letter that stands for a character after a backslash, or 0.
+// The letter for a character after a backslash, or 0.
 char LetterOf(char c, Quotes quotes) {
   if (c == '\'' || (c == '"' && quotes == Quotes::kNone)) return '\0';
   const std::size_t at = kMeanings.find(c);

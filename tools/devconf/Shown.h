@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Keys and values as people read and write them. The form can be undone: no byte is lost in it.
+// The text form of keys and values. It can be converted back without loss.
 //   \\ \n \r \t \" \'   the character itself
 //   \xNN                one byte
 //   \c                  at the end: these bytes are all; without it, a terminator follows that is not shown

@@ -20,7 +20,7 @@ namespace {
 
 constexpr mode_t kHomeMode = 0755;
 
-// The tables that are read from a file by itself, if they are.
+// The tables of a single file; nullptr when the store is open.
 const FileTables *g_file = nullptr;
 
 const char *ReasonOf(std::int32_t code) {
@@ -50,7 +50,7 @@ int Store::OpenToRead(const Options &options) {
   return OpenClosed(options) ? status::kDone : OpenToChange(options);
 }
 
-// A store that nobody has open is read from its file: opening it would make recovery write, and needs the right to.
+// A closed store is read from its file. Opening it would start recovery, which writes and needs the right to write.
 bool Store::OpenClosed(const Options &options) {
   seal_.emplace(options);
   if (seal_->Found() == Seal::State::kFits && file_.Open(DatabasePath(options).Text(), Indexes::kBound)) {

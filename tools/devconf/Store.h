@@ -32,7 +32,7 @@ class Store {
 
   /// Whether a closed store is read.
   bool IsClosed() const { return seal_.has_value(); }
-  /// False when somebody opened the closed store meanwhile: what was read is of no use.
+  /// False when a process has opened the closed store meanwhile. Then the records read are not valid.
   bool IsCertain() const { return !seal_.has_value() || seal_->IsStillThere(); }
 
   void Close();

@@ -176,7 +176,7 @@ int LookAtUnopened(const char *path, bool json) {
 
 bool IsInUse() { return ShareMem_FindKeyAttchCount(devsupport::store::kShmKey) != 0; }
 
-// Lets the store recover, write everything to the file, and seal it.
+// Opens and closes the store, so that it recovers, writes everything to the file, and seals it.
 bool OpenAndClose(const Options &options) {
   Store store;
   return store.OpenToChange(options) == status::kDone;

@@ -65,14 +65,14 @@ void AllotAry_Clear(TAllotArray *puAry);
 /// Prints      nothing.
 int AllotAry_GetAvaiRoom(TAllotArray *puAry);
 
-/// Gives a slot back. It goes to the end of the free ring, and the last slot of the in-use list takes its position
+/// Gives a slot back. It is added at the end of the free ring, and the last slot of the in-use list takes its position
 /// there.
 /// puAry       in,out  constructed; unchanged after a message
 /// nRoom       in      a slot in use
 /// Prints      through MyErrPrintf: a message when the slot is out of range, another when it is not in use.
 void AllotAry_FreeRoom(TAllotArray *puAry, int nRoom);
 
-/// Tells whether a slot is in use.
+/// Returns whether a slot is in use.
 /// puAry       in      constructed
 /// nRoom       in      any number
 /// Returns     1 in use, 0 free or out of range.

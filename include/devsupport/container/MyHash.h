@@ -66,7 +66,7 @@ int TMyHash_Create(TMyHash *puHash, const char *pDebugName, int nBucketCnt, int 
 
 /// Installs a bucket function. To be done while the table is empty: entries stay in the chains that they are in.
 /// puHash      in,out  created
-/// fnHash      in      the bucket function; NULL goes back to the built-in hash
+/// fnHash      in      the bucket function; NULL restores the built-in hash
 /// Returns     fnHash, the function just installed (not the one before).
 TMyHashBucketFunc TMyHash_SetHashFunc(TMyHash *puHash, TMyHashBucketFunc fnHash);
 

@@ -40,7 +40,7 @@ typedef struct TMyQueue {
 /// nCapacity  in      messages that the queue holds, not negative
 /// nUserSize  in      payload bytes of a message, not negative; longer messages are cut
 /// puQue      out     the queue
-/// bUseMutex  in      not 0: guard the queue with a mutex of its own
+/// bUseMutex  in      not 0: protect the queue with a mutex
 /// Returns    1 made, 0 a size that is negative or beyond 32 bits, no memory or no mutex: nothing is left allocated.
 int TMyQueue_Create(int nCapacity, int nUserSize, TMyQueue *puQue, int bUseMutex);
 

@@ -110,11 +110,11 @@ enum {
 ///            "FAIL to open environment %s", "FAIL to create database %s", "FAIL to open database %s",
 ///            "FAIL to set btree compare function of database %s", "FAIL to set flags for secondary database %s",
 ///            each with the home's or table's name, a colon and the library's text.
-///            Before "FAIL to open environment %s" one more sentence tells when another home is in use, when 23
+///            Before "FAIL to open environment %s" another sentence is printed when another home is in use, when 23
 ///            processes have the store open, when an object at the store's key is not the store's, and when the files
 ///            are damaged.
-/// Death      It recovers the store when nobody is attached to the environment (first open after a start, or after all
-///            have closed), and after a process died inside; otherwise it joins, and sees the others' data at once.
+/// Death      It recovers the store when no process is attached to the environment (first open after a start, or after
+///            all have closed), and after a process died inside; otherwise it joins, and sees the others' data at once.
 /// Lock       a System V semaphore with undo, for the whole call: the processes of the device open and close one after
 ///            the other. The kernel frees it when a process dies. Besides, the store's lock, as every operation.
 /// Threads    one thread, once per process.
@@ -124,7 +124,7 @@ int BerkDb_Open(const char *pHome, const char *pFile, int32_t *pnResult);
 /// Closes all tables and the environment and clears every slot, whatever the library answers.
 /// Does nothing when the store is closed. After a failed BerkDb_Open it closes what that left open.
 /// The last process that closes writes the seal.
-/// When another process was killed inside an operation and nobody has made the environment anew yet, it lets go of the
+/// When another process was killed inside an operation and no process has rebuilt the environment yet, it detaches the
 /// shared memory only, and leaves some 50 KB of handles allocated: freeing them would touch what may be torn.
 /// Prints     "FAIL to close database %s" with the table's name, or "(environment)", through BerkDb_ErrCall.
 /// Lock       as BerkDb_Open.
@@ -142,7 +142,7 @@ const TDbTbl *BerkDb_FindTbl(struct __db *const *ppDb);
 
 /// Finds the catalogue row of an open table.
 /// pDb        in      table handle
-/// Returns    the row whose slot holds the handle, or held it before the store was made anew; NULL when none does, and
+/// Returns    the row whose slot holds the handle, or held it before the store was rebuilt; NULL when none does, and
 ///            for NULL.
 /// Prints     nothing.
 /// Threads    safe between open and close.
@@ -159,8 +159,8 @@ struct __db_env *BerkDb_GetEnv(void);
 /// Writes one message of the library on standard error. Installed on the environment and on every table.
 /// pEnv       in      unused
 /// pPrefix    in      unused
-/// pMessage   in      written as a format without values: "%%" becomes "%", everything else stands as it is.
-///                    NULL is no message.
+/// pMessage   in      written as a format without values: "%%" becomes "%", everything else is printed unchanged. NULL
+///                    is no message.
 /// Prints     the message, then "  \%s %d\n" (with the backslash): the name of the source and 149.
 /// Threads    safe.
 /// Signals    no.
@@ -178,7 +178,7 @@ struct __db *BerkDb_OpenFile(const char *pFile, uint32_t dwFlags);
 
 /// Closes what BerkDb_OpenFile opened.
 /// ppDb       in,out  the handle; set to NULL on success. A handle that is NULL already is a success.
-///                    On failure the pointer stays, but what it points to is gone: do not use or close it again.
+///                    On failure the pointer stays, but the handle is freed: do not use or close it again.
 /// Returns    1 closed, 0 not.
 /// Prints     on standard error "database close failed: %s\n" with the library's text.
 /// Threads    one thread for each handle.

@@ -51,7 +51,7 @@ enum {
 /// Returns    BERKDB_OK, _NO_TABLE, _NOT_FOUND, _BUFFER_SMALL, _REFUSED (one of the indexes, or pBuf NULL) or _ERROR.
 int BerkDb_Get(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes);
 
-/// Reads the value of a key as it stands: on every table, and no key is made from a name.
+/// Reads the value of an unchanged key, on every table: no key is made from a name.
 /// pDb, pKey, pBuf, nBufBytes   as BerkDb_Get
 /// Returns    BERKDB_OK, _NO_TABLE, _NOT_FOUND, _BUFFER_SMALL or _ERROR.
 int BerkDb_Read(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes);
@@ -60,7 +60,7 @@ int BerkDb_Read(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufByte
 /// Returns    1 read, 0 not.
 int BerkDb_GetStr(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes);
 
-/// Stores bytes under a key as it stands. In "tb_pb" such a record has no keypad digits.
+/// Stores bytes under an unchanged key. In "tb_pb" such a record has no keypad digits.
 /// pData      in      nBytes bytes; not NULL unless nBytes is 0
 /// nBytes     in      size of the value, in bytes; not negative
 /// Returns    BERKDB_OK, _NO_TABLE or _ERROR.
@@ -73,7 +73,7 @@ int BerkDb_Put(struct __db *pDb, const char *pKey, const void *pData, int32_t nB
 /// Prints     as BerkDb_Put.
 int BerkDb_Set(struct __db *pDb, const char *pKey, const char *pValue);
 
-/// As BerkDb_Set with the key as it stands, and with a plain answer.
+/// Like BerkDb_Set with the unchanged key, and with a plain result.
 /// Returns    1 stored, 0 not.
 /// Prints     the report of a failure only.
 int BerkDb_PutStr(struct __db *pDb, const char *pKey, const char *pValue);
@@ -101,7 +101,7 @@ int BerkDb_CursorGet(struct __db *pDb, struct __dbc **ppCursor, char *pKey, int3
 
 /// Closes a cursor.
 /// pCursor    in      from BerkDb_CursorGet; NULL is a success
-/// Returns    1 closed, 0 not; also 0 when the store was made anew after the cursor was opened (db/BerkeleyDB.h): the
+/// Returns    1 closed, 0 not; also 0 when the store was rebuilt after the cursor was opened (db/BerkeleyDB.h): the
 ///            cursor is closed then, and nothing is touched.
 /// Prints     the library's text through the table's error output when that failed.
 int BerkDb_CursorClose(struct __dbc *pCursor);
@@ -137,8 +137,8 @@ typedef struct TDbFindRec {
 ///            conflicts.
 /// Order      The walk ends at the first key without the prefix, and at a record larger than the fields: keys of up to 32 bytes and
 ///            values of up to 128 can be passed over. A prefix of more than 31 characters matches nothing.
-///            It starts at the prefix as a key of its own. So on "tb_dm", which runs downwards, a prefix finds
-///            the key that equals it only; and a key that ends where the prefix ends, without a terminator, is missed.
+///            It starts at the prefix, taken as a key. So on "tb_dm", which has descending order, a prefix finds the
+///            key that equals it only; and a key that ends where the prefix ends, without a terminator, is missed.
 int BerkDb_FindPrefix(struct __db *pDb, const char *pPrefix, TDbFindRec *pRecs, int32_t *pnCount);
 
 DEVSUPPORT_END_API

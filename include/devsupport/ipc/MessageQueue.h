@@ -66,7 +66,7 @@ int KMsgQue_Get(int nMsgQueId, void *pBuf, int32_t nBytes, int32_t nType, int32_
 
 /// Throws away what waits in a queue, of every type and length. Does not end while senders are faster.
 /// nMsgQueId  in      identifier from KMsgQue_Open
-/// Returns    nothing; a queue that is gone counts as empty.
+/// Returns    nothing; a removed queue counts as empty.
 /// Prints     nothing.
 /// Threads    safe.
 /// Signals    no.

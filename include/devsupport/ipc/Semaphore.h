@@ -11,7 +11,7 @@ DEVSUPPORT_BEGIN_API
 /// Finds the semaphore of a key, or makes it: mode 0666, one semaphore, value 1 = free, 0 = held.
 /// nKey       in      System V key
 /// Returns    the identifier; -1 when the set can neither be made nor found, or not be set to 1 (it is removed then).
-///            The value of a set that was there already is left alone: who holds it goes on holding it.
+///            The value of a set that was there already is not changed: a holder keeps it.
 /// Prints     nothing; errno says why.
 /// Order      the first of several starters makes the set; the others wait in their first lock until it is free.
 ///            A set that only the second, plain request could make has value 0: its first lock waits.
@@ -29,7 +29,7 @@ int Semaphore_Close(int32_t nSemId);
 
 /// Takes the semaphore, waiting until it is free. The kernel gives it back when the process ends while it holds it.
 /// nSemId     in      identifier from Semaphore_Create
-/// Returns    1 taken, 0 not: a signal interrupted the wait (errno EINTR; not tried again), the set is gone or
+/// Returns    1 taken, 0 not: a signal interrupted the wait (errno EINTR; not tried again), the set was removed or
 ///            never was one.
 /// Prints     nothing.
 /// Threads    safe; the semaphore belongs to the process, so that any of its threads may give it back.
@@ -40,7 +40,7 @@ int Semaphore_Lock(int32_t nSemId);
 /// Gives the semaphore back. Nothing checks that it was taken: without a lock before it the value becomes 2,
 /// and two processes can then hold it at once.
 /// nSemId     in      identifier from Semaphore_Create
-/// Returns    1 given back, 0 not: the set is gone or never was one.
+/// Returns    1 given back, 0 not: the set was removed or never existed.
 /// Prints     nothing.
 /// Threads    safe.
 /// Signals    no.

@@ -64,7 +64,7 @@ int Timer_Set(const uint16_t *pwAryNo, uint32_t nAryIdx, uint32_t dwPeriodMs, TT
 /// Signals    no; yes in callbacks, with a valid index.
 int Timer_Del(const uint16_t *pwAryNo, uint32_t nAryIdx);
 
-/// Tells whether a cell is armed.
+/// Returns whether a cell is armed.
 /// pwAryNo    in      number of an array that exists (without one: 0)
 /// nAryIdx    in      cell
 /// Returns    1 armed, 0 not, or index out of range.

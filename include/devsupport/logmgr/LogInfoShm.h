@@ -12,7 +12,7 @@ DEVSUPPORT_BEGIN_API
 /// What holds for the four writing functions
 ///
 /// Before     The channel must be open. Before that, and after it was closed, a message is dropped: no memory but the
-///            text is touched, and no semaphore. The same goes for the one ring that could not be opened.
+///            text is touched, and no semaphore. The same is true for the one ring that could not be opened.
 /// Room       A full ring loses its oldest record for each new one.
 /// Length     A message is cut into records of 127 characters, the process's name in front counted, at most 32 of
 ///            them; the rest is lost. The length is taken modulo 65536: of 65536 characters nothing is written, of
@@ -35,7 +35,7 @@ DEVSUPPORT_BEGIN_API
 /// Returns    1 both rings are open; 0 one is not: the event ring is not tried when the log ring fails, and the log
 ///            ring stays open when the event ring fails. Filter and name are set in any case.
 /// Prints     what TShmQueue_Create prints (ipc/MyShareMemory.h).
-/// Again      opens the rings anew, as after the system lost them, and leaves the old ones.
+/// Again      opens the rings again, for example after they were removed, and leaves the old ones.
 /// Threads    at start-up, before other threads write.
 /// Signals    no.
 int TLogInfoShm_Open(int nFilterLevel, uint32_t dwFilterMask, const char *pName);
@@ -53,7 +53,7 @@ int TLogInfoShm_Close(void);
 /// Threads    safe, from one thread; others that ask meanwhile see one of the two values old and the other new at most.
 void TLogInfoShm_ChangeFilter(int nFilterLevel, uint32_t dwFilterMask);
 
-/// Tells whether a record is worth building.
+/// Returns whether a record passes the filter.
 /// nLevel       in    the record's level; higher ones than the filter's do not pass
 /// dwModuleMask in    the record's modules; at least one bit must be in the filter's mask
 /// Returns    1 it passes, 0 it does not.

@@ -25,8 +25,8 @@ typedef void (*TSignalFunc)(int nSignal);
 
 /// Decides about every signal at once: handled are 1, 2, 3, 6, 9, 14, 15, 23 and 50, whatever these numbers mean on
 /// the machine; all others are ignored, faults and ended children among them. (What the system does not let us change
-/// stays as it is: SIGKILL, SIGSTOP, signals of the C library.) A handler that was there before is gone, that of
-/// timers too: create timer arrays later.
+/// does not change: SIGKILL, SIGSTOP, signals of the C library.) A previous handler is removed, that of timers too:
+/// create timer arrays later.
 /// pfnHandler in      the handler, for this call and for Signal_AddHandler. It runs with no signal blocked but its own,
 ///                    and interrupts system calls.
 /// Returns    0 the last signal, number 50, has its handler; -1 not.

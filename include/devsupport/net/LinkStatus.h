@@ -8,8 +8,8 @@
 
 DEVSUPPORT_BEGIN_API
 
-/// Tells whether the link of an Ethernet interface is up: "eth0" is asked through GetCpmacLink, every other name
-/// through GetEswLink, which knows one switch only.
+/// Returns whether the link of an Ethernet interface is up: GetCpmacLink answers for "eth0", and GetEswLink, which has
+/// one switch only, for every other name.
 /// pName      in      the interface's name; not NULL
 /// Returns    1 up, 0 down or not known.
 /// Prints     nothing.

@@ -16,7 +16,7 @@ typedef struct TIfAddrInfo {
 
 /// Reads the IPv4 address of one interface.
 /// pAddress   out     dotted decimal, room for 16 characters; "127.0.0.1" when the query failed
-/// pInterface in      the interface's name, of which 15 characters count; not NULL
+/// pInterface in      the interface's name; only 15 characters count; not NULL
 /// Returns    1 pAddress holds the interface's address, 0 the interface is unknown or has none.
 /// Prints     "socket: " or "ioctl:" with the system's error text, on standard error, when the query failed.
 /// Threads    safe.
@@ -48,7 +48,7 @@ int GetLocalIPv6(char *pAddress, const char *pInterface);
 /// Cost       one socket, one request and two more for each interface; the socket is closed on every path.
 int GetLocalIfList(TIfAddrInfo *pRecords, int nMax);
 
-/// Tells a host name from a dotted IPv4 address: any character other than '0'..'9', '.' and blank makes a name.
+/// Distinguishes a host name from a dotted IPv4 address: any character other than '0'..'9', '.' and blank makes a name.
 /// pText      in      NUL-terminated text; NULL is no host name
 /// Returns    1 a host name, 0 only such characters (an empty text too) or NULL.
 /// Prints     nothing.
@@ -56,7 +56,7 @@ int GetLocalIfList(TIfAddrInfo *pRecords, int nMax);
 /// Signals    yes.
 int IsHostNameStr(const char *pText);
 
-/// Tells an IPv6 address by its colons: two or more in the whole text.
+/// Recognises an IPv6 address by its colons: two or more in the whole text.
 /// pText      in      NUL-terminated text; not NULL
 /// Returns    1 two colons or more, 0 fewer.
 /// Prints     nothing.

@@ -14,7 +14,7 @@ DEVSUPPORT_BEGIN_API
 ///                    IPv6 address that is not global
 /// pInterface out     the interface's name, room for 16 characters; on failure the Ethernet port's
 /// Returns    1 an address was found, 0 none of the three has one.
-/// Prints     nothing of its own; GetLocalIp says on standard error which interface had no IPv4 address, and why.
+/// Prints     nothing itself; GetLocalIp prints to standard error which interface had no IPv4 address, and why.
 /// Threads    as the configuration store is.
 /// Signals    no.
 /// Cost       at most three passes over the kernel's interface data and one read of the configuration store.

@@ -61,13 +61,13 @@ uint32_t TStrTok_SetTrim(TStrTok *puTok, uint32_t bTrim);
 
 /* ---- Search and match ---------------------------------------------------------------------------------------- */
 
-/// Searches a string: the token is what lies before it, the cursor goes after it.
+/// Searches a string: the token is the text before it, the cursor moves after it.
 /// nLen       in      also says where the last attempt is made: nLen characters before the end. The comparison covers
 ///                    the whole NUL-terminated string whatever nLen is; with nLen shorter than the string it may look
 ///                    after the source, so the source must then end with NUL
 int32_t TStrTok_Find(TStrTok *puTok, const char *pStr, int32_t nLen, uint32_t bEmptyOnFail);
 
-/// Searches the n-th occurrence: the token is everything before it, the cursor goes after it.
+/// Searches the n-th occurrence: the token is everything before it, the cursor moves after it.
 /// nCount     in      n; below 1 the last occurrence is meant
 /// Returns    the number of occurrences found. Fewer than n is a failure, although not 0: token and cursor are as
 ///            before (or bEmptyOnFail applies), while the two delimiter lengths are those of the last one found.
@@ -80,7 +80,7 @@ int32_t TStrTok_MatchStr(TStrTok *puTok, const char *pStr, int32_t nLen, uint32_
 int32_t TStrTok_MatchStrNoCase(TStrTok *puTok, const char *pStr, int32_t nLen, uint32_t bEmptyOnFail);
 
 /// Makes the next characters the token. The delimiter lengths stay.
-/// nLen       in      how many; below 1 all that are left, of which there must be one
+/// nLen       in      how many; below 1: all the rest, which must have at least one
 /// Returns    1; 0 when there are fewer: the rest is the token nevertheless. 0 at the end of the source: the tokenizer
 ///            is exhausted then.
 int32_t TStrTok_MatchLen(TStrTok *puTok, int32_t nLen);
@@ -88,11 +88,11 @@ int32_t TStrTok_MatchLen(TStrTok *puTok, int32_t nLen);
 /// Makes all that is left the token: TStrTok_MatchLen with 0.
 int32_t TStrTok_Match2End(TStrTok *puTok);
 
-/// Tells whether nothing is left.
+/// Returns whether nothing is left.
 /// Returns    1 exhausted, or the cursor is at the end of the source; 0 otherwise.
 int32_t TStrTok_IsTokenEnd(const TStrTok *puTok);
 
-/// Advances to the next field of a list: the token is the field, the cursor goes after the delimiter.
+/// Advances to the next field of a list: the token is the field, the cursor moves after the delimiter.
 /// pDelimiter in      the string that ends a field; when NULL or empty, the rest is one field
 /// bCanEmpty  in      not 0: each delimiter ends a field, which may be empty, also the one after the last delimiter;
 ///                    0: empty fields are skipped

@@ -22,10 +22,10 @@ DEVSUPPORT_BEGIN_API
  *   nMax         in    most characters: a longer run is cut there. Below nMin there is no limit; 0 acts as 1
  */
 
-/// Searches a run of members: the token is what lies before it, the cursor goes after it, and nDelimLen is its length.
+/// Searches a run of members: the token is the text before it, the cursor moves after it, and nDelimLen is its length.
 /// A run shorter than nMin is passed over, but its characters count: the runs after it need only make up the rest, and
-/// nDelimLen is the sum. The cursor then goes that far after the beginning of the last run, if need be beyond the end
-/// of the source; nothing is read there. With nMin of 1 or less this cannot happen.
+/// nDelimLen is the sum. The cursor then moves that far after the beginning of the last run, if necessary beyond the
+/// end of the source; nothing is read there. With nMin of 1 or less this cannot happen.
 int32_t TStrTok_FindAnyChar(TStrTok *puTok, uint32_t dwClasses, const char *pExtra, int32_t nMin,
                             uint32_t bEmptyOnFail, int32_t nMax);
 
@@ -42,7 +42,7 @@ int32_t TStrTok_MatchAnyChar(TStrTok *puTok, uint32_t dwClasses, const char *pEx
 int32_t TStrTok_MatchNotAnyChar(TStrTok *puTok, uint32_t dwClasses, const char *pExtra, int32_t nMin,
                                 uint32_t bEmptyOnFail, int32_t nMax);
 
-/// Advances to the next field of a list: the token is the field, the cursor goes after the delimiter.
+/// Advances to the next field of a list: the token is the field, the cursor moves after the delimiter.
 /// pDelimiters in     each of these characters ends a field; when NULL or empty, the rest is one field
 /// bCanEmpty   in     not 0: each delimiter ends a field, which may be empty, also the one after the last delimiter;
 ///                    0: neighbouring delimiters count as one, and empty fields are skipped

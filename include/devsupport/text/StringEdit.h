@@ -46,7 +46,7 @@ void StrToUpper(char *pText);
 /// pText      in,out  NUL-terminated; NULL is ignored
 void StrToLower(char *pText);
 
-/// Tells whether a text shows nothing.
+/// Returns whether a text is blank.
 /// pText      in      NUL-terminated; not NULL
 /// Returns    1 nothing but blanks and tabs, the empty text included; 0 anything else, line ends too.
 int StrIsBlank(const char *pText);

@@ -15,7 +15,7 @@
 
 DEVSUPPORT_BEGIN_API
 
-/// Tells the version of the library that the program runs with, which can be another one than DEVSUPPORT_VERSION.
+/// Returns the version of the library that the program runs with, which can be another one than DEVSUPPORT_VERSION.
 /// Returns    "0.1.0": major, minor and patch number, in decimal; lives as long as the library.
 /// Prints     nothing.
 /// Threads    safe.                                           Signal handler  safe.

@@ -12,7 +12,7 @@ DEVSUPPORT_BEGIN_API
 /// Returns    1 open, 0 not.
 /// Prints     "FAIL to create environment: (%d) %s\n" on standard error, with the library's number and text, when there
 ///            is no handle; "FAIL to open environment %s" through BerkDb_ErrCall otherwise.
-/// Death      It recovers, and creates the regions, when nobody is attached to the segment of key 0x12345678.
+/// Death      It recovers, and creates the regions, when no process is attached to the segment of key 0x12345678.
 /// Lock       as BerkDb_Open.
 /// Threads    one thread, once per process.
 /// Signals    no.

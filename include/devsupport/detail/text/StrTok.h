@@ -7,13 +7,13 @@
 
 DEVSUPPORT_BEGIN_API
 
-/// The token is what lies between cursor and pFound; the cursor goes nLen characters after pFound.
+/// The token is the text between cursor and pFound; the cursor moves to nLen characters after pFound.
 void _SetPosFound(TStrTok *puTok, const char *pFound, int32_t nLen);
 
-/// The token is the next nLen characters; the cursor goes after them.
+/// The token is the next nLen characters; the cursor moves after them.
 void _SetPosLen(TStrTok *puTok, int32_t nLen);
 
-/// The token is all that is left; the cursor goes to the end of the source.
+/// The token is the rest; the cursor moves to the end of the source.
 void _SetPosToEnd(TStrTok *puTok);
 
 /// The token becomes empty where it began; the tokenizer is exhausted.
