@@ -246,7 +246,7 @@ void RegisterFragments() {
 
 void RegisterWriters() {
   const Row row("log_writers", "write a message of 80 characters, by number of processes at it", kTwiceOneAlone,
-                Clock::kElapsed);
+                Clock::Elapsed);
   for (const int processes : {1, 2, 4, 8}) {
     const Row point = row.At(processes);
     point.Ours(By<Channel>(processes)).Floor(kYieldingFloor, By<ClockLockCopy<YieldingUndoSemaphore>>(processes));

@@ -34,8 +34,8 @@ Row Row::At(long point) const {
 
 const Row &Row::Add(const std::string &who, const Body &body) const {
   auto *made = benchmark::RegisterBenchmark((name_ + "/" + who).c_str(), body);
-  if (clock_ != Clock::kCpu) made->UseManualTime();
-  if (clock_ == Clock::kElapsedOnce) made->Iterations(1);
+  if (clock_ != Clock::Cpu) made->UseManualTime();
+  if (clock_ == Clock::ElapsedOnce) made->Iterations(1);
   // The number of jobs in each run, for counting instructions (bench/counted.py).
   if (const char *jobs = std::getenv("DEVSUPPORT_BENCH_JOBS")) made->Iterations(std::atol(jobs));
   return *this;

@@ -11,23 +11,22 @@ namespace devsupport::bench {
 
 /// How a row is measured.
 enum class Clock {
-  kCpu,          ///< CPU time of this process: for jobs in one thread
-  kElapsed,      ///< elapsed time as the body reports it (State::SetIterationTime): for several processes
-  kElapsedOnce,  ///< the same, but a repetition is one iteration even when the reported time is short
+  Cpu,          ///< CPU time of this process: for jobs in one thread
+  Elapsed,      ///< elapsed time as the body reports it (State::SetIterationTime): for several processes
+  ElapsedOnce,  ///< the same, but a repetition is one iteration even when the reported time is short
 };
 
 /// The aim of the row: at most `ratio` times the best peer, the floor or, for a series, its own first point.
 struct Aim {
-  enum class Against { kNothing, kBestPeer, kFloor, kFirstPoint };
+  enum class Against { Nothing, BestPeer, Floor, FirstPoint };
   Against against;
   double ratio;
 };
-constexpr Aim kNoAim{Aim::Against::kNothing, 0};
-constexpr Aim kAheadOfEveryPeer{Aim::Against::kBestPeer, 1.0};
-constexpr Aim kNearTheBestPeer{Aim::Against::kBestPeer,
-                               1.2};  ///< where the contract has costs that peers do not have
-constexpr Aim kNearTheFloor{Aim::Against::kFloor, 1.05};
-constexpr Aim kTwiceOneAlone{Aim::Against::kFirstPoint, 2.0};  ///< for a series by number of processes
+constexpr Aim kNoAim{Aim::Against::Nothing, 0};
+constexpr Aim kAheadOfEveryPeer{Aim::Against::BestPeer, 1.0};
+constexpr Aim kNearTheBestPeer{Aim::Against::BestPeer, 1.2};  ///< where the contract has costs that peers do not have
+constexpr Aim kNearTheFloor{Aim::Against::Floor, 1.05};
+constexpr Aim kTwiceOneAlone{Aim::Against::FirstPoint, 2.0};  ///< for a series by number of processes
 
 /// Repeats the job: `for (auto _ : state)`.
 using Body = std::function<void(benchmark::State &)>;
@@ -35,7 +34,7 @@ using Body = std::function<void(benchmark::State &)>;
 /// Registers the benchmarks of one row as "<row>/ours", "<row>/floor:<what>" and "<row>/peer:<who>".
 class Row {
  public:
-  Row(std::string name, const std::string &title, Aim aim = kNoAim, Clock clock = Clock::kCpu);
+  Row(std::string name, const std::string &title, Aim aim = kNoAim, Clock clock = Clock::Cpu);
 
   /// The same row at a point of a series, "<row>@<point>". The report shows a series as one table.
   Row At(long point) const;

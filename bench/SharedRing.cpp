@@ -352,7 +352,7 @@ void RegisterLengths() {
 
 void RegisterProcesses() {
   const Row row("ring_processes", "push and get a message of 132 bytes, by number of processes at it", kTwiceOneAlone,
-                Clock::kElapsed);
+                Clock::Elapsed);
   for (const int processes : {1, 2, 4, 8}) {
     const Row point = row.At(processes);
     point.Ours(By<Ours>(processes)).Floor(kYieldingFloor, By<CopiesUnder<YieldingUndoSemaphore>>(processes));
@@ -365,7 +365,7 @@ void RegisterProcesses() {
 
 void RegisterLongestWait() {
   const Row row("ring_longest_wait", "the longest of 80,000 times that a push and get took, by number of processes",
-                kNoAim, Clock::kElapsedOnce);
+                kNoAim, Clock::ElapsedOnce);
   for (const int processes : {2, 8}) {
     const Row point = row.At(processes);
     point.Ours(LongestBy<Ours>(processes));

@@ -149,7 +149,7 @@ void ReadBy(benchmark::State &state, int processes) {
 
 void RegisterReaders() {
   const Row row("store_readers", "read one of 500 settings as a text, by number of processes at it", kTwiceOneAlone,
-                Clock::kElapsed);
+                Clock::Elapsed);
   for (const int processes : {1, 2, 4, 8}) row.At(processes).Ours(SkipOnError(ReadBy, processes));
 }
 
@@ -170,7 +170,7 @@ void RegisterReads() {
 }
 
 void RegisterSet() {
-  const Row row("store_set", "set one of 500 settings, on the disk when it returns", kNearTheFloor, Clock::kElapsed);
+  const Row row("store_set", "set one of 500 settings, on the disk when it returns", kNearTheFloor, Clock::Elapsed);
   row.Ours(SkipOnError(OursSet)).Floor("bare put and sync", SkipOnError(BareSet));
 #if DEVSUPPORT_PEER_LMDB
   row.Peer("LMDB", SkipOnError(PeerSet<Lmdb>));
@@ -186,7 +186,7 @@ void RegisterStore() {
   RegisterReads();
   RegisterReaders();
   RegisterSet();
-  const Row open("store_open", "open the store and close it", kNoAim, Clock::kElapsed);
+  const Row open("store_open", "open the store and close it", kNoAim, Clock::Elapsed);
   open.Ours(SkipOnError(OursOpen));
 }
 

@@ -90,7 +90,7 @@ void OpenAfterwards(benchmark::State &state, int records) {
 
 void RegisterStoreHealing() {
   const Row row("store_heal_records", "go on after a process was killed inside, by number of records", kNoAim,
-                Clock::kElapsedOnce);
+                Clock::ElapsedOnce);
   for (const int records : kRecords) {
     row.At(records)
         .Ours(SkipOnError(Heal, records))

@@ -41,7 +41,7 @@ void PrintResult(int nResult) { std::fprintf(stderr, "(%d) %s\n", nResult, db_st
 
 namespace {
 
-KeyForm FormOf(const DB *pDb) { return IsPhoneBook(pDb) ? KeyForm::kPhoneBook : KeyForm::kAsItStands; }
+KeyForm FormOf(const DB *pDb) { return IsPhoneBook(pDb) ? KeyForm::PhoneBook : KeyForm::AsItStands; }
 
 // Reads into the caller's buffer. Returns the library's result.
 int ReadRecord(DB *pDb, const char *pKey, KeyForm form, char *pBuf, std::int32_t nBufBytes) {
@@ -59,13 +59,13 @@ void CheckpointWhenDue(std::size_t dwBytes) {
   if (g_gate.CountChange(kCheckpointChanges, dwBytes)) g_pEnv->txn_checkpoint(g_pEnv, kCheckpointKiB, 0, 0);
 }
 
-enum class Flush : bool { kNo, kYes };
+enum class Flush : bool { No, Yes };
 
 // Writes the table to its file after a change that went well. The library acknowledges changes whose log records it
 // could not write when that happens at the end of a log file: only asking for the log to be written tells.
 int Finish(DB *pDb, int nResult, Flush flush, std::size_t dwBytes) {
   if (nResult == 0 && g_gate.IsAttached()) nResult = g_pEnv->log_flush(g_pEnv, nullptr);
-  if (nResult == 0 && flush == Flush::kYes) nResult = pDb->sync(pDb, 0);
+  if (nResult == 0 && flush == Flush::Yes) nResult = pDb->sync(pDb, 0);
   if (nResult == 0) CheckpointWhenDue(dwBytes);
   return nResult;
 }
@@ -80,12 +80,12 @@ int WriteRecord(DB *pDb, const char *pKey, KeyForm form, const void *pData, std:
 
 int WriteText(DB *pDb, const char *pKey, KeyForm form, const char *pValue) {
   if (pValue == nullptr) return EINVAL;
-  return WriteRecord(pDb, pKey, form, pValue, std::strlen(pValue) + 1, Flush::kYes);
+  return WriteRecord(pDb, pKey, form, pValue, std::strlen(pValue) + 1, Flush::Yes);
 }
 
 int DeleteRecord(DB *pDb, const char *pKey, KeyForm form) {
   return WithKey(pKey, form, [=](DBT *pRecord) {
-    return RunChange(pDb, [&](DB *p) { return Finish(p, p->del(p, nullptr, pRecord, 0), Flush::kYes, 0); });
+    return RunChange(pDb, [&](DB *p) { return Finish(p, p->del(p, nullptr, pRecord, 0), Flush::Yes, 0); });
   });
 }
 
@@ -111,7 +111,7 @@ int BerkDb_Get(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes
 
 int BerkDb_Read(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes) {
   if (pDb == nullptr) return BERKDB_NO_TABLE;
-  return CodeOf(pDb, ReadRecord(pDb, pKey, KeyForm::kAsItStands, pBuf, nBufBytes));
+  return CodeOf(pDb, ReadRecord(pDb, pKey, KeyForm::AsItStands, pBuf, nBufBytes));
 }
 
 int BerkDb_GetStr(struct __db *pDb, const char *pKey, char *pBuf, int32_t nBufBytes) {
@@ -122,7 +122,7 @@ int BerkDb_Put(struct __db *pDb, const char *pKey, const void *pData, int32_t nB
   if (pDb == nullptr) return BERKDB_NO_TABLE;
   // A negative size becomes one that WriteRecord refuses.
   const auto dwBytes = static_cast<std::size_t>(nBytes);
-  return CodeOfWrite(pDb, WriteRecord(pDb, pKey, KeyForm::kAsItStands, pData, dwBytes, Flush::kNo));
+  return CodeOfWrite(pDb, WriteRecord(pDb, pKey, KeyForm::AsItStands, pData, dwBytes, Flush::No));
 }
 
 int BerkDb_Set(struct __db *pDb, const char *pKey, const char *pValue) {
@@ -132,7 +132,7 @@ int BerkDb_Set(struct __db *pDb, const char *pKey, const char *pValue) {
 
 int BerkDb_PutStr(struct __db *pDb, const char *pKey, const char *pValue) {
   if (pDb == nullptr) return 0;
-  return CodeOf(pDb, WriteText(pDb, pKey, KeyForm::kAsItStands, pValue)) == BERKDB_OK ? 1 : 0;
+  return CodeOf(pDb, WriteText(pDb, pKey, KeyForm::AsItStands, pValue)) == BERKDB_OK ? 1 : 0;
 }
 
 int BerkDb_Del(struct __db *pDb, const char *pKey) {

@@ -169,7 +169,7 @@ void PrepareReserve() {
 
 // Opens the environment inside the gate. bAlone: no living process has the store open.
 int OpenInside(bool bAlone) {
-  SealState seal = SealState::kFits;
+  SealState seal = SealState::Fits;
   if (bAlone) {
     const int nResult = CheckFiles(g_store.nHomeFd, g_store.pHome, g_store.pFile, seal);
     if (nResult != 0) return nResult;
@@ -177,12 +177,12 @@ int OpenInside(bool bAlone) {
   PrepareReserve();
   // The shared memory does not fit files that were changed meanwhile. It can still exist, because idle children of
   // processes that have closed the store keep it.
-  if (seal == SealState::kChanged || seal == SealState::kStale) g_gate.DemandRebuild();
+  if (seal == SealState::Changed || seal == SealState::Stale) g_gate.DemandRebuild();
   const bool bCreate = g_gate.NeedsRebuild() || AttachedToRegions() == 0;
   const int nResult = OpenRegionsOrTryAgain(g_pEnv, bCreate);
-  if (nResult != 0 || !bAlone || !bCreate || seal == SealState::kFits) return nResult;
+  if (nResult != 0 || !bAlone || !bCreate || seal == SealState::Fits) return nResult;
   // Recovery is done. The pages are checked unless the seal has shown that they are unchanged.
-  const int nPages = seal == SealState::kChanged ? 0 : CheckPages(g_store.pHome, g_store.pFile);
+  const int nPages = seal == SealState::Changed ? 0 : CheckPages(g_store.pHome, g_store.pFile);
   if (nPages != 0) g_gate.DemandRebuild();  // no process may join this environment
   g_store.bCheckIndexes = true;
   g_gate.Record().bIndexDoubt = 0;
@@ -364,22 +364,22 @@ int FollowStore() {
 }
 
 AfterFailure Judge(int nResult, bool bAgain) {
-  if (!g_gate.IsAttached()) return IsConflict(nResult) ? AfterFailure::kWait : AfterFailure::kAnswer;
+  if (!g_gate.IsAttached()) return IsConflict(nResult) ? AfterFailure::Wait : AfterFailure::Answer;
   const bool bConflict = IsConflict(nResult);
   // A dead process may keep the lock that was met, or use up the lock table.
   if ((bConflict || nResult == ENOMEM) && !bAgain && g_gate.HasDead()) {
     g_gate.DemandRebuild();
-    return FollowStore() == 0 ? AfterFailure::kTryAgain : AfterFailure::kAnswer;
+    return FollowStore() == 0 ? AfterFailure::TryAgain : AfterFailure::Answer;
   }
-  if (bConflict) return AfterFailure::kWait;
+  if (bConflict) return AfterFailure::Wait;
   const bool bBroken = nResult == DB_RUNRECOVERY;
-  if (!bBroken && !IsMediumFull(nResult) && nResult != EIO) return AfterFailure::kAnswer;
+  if (!bBroken && !IsMediumFull(nResult) && nResult != EIO) return AfterFailure::Answer;
   // A change that was refused because there is no reserve has begun nothing.
-  if (IsMediumFull(nResult) && g_gate.Record().bNoReserve != 0) return AfterFailure::kAnswer;
+  if (IsMediumFull(nResult) && g_gate.Record().bNoReserve != 0) return AfterFailure::Answer;
   // What could not be written may still be in the shared memory, where others would take it for stored.
   MakeRoom(nResult);
   g_gate.DemandRebuild();
-  return FollowStore() == 0 && bBroken && !bAgain ? AfterFailure::kTryAgain : AfterFailure::kAnswer;
+  return FollowStore() == 0 && bBroken && !bAgain ? AfterFailure::TryAgain : AfterFailure::Answer;
 }
 
 bool HasRoomForChange() {

@@ -55,9 +55,9 @@ int FollowStore();
 
 /// What an operation does after it failed inside the gate.
 enum class AfterFailure : unsigned char {
-  kAnswer,    // it has its result
-  kWait,      // it met a lock: again after a moment
-  kTryAgain,  // the store was rebuilt: again at once
+  Answer,    // it has its result
+  Wait,      // it met a lock: again after a moment
+  TryAgain,  // the store was rebuilt: again at once
 };
 
 /// Decides what follows a failed result, inside the gate. Rebuilds the store when the result means that it is broken,

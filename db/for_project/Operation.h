@@ -24,7 +24,7 @@ int RunInside(DB *pDb, TOperation operation) {
   Deadline deadline;
   bool bAgain = false;
   for (;;) {
-    AfterFailure next = AfterFailure::kAnswer;
+    AfterFailure next = AfterFailure::Answer;
     int nResult = 0;
     {
       const GateLock lock(deadline);
@@ -37,9 +37,9 @@ int RunInside(DB *pDb, TOperation operation) {
           next = Judge(nResult, bAgain);
       }
     }
-    if (next == AfterFailure::kAnswer) [[likely]]
+    if (next == AfterFailure::Answer) [[likely]]
       return nResult;
-    if (next == AfterFailure::kTryAgain) {
+    if (next == AfterFailure::TryAgain) {
       bAgain = true;
     } else if (!deadline.Pause()) {
       // The holder of the lock needs the gate to release it. It has had enough time.

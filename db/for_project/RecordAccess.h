@@ -95,9 +95,9 @@ class RecordWalk {
 /// One change of a table that is no index.
 struct Change {
   enum class Kind : std::uint8_t {
-    kPut,     // stores a record, or replaces it
-    kDelete,  // the record must be there
-    kDeleteIfThere,
+    Put,     // stores a record, or replaces it
+    Delete,  // the record must be there
+    DeleteIfThere,
   };
 
   Kind kind;
@@ -129,7 +129,7 @@ std::uint32_t CountedChanges();
 /// pdwCounted  the result of CountedChanges() when the changes were planned; when there are more now, nothing is
 ///             changed
 ///             and the result is EAGAIN; may be nullptr
-/// Returns     kNotFound for kDelete of a record that is not there; DB_LOCK_NOTGRANTED when a process keeps a cursor
+/// Returns     kNotFound for Delete of a record that is not there; DB_LOCK_NOTGRANTED when a process keeps a cursor
 ///             open.
 /// Lock        the gate, for the whole transaction: others wait for it.
 ChangeResult ApplyChanges(std::span<const Change> changes, bool (*pfnGoOn)(),

@@ -43,8 +43,8 @@ class Changer {
     DBT key = InputRecord(change.key.data(), static_cast<std::uint32_t>(change.key.size()));
     const int nThere = pDb->get(pDb, pTxn_, &key, before_.Record(), 0);
     if (nThere != 0 && nThere != kNotFound) return nThere;
-    return change.kind == Change::Kind::kPut ? Put(pDb, key, change.value, nThere == 0)
-                                             : Delete(pDb, key, change.kind, nThere == 0);
+    return change.kind == Change::Kind::Put ? Put(pDb, key, change.value, nThere == 0)
+                                            : Delete(pDb, key, change.kind, nThere == 0);
   }
 
  private:
@@ -60,7 +60,7 @@ class Changer {
   }
 
   int Delete(DB *pDb, DBT &key, Change::Kind kind, bool bThere) {
-    if (!bThere) return kind == Change::Kind::kDelete ? kNotFound : 0;
+    if (!bThere) return kind == Change::Kind::Delete ? kNotFound : 0;
     ++result_.counts.dwDeleted;
     return pDb->del(pDb, pTxn_, &key, 0);
   }

@@ -34,7 +34,7 @@ class PhoneBookKey {
   char szInline_[256];
 };
 
-enum class KeyForm : bool { kAsItStands, kPhoneBook };
+enum class KeyForm : bool { AsItStands, PhoneBook };
 
 /// Out of line, so that the other operations do without this key's room on the stack.
 template <typename TOperation>
@@ -51,7 +51,7 @@ int WithKey(const char *pText, KeyForm form, TOperation operation) {
   if (pText == nullptr) return EINVAL;
   const std::size_t dwText = std::strlen(pText);
   if (dwText > kMaxKeyText) return EINVAL;
-  if (form == KeyForm::kPhoneBook) return WithPhoneBookKey(pText, operation);
+  if (form == KeyForm::PhoneBook) return WithPhoneBookKey(pText, operation);
   DBT record = InputRecord(pText, static_cast<std::uint32_t>(dwText + 1));
   return operation(&record);
 }

@@ -154,18 +154,18 @@ int CheckPages(const char *pHome, const char *pFile) {
 }
 
 int CheckFiles(int nHomeFd, const char *pHome, const char *pFile, SealState &state) {
-  state = SealState::kFits;
+  state = SealState::Fits;
   if (pFile == nullptr) return 0;
   const SealFinding finding = CheckSeal(nHomeFd, pFile);
   state = finding.state;
-  if (state == SealState::kDamaged) {
+  if (state == SealState::Damaged) {
     ReportSentence(
         "%s in %s is damaged or missing since the store was closed; all files are left as they are, and "
         "'devconf salvage' gets out what can be read",
         finding.szFile, pHome);
     return DB_VERIFY_BAD;
   }
-  if (state == SealState::kChanged) {
+  if (state == SealState::Changed) {
     if (const int nResult = CheckPages(pHome, pFile); nResult != 0) return nResult;
     ReportSentence("%s in %s was changed since the store was closed; its pages are whole", finding.szFile, pHome);
   }

@@ -208,10 +208,10 @@ class Comparison {
       if (std::strcmp(pName, szLastLog_) > 0) bGrown_ = true;
       return 0;
     });
-    if (*szDamagedLog_ != '\0') return Finding(SealState::kDamaged, szDamagedLog_);
-    if (bGrown_) return Finding(SealState::kStale, "");
-    if (*szMissingLog_ != '\0') return Finding(SealState::kDamaged, szMissingLog_);
-    return bTablesDiffer_ ? Finding(SealState::kChanged, pFile_) : Finding(SealState::kFits, "");
+    if (*szDamagedLog_ != '\0') return Finding(SealState::Damaged, szDamagedLog_);
+    if (bGrown_) return Finding(SealState::Stale, "");
+    if (*szMissingLog_ != '\0') return Finding(SealState::Damaged, szMissingLog_);
+    return bTablesDiffer_ ? Finding(SealState::Changed, pFile_) : Finding(SealState::Fits, "");
   }
 
  private:

@@ -7,15 +7,15 @@
 namespace devsupport::store {
 
 enum class SealState : unsigned char {
-  kFits,     // all files are as they were when the store was closed
-  kMissing,  // the store was not closed in order, or the seal itself cannot be read
-  kStale,    // the log has grown: a process used the store without removing the seal
-  kChanged,  // the tables' file is not as it was, the log is
-  kDamaged   // a part of the sealed log is missing
+  Fits,     // all files are as they were when the store was closed
+  Missing,  // the store was not closed in order, or the seal itself cannot be read
+  Stale,    // the log has grown: a process used the store without removing the seal
+  Changed,  // the tables' file is not as it was, the log is
+  Damaged   // a part of the sealed log is missing
 };
 
 struct SealFinding {
-  SealState state = SealState::kMissing;
+  SealState state = SealState::Missing;
   char szFile[64] = "";  // the first one that is changed or damaged
 };
 

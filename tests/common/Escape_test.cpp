@@ -41,7 +41,7 @@ TEST(ShowNext, OfCharactersThatReverseTheText_IsTheirBytesAsNumbers) {
 
 TEST(EscapeNext, OfCharactersThatReverseTheText_IsTheirNumber) {
   std::string_view bytes = "\xe2\x80\xae";
-  EXPECT_EQ(tools::EscapeNext(bytes, tools::Form::kText).View(), "\\u202e");
+  EXPECT_EQ(tools::EscapeNext(bytes, tools::Form::Text).View(), "\\u202e");
 }
 
 TEST(ShowNext, OfBytesThatAreNoCharacter_IsTheirNumbers) {

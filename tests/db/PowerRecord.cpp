@@ -68,7 +68,7 @@ std::string_view LastPart(std::string_view path) { return path.substr(path.rfind
 void NoteWrite(int fd, const void *data, ssize_t bytes, off_t offset) {
   const auto file = Recorded(fd);
   if (!file || bytes <= 0) return;
-  Note(Kind::kWrite, file->st_ino, static_cast<std::uint64_t>(offset), {},
+  Note(Kind::Write, file->st_ino, static_cast<std::uint64_t>(offset), {},
        {static_cast<const char *>(data), static_cast<std::size_t>(bytes)});
 }
 
@@ -87,7 +87,7 @@ ssize_t WriteAt(int fd, const void *data, std::size_t bytes, off_t offset) {
 int Truncate(int fd, off_t bytes) {
   const int result = ::ftruncate(fd, bytes);
   if (const auto file = Recorded(fd); file && result == 0)
-    Note(Kind::kTruncate, file->st_ino, static_cast<std::uint64_t>(bytes));
+    Note(Kind::Truncate, file->st_ino, static_cast<std::uint64_t>(bytes));
   return result;
 }
 
@@ -95,7 +95,7 @@ int Flush(int fd) {
   if (g_skipsFlushes) return 0;
   const int result = __real_fsync(fd);
   if (const auto file = Recorded(fd); file && result == 0)
-    Note(file->st_ino == g_folder ? Kind::kFlushFolder : Kind::kFlush, file->st_ino, 0);
+    Note(file->st_ino == g_folder ? Kind::FlushFolder : Kind::Flush, file->st_ino, 0);
   return result;
 }
 
@@ -104,20 +104,20 @@ int Open(int folder, const char *path, int flags, int mode) {
   const int fd = __real_openat(folder, path, flags, mode);
   if ((flags & (O_CREAT | O_TRUNC)) == 0 || fd < 0) return fd;
   const auto file = Recorded(fd);
-  if (file && !wasThere) Note(Kind::kCreate, file->st_ino, 0, LastPart(path));
-  if (file && wasThere && (flags & O_TRUNC) != 0) Note(Kind::kTruncate, file->st_ino, 0);
+  if (file && !wasThere) Note(Kind::Create, file->st_ino, 0, LastPart(path));
+  if (file && wasThere && (flags & O_TRUNC) != 0) Note(Kind::Truncate, file->st_ino, 0);
   return fd;
 }
 
 int Unlink(int folder, const char *path, int flags) {
   const int result = __real_unlinkat(folder, path, flags);
-  if (result == 0) Note(Kind::kUnlink, 0, 0, LastPart(path));
+  if (result == 0) Note(Kind::Unlink, 0, 0, LastPart(path));
   return result;
 }
 
 int Rename(int fromFolder, const char *from, int toFolder, const char *to) {
   const int result = __real_renameat(fromFolder, from, toFolder, to);
-  if (result == 0) Note(Kind::kRename, 0, 0, LastPart(from), LastPart(to));
+  if (result == 0) Note(Kind::Rename, 0, 0, LastPart(from), LastPart(to));
   return result;
 }
 

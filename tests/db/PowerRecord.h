@@ -12,15 +12,15 @@ namespace devsupport::test {
 /// One step of a recorded process. Files are known by their inode, so that they keep their identity when renamed.
 struct PowerEvent {
   enum class Kind : std::uint8_t {
-    kWrite,        // data at offset
-    kTruncate,     // to offset bytes
-    kFlush,        // the file's content
-    kFlushFolder,  // the names
-    kCreate,       // name
-    kUnlink,       // name
-    kRename,       // name, to data
-    kBegun,        // step number offset of the script
-    kDone,         // ... is acknowledged
+    Write,        // data at offset
+    Truncate,     // to offset bytes
+    Flush,        // the file's content
+    FlushFolder,  // the names
+    Create,       // name
+    Unlink,       // name
+    Rename,       // name, to data
+    Begun,        // step number offset of the script
+    Done,         // ... is acknowledged
   };
   Kind kind;
   std::uint64_t inode = 0;

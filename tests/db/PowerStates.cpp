@@ -34,8 +34,8 @@ PowerStates::PowerStates(std::size_t unitBytes, const std::string &home) : unitB
   for (const auto &entry : std::filesystem::directory_iterator(home)) {
     struct stat status = {};
     if (::stat(entry.path().c_str(), &status) != 0) throw std::runtime_error("cannot read " + home);
-    Take({Kind::kCreate, status.st_ino, 0, entry.path().filename(), {}});
-    Take({Kind::kWrite, status.st_ino, 0, {}, FileText(entry.path())});
+    Take({Kind::Create, status.st_ino, 0, entry.path().filename(), {}});
+    Take({Kind::Write, status.st_ino, 0, {}, FileText(entry.path())});
   }
   Settle([](const Part &) { return true; });
 }
@@ -48,18 +48,18 @@ const PowerUnit *PowerStates::Intern(std::string bytes) {
 
 void PowerStates::Take(const PowerEvent &event) {
   switch (event.kind) {
-    case Kind::kFlush:
+    case Kind::Flush:
       return Settle([&](const Part &part) { return part.inode == event.inode && part.name.empty(); });
-    case Kind::kFlushFolder:
+    case Kind::FlushFolder:
       return Settle([](const Part &part) { return !part.name.empty(); });
-    case Kind::kWrite:
+    case Kind::Write:
       return TakeWrite(event);
-    case Kind::kBegun:
-    case Kind::kDone:
+    case Kind::Begun:
+    case Kind::Done:
       return;
-    case Kind::kTruncate:
+    case Kind::Truncate:
       return TakeTruncate(event);
-    case Kind::kRename:
+    case Kind::Rename:
       return Add({event.kind, latest_.names[event.name], 0, kNoUnit, nullptr, event.name, event.data});
     default:
       Add({event.kind, event.inode, 0, kNoUnit, nullptr, event.name, {}});
@@ -88,7 +88,7 @@ void PowerStates::TakeWrite(const PowerEvent &event) {
   PowerFile &file = latest_.files[event.inode];
   const std::uint64_t end = event.offset + event.data.size();
   // The size can be written without the data.
-  if (end > file.size) Add({Kind::kWrite, event.inode, end, kNoUnit, nullptr, {}, {}});
+  if (end > file.size) Add({Kind::Write, event.inode, end, kNoUnit, nullptr, {}, {}});
   for (std::uint64_t at = event.offset; at < end;) {
     const std::size_t unit = at / unitBytes_;
     const std::uint64_t start = unit * unitBytes_;
@@ -97,7 +97,7 @@ void PowerStates::TakeWrite(const PowerEvent &event) {
     bytes.replace(at - start, next - at, event.data, at - event.offset, next - at);
     const PowerUnit *image = Intern(std::move(bytes));
     if (image != file.units[unit])
-      Add({Kind::kWrite, event.inode, std::min(file.size, start + unitBytes_), unit, image, {}, {}});
+      Add({Kind::Write, event.inode, std::min(file.size, start + unitBytes_), unit, image, {}, {}});
     at = next;
   }
 }
@@ -110,13 +110,13 @@ void PowerStates::Settle(const std::function<bool(const Part &)> &isFlushed) {
 
 void PowerStates::Apply(PowerFolder &folder, const Part &part) const {
   switch (part.kind) {
-    case Kind::kCreate:
+    case Kind::Create:
       folder.names[part.name] = part.inode;
       return;
-    case Kind::kUnlink:
+    case Kind::Unlink:
       folder.names.erase(part.name);
       return;
-    case Kind::kRename:
+    case Kind::Rename:
       folder.names.erase(part.name);
       folder.names[part.to] = part.inode;
       return;
@@ -124,7 +124,7 @@ void PowerStates::Apply(PowerFolder &folder, const Part &part) const {
       break;
   }
   PowerFile &file = folder.files[part.inode];
-  file.size = part.kind == Kind::kTruncate ? part.size : std::max(file.size, part.size);
+  file.size = part.kind == Kind::Truncate ? part.size : std::max(file.size, part.size);
   file.units.resize((file.size + unitBytes_ - 1) / unitBytes_);
   if (part.unit != kNoUnit) file.units[part.unit] = part.image;
 }

@@ -52,9 +52,9 @@ class PowerStates {
  private:
   // One change, which is written whole or not at all.
   struct Part {
-    PowerEvent::Kind kind;  // kWrite: one unit; kTruncate; kCreate; kUnlink; kRename
+    PowerEvent::Kind kind;  // Write: one unit; Truncate; Create; Unlink; Rename
     std::uint64_t inode = 0;
-    std::uint64_t size = 0;  // of the file, at least (kWrite) or exactly
+    std::uint64_t size = 0;  // of the file, at least (Write) or exactly
     std::size_t unit = kNoUnit;
     const PowerUnit *image = nullptr;
     std::string name;

@@ -34,12 +34,10 @@ constexpr std::uint8_t kRoutes = 10;
 class Changes {
  public:
   void Put(std::uint8_t table, const std::string &key, const std::string &value) {
-    Add(Change::Kind::kPut, table, key, value);
+    Add(Change::Kind::Put, table, key, value);
   }
-  void Delete(std::uint8_t table, const std::string &key) { Add(Change::Kind::kDelete, table, key, ""); }
-  void DeleteIfThere(std::uint8_t table, const std::string &key) {
-    Add(Change::Kind::kDeleteIfThere, table, key, "");
-  }
+  void Delete(std::uint8_t table, const std::string &key) { Add(Change::Kind::Delete, table, key, ""); }
+  void DeleteIfThere(std::uint8_t table, const std::string &key) { Add(Change::Kind::DeleteIfThere, table, key, ""); }
 
   ChangeResult Apply(bool (*goOn)() = nullptr) const {
     std::vector<Change> changes;
@@ -145,7 +143,7 @@ TEST_F(RecordChanges, PlannedBeforeOthersChangedTheStore_AreNotMade) {
   const std::uint32_t counted = CountedChanges();
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "other", "1"), 0);
   const std::string key = Text("a");
-  const Change change = {Change::Kind::kPut, kParameters, key, key};
+  const Change change = {Change::Kind::Put, kParameters, key, key};
   EXPECT_EQ(ApplyChanges({&change, 1}, nullptr, &counted).nResult, EAGAIN);
   EXPECT_EQ(Get(g_uDb.tb_parameter, "a"), "<7>");
   const std::uint32_t now = CountedChanges();

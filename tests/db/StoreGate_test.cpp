@@ -63,7 +63,7 @@ using devsupport::store::GateRecord;
 using devsupport::store::kGateKey;
 using devsupport::store::StoreSemaphores;
 
-enum class Lock { kMutex, kSemaphore };
+enum class Lock { Mutex, Semaphore };
 
 // The gate's segment, as another process sees it.
 class Record {
@@ -91,7 +91,7 @@ class Gate : public StoreTest, public ::testing::WithParamInterface<Lock> {
     StoreTest::SetUp();
     if (IsSkipped()) return;
     ASSERT_EQ(Attach(), 0);
-    ASSERT_EQ(Record().HasSemaphore(), GetParam() == Lock::kSemaphore);
+    ASSERT_EQ(Record().HasSemaphore(), GetParam() == Lock::Semaphore);
     g_gate.BeginGeneration();
     g_gate.Adopt();
   }
@@ -106,7 +106,7 @@ class Gate : public StoreTest, public ::testing::WithParamInterface<Lock> {
     struct stat home = {};
     ::stat(home_.c_str(), &home);
     if (const int error = g_semaphores.Attach(home); error != 0) return error;
-    if (GetParam() == Lock::kMutex) return g_gate.Attach(home);
+    if (GetParam() == Lock::Mutex) return g_gate.Attach(home);
     const FailCall noRobustMutexes("pthread_mutex_init", FailCall::kEvery);
     return g_gate.Attach(home);
   }
@@ -196,7 +196,7 @@ TEST_P(Gate, AttachedAgain_StillAsksForNewRegions) {
 TEST_P(Gate, Reset_MakesANewLockAfterADeath) {
   DieInside();
   {
-    const FailCall noRobustMutexes("pthread_mutex_init", GetParam() == Lock::kMutex ? 0 : FailCall::kEvery);
+    const FailCall noRobustMutexes("pthread_mutex_init", GetParam() == Lock::Mutex ? 0 : FailCall::kEvery);
     g_gate.Reset();
   }
   EXPECT_EQ(Enter(), 0);
@@ -206,7 +206,7 @@ TEST_P(Gate, WhoseSegmentIsGone_IsMadeAnewAndHasNoRegionsYet) {
   g_gate.Detach();
   ASSERT_EQ(::shmctl(::shmget(kGateKey, 0, 0), IPC_RMID, nullptr), 0);
   ASSERT_EQ(Attach(), 0);
-  EXPECT_EQ(Record().HasSemaphore(), GetParam() == Lock::kSemaphore);
+  EXPECT_EQ(Record().HasSemaphore(), GetParam() == Lock::Semaphore);
   EXPECT_EQ(Enter(), kBroken);
 }
 
@@ -287,8 +287,8 @@ TEST_P(Gate, WhenAProcessDoesNotLeave_TheOthersGiveUpAtTheirDeadline) {
   EXPECT_EQ(Enter(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(By, Gate, ::testing::Values(Lock::kMutex, Lock::kSemaphore),
-                         [](const auto &lock) { return lock.param == Lock::kMutex ? "Mutex" : "Semaphore"; });
+INSTANTIATE_TEST_SUITE_P(By, Gate, ::testing::Values(Lock::Mutex, Lock::Semaphore),
+                         [](const auto &lock) { return lock.param == Lock::Mutex ? "Mutex" : "Semaphore"; });
 
 class NoRobustMutexes : public StoreTest {};
 

@@ -115,8 +115,7 @@ class Script {
     }
     std::vector<Change> changes;
     for (std::size_t i = 0; i < items.size(); ++i)
-      changes.push_back(
-          {Change::Kind::kPut, static_cast<std::uint8_t>(items[i].row), bytes[2 * i], bytes[2 * i + 1]});
+      changes.push_back({Change::Kind::Put, static_cast<std::uint8_t>(items[i].row), bytes[2 * i], bytes[2 * i + 1]});
     Do([&] { return ApplyChanges(changes, nullptr).nResult; });
   }
   /// Another process begins a change and is killed after so many of its writes and flushes; this one goes on, or opens
@@ -125,7 +124,7 @@ class Script {
     if (!isOpen) Close();
     Keep(kTones, "dies", kDyingValue);
     if (real_) {
-      PowerRecord::Mark(Kind::kBegun, Step());
+      PowerRecord::Mark(Kind::Begun, Step());
       EXPECT_EQ(victims_->Run(events), 1000 + SIGKILL);
     }
     if (!isOpen) Open();
@@ -151,9 +150,9 @@ class Script {
   }
   void Do(const std::function<int()> &change) const {
     if (!real_) return;
-    PowerRecord::Mark(Kind::kBegun, Step());
+    PowerRecord::Mark(Kind::Begun, Step());
     EXPECT_EQ(change(), 0);
-    PowerRecord::Mark(Kind::kDone, Step());
+    PowerRecord::Mark(Kind::Done, Step());
   }
 
   std::string home_;
@@ -319,9 +318,9 @@ class PowerLoss : public StoreTest {
     std::size_t begun = done_;
     for (std::size_t i = 0; i < events_.size(); ++i) {
       const PowerEvent &event = events_[i];
-      if (event.kind == Kind::kDone) done = event.offset;
-      if (event.kind == Kind::kBegun) begun = event.offset;
-      const bool isFlush = event.kind == Kind::kFlush || event.kind == Kind::kFlushFolder;
+      if (event.kind == Kind::Done) done = event.offset;
+      if (event.kind == Kind::Begun) begun = event.offset;
+      const bool isFlush = event.kind == Kind::Flush || event.kind == Kind::FlushFolder;
       if (flushesCount_ || !isFlush) states.Take(event);
       states.ForEach(random, samples, [&](const PowerFolder &folder) {
         const std::uint64_t key = PowerStates::Key(folder) * 31 + done * 7 + begun;

@@ -153,8 +153,8 @@ struct Crowd {
 
 std::string NameOf(std::size_t worker) { return "w" + std::to_string(worker); }
 
-enum class Role { kBusy, kIdle, kCursor, kForgetful, kOrderly, kStaying };
-constexpr std::array kMortals{Role::kBusy, Role::kBusy, Role::kIdle, Role::kCursor, Role::kForgetful, Role::kOrderly};
+enum class Role { Busy, Idle, Cursor, Forgetful, Orderly, Staying };
+constexpr std::array kMortals{Role::Busy, Role::Busy, Role::Idle, Role::Cursor, Role::Forgetful, Role::Orderly};
 
 // One process of the crowd. When it finds an error, it ends with a status that its parent does not expect.
 int Live(const std::string &home, Crowd &crowd, std::size_t self, Role role, std::uint64_t seed) {
@@ -166,7 +166,7 @@ int Live(const std::string &home, Crowd &crowd, std::size_t self, Role role, std
   Worker worker(crowd.journals[self], NameOf(self), seed);
   EXPECT_TRUE(worker.HoldsAll()) << err.Take();
   worker.DecideWhatWasUnderWay();
-  for (int i = 0; role == Role::kStaying ? !crowd.over : role == Role::kBusy || i < 20; ++i) {
+  for (int i = 0; role == Role::Staying ? !crowd.over : role == Role::Busy || i < 20; ++i) {
     if (const ::testing::AssertionResult result = worker.Step(); !result) {
       ADD_FAILURE() << result.message() << "\n" << err.Take();
       return 3;
@@ -177,14 +177,14 @@ int Live(const std::string &home, Crowd &crowd, std::size_t self, Role role, std
   DBC *cursor = nullptr;
   int step = 0;
   switch (role) {
-    case Role::kCursor:
+    case Role::Cursor:
       // It dies at once: as long as it lives, writers have to wait for its page.
       BerkDb_CursorGet(g_uDb.tb_pb, &cursor, key, 0, data, sizeof data, DB_FIRST, &step);
       return ::raise(SIGKILL);
-    case Role::kForgetful:
+    case Role::Forgetful:
       return 0;
-    case Role::kOrderly:
-    case Role::kStaying:
+    case Role::Orderly:
+    case Role::Staying:
       BerkDb_Close();
       return 0;
     default:
@@ -207,7 +207,7 @@ TEST_F(Storm, BusyIdleForgetfulAndCursorHoldersKilledAtRandom_LoseNothing) {
   for (int rounds = Rounds(60); rounds > 0; rounds -= kRoundsOfStayers) {
     crowd->over = false;
     std::vector<Child> stayers;
-    for (std::size_t i = 0; i < kStayers; ++i) stayers.push_back(start(i, Role::kStaying));
+    for (std::size_t i = 0; i < kStayers; ++i) stayers.push_back(start(i, Role::Staying));
     std::array<std::optional<Child>, kSlots> slots;
     const auto endSlot = [&](std::size_t slot) {
       if (!slots[slot]) return;

@@ -22,15 +22,15 @@ using ::testing::AssertionSuccess;
 
 const std::string kAbsent = "<" + std::to_string(BERKDB_NOT_FOUND) + ">";
 
-enum class Place { kParameter, kPhoneBook, kLine };
+enum class Place { Parameter, PhoneBook, Line };
 
 Place PlaceOf(int key) { return static_cast<Place>(key % 3); }
 
 DB *TableOf(int key) {
   switch (PlaceOf(key)) {
-    case Place::kParameter:
+    case Place::Parameter:
       return g_uDb.tb_parameter;
-    case Place::kPhoneBook:
+    case Place::PhoneBook:
       return g_uDb.tb_pb;
     default:
       return g_uDb.tb_line;
@@ -49,7 +49,7 @@ std::string Worker::KeyName(int key) const { return name_ + " " + std::to_string
 // Parameters are numbers. In the phone book, the text before the semicolon is also a key.
 std::string Worker::Value(int key, int change) const {
   if (IsDeletion(change)) return kAbsent;
-  if (PlaceOf(key) == Place::kParameter) return std::to_string(change);
+  if (PlaceOf(key) == Place::Parameter) return std::to_string(change);
   return name_ + ":" + std::to_string(change) + ";" + std::string(static_cast<std::size_t>(change % 90), 'x');
 }
 
@@ -87,7 +87,7 @@ AssertionResult Worker::Change() {
   if (IsDeletion(change)) {
     code = BerkDb_Del(TableOf(key), name.c_str());
     if (code == BERKDB_NOT_FOUND) code = BERKDB_OK;
-  } else if (PlaceOf(key) == Place::kLine) {
+  } else if (PlaceOf(key) == Place::Line) {
     code = BerkDb_Put(TableOf(key), name.c_str(), value.c_str(), static_cast<std::int32_t>(value.size() + 1));
   } else {
     code = BerkDb_Set(TableOf(key), name.c_str(), value.c_str());
@@ -110,7 +110,7 @@ void Worker::ChangeForEver() {
 AssertionResult Worker::Read() {
   const int key = static_cast<int>(random_() % Journal::kKeys);
   std::string found = Found(key);
-  if (PlaceOf(key) == Place::kParameter && random_() % 2 == 0) {
+  if (PlaceOf(key) == Place::Parameter && random_() % 2 == 0) {
     const std::int32_t number = GetDbParamToInt(KeyName(key).c_str(), -1);
     found = number == -1 ? kAbsent : std::to_string(number);
   }

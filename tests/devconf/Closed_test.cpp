@@ -137,16 +137,16 @@ TEST_F(Closed, Store_ThatIsOpenedMeanwhile_IsNoticed) {
   devconf::Options options;
   options.home = home_.c_str();
   const devconf::Seal seal(options);
-  EXPECT_EQ(seal.Found(), devconf::Seal::State::kFits);
+  EXPECT_EQ(seal.Found(), devconf::Seal::State::Fits);
   EXPECT_TRUE(seal.IsStillThere());
   Open();
   EXPECT_FALSE(seal.IsStillThere());
   const devconf::Seal open(options);
-  EXPECT_EQ(open.Found(), devconf::Seal::State::kNone);
+  EXPECT_EQ(open.Found(), devconf::Seal::State::None);
   BerkDb_Close();
   EXPECT_FALSE(seal.IsStillThere()) << "there is another seal by now";
   const devconf::Seal closed(options);
-  EXPECT_EQ(closed.Found(), devconf::Seal::State::kFits);
+  EXPECT_EQ(closed.Found(), devconf::Seal::State::Fits);
 }
 
 TEST_F(Closed, Store_ReadWhileOthersOpenAndChangeAndCloseIt_GivesWhatWasThere) {

@@ -37,64 +37,64 @@ std::string Read(const std::string &string, Form form) {
 }
 
 TEST(JsonText, OfPlainCharacters_IsUnchanged) {
-  EXPECT_EQ(Escape("abc 123 /;'<>", Form::kText), "abc 123 /;'<>");
-  EXPECT_EQ(Escape("J\xc3\xbcrgen \xe2\x82\xac \xf0\x9f\x98\x80", Form::kText),
+  EXPECT_EQ(Escape("abc 123 /;'<>", Form::Text), "abc 123 /;'<>");
+  EXPECT_EQ(Escape("J\xc3\xbcrgen \xe2\x82\xac \xf0\x9f\x98\x80", Form::Text),
             "J\xc3\xbcrgen \xe2\x82\xac \xf0\x9f\x98\x80");
 }
 
 TEST(JsonText, OfQuotesAndControls_IsEscaped) {
-  EXPECT_EQ(Escape("\"\\\b\f\n\r\t", Form::kText), R"(\"\\\b\f\n\r\t)");
-  EXPECT_EQ(Escape("\x01\x1f\x7f", Form::kText), "\\u0001\\u001f\\u007f");
+  EXPECT_EQ(Escape("\"\\\b\f\n\r\t", Form::Text), R"(\"\\\b\f\n\r\t)");
+  EXPECT_EQ(Escape("\x01\x1f\x7f", Form::Text), "\\u0001\\u001f\\u007f");
 }
 
 TEST(JsonText, OfControlsAfterAscii_IsEscaped) {
-  EXPECT_EQ(Escape("\xc2\x80\xc2\x9b\xc2\x9f\xc2\xa0", Form::kText), "\\u0080\\u009b\\u009f\xc2\xa0");
+  EXPECT_EQ(Escape("\xc2\x80\xc2\x9b\xc2\x9f\xc2\xa0", Form::Text), "\\u0080\\u009b\\u009f\xc2\xa0");
 }
 
 TEST(JsonBytes, AreOneCharacterEach) {
-  EXPECT_EQ(Escape(std::string_view("a\0\xc3\xbc\xff~\x7f", 7), Form::kBytes),
+  EXPECT_EQ(Escape(std::string_view("a\0\xc3\xbc\xff~\x7f", 7), Form::Bytes),
             "a\\u0000\\u00c3\\u00bc\\u00ff~\\u007f");
 }
 
 TEST(JsonBytes, AllOfThem_ComeBack) {
   std::string all;
   for (int i = 0; i < 256; ++i) all += static_cast<char>(i);
-  EXPECT_EQ(Read(Escape(all, Form::kBytes), Form::kBytes), all);
+  EXPECT_EQ(Read(Escape(all, Form::Bytes), Form::Bytes), all);
 }
 
 TEST(JsonBytes, AboveTheLastByte_AreRefused) {
-  EXPECT_EQ(Read("\\u00ff", Form::kBytes), "\xff");
-  EXPECT_EQ(Read("\\u0100", Form::kBytes), "!a character above U+00FF in bytes");
-  EXPECT_EQ(Read("\xc3\xbf", Form::kBytes), "\xff");
-  EXPECT_EQ(Read("\xe2\x82\xac", Form::kBytes), "!a character above U+00FF in bytes");
+  EXPECT_EQ(Read("\\u00ff", Form::Bytes), "\xff");
+  EXPECT_EQ(Read("\\u0100", Form::Bytes), "!a character above U+00FF in bytes");
+  EXPECT_EQ(Read("\xc3\xbf", Form::Bytes), "\xff");
+  EXPECT_EQ(Read("\xe2\x82\xac", Form::Bytes), "!a character above U+00FF in bytes");
 }
 
 TEST(JsonRead, KnowsEveryEscape) {
-  EXPECT_EQ(Read(R"(\"\\\/\b\f\n\r\t\u0041\u00fc\u20AC\ud83d\ude00)", Form::kText),
+  EXPECT_EQ(Read(R"(\"\\\/\b\f\n\r\t\u0041\u00fc\u20AC\ud83d\ude00)", Form::Text),
             "\"\\/\b\f\n\r\tA\xc3\xbc\xe2\x82\xac\xf0\x9f\x98\x80");
 }
 
 TEST(JsonRead, OfWrongEscapes_IsRefused) {
-  EXPECT_EQ(Read("\\x41", Form::kText), "!unknown escape");
-  EXPECT_EQ(Read("a\\", Form::kText), "!nothing after a backslash");
-  EXPECT_EQ(Read("\\u004", Form::kText), "!\\u needs four hexadecimal digits");
-  EXPECT_EQ(Read("\\u00g0", Form::kText), "!\\u needs four hexadecimal digits");
+  EXPECT_EQ(Read("\\x41", Form::Text), "!unknown escape");
+  EXPECT_EQ(Read("a\\", Form::Text), "!nothing after a backslash");
+  EXPECT_EQ(Read("\\u004", Form::Text), "!\\u needs four hexadecimal digits");
+  EXPECT_EQ(Read("\\u00g0", Form::Text), "!\\u needs four hexadecimal digits");
   for (const char *half : {"\\ud83d", "\\ud83dx", "\\ude00", "\\ud83d\\u0041", "\\ud83d\\n", "\\ud83d\\ud83d"}) {
-    EXPECT_EQ(Read(half, Form::kText), "!half a surrogate pair") << half;
+    EXPECT_EQ(Read(half, Form::Text), "!half a surrogate pair") << half;
   }
 }
 
-TEST(JsonRead, OfATextWithNul_IsRefused) { EXPECT_EQ(Read("a\\u0000", Form::kText), "!a NUL in a text"); }
+TEST(JsonRead, OfATextWithNul_IsRefused) { EXPECT_EQ(Read("a\\u0000", Form::Text), "!a NUL in a text"); }
 
 TEST(JsonRead, OfBareControls_IsRefused) {
-  EXPECT_EQ(Read("a\tb", Form::kText), "!a control character that is not escaped");
-  EXPECT_EQ(Read(std::string("\0", 1), Form::kBytes), "!a control character that is not escaped");
+  EXPECT_EQ(Read("a\tb", Form::Text), "!a control character that is not escaped");
+  EXPECT_EQ(Read(std::string("\0", 1), Form::Bytes), "!a control character that is not escaped");
 }
 
 TEST(JsonRead, OfWhatIsNoUtf8_IsRefused) {
   for (const char *wrong : {"\xff", "\x80", "\xc3", "\xc0\x80", "\xe0\x80\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80",
                             "\xf8\x88\x80\x80\x80", "\xe2\x82", "\xc3("}) {
-    EXPECT_EQ(Read(wrong, Form::kText), "!not UTF-8") << ::testing::PrintToString(wrong);
+    EXPECT_EQ(Read(wrong, Form::Text), "!not UTF-8") << ::testing::PrintToString(wrong);
     EXPECT_FALSE(IsText(wrong));
   }
 }
@@ -102,7 +102,7 @@ TEST(JsonRead, OfWhatIsNoUtf8_IsRefused) {
 TEST(JsonRead, MayWriteOverWhatItReads) {
   std::string text = R"(a\u00fc\ud83d\ude00\n)";
   std::size_t size = 0;
-  ASSERT_EQ(Unescape(text, Form::kText, text, size), nullptr);
+  ASSERT_EQ(Unescape(text, Form::Text, text, size), nullptr);
   EXPECT_EQ(text.substr(0, size), "a\xc3\xbc\xf0\x9f\x98\x80\n");
 }
 
@@ -158,10 +158,10 @@ TEST(JsonRandom, BytesOfEveryKind_ComeBackInBothForms) {
     std::string bytes(below(12), '\0');
     const bool ascii = below(2) == 0;
     for (char &c : bytes) c = static_cast<char>(below(ascii ? 128 : 256));
-    ASSERT_EQ(Read(Escape(bytes, Form::kBytes), Form::kBytes), bytes);
+    ASSERT_EQ(Read(Escape(bytes, Form::Bytes), Form::Bytes), bytes);
     if (!IsText(bytes)) continue;
     ++texts;
-    ASSERT_EQ(Read(Escape(bytes, Form::kText), Form::kText), bytes);
+    ASSERT_EQ(Read(Escape(bytes, Form::Text), Form::Text), bytes);
   }
   EXPECT_GT(texts, 1000);
 }
@@ -175,7 +175,7 @@ TEST(JsonRandom, LinesOfEveryKind_AreReadOrRefused) {
     std::string line(below(24), '\0');
     for (char &c : line) c = kLetters[below(kLetters.size())];
     Split(line);
-    for (const Form form : {Form::kText, Form::kBytes}) Read(line, form);
+    for (const Form form : {Form::Text, Form::Bytes}) Read(line, form);
   }
 }
 

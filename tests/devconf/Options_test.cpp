@@ -32,7 +32,7 @@ Reading Read(std::vector<const char *> words) {
 TEST(Options, WithoutAny_AreTheDevices) {
   const Reading reading = Read({"tables"});
   ASSERT_TRUE(reading.ok);
-  EXPECT_EQ(reading.options.command, devconf::Command::kTables);
+  EXPECT_EQ(reading.options.command, devconf::Command::Tables);
   EXPECT_STREQ(reading.options.home, "/config_fs/DB/");
   EXPECT_STREQ(reading.options.file, "config.db");
   EXPECT_FALSE(reading.options.json);
@@ -41,29 +41,29 @@ TEST(Options, WithoutAny_AreTheDevices) {
 
 TEST(Options, KnowEveryCommand) {
   const std::pair<std::vector<const char *>, devconf::Command> commands[] = {
-      {{"init"}, devconf::Command::kInit},
-      {{"get", "a"}, devconf::Command::kGet},
-      {{"set", "a", "b"}, devconf::Command::kSet},
-      {{"list"}, devconf::Command::kList},
-      {{"list", "a", "b"}, devconf::Command::kList},
-      {{"find", "a", "b"}, devconf::Command::kFind},
-      {{"pb", "add", "a", "b"}, devconf::Command::kPhoneBookSet},
-      {{"pb", "set", "a", "b"}, devconf::Command::kPhoneBookSet},
-      {{"pb", "del", "a"}, devconf::Command::kPhoneBookDelete},
-      {{"pb", "find", "1"}, devconf::Command::kPhoneBookFind},
-      {{"pb", "number", "1"}, devconf::Command::kPhoneBookNumber},
-      {{"export"}, devconf::Command::kExport},
-      {{"export", "a"}, devconf::Command::kExport},
-      {{"import", "a"}, devconf::Command::kImport},
-      {{"diff", "a"}, devconf::Command::kDiff},
-      {{"batch"}, devconf::Command::kBatch},
-      {{"batch", "a"}, devconf::Command::kBatch},
-      {{"salvage"}, devconf::Command::kSalvage},
-      {{"watch"}, devconf::Command::kWatch},
-      {{"watch", "a", "b"}, devconf::Command::kWatch},
-      {{"del", "a"}, devconf::Command::kDelete},
-      {{"tables"}, devconf::Command::kTables},
-      {{"verify"}, devconf::Command::kVerify},
+      {{"init"}, devconf::Command::Init},
+      {{"get", "a"}, devconf::Command::Get},
+      {{"set", "a", "b"}, devconf::Command::Set},
+      {{"list"}, devconf::Command::List},
+      {{"list", "a", "b"}, devconf::Command::List},
+      {{"find", "a", "b"}, devconf::Command::Find},
+      {{"pb", "add", "a", "b"}, devconf::Command::PhoneBookSet},
+      {{"pb", "set", "a", "b"}, devconf::Command::PhoneBookSet},
+      {{"pb", "del", "a"}, devconf::Command::PhoneBookDelete},
+      {{"pb", "find", "1"}, devconf::Command::PhoneBookFind},
+      {{"pb", "number", "1"}, devconf::Command::PhoneBookNumber},
+      {{"export"}, devconf::Command::Export},
+      {{"export", "a"}, devconf::Command::Export},
+      {{"import", "a"}, devconf::Command::Import},
+      {{"diff", "a"}, devconf::Command::Diff},
+      {{"batch"}, devconf::Command::Batch},
+      {{"batch", "a"}, devconf::Command::Batch},
+      {{"salvage"}, devconf::Command::Salvage},
+      {{"watch"}, devconf::Command::Watch},
+      {{"watch", "a", "b"}, devconf::Command::Watch},
+      {{"del", "a"}, devconf::Command::Delete},
+      {{"tables"}, devconf::Command::Tables},
+      {{"verify"}, devconf::Command::Verify},
   };
   for (const auto &[words, command] : commands) {
     const Reading reading = Read(words);
@@ -110,9 +110,9 @@ TEST(Options, AfterTwoDashes_ThereAreNone) {
 }
 
 TEST(Options, HelpAndVersion_NeedNoCommand) {
-  EXPECT_EQ(Read({"--help"}).options.command, devconf::Command::kHelp);
-  EXPECT_EQ(Read({"get", "-h", "--nonsense"}).options.command, devconf::Command::kHelp);
-  EXPECT_EQ(Read({"-V"}).options.command, devconf::Command::kVersion);
+  EXPECT_EQ(Read({"--help"}).options.command, devconf::Command::Help);
+  EXPECT_EQ(Read({"get", "-h", "--nonsense"}).options.command, devconf::Command::Help);
+  EXPECT_EQ(Read({"-V"}).options.command, devconf::Command::Version);
 }
 
 TEST(Options, ThatAreMistaken_AreNamed) {
@@ -151,8 +151,8 @@ TEST(Options, OfRecords_AreRead) {
   ASSERT_TRUE(reading.ok) << reading.mistake;
   EXPECT_STREQ(reading.options.table, "tb_line");
   EXPECT_STREQ(reading.options.from, "f");
-  EXPECT_EQ(reading.options.writing, devconf::Writing::kEscaped);
-  EXPECT_EQ(Read({"get", "a", "--raw"}).options.writing, devconf::Writing::kRaw);
+  EXPECT_EQ(reading.options.writing, devconf::Writing::Escaped);
+  EXPECT_EQ(Read({"get", "a", "--raw"}).options.writing, devconf::Writing::Raw);
   EXPECT_STREQ(Read({"--offline=f", "get", "a"}).options.offline, "f");
 }
 

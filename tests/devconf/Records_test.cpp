@@ -32,12 +32,12 @@ class RecordsOf : public devconf_test::DevconfTest {
   static Records Walk(const char *table, const std::string &prefix = "") {
     Records records;
     TableWalk walk(*FindTable(table), prefix);
-    Answer answer = Answer::kFailed;
-    while ((answer = walk.Next()) == Answer::kYes) {
+    Answer answer = Answer::Failed;
+    while ((answer = walk.Next()) == Answer::Yes) {
       records.emplace_back(walk.Key(), walk.Value());
       if (records.size() > 100000) break;
     }
-    EXPECT_EQ(answer, Answer::kNo);
+    EXPECT_EQ(answer, Answer::No);
     return records;
   }
 };
@@ -105,7 +105,7 @@ TEST_F(RecordsOf, KeysOfEverySizeAroundTheBuffers_AreRead) {
     EXPECT_EQ(Walk(table), expected);
     for (const auto &[key, data] : expected) {
       devconf::GrownBytes value;
-      EXPECT_EQ(ReadValue(*FindTable(table), key, value), Answer::kYes);
+      EXPECT_EQ(ReadValue(*FindTable(table), key, value), Answer::Yes);
       EXPECT_EQ(value.View(), data);
     }
     BerkDb_Close();
@@ -129,7 +129,7 @@ TEST_F(RecordsOf, ALargeValueThatChangesMeanwhile_IsReadWhole) {
   Open();
   for (int i = 0; i < 300; ++i) {
     devconf::GrownBytes value;
-    ASSERT_EQ(ReadValue(*FindTable("tb_line"), Text("k"), value), Answer::kYes);
+    ASSERT_EQ(ReadValue(*FindTable("tb_line"), Text("k"), value), Answer::Yes);
     EXPECT_EQ(value.View().size() % 300, 1U);
     EXPECT_EQ(value.View().find_first_not_of(value.View().front()), std::string_view::npos);
   }
@@ -169,8 +169,8 @@ TEST_F(RecordsOf, TheTableThatRunsDown_WithoutTerminators_AreFound) {
 TEST_F(RecordsOf, AMissingKey_AreNone) {
   Open();
   devconf::GrownBytes value;
-  EXPECT_EQ(ReadValue(*FindTable("tb_line"), Text("none"), value), Answer::kNo);
-  EXPECT_EQ(ReadValue(*FindTable("tb_line"), std::string(1000, 'k'), value), Answer::kNo);
+  EXPECT_EQ(ReadValue(*FindTable("tb_line"), Text("none"), value), Answer::No);
+  EXPECT_EQ(ReadValue(*FindTable("tb_line"), std::string(1000, 'k'), value), Answer::No);
 }
 
 TEST_F(RecordsOf, MoreThanOneBatch_AreReadOnceEach) {
@@ -197,7 +197,7 @@ TEST_F(RecordsOf, AWalkOverSeveralBatches_GoOnWhenWhatWasReadIsDeleted) {
     TableWalk walk(*FindTable(name), "");
     std::vector<std::string> read;
     const auto step = [&] {
-      if (walk.Next() != Answer::kYes) return false;
+      if (walk.Next() != Answer::Yes) return false;
       read.emplace_back(TextOf(walk.Key()));
       EXPECT_EQ(left.erase(read.back()), 1U) << name << " " << read.back();
       return true;
@@ -214,23 +214,23 @@ TEST_F(RecordsOf, AWalk_GoOnWhenTheLastOneIsDeleted) {
   const std::string large(20000, 'v');  // fills a batch
   for (const char *key : {"a", "b", "c"}) ASSERT_EQ(BerkDb_Set(g_uDb.tb_line, key, large.c_str()), 0);
   TableWalk walk(*FindTable("tb_line"), "");
-  ASSERT_EQ(walk.Next(), Answer::kYes);
+  ASSERT_EQ(walk.Next(), Answer::Yes);
   ASSERT_EQ(BerkDb_Del(g_uDb.tb_line, "a"), 0);
   ASSERT_EQ(BerkDb_Del(g_uDb.tb_line, "b"), 0);
-  ASSERT_EQ(walk.Next(), Answer::kYes);
+  ASSERT_EQ(walk.Next(), Answer::Yes);
   EXPECT_EQ(walk.Key(), Text("c"));
-  EXPECT_EQ(walk.Next(), Answer::kNo);
+  EXPECT_EQ(walk.Next(), Answer::No);
 }
 
 TEST_F(RecordsOf, AnIndex_LeadToTheirRecords) {
   Open();
   ASSERT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob 1", "123;x"), 0);
   TableWalk walk(*FindTable("stb_1_pb"), "26");
-  ASSERT_EQ(walk.Next(), Answer::kYes);
+  ASSERT_EQ(walk.Next(), Answer::Yes);
   EXPECT_EQ(walk.Current().indexKey, Text("26201"));
   EXPECT_EQ(walk.Key(), Text("Bob 1\00026201"));
   EXPECT_EQ(walk.Value(), Text("123;x"));
-  EXPECT_EQ(walk.Next(), Answer::kNo);
+  EXPECT_EQ(walk.Next(), Answer::No);
 }
 
 TEST_F(RecordsOf, RandomTables_AreWhatADumpFromOutsideSees) {

@@ -174,7 +174,7 @@ TEST_F(Salvage, ThatDoesNotComeToItsEnd_IsStopped) {
   const std::string path = home_ + "/fifo";
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
   devconf::Bytes dump;
-  EXPECT_EQ(devconf::RunRescue(path.c_str(), 100, dump), devconf::RescueEnd::kBroken);
+  EXPECT_EQ(devconf::RunRescue(path.c_str(), 100, dump), devconf::RescueEnd::Broken);
 }
 
 // The dump format.

@@ -31,7 +31,7 @@ std::string ForPeople(std::string_view text) {
 
 std::string ForJson(std::string_view text) {
   const auto line = std::make_unique<Line>();
-  line->AddForJson(text, tools::Form::kText);
+  line->AddForJson(text, tools::Form::Text);
   return std::string(line->Text());
 }
 

@@ -20,12 +20,12 @@ namespace analogsim {
 namespace {
 
 enum class Frame : unsigned long {
-  kIoctl = 1,        // request number, address of its argument
-  kDone = 3,         // result, errno
-  kReadMemory = 5,   // address, bytes; the bytes follow from the other side
-  kWriteMemory = 6,  // address, bytes; the bytes follow
-  kRead = 7,         // address, bytes
-  kWrite = 8,        // address, bytes
+  Ioctl = 1,        // request number, address of its argument
+  Done = 3,         // result, errno
+  ReadMemory = 5,   // address, bytes; the bytes follow from the other side
+  WriteMemory = 6,  // address, bytes; the bytes follow
+  Read = 7,         // address, bytes
+  Write = 8,        // address, bytes
 };
 
 struct Message {
@@ -59,16 +59,16 @@ bool SendMessage(int connection, Frame frame, unsigned long first, unsigned long
 }
 
 bool SendResult(int connection, long result, int error) {
-  return SendMessage(connection, Frame::kDone, static_cast<unsigned long>(result), static_cast<unsigned long>(error));
+  return SendMessage(connection, Frame::Done, static_cast<unsigned long>(result), static_cast<unsigned long>(error));
 }
 
 bool FetchRecord(int connection, unsigned long address, Record &record) {
-  return SendMessage(connection, Frame::kReadMemory, address, sizeof record) &&
+  return SendMessage(connection, Frame::ReadMemory, address, sizeof record) &&
          Receive(connection, &record, sizeof record);
 }
 
 bool ReturnRecord(int connection, unsigned long address, const Record &record) {
-  return SendMessage(connection, Frame::kWriteMemory, address, sizeof record) &&
+  return SendMessage(connection, Frame::WriteMemory, address, sizeof record) &&
          Send(connection, &record, sizeof record);
 }
 
@@ -136,9 +136,9 @@ void DeviceSocket::Serve(int connection) {
   Message message{};
   bool keptRules = true;
   while (keptRules && Receive(connection, &message, sizeof message)) {
-    if (message.frame == Frame::kRead || message.frame == Frame::kWrite) {
+    if (message.frame == Frame::Read || message.frame == Frame::Write) {
       keptRules = SendResult(connection, kNotServed, 0);
-    } else if (message.frame != Frame::kIoctl) {
+    } else if (message.frame != Frame::Ioctl) {
       keptRules = false;
     } else if (message.second == 0) {
       keptRules = SendResult(connection, -1, EFAULT);

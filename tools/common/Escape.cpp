@@ -49,14 +49,14 @@ char ShortEscape(std::uint32_t point) {
 
 Piece EscapeNext(std::string_view &bytes, Form form) {
   std::uint32_t point = Byte(bytes[0]);
-  const std::size_t size = form == Form::kText ? std::max<std::size_t>(FirstCharacter(bytes, point), 1) : 1;
+  const std::size_t size = form == Form::Text ? std::max<std::size_t>(FirstCharacter(bytes, point), 1) : 1;
   const std::string_view character = First(bytes, size);
   bytes.remove_prefix(size);
   Piece piece;
   if (const char escape = ShortEscape(point); escape != '\0') {
     Append(piece, "\\");
     Append(piece, {&escape, 1});
-  } else if (IsControl(point) || (form == Form::kBytes && point >= 0x80)) {
+  } else if (IsControl(point) || (form == Form::Bytes && point >= 0x80)) {
     Append(piece, "\\u");
     AppendHex(piece, point >> 8);
     AppendHex(piece, point);

@@ -11,7 +11,7 @@
 
 namespace tools {
 
-enum class Form : bool { kText, kBytes };
+enum class Form : bool { Text, Bytes };
 
 /// A few characters of output.
 struct Piece {

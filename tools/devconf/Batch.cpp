@@ -109,7 +109,7 @@ const char *AddLine(std::string_view line, unsigned number, Changes &changes) {
   KeyOf(*table, words.Take(), key);
   if (isSet) ValueOf(words.Take(), value);
   if (key.Size() > kMostBytes || value.Size() > kMostBytes) return "too long";
-  changes.Add(isSet ? Changes::Kind::kPut : Changes::Kind::kDelete, *table, key.View(), value.View(), number);
+  changes.Add(isSet ? Changes::Kind::Put : Changes::Kind::Delete, *table, key.View(), value.View(), number);
   return nullptr;
 }
 

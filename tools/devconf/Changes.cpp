@@ -44,9 +44,9 @@ const char *ReasonOf(int result) {
 }  // namespace
 
 int ExplainFailure(int result) {
-  Format(Stream::kError, "devconf: %s", ReasonOf(result));
-  if (!HasReason(result)) Format(Stream::kError, ": %s", db_strerror(result));
-  Put(Stream::kError, "\n");
+  Format(Stream::Error, "devconf: %s", ReasonOf(result));
+  if (!HasReason(result)) Format(Stream::Error, ": %s", db_strerror(result));
+  Put(Stream::Error, "\n");
   return status::kFailed;
 }
 
@@ -62,7 +62,7 @@ int ExplainFailure(Changes &changes, const Changes::Result &result, const char *
 }
 
 void PrintCounts(const ChangeCounts &counts, bool json) {
-  Format(Stream::kOut,
+  Format(Stream::Out,
          json ? "{\"added\":%u,\"changed\":%u,\"unchanged\":%u,\"deleted\":%u}\n"
               : "%u added, %u changed, %u unchanged, %u deleted\n",
          counts.dwAdded, counts.dwChanged, counts.dwUnchanged, counts.dwDeleted);

@@ -29,9 +29,9 @@ constexpr char kDigits[] = "stb_1_pb";
 
 int StatusOf(Answer answer) {
   switch (answer) {
-    case Answer::kYes:
+    case Answer::Yes:
       return status::kDone;
-    case Answer::kNo:
+    case Answer::No:
       return status::kNothingFound;
     default:
       return status::kFailed;
@@ -39,7 +39,7 @@ int StatusOf(Answer answer) {
 }
 
 bool IsPhoneBookCommand(Command command) {
-  return command == Command::kPhoneBookSet || command == Command::kPhoneBookDelete;
+  return command == Command::PhoneBookSet || command == Command::PhoneBookDelete;
 }
 
 // The table of a command that is about one record.
@@ -50,7 +50,7 @@ const Table &TableOf(const Options &options) {
 
 // A word of the command line, escaped or as it is.
 bool ReadWord(const char *word, const Options &options, Unshown &unshown) {
-  if (options.writing != Writing::kEscaped) {
+  if (options.writing != Writing::Escaped) {
     unshown.bytes.Assign(word);
     return true;
   }
@@ -67,12 +67,12 @@ bool ReadKey(const Table &table, const Options &options, Bytes &key) {
 }
 
 void PrintValue(std::string_view value, Writing writing) {
-  if (writing == Writing::kByOutput) writing = ::isatty(STDOUT_FILENO) == 1 ? Writing::kEscaped : Writing::kRaw;
-  if (writing == Writing::kRaw) return Put(Stream::kOut, IsTerminatedText(value) ? TextOf(value) : value);
+  if (writing == Writing::ByOutput) writing = ::isatty(STDOUT_FILENO) == 1 ? Writing::Escaped : Writing::Raw;
+  if (writing == Writing::Raw) return Put(Stream::Out, IsTerminatedText(value) ? TextOf(value) : value);
   Bytes shown;
   AppendShownValue(shown, value);
   shown.Append("\n");
-  Put(Stream::kOut, shown.View());
+  Put(Stream::Out, shown.View());
 }
 
 int Get(const Options &options) {
@@ -81,8 +81,8 @@ int Get(const Options &options) {
   GrownBytes value;
   if (!ReadKey(table, options, key)) return status::kMistake;
   const Answer answer = ReadValue(table, key.View(), value);
-  if (answer == Answer::kNo) Complain(table, key.View(), "no such record");
-  if (answer != Answer::kYes) return StatusOf(answer);
+  if (answer == Answer::No) Complain(table, key.View(), "no such record");
+  if (answer != Answer::Yes) return StatusOf(answer);
   if (options.json) {
     PrintRecord({&table, key.View(), value.View()}, true);
   } else {
@@ -119,7 +119,7 @@ int Set(const Options &options) {
     return status::kMistake;
   }
   Changes changes;
-  changes.Add(Changes::Kind::kPut, table, key.View(), value.View());
+  changes.Add(Changes::Kind::Put, table, key.View(), value.View());
   return Apply(options, changes);
 }
 
@@ -128,20 +128,20 @@ int Delete(const Options &options) {
   Bytes key;
   if (!ReadKey(table, options, key)) return status::kMistake;
   Changes changes;
-  changes.Add(Changes::Kind::kDelete, table, key.View(), {});
+  changes.Add(Changes::Kind::Delete, table, key.View(), {});
   return Apply(options, changes);
 }
 
 Answer PrintMatches(const Table &table, const char *prefix, bool json) {
-  if (table.IsIndex()) return PrintIndexed(table, prefix, Match::kPrefix, json);
+  if (table.IsIndex()) return PrintIndexed(table, prefix, Match::Prefix, json);
   TableWalk walk(table, prefix);
-  Answer any = Answer::kNo;
+  Answer any = Answer::No;
   for (;;) {
     const Answer answer = walk.Next();
-    if (answer == Answer::kFailed) return answer;
-    if (answer == Answer::kNo) return any;
+    if (answer == Answer::Failed) return answer;
+    if (answer == Answer::No) return any;
     PrintRecord({&table, walk.Key(), walk.Value()}, json);
-    any = Answer::kYes;
+    any = Answer::Yes;
   }
 }
 
@@ -151,48 +151,48 @@ const Table &NamedTable(const Options &options) {
 
 int ListRecords(const Options &options) {
   const char *prefix = options.words[1] != nullptr ? options.words[1] : "";
-  return PrintMatches(NamedTable(options), prefix, options.json) == Answer::kFailed ? status::kFailed : status::kDone;
+  return PrintMatches(NamedTable(options), prefix, options.json) == Answer::Failed ? status::kFailed : status::kDone;
 }
 
 int Find(const Options &options) {
   const Table &table = NamedTable(options);
   const Answer answer = PrintMatches(table, options.words[1], options.json);
-  if (answer == Answer::kNo) Complain(table, options.words[1], "nothing begins like this");
+  if (answer == Answer::No) Complain(table, options.words[1], "nothing begins like this");
   return StatusOf(answer);
 }
 
 int FindIndexed(const char *indexName, Match match, const Options &options) {
   const char *wanted = options.words[0];
-  if (match == Match::kPrefix && (*wanted == '\0' || wanted[std::strspn(wanted, "0123456789")] != '\0')) {
+  if (match == Match::Prefix && (*wanted == '\0' || wanted[std::strspn(wanted, "0123456789")] != '\0')) {
     Complain("no keypad digits", wanted);
     return status::kMistake;
   }
   const Table &index = *FindTable(indexName);
   const Answer answer = PrintIndexed(index, wanted, match, options.json);
-  if (answer == Answer::kNo) Complain(index, wanted, "no such entry");
+  if (answer == Answer::No) Complain(index, wanted, "no such entry");
   return StatusOf(answer);
 }
 
 bool Count(const Table &table, unsigned long &count) {
   TableWalk walk(table, "");
-  Answer answer = Answer::kNo;
-  for (count = 0; (answer = walk.Next()) == Answer::kYes;) ++count;
-  return answer == Answer::kNo;
+  Answer answer = Answer::No;
+  for (count = 0; (answer = walk.Next()) == Answer::Yes;) ++count;
+  return answer == Answer::No;
 }
 
 void PrintTable(const Table &table, unsigned long count, bool json) {
   const char *indexOf = table.IsIndex() ? table.IndexOf().Name() : nullptr;
   if (!json) {
-    return Format(Stream::kOut, "%-13s %8lu  %-9s  %s\n", table.Name(), count, indexOf != nullptr ? indexOf : "-",
+    return Format(Stream::Out, "%-13s %8lu  %-9s  %s\n", table.Name(), count, indexOf != nullptr ? indexOf : "-",
                   table.role);
   }
-  Format(Stream::kOut, "{\"table\":\"%s\",\"role\":\"%s\",\"records\":%lu,\"index_of\":", table.Name(), table.role,
+  Format(Stream::Out, "{\"table\":\"%s\",\"role\":\"%s\",\"records\":%lu,\"index_of\":", table.Name(), table.role,
          count);
-  Format(Stream::kOut, indexOf != nullptr ? "\"%s\"}\n" : "null}\n", indexOf);
+  Format(Stream::Out, indexOf != nullptr ? "\"%s\"}\n" : "null}\n", indexOf);
 }
 
 int PrintTables(const Options &options) {
-  if (!options.json) Put(Stream::kOut, "TABLE          RECORDS  INDEX OF   ROLE\n");
+  if (!options.json) Put(Stream::Out, "TABLE          RECORDS  INDEX OF   ROLE\n");
   for (const Table &table : kCatalogue) {
     unsigned long count = 0;
     if (!Count(table, count)) return status::kFailed;
@@ -203,19 +203,19 @@ int PrintTables(const Options &options) {
 
 int RunInStore(const Options &options, ImportFile &file) {
   switch (options.command) {
-    case Command::kGet:
+    case Command::Get:
       return Get(options);
-    case Command::kList:
+    case Command::List:
       return ListRecords(options);
-    case Command::kTables:
+    case Command::Tables:
       return PrintTables(options);
-    case Command::kFind:
+    case Command::Find:
       return Find(options);
-    case Command::kPhoneBookFind:
-      return FindIndexed(kDigits, Match::kPrefix, options);
-    case Command::kPhoneBookNumber:
-      return FindIndexed(kNumbers, Match::kWhole, options);
-    case Command::kDiff:
+    case Command::PhoneBookFind:
+      return FindIndexed(kDigits, Match::Prefix, options);
+    case Command::PhoneBookNumber:
+      return FindIndexed(kNumbers, Match::Whole, options);
+    case Command::Diff:
       return Diff(file, options);
     default:
       return Export(options.words[0]);
@@ -236,7 +236,7 @@ std::optional<int> ReadOnce(const Options &options, ImportFile &file) {
 
 int Read(const Options &options) {
   ImportFile file;
-  if (options.command == Command::kDiff && (!file.Load(options.words[0]) || !file.Check())) return status::kRefused;
+  if (options.command == Command::Diff && (!file.Load(options.words[0]) || !file.Check())) return status::kRefused;
   for (;;) {
     if (const std::optional<int> result = ReadOnce(options, file); result.has_value()) return *result;
     DropOutput();
@@ -249,8 +249,8 @@ int Init(const Options &options) {
 }
 
 bool NamesTable(Command command) {
-  return command == Command::kList || command == Command::kFind || command == Command::kExport ||
-         command == Command::kWatch;
+  return command == Command::List || command == Command::Find || command == Command::Export ||
+         command == Command::Watch;
 }
 
 // Whether the tables that the command line names are there, and can be used like that.
@@ -270,23 +270,23 @@ bool AreTablesRight(const Options &options) {
 int RunCommand(const Options &options) {
   if (!AreTablesRight(options)) return status::kMistake;
   switch (options.command) {
-    case Command::kInit:
+    case Command::Init:
       return Init(options);
-    case Command::kSet:
-    case Command::kPhoneBookSet:
+    case Command::Set:
+    case Command::PhoneBookSet:
       return Set(options);
-    case Command::kDelete:
-    case Command::kPhoneBookDelete:
+    case Command::Delete:
+    case Command::PhoneBookDelete:
       return Delete(options);
-    case Command::kBatch:
+    case Command::Batch:
       return Batch(options);
-    case Command::kImport:
+    case Command::Import:
       return Import(options);
-    case Command::kWatch:
+    case Command::Watch:
       return Watch(options);
-    case Command::kVerify:
+    case Command::Verify:
       return Verify(options);
-    case Command::kSalvage:
+    case Command::Salvage:
       return Salvage(options);
     default:
       return Read(options);

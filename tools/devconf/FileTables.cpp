@@ -32,7 +32,7 @@ constexpr int kMostMessages = 8;
 void SayForStore(const DB_ENV * /*env*/, const char * /*prefix*/, const char *message) {
   static int said = 0;
   ++said;
-  if (said <= kMostMessages) Format(Stream::kError, "devconf: %s\n", message);
+  if (said <= kMostMessages) Format(Stream::Error, "devconf: %s\n", message);
   if (said == kMostMessages + 1) Complain("further messages of the store are left out");
 }
 
@@ -58,7 +58,7 @@ bool FileTables::Open(const char *path, Indexes indexes) {
     Close();
     return false;
   }
-  if (indexes == Indexes::kByThemselves || Bind()) return true;
+  if (indexes == Indexes::ByThemselves || Bind()) return true;
   Complain("an index cannot be used", path);
   Close();
   return false;

@@ -7,8 +7,8 @@
 namespace devconf {
 
 enum class Indexes : bool {
-  kByThemselves,  ///< as tables of their own: index key and key
-  kBound          ///< leading to the records of their tables
+  ByThemselves,  ///< as tables of their own: index key and key
+  Bound          ///< leading to the records of their tables
 };
 
 class FileTables {

@@ -16,7 +16,7 @@ namespace {
 // A string of a line: the text between its quotes, and its form.
 struct Field {
   bool isThere = false;
-  Form form = Form::kText;
+  Form form = Form::Text;
   std::string_view string;
 };
 
@@ -33,11 +33,11 @@ const char *PutField(Field &field, Form form, std::string_view string) {
 }
 
 const char *PutMember(Line &line, const Member &member) {
-  if (member.name == "table") return PutField(line.table, Form::kText, member.value);
-  if (member.name == "key") return PutField(line.key, Form::kText, member.value);
-  if (member.name == "key_bytes") return PutField(line.key, Form::kBytes, member.value);
-  if (member.name == "value") return PutField(line.value, Form::kText, member.value);
-  if (member.name == "value_bytes") return PutField(line.value, Form::kBytes, member.value);
+  if (member.name == "table") return PutField(line.table, Form::Text, member.value);
+  if (member.name == "key") return PutField(line.key, Form::Text, member.value);
+  if (member.name == "key_bytes") return PutField(line.key, Form::Bytes, member.value);
+  if (member.name == "value") return PutField(line.value, Form::Text, member.value);
+  if (member.name == "value_bytes") return PutField(line.value, Form::Bytes, member.value);
   return "a member other than table, key, key_bytes, value and value_bytes";
 }
 
@@ -100,9 +100,9 @@ bool ImportFile::CheckLine(std::string_view text) {
   const char *wrong = ReadField(fields.key, name);
   if (wrong == nullptr) wrong = ReadField(fields.value, value);
   if (wrong != nullptr) return Refuse(wrong);
-  const bool isName = fields.key.form == Form::kText;
+  const bool isName = fields.key.form == Form::Text;
   if (isName) MakeKey(*table, name.View(), key);
-  if (fields.value.form == Form::kText) value.Append({"\0", 1});
+  if (fields.value.form == Form::Text) value.Append({"\0", 1});
   const std::string_view storedKey = isName ? key.View() : name.View();
   if (storedKey.size() > kMostBytes) return Refuse("the key is too long");
   if (value.Size() > kMostBytes) return Refuse("the value is too long");

@@ -149,7 +149,7 @@ const char *Unescape(std::string_view string, Form form, std::span<char> out, st
   while (!string.empty()) {
     std::uint32_t point = 0;
     if (const char *wrong = TakeCharacter(string, point); wrong != nullptr) return wrong;
-    if (form == Form::kBytes) {
+    if (form == Form::Bytes) {
       if (point > 0xff) return "a character above U+00FF in bytes";
       out[size++] = static_cast<char>(point);
     } else {

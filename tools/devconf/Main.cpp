@@ -21,11 +21,11 @@ int Run(std::span<const char *const> args) {
     std::fputs("devconf --help lists the commands.\n", stderr);
     return status::kMistake;
   }
-  if (options.command == Command::kHelp) {
+  if (options.command == Command::Help) {
     std::fputs(kHelp, stdout);
     return status::kDone;
   }
-  if (options.command == Command::kVersion) {
+  if (options.command == Command::Version) {
     std::puts("devconf " DEVCONF_VERSION);
     return status::kDone;
   }

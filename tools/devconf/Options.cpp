@@ -48,25 +48,25 @@ struct CommandRow {
 };
 
 constexpr CommandRow kCommands[] = {
-    {"init", "", Command::kInit, 0, 0},
-    {"get", "", Command::kGet, 1, 1, kTable | kRaw | kEscape | kOffline},
-    {"set", "", Command::kSet, 1, 2, kTable | kFrom | kEscape},
-    {"del", "", Command::kDelete, 1, 1, kTable | kEscape},
-    {"list", "", Command::kList, 0, 2, kOffline},
-    {"tables", "", Command::kTables, 0, 0, kOffline},
-    {"find", "", Command::kFind, 2, 2, kOffline},
-    {"pb", "add", Command::kPhoneBookSet, 1, 2, kFrom | kEscape},
-    {"pb", "set", Command::kPhoneBookSet, 1, 2, kFrom | kEscape},
-    {"pb", "del", Command::kPhoneBookDelete, 1, 1, kEscape},
-    {"pb", "find", Command::kPhoneBookFind, 1, 1, kOffline},
-    {"pb", "number", Command::kPhoneBookNumber, 1, 1, kOffline},
-    {"export", "", Command::kExport, 0, 1, kOffline},
-    {"import", "", Command::kImport, 1, 1, kImportMode},
-    {"diff", "", Command::kDiff, 1, 1, kImportMode | kOffline},
-    {"batch", "", Command::kBatch, 0, 1},
-    {"watch", "", Command::kWatch, 0, 2},
-    {"verify", "", Command::kVerify, 0, 0, kOffline},
-    {"salvage", "", Command::kSalvage, 0, 0, kOffline},
+    {"init", "", Command::Init, 0, 0},
+    {"get", "", Command::Get, 1, 1, kTable | kRaw | kEscape | kOffline},
+    {"set", "", Command::Set, 1, 2, kTable | kFrom | kEscape},
+    {"del", "", Command::Delete, 1, 1, kTable | kEscape},
+    {"list", "", Command::List, 0, 2, kOffline},
+    {"tables", "", Command::Tables, 0, 0, kOffline},
+    {"find", "", Command::Find, 2, 2, kOffline},
+    {"pb", "add", Command::PhoneBookSet, 1, 2, kFrom | kEscape},
+    {"pb", "set", Command::PhoneBookSet, 1, 2, kFrom | kEscape},
+    {"pb", "del", Command::PhoneBookDelete, 1, 1, kEscape},
+    {"pb", "find", Command::PhoneBookFind, 1, 1, kOffline},
+    {"pb", "number", Command::PhoneBookNumber, 1, 1, kOffline},
+    {"export", "", Command::Export, 0, 1, kOffline},
+    {"import", "", Command::Import, 1, 1, kImportMode},
+    {"diff", "", Command::Diff, 1, 1, kImportMode | kOffline},
+    {"batch", "", Command::Batch, 0, 1},
+    {"watch", "", Command::Watch, 0, 2},
+    {"verify", "", Command::Verify, 0, 0, kOffline},
+    {"salvage", "", Command::Salvage, 0, 0, kOffline},
 };
 
 enum Long : int {
@@ -154,9 +154,9 @@ class Reader {
       case kPlainWord:
         return TakePlain(optarg);
       case 'h':
-        return Stop(Command::kHelp);
+        return Stop(Command::Help);
       case 'V':
-        return Stop(Command::kVersion);
+        return Stop(Command::Version);
       case 'j':
         return options_.json = true;
       case 't':
@@ -174,9 +174,9 @@ class Reader {
       case kReplaceOption:
         return Use(kReplace) && (options_.replace = true);
       case kRawOption:
-        return Use(kRaw) && TakeWriting(Writing::kRaw);
+        return Use(kRaw) && TakeWriting(Writing::Raw);
       case kEscapeOption:
-        return Use(kEscape) && TakeWriting(Writing::kEscaped);
+        return Use(kEscape) && TakeWriting(Writing::Escaped);
       case ':':
         return Fail("missing argument after", word);
       default:
@@ -201,7 +201,7 @@ class Reader {
   }
 
   bool TakeWriting(Writing writing) {
-    if (options_.writing != Writing::kByOutput && options_.writing != writing) {
+    if (options_.writing != Writing::ByOutput && options_.writing != writing) {
       return Fail("--raw and --escape exclude each other");
     }
     options_.writing = writing;

@@ -8,45 +8,45 @@
 namespace devconf {
 
 enum class Command : std::uint8_t {
-  kHelp,
-  kVersion,
-  kInit,
-  kGet,
-  kSet,
-  kDelete,
-  kList,
-  kTables,
-  kFind,
-  kPhoneBookSet,
-  kPhoneBookDelete,
-  kPhoneBookFind,
-  kPhoneBookNumber,
-  kExport,
-  kImport,
-  kDiff,
-  kBatch,
-  kWatch,
-  kVerify,
-  kSalvage
+  Help,
+  Version,
+  Init,
+  Get,
+  Set,
+  Delete,
+  List,
+  Tables,
+  Find,
+  PhoneBookSet,
+  PhoneBookDelete,
+  PhoneBookFind,
+  PhoneBookNumber,
+  Export,
+  Import,
+  Diff,
+  Batch,
+  Watch,
+  Verify,
+  Salvage
 };
 
 /// How bytes are written on the command line and on the output.
 enum class Writing : std::uint8_t {
-  kByOutput,  ///< escaped on a terminal, as they are anywhere else
-  kRaw,
-  kEscaped
+  ByOutput,  ///< escaped on a terminal, as they are anywhere else
+  Raw,
+  Escaped
 };
 
 struct Options {
   static constexpr int kMostWords = 2;
 
-  Command command = Command::kHelp;
+  Command command = Command::Help;
   const char *home = "/config_fs/DB/";
   const char *file = "config.db";  ///< in the home
   const char *offline = nullptr;   ///< a copied file to read instead
   const char *table = nullptr;     ///< of get, set and del
   const char *from = nullptr;      ///< where the value of set is; "-" is standard input
-  Writing writing = Writing::kByOutput;
+  Writing writing = Writing::ByOutput;
   bool json = false;
   bool replace = false;  ///< import, diff
   /// What follows the command. A word that was left out is nullptr.

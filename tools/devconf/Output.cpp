@@ -22,7 +22,7 @@ struct Held {
 
 Held g_held;
 
-std::FILE *FileOf(Stream stream) { return stream == Stream::kOut ? stdout : stderr; }
+std::FILE *FileOf(Stream stream) { return stream == Stream::Out ? stdout : stderr; }
 
 }  // namespace
 
@@ -44,8 +44,7 @@ void HoldOutput() { g_held.isHolding = true; }
 
 void ReleaseOutput() {
   g_held.isHolding = false;
-  for (const Stream stream : {Stream::kOut, Stream::kError})
-    Put(stream, g_held.bytes[static_cast<int>(stream)].View());
+  for (const Stream stream : {Stream::Out, Stream::Error}) Put(stream, g_held.bytes[static_cast<int>(stream)].View());
   DropOutput();
 }
 

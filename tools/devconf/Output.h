@@ -7,7 +7,7 @@
 
 namespace devconf {
 
-enum class Stream : std::uint8_t { kOut, kError };
+enum class Stream : std::uint8_t { Out, Error };
 
 /// Writes bytes.
 void Put(Stream stream, std::string_view bytes);

@@ -13,16 +13,16 @@ namespace {
 using tools::Form;
 using tools::IsText;
 
-void PrintOut(const Bytes &bytes) { Put(Stream::kOut, bytes.View()); }
+void PrintOut(const Bytes &bytes) { Put(Stream::Out, bytes.View()); }
 
 // A member whose name shows the form of its string.
 void PrintBytes(const char *name, std::string_view bytes, bool asText) {
-  Format(Stream::kOut, ",\"%s%s\":", name, asText ? "" : "_bytes");
-  PrintJsonString(asText ? TextOf(bytes) : bytes, asText ? Form::kText : Form::kBytes);
+  Format(Stream::Out, ",\"%s%s\":", name, asText ? "" : "_bytes");
+  PrintJsonString(asText ? TextOf(bytes) : bytes, asText ? Form::Text : Form::Bytes);
 }
 
 void PrintMembers(const Table &table, std::string_view key) {
-  Format(Stream::kOut, "\"table\":\"%s\"", table.Name());
+  Format(Stream::Out, "\"table\":\"%s\"", table.Name());
   PrintBytes("key", key, IsKeyOfName(table, key) && IsText(TextOf(key)));
 }
 
@@ -31,14 +31,14 @@ void PrintValueMember(std::string_view value) {
 }
 
 void PrintJsonRecord(const Record &record) {
-  Put(Stream::kOut, "{");
+  Put(Stream::Out, "{");
   PrintMembers(*record.table, record.key);
   PrintValueMember(record.value);
   if (record.index != nullptr) {
-    Format(Stream::kOut, ",\"index\":\"%s\"", record.index->Name());
+    Format(Stream::Out, ",\"index\":\"%s\"", record.index->Name());
     PrintBytes("index_key", record.indexKey, IsText(TextOf(record.indexKey)));
   }
-  Put(Stream::kOut, "}\n");
+  Put(Stream::Out, "}\n");
 }
 
 void PrintBatchLine(const Table &table, std::string_view key, const std::string_view *value) {
@@ -46,11 +46,11 @@ void PrintBatchLine(const Table &table, std::string_view key, const std::string_
   line.Append(value != nullptr ? "set --table " : "del --table ");
   line.Append(table.Name());
   line.Append(" \"");
-  AppendShownKey(line, table, key, Quotes::kDouble);
+  AppendShownKey(line, table, key, Quotes::Double);
   line.Append("\"");
   if (value != nullptr) {
     line.Append(" \"");
-    AppendShownValue(line, *value, Quotes::kDouble);
+    AppendShownValue(line, *value, Quotes::Double);
     line.Append("\"");
   }
   line.Append("\n");
@@ -67,9 +67,9 @@ void AppendQuoted(Bytes &line, std::string_view text) {
 }  // namespace
 
 void PrintJsonString(std::string_view bytes, Form form) {
-  Put(Stream::kOut, "\"");
-  while (!bytes.empty()) Put(Stream::kOut, tools::EscapeNext(bytes, form).View());
-  Put(Stream::kOut, "\"");
+  Put(Stream::Out, "\"");
+  while (!bytes.empty()) Put(Stream::Out, tools::EscapeNext(bytes, form).View());
+  Put(Stream::Out, "\"");
 }
 
 void PrintRecord(const Record &record, bool json) {
@@ -88,20 +88,20 @@ void PrintRecord(const Record &record, bool json) {
 
 // The form of the key fits every table but the phone book, which would have been recognised.
 void PrintWithoutTable(std::string_view key, std::string_view value) {
-  Put(Stream::kOut, "{\"table\":\"?\"");
+  Put(Stream::Out, "{\"table\":\"?\"");
   PrintBytes("key", key, IsTerminatedText(key) && IsText(TextOf(key)));
   PrintValueMember(value);
-  Put(Stream::kOut, "}\n");
+  Put(Stream::Out, "}\n");
 }
 
-void PrintTableLine(const Table &table) { Format(Stream::kOut, "{\"table\":\"%s\"}\n", table.Name()); }
+void PrintTableLine(const Table &table) { Format(Stream::Out, "{\"table\":\"%s\"}\n", table.Name()); }
 
 void PrintDifference(const Table &table, std::string_view key, const std::string_view *value, bool json) {
   if (!json) return PrintBatchLine(table, key, value);
-  Format(Stream::kOut, "{\"change\":\"%s\",", value != nullptr ? "set" : "del");
+  Format(Stream::Out, "{\"change\":\"%s\",", value != nullptr ? "set" : "del");
   PrintMembers(table, key);
   if (value != nullptr) PrintValueMember(*value);
-  Put(Stream::kOut, "}\n");
+  Put(Stream::Out, "}\n");
 }
 
 void Complain(const Table &table, std::string_view key, const char *what) {
@@ -113,7 +113,7 @@ void Complain(const Table &table, std::string_view key, const char *what) {
   line.Append(": ");
   line.Append(what);
   line.Append("\n");
-  Put(Stream::kError, line.View());
+  Put(Stream::Error, line.View());
 }
 
 void Complain(const char *what, std::string_view word) {
@@ -125,11 +125,11 @@ void Complain(const char *what, std::string_view word) {
     AppendQuoted(line, word);
   }
   line.Append("\n");
-  Put(Stream::kError, line.View());
+  Put(Stream::Error, line.View());
 }
 
 void ComplainAboutLine(const char *file, unsigned line, const char *what) {
-  Format(Stream::kError, "devconf: %s:%u: %s\n", file, line, what);
+  Format(Stream::Error, "devconf: %s:%u: %s\n", file, line, what);
 }
 
 }  // namespace devconf

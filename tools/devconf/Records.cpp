@@ -15,10 +15,10 @@ namespace devconf {
 namespace {
 
 Answer AnswerOf(const Table &table, std::string_view key, int result) {
-  if (result == 0) return Answer::kYes;
-  if (result == DB_NOTFOUND) return Answer::kNo;
+  if (result == 0) return Answer::Yes;
+  if (result == DB_NOTFOUND) return Answer::No;
   Complain(table, key, db_strerror(result));
-  return Answer::kFailed;
+  return Answer::Failed;
 }
 
 // Where a walk has to begin. The keys with a prefix are together in every table; but of one that does not run upwards
@@ -40,11 +40,11 @@ TableWalk::TableWalk(const Table &table, std::string_view prefix)
 
 Answer TableWalk::Next() {
   for (;;) {
-    if (IsInterrupted()) return Answer::kFailed;
+    if (IsInterrupted()) return Answer::Failed;
     const Answer answer = AnswerOf(table_, record_.key, walk_.Next(record_));
-    if (answer != Answer::kYes) return answer;
+    if (answer != Answer::Yes) return answer;
     if (tools::StartsWith(table_.IsIndex() ? record_.indexKey : record_.key, prefix_.View())) return answer;
-    if (table_.Rule().pfnCompare == nullptr) return Answer::kNo;
+    if (table_.Rule().pfnCompare == nullptr) return Answer::No;
   }
 }
 

@@ -11,7 +11,7 @@
 
 namespace devconf {
 
-enum class Answer : std::uint8_t { kYes, kNo, kFailed };
+enum class Answer : std::uint8_t { Yes, No, Failed };
 
 using devsupport::store::GrownBytes;
 using devsupport::store::WholeRecord;
@@ -19,7 +19,7 @@ using devsupport::store::WholeRecord;
 /// Reads the value of a key.
 /// key        in      the key as stored
 /// value      out     all bytes of the value
-/// Returns    kYes; kNo without such a record; kFailed, which has been complained about.
+/// Returns    Yes; No without such a record; Failed, which has been complained about.
 Answer ReadValue(const Table &table, std::string_view key, GrownBytes &value);
 
 /// Walks over the records of a table or of an index whose keys there begin with a prefix, in its order. Others may
@@ -28,7 +28,7 @@ class TableWalk {
  public:
   TableWalk(const Table &table, std::string_view prefix);
 
-  /// Steps to the next record. Returns kNo after the last one; kFailed has been complained about, unless a signal has
+  /// Steps to the next record. Returns No after the last one; Failed has been complained about, unless a signal has
   /// come.
   Answer Next();
 

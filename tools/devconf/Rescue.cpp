@@ -82,10 +82,10 @@ bool ReadToEnd(int fd, int mostSilentMs, std::size_t most, Bytes &dump) {
 RescueEnd EndOf(pid_t pid) {
   int status = 0;
   while (::waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) return RescueEnd::kBroken;
+    if (errno != EINTR) return RescueEnd::Broken;
   }
-  if (!WIFEXITED(status)) return RescueEnd::kBroken;
-  return WEXITSTATUS(status) == kFoundNothing ? RescueEnd::kWhole : RescueEnd::kDamaged;
+  if (!WIFEXITED(status)) return RescueEnd::Broken;
+  return WEXITSTATUS(status) == kFoundNothing ? RescueEnd::Whole : RescueEnd::Damaged;
 }
 
 std::string_view TakeLine(std::string_view &rest) {
@@ -98,7 +98,7 @@ std::string_view TakeLine(std::string_view &rest) {
 
 RescueEnd RunRescue(const char *path, int mostSilentMs, Bytes &dump) {
   int ends[2];
-  if (::pipe(ends) != 0) return RescueEnd::kBroken;
+  if (::pipe(ends) != 0) return RescueEnd::Broken;
   const pid_t pid = ::fork();
   if (pid == 0) {
     ::close(ends[0]);
@@ -107,7 +107,7 @@ RescueEnd RunRescue(const char *path, int mostSilentMs, Bytes &dump) {
   ::close(ends[1]);
   if (pid > 0 && !ReadToEnd(ends[0], mostSilentMs, MostDumpOf(path), dump)) ::kill(pid, SIGKILL);
   ::close(ends[0]);
-  return pid > 0 ? EndOf(pid) : RescueEnd::kBroken;
+  return pid > 0 ? EndOf(pid) : RescueEnd::Broken;
 }
 
 bool DumpReader::Next() {

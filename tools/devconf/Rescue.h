@@ -11,9 +11,9 @@ namespace devconf {
 
 /// How the salvager ended.
 enum class RescueEnd : std::uint8_t {
-  kWhole,    ///< it found no damage
-  kDamaged,  ///< it found damage, and read all that it could
-  kBroken    ///< it crashed, or was stopped because it did not come to an end
+  Whole,    ///< it found no damage
+  Damaged,  ///< it found damage, and read all that it could
+  Broken    ///< it crashed, or was stopped because it did not come to an end
 };
 
 /// Reads a file and appends what the salvager wrote: the dump format of the store, tables one after the other. It is

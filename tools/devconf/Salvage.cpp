@@ -111,16 +111,16 @@ class Salvager {
 };
 
 void Say(unsigned long count, const char *what) {
-  if (count != 0) Format(Stream::kError, "devconf: %lu %s\n", count, what);
+  if (count != 0) Format(Stream::Error, "devconf: %lu %s\n", count, what);
 }
 
 int Report(RescueEnd end, const Counts &counts) {
   Say(counts.lost, "records cannot be read");
   Say(counts.repeated, "records are there twice with different values; one of them was printed");
   Say(counts.unknown, "records have the table \"?\": which one it was is lost; name it before you import them");
-  if (end == RescueEnd::kBroken) Complain("the store's rescuer did not come to its end; what it read was printed");
-  if (end == RescueEnd::kDamaged) Complain("the file is damaged; what could be read was printed");
-  return end == RescueEnd::kWhole ? status::kDone : status::kDamaged;
+  if (end == RescueEnd::Broken) Complain("the store's rescuer did not come to its end; what it read was printed");
+  if (end == RescueEnd::Damaged) Complain("the file is damaged; what could be read was printed");
+  return end == RescueEnd::Whole ? status::kDone : status::kDamaged;
 }
 
 }  // namespace

@@ -26,9 +26,9 @@ Seal::Seal(const Options &options) : home_(::open(options.home, O_RDONLY | O_DIR
   seal_ = ::openat(home_, name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (seal_ < 0) return;
   const SealFinding finding = CheckSeal(home_, options.file);
-  if (finding.state == SealState::kFits) state_ = State::kFits;
-  if (finding.state != SealState::kDamaged && finding.state != SealState::kChanged) return;
-  state_ = State::kDamaged;
+  if (finding.state == SealState::Fits) state_ = State::Fits;
+  if (finding.state != SealState::Damaged && finding.state != SealState::Changed) return;
+  state_ = State::Damaged;
   std::snprintf(damaged_, sizeof damaged_, "%s", finding.szFile);
 }
 

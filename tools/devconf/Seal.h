@@ -11,9 +11,9 @@ namespace devconf {
 class Seal {
  public:
   enum class State : std::uint8_t {
-    kFits,    ///< the files are as they were when the store was closed in order
-    kNone,    ///< the store is open, or was not closed in order
-    kDamaged  ///< a file is not as it was
+    Fits,    ///< the files are as they were when the store was closed in order
+    None,    ///< the store is open, or was not closed in order
+    Damaged  ///< a file is not as it was
   };
 
   explicit Seal(const Options &options);
@@ -31,7 +31,7 @@ class Seal {
  private:
   int home_ = -1;
   int seal_ = -1;
-  State state_ = State::kNone;
+  State state_ = State::None;
   char damaged_[64] = "";
 };
 

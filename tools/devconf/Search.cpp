@@ -24,13 +24,13 @@ class Search {
 
   bool Run() {
     TableWalk walk(index_, wanted_);
-    Answer answer = Answer::kNo;
-    while ((answer = walk.Next()) == Answer::kYes) {
+    Answer answer = Answer::No;
+    while ((answer = walk.Next()) == Answer::Yes) {
       // A number has a terminator in the index when nothing follows it in the record, and none when ';' does.
-      if (match_ == Match::kWhole && TextOf(walk.Current().indexKey) != wanted_) return true;
+      if (match_ == Match::Whole && TextOf(walk.Current().indexKey) != wanted_) return true;
       Add(walk.Current());
     }
-    return answer == Answer::kNo;
+    return answer == Answer::No;
   }
 
   Answer Print(bool json);
@@ -61,14 +61,14 @@ Answer Search::Print(bool json) {
   for (const Found &found : found_) {
     PrintRecord({&index_.IndexOf(), Key(found), Value(found), &index_, IndexKey(found)}, json);
   }
-  return found_.Size() != 0 ? Answer::kYes : Answer::kNo;
+  return found_.Size() != 0 ? Answer::Yes : Answer::No;
 }
 
 }  // namespace
 
 Answer PrintIndexed(const Table &index, std::string_view wanted, Match match, bool json) {
   Search search(index, wanted, match);
-  return search.Run() ? search.Print(json) : Answer::kFailed;
+  return search.Run() ? search.Print(json) : Answer::Failed;
 }
 
 }  // namespace devconf

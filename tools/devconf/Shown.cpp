@@ -29,7 +29,7 @@ void AppendByte(Bytes &out, char byte) {
 
 // The letter for a character after a backslash, or 0.
 char LetterOf(char c, Quotes quotes) {
-  if (c == '\'' || (c == '"' && quotes == Quotes::kNone)) return '\0';
+  if (c == '\'' || (c == '"' && quotes == Quotes::None)) return '\0';
   const std::size_t at = kMeanings.find(c);
   return at == std::string_view::npos ? '\0' : kLetters[at];
 }

@@ -12,16 +12,16 @@
 
 namespace devconf {
 
-enum class Quotes : bool { kNone, kDouble };
+enum class Quotes : bool { None, Double };
 
 /// Appends a text: control characters and bytes that are no characters as escapes.
-void AppendShown(Bytes &out, std::string_view text, Quotes quotes = Quotes::kNone);
+void AppendShown(Bytes &out, std::string_view text, Quotes quotes = Quotes::None);
 
 /// Appends a stored value, with \c when it is no terminated text.
-void AppendShownValue(Bytes &out, std::string_view value, Quotes quotes = Quotes::kNone);
+void AppendShownValue(Bytes &out, std::string_view value, Quotes quotes = Quotes::None);
 
 /// Appends a stored key: its name, or with \c all its bytes when the library makes no such key.
-void AppendShownKey(Bytes &out, const Table &table, std::string_view key, Quotes quotes = Quotes::kNone);
+void AppendShownKey(Bytes &out, const Table &table, std::string_view key, Quotes quotes = Quotes::None);
 
 /// A text that was read from its form.
 struct Unshown {

@@ -53,7 +53,7 @@ int Store::OpenToRead(const Options &options) {
 // A closed store is read from its file. Opening it would start recovery, which writes and needs the right to write.
 bool Store::OpenClosed(const Options &options) {
   seal_.emplace(options);
-  if (seal_->Found() == Seal::State::kFits && file_.Open(DatabasePath(options).Text(), Indexes::kBound)) {
+  if (seal_->Found() == Seal::State::Fits && file_.Open(DatabasePath(options).Text(), Indexes::Bound)) {
     g_file = &file_;
     return true;
   }
@@ -85,7 +85,7 @@ int Store::OpenOffline(const char *path) {
     Complain("the file is damaged (devconf salvage prints what can be read)", path);
     return status::kDamaged;
   }
-  if (!file_.Open(path, Indexes::kBound)) return status::kNoDatabase;
+  if (!file_.Open(path, Indexes::Bound)) return status::kNoDatabase;
   g_file = &file_;
   return status::kDone;
 }

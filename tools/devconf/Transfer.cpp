@@ -17,9 +17,9 @@ namespace {
 bool ExportTable(const Table &table) {
   PrintTableLine(table);
   TableWalk walk(table, "");
-  Answer answer = Answer::kNo;
-  while ((answer = walk.Next()) == Answer::kYes) PrintRecord({&table, walk.Key(), walk.Value()}, true);
-  return answer == Answer::kNo;
+  Answer answer = Answer::No;
+  while ((answer = walk.Next()) == Answer::Yes) PrintRecord({&table, walk.Key(), walk.Value()}, true);
+  return answer == Answer::No;
 }
 
 // Walks over a table and its entries in the file side by side. Calls
@@ -34,19 +34,19 @@ bool Compare(const Table &table, ImportFile &file, TVisit visit) {
   const auto isLeft = [&] { return entry != end && entry->table == &table; };
   TableWalk walk(table, "");
   Answer answer = walk.Next();
-  while (answer == Answer::kYes || (answer == Answer::kNo && isLeft())) {
-    const int order = answer == Answer::kNo ? 1 : isLeft() ? table.Compare(walk.Key(), file.KeyOf(*entry)) : -1;
+  while (answer == Answer::Yes || (answer == Answer::No && isLeft())) {
+    const int order = answer == Answer::No ? 1 : isLeft() ? table.Compare(walk.Key(), file.KeyOf(*entry)) : -1;
     const std::string_view value = walk.Value();
     visit(order <= 0 ? walk.Key() : file.KeyOf(*entry), order <= 0 ? &value : nullptr, order >= 0 ? entry : nullptr);
     if (order >= 0) ++entry;
     if (order <= 0) answer = walk.Next();
   }
-  return answer == Answer::kNo;
+  return answer == Answer::No;
 }
 
 void AddEntries(ImportFile &file, Changes &changes) {
   for (const Entry &entry : file.Entries()) {
-    changes.Add(Changes::Kind::kPut, *entry.table, file.KeyOf(entry), file.ValueOf(entry));
+    changes.Add(Changes::Kind::Put, *entry.table, file.KeyOf(entry), file.ValueOf(entry));
   }
 }
 
@@ -55,7 +55,7 @@ bool AddDeletions(ImportFile &file, Changes &changes) {
   for (const Table &table : kCatalogue) {
     if (!file.HasTable(table)) continue;
     const auto visit = [&](std::string_view key, const std::string_view * /*stored*/, const Entry *entry) {
-      if (entry == nullptr) changes.Add(Changes::Kind::kDeleteIfThere, table, key, {});
+      if (entry == nullptr) changes.Add(Changes::Kind::DeleteIfThere, table, key, {});
     };
     if (!Compare(table, file, visit)) return false;
   }

@@ -27,16 +27,16 @@ class Findings {
   void Add(const Table &table, std::string_view key, const char *what) {
     ++count_;
     if (!json_) return Complain(table, key, what);
-    Format(Stream::kOut, "{\"table\":\"%s\",\"key_bytes\":", table.Name());
-    PrintJsonString(key, tools::Form::kBytes);
-    Format(Stream::kOut, ",\"error\":\"%s\"}\n", what);
+    Format(Stream::Out, "{\"table\":\"%s\",\"key_bytes\":", table.Name());
+    PrintJsonString(key, tools::Form::Bytes);
+    Format(Stream::Out, ",\"error\":\"%s\"}\n", what);
   }
 
   /// A finding that is about a table as a whole, or about all.
   void Add(const char *table, const char *what) {
     ++count_;
-    Format(json_ ? Stream::kOut : Stream::kError,
-           json_ ? "{\"table\":\"%s\",\"error\":\"%s\"}\n" : "devconf: %s: %s\n", table, what);
+    Format(json_ ? Stream::Out : Stream::Error, json_ ? "{\"table\":\"%s\",\"error\":\"%s\"}\n" : "devconf: %s: %s\n",
+           table, what);
   }
 
   unsigned long Count() const { return count_; }
@@ -110,7 +110,7 @@ class IndexCheck {
 
 void CheckIndexes(const char *path, Findings &findings) {
   FileTables file;
-  if (!file.Open(path, Indexes::kByThemselves)) return findings.Add("(file)", "the tables cannot be opened");
+  if (!file.Open(path, Indexes::ByThemselves)) return findings.Add("(file)", "the tables cannot be opened");
   for (const Table &table : kCatalogue) {
     if (table.IsIndex()) IndexCheck(table, file, findings).Run();
   }
@@ -131,9 +131,9 @@ void CheckFile(const char *path, Findings &findings) {
 int Conclude(const Findings &findings, bool json) {
   if (IsInterrupted()) return status::kFailed;
   if (json) {
-    Format(Stream::kOut, "{\"errors\":%lu}\n", findings.Count());
+    Format(Stream::Out, "{\"errors\":%lu}\n", findings.Count());
   } else if (findings.Count() == 0) {
-    Put(Stream::kOut, "clean\n");
+    Put(Stream::Out, "clean\n");
   }
   return findings.Count() == 0 ? status::kDone : status::kDamaged;
 }
@@ -153,7 +153,7 @@ int SayInUse() {
 int LookAtClosed(const char *path, const Seal &seal, bool json) {
   HoldOutput();
   Findings findings(json);
-  if (seal.Found() == Seal::State::kDamaged) {
+  if (seal.Found() == Seal::State::Damaged) {
     findings.Add(seal.DamagedFile(), "the file is not as it was when the store was closed");
   }
   CheckFile(path, findings);
@@ -189,10 +189,10 @@ int Verify(const Options &options) {
   const char *path = options.offline != nullptr ? options.offline : database.Text();
   if (!IsDatabaseThere(path)) return status::kNoDatabase;
   if (options.offline != nullptr) return Look(path, options.json);
-  if (const Seal seal(options); seal.Found() != Seal::State::kNone) return LookAtClosed(path, seal, options.json);
+  if (const Seal seal(options); seal.Found() != Seal::State::None) return LookAtClosed(path, seal, options.json);
   if (IsInUse()) return SayInUse();
   const bool canOpen = OpenAndClose(options);
-  if (const Seal seal(options); seal.Found() != Seal::State::kNone) return LookAtClosed(path, seal, options.json);
+  if (const Seal seal(options); seal.Found() != Seal::State::None) return LookAtClosed(path, seal, options.json);
   return canOpen || IsInUse() ? SayInUse() : LookAtUnopened(path, options.json);
 }
 

@@ -26,9 +26,9 @@ class Snapshot {
     pairs_.Clear();
     places_.Resize(0);
     TableWalk walk(table, prefix);
-    Answer answer = Answer::kNo;
-    while ((answer = walk.Next()) == Answer::kYes) places_.Add(pairs_.Add(walk.Key(), walk.Value()));
-    return answer == Answer::kNo;
+    Answer answer = Answer::No;
+    while ((answer = walk.Next()) == Answer::Yes) places_.Add(pairs_.Add(walk.Key(), walk.Value()));
+    return answer == Answer::No;
   }
 
   std::size_t Size() const { return places_.Size(); }

@@ -119,25 +119,25 @@ void CheckClosed(Report &report, const char *home, const char *file, bool isOpen
     return;
   }
   const SealFinding finding = seal.Number() < 0 ? SealFinding{} : CheckSeal(folder.Number(), file);
-  report.Figure(kStore, "sealed", finding.state == SealState::kFits ? 1 : 0);
+  report.Figure(kStore, "sealed", finding.state == SealState::Fits ? 1 : 0);
   switch (finding.state) {
-    case SealState::kFits:
+    case SealState::Fits:
       report.Note(kStore, "it was closed in order: sealed, and as it was then");
       CountAll(report, path, seal);
       break;
-    case SealState::kMissing:
+    case SealState::Missing:
       if (isOpen) {
         report.Note(kStore, "its records are not counted while a program has it open");
       } else {
         report.Fault(Severity::Warning, kStore, "not_sealed", kRecovers, "it was not closed in order");
       }
       break;
-    case SealState::kStale:
-    case SealState::kChanged:
+    case SealState::Stale:
+    case SealState::Changed:
       report.Fault(Severity::Warning, kStore, "changed_file", kRecovers,
                    "files were changed since the store was closed in order");
       break;
-    case SealState::kDamaged:
+    case SealState::Damaged:
       report.Fault(Severity::Error, kStore, "damaged_file", kVerifyAdvice,
                    "the file %s is not as it was when the store was closed", finding.szFile);
       break;

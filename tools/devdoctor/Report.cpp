@@ -28,7 +28,7 @@ void PutShown(std::string_view text) {
 
 /// Also a label's value: both kinds of string escape quotes, backslashes and line ends in the same way.
 void PutString(std::string_view text) {
-  const tools::Form form = tools::IsText(text) ? tools::Form::kText : tools::Form::kBytes;
+  const tools::Form form = tools::IsText(text) ? tools::Form::Text : tools::Form::Bytes;
   std::putchar('"');
   while (!text.empty()) {
     const tools::Piece piece = tools::EscapeNext(text, form);

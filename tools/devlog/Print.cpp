@@ -175,7 +175,7 @@ void AddJson(Line &line, const Message &message, const Known &known) {
   const std::string_view text = tools::After(known.text, known.process.size());
   const bool isText = tools::IsText(text);
   line.Add(isText ? ",\"text\":\"" : ",\"text_bytes\":\"");
-  line.AddForJson(text, isText ? tools::Form::kText : tools::Form::kBytes);
+  line.AddForJson(text, isText ? tools::Form::Text : tools::Form::Bytes);
   line.Add("\"}");
 }
 
