@@ -6,7 +6,7 @@
 #include <devsupport/text/StringEdit.h>
 #include "lib/Layout.h"
 #include "lib/Unaligned.h"
-#include "lib/container/SmallCopy.h"
+#include "lib/container/CopyBytes.h"
 #include "lib/diag/LocalTime.h"
 #include "lib/diag/StandardAssert.h"
 #include "lib/ipc/RingAccess.h"

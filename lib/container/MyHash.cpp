@@ -4,10 +4,10 @@
 
 #include <devsupport/container/MyHash.h>
 #include "lib/Layout.h"
+#include "lib/container/CopyBytes.h"
 #include "lib/container/HeapBlock.h"
 #include "lib/container/Lookup3.h"
 #include "lib/container/Slots.h"
-#include "lib/container/SmallCopy.h"
 
 #include <algorithm>
 #include <cstddef>

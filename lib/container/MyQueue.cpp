@@ -6,8 +6,8 @@
 #include <devsupport/ipc/ThreadMutex.h>
 #include "lib/Layout.h"
 #include "lib/Unaligned.h"
+#include "lib/container/CopyBytes.h"
 #include "lib/container/HeapBlock.h"
-#include "lib/container/SmallCopy.h"
 #include "lib/diag/StandardAssert.h"
 
 #include <algorithm>
