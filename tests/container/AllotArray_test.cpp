@@ -37,14 +37,15 @@ class Slots {
     std::memcpy(uAry.DebugName, pDebugName, ::strnlen(pDebugName, sizeof uAry.DebugName));
     nResult = AllotAry_Construct(&uAry, "another name", nMaxCount);
   }
+  /// Some of its slots are taken.
+  Slots(int nMaxCount, int nTaken) : Slots(nMaxCount) {
+    while (nTaken-- > 0) AllotAry_GetAvaiRoom(&uAry);
+  }
   ~Slots() { AllotAry_Destroy(&uAry); }
   Slots(const Slots &) = delete;
   Slots &operator=(const Slots &) = delete;
 
   TAllotArray *operator&() { return &uAry; }
-  void Take(int nCount) {
-    while (nCount-- > 0) AllotAry_GetAvaiRoom(&uAry);
-  }
 
   TAllotArray uAry;
   int nResult = -1;
@@ -113,8 +114,7 @@ TEST(AllotArray, GetAvaiRoom_HandsOutAscendingSlotsAndThenMinus1InSilence) {
 }
 
 TEST(AllotArray, FreeRoom_InTheMiddle_MovesTheLastInUseSlotThere) {
-  Slots slots(3);
-  slots.Take(3);
+  Slots slots(3, 3);
   AllotAry_FreeRoom(&slots, 1);
   EXPECT_THAT(InUse(&slots), ElementsAre(0, 2));
   EXPECT_EQ(AllotAry_GetInuseIdx(&slots, 2), 1);
@@ -125,8 +125,7 @@ TEST(AllotArray, FreeRoom_InTheMiddle_MovesTheLastInUseSlotThere) {
 }
 
 TEST(AllotArray, FreedSlot_IsReusedAfterAllThatWereFreeBefore) {
-  Slots slots(4);
-  slots.Take(2);
+  Slots slots(4, 2);
   AllotAry_FreeRoom(&slots, 0);
   EXPECT_EQ(AllotAry_GetAvaiRoom(&slots), 2);
   EXPECT_EQ(AllotAry_GetAvaiRoom(&slots), 3);
@@ -135,8 +134,7 @@ TEST(AllotArray, FreedSlot_IsReusedAfterAllThatWereFreeBefore) {
 
 TEST(AllotArray, FreeRoom_OfAFreeSlot_PrintsNameAndCapacityAndChangesNothing) {
   RecordedMessages messages;
-  Slots slots(3);
-  slots.Take(2);
+  Slots slots(3, 2);
   AllotAry_FreeRoom(&slots, 0);
   EXPECT_THAT(messages.Take(), IsEmpty());
   AllotAry_FreeRoom(&slots, 0);
@@ -148,8 +146,7 @@ TEST(AllotArray, FreeRoom_OfAFreeSlot_PrintsNameAndCapacityAndChangesNothing) {
 
 TEST(AllotArray, FreeRoom_OutOfRange_PrintsTheSlotAloneAndChangesNothing) {
   RecordedMessages messages;
-  Slots slots(3);
-  slots.Take(1);
+  Slots slots(3, 1);
   AllotAry_FreeRoom(&slots, -1);
   AllotAry_FreeRoom(&slots, 3);
   AllotAry_FreeRoom(&slots, INT32_MIN);
@@ -162,8 +159,7 @@ TEST(AllotArray, FreeRoom_OutOfRange_PrintsTheSlotAloneAndChangesNothing) {
 
 TEST(AllotArray, IsInUse_TellsUsedFromFreeInSilence) {
   CapturedOutput err(stderr);
-  Slots slots(2);
-  slots.Take(1);
+  Slots slots(2, 1);
   EXPECT_EQ(AllotAry_IsInUse(&slots, 0), 1);
   EXPECT_EQ(AllotAry_IsInUse(&slots, 1), 0);
   EXPECT_EQ(err.Take(), "");
@@ -196,8 +192,7 @@ TEST(AllotArray, Messages_StopAtTheEndOfANameWithoutTerminator) {
 }
 
 TEST(AllotArray, Clear_WithSlotsInUse_StartsAgainAt0) {
-  Slots slots(3);
-  slots.Take(3);
+  Slots slots(3, 3);
   AllotAry_FreeRoom(&slots, 2);
   AllotAry_Clear(&slots);
   EXPECT_EQ(AllotAry_GetInUseCnt(&slots), 0);
@@ -207,8 +202,7 @@ TEST(AllotArray, Clear_WithSlotsInUse_StartsAgainAt0) {
 }
 
 TEST(AllotArray, ReConstruct_ChangesTheCapacityAndFreesAllSlots) {
-  Slots slots(3);
-  slots.Take(3);
+  Slots slots(3, 3);
   EXPECT_EQ(AllotAry_ReConstruct(&slots, 5), 1);
   EXPECT_EQ(AllotAry_GetMaxRoomCnt(&slots), 5);
   EXPECT_THAT(FreeRing(&slots), ElementsAre(0, 1, 2, 3, 4));
@@ -216,8 +210,7 @@ TEST(AllotArray, ReConstruct_ChangesTheCapacityAndFreesAllSlots) {
 }
 
 TEST(AllotArray, Destroy_LeavesARecordThatIsSafeAndCanBeMadeAgain) {
-  Slots slots(3);
-  slots.Take(2);
+  Slots slots(3, 2);
   AllotAry_Destroy(&slots);
   ExpectVoidAndSafe(&slots);
   EXPECT_EQ(AllotAry_ReConstruct(&slots, 2), 1);
@@ -256,8 +249,7 @@ TEST(AllotArray, EveryFailingAllocation_MakesConstructReturn0AndLeavesNothing) {
 
 TEST(AllotArray, EveryFailingAllocation_MakesReConstructReturn0AndLeavesNothing) {
   for (int nth = 1; nth <= 3; ++nth) {
-    Slots slots(4);
-    slots.Take(2);
+    Slots slots(4, 2);
     {
       FailCall fail("malloc", nth);
       EXPECT_EQ(AllotAry_ReConstruct(&slots, 100), 0);

@@ -35,9 +35,14 @@ void AwaitWaiter(int id) {
 
 void IgnoreAlarm(int /*signal*/) {}
 
-TEST(Semaphore, Create_OfNewKey_MakesOneFreeSemaphoreForEverybody) {
+/// A key with a new semaphore.
+class Semaphore : public ::testing::Test {
+ protected:
   const IpcKey key;
   const int id = Semaphore_Create(key);
+};
+
+TEST_F(Semaphore, Create_OfNewKey_MakesOneFreeSemaphoreForEverybody) {
   ASSERT_NE(id, -1);
   EXPECT_EQ(id, ::semget(key, 0, 0));
   semid_ds status{};
@@ -47,15 +52,13 @@ TEST(Semaphore, Create_OfNewKey_MakesOneFreeSemaphoreForEverybody) {
   EXPECT_EQ(ValueOf(id), 1);
 }
 
-TEST(Semaphore, Create_OfExistingKey_ReturnsTheSameSetAndLeavesItHeld) {
-  const IpcKey key;
-  const int id = Semaphore_Create(key);
+TEST_F(Semaphore, Create_OfExistingKey_ReturnsTheSameSetAndLeavesItHeld) {
   ASSERT_EQ(Semaphore_Lock(id), 1);
   EXPECT_EQ(Semaphore_Create(key), id);
   EXPECT_EQ(ValueOf(id), 0);
 }
 
-TEST(Semaphore, Create_WhenTheValueCannotBeSet_RemovesTheSetAgain) {
+TEST(SemaphoreKey, Create_WhenTheValueCannotBeSet_RemovesTheSetAgain) {
   const IpcKey key;
   {
     FailCall fail("semctl", 1);
@@ -65,7 +68,7 @@ TEST(Semaphore, Create_WhenTheValueCannotBeSet_RemovesTheSetAgain) {
   EXPECT_FALSE(Exists(key));
 }
 
-TEST(Semaphore, Create_WhenBothRequestsFail_ReturnsMinus1AndMakesNothing) {
+TEST(SemaphoreKey, Create_WhenBothRequestsFail_ReturnsMinus1AndMakesNothing) {
   const IpcKey key;
   {
     FailCall fail("semget", FailCall::kEvery);
@@ -74,7 +77,7 @@ TEST(Semaphore, Create_WhenBothRequestsFail_ReturnsMinus1AndMakesNothing) {
   EXPECT_FALSE(Exists(key));
 }
 
-TEST(Semaphore, Create_WhenOnlyThePlainRequestMakesTheSet_LeavesItsValueAt0) {
+TEST(SemaphoreKey, Create_WhenOnlyThePlainRequestMakesTheSet_LeavesItsValueAt0) {
   const IpcKey key;
   FailCall fail("semget", 1);
   const int id = Semaphore_Create(key);
@@ -83,18 +86,14 @@ TEST(Semaphore, Create_WhenOnlyThePlainRequestMakesTheSet_LeavesItsValueAt0) {
   EXPECT_EQ(ValueOf(id), 0);
 }
 
-TEST(Semaphore, LockAndUnlock_MoveTheValueBetween1And0) {
-  const IpcKey key;
-  const int id = Semaphore_Create(key);
+TEST_F(Semaphore, LockAndUnlock_MoveTheValueBetween1And0) {
   EXPECT_EQ(Semaphore_Lock(id), 1);
   EXPECT_EQ(ValueOf(id), 0);
   EXPECT_EQ(Semaphore_Unlock(id), 1);
   EXPECT_EQ(ValueOf(id), 1);
 }
 
-TEST(Semaphore, Lock_OfHeldSemaphore_WaitsForTheUnlock) {
-  const IpcKey key;
-  const int id = Semaphore_Create(key);
+TEST_F(Semaphore, Lock_OfHeldSemaphore_WaitsForTheUnlock) {
   ASSERT_EQ(Semaphore_Lock(id), 1);
   Event taken;
   Child child([&] {
@@ -108,9 +107,7 @@ TEST(Semaphore, Lock_OfHeldSemaphore_WaitsForTheUnlock) {
   EXPECT_EQ(child.Wait(), 1);
 }
 
-TEST(Semaphore, Lock_InterruptedByASignal_Returns0AndTakesNothing) {
-  const IpcKey key;
-  const int id = Semaphore_Create(key);
+TEST_F(Semaphore, Lock_InterruptedByASignal_Returns0AndTakesNothing) {
   ASSERT_EQ(Semaphore_Lock(id), 1);
   Child child([&] {
     struct sigaction action {};
@@ -129,9 +126,7 @@ TEST(Semaphore, Lock_InterruptedByASignal_Returns0AndTakesNothing) {
   EXPECT_EQ(ValueOf(id), 1);
 }
 
-TEST(Semaphore, Lock_OfASetRemovedMeanwhile_Returns0) {
-  const IpcKey key;
-  const int id = Semaphore_Create(key);
+TEST_F(Semaphore, Lock_OfASetRemovedMeanwhile_Returns0) {
   ASSERT_EQ(Semaphore_Lock(id), 1);
   Child child([&] { return Semaphore_Lock(id); });
   AwaitWaiter(id);
@@ -139,9 +134,7 @@ TEST(Semaphore, Lock_OfASetRemovedMeanwhile_Returns0) {
   EXPECT_EQ(child.Wait(), 0);
 }
 
-TEST(Semaphore, LockAndUnlock_OfRemovedSetOrNoSet_Return0AtOnce) {
-  const IpcKey key;
-  const int id = Semaphore_Create(key);
+TEST_F(Semaphore, LockAndUnlock_OfRemovedSetOrNoSet_Return0AtOnce) {
   ASSERT_EQ(Semaphore_Close(id), 1);
   for (const int gone : {id, -1}) {
     EXPECT_EQ(Semaphore_Lock(gone), 0);
@@ -150,16 +143,12 @@ TEST(Semaphore, LockAndUnlock_OfRemovedSetOrNoSet_Return0AtOnce) {
   }
 }
 
-TEST(Semaphore, Unlock_WithoutLock_IsNotPrevented) {
-  const IpcKey key;
-  const int id = Semaphore_Create(key);
+TEST_F(Semaphore, Unlock_WithoutLock_IsNotPrevented) {
   EXPECT_EQ(Semaphore_Unlock(id), 1);
   EXPECT_EQ(ValueOf(id), 2);
 }
 
-TEST(Semaphore, HolderThatIsKilled_GivesTheSemaphoreBack) {
-  const IpcKey key;
-  const int id = Semaphore_Create(key);
+TEST_F(Semaphore, HolderThatIsKilled_GivesTheSemaphoreBack) {
   Event held;
   Child child([&] {
     Semaphore_Lock(id);
@@ -174,7 +163,7 @@ TEST(Semaphore, HolderThatIsKilled_GivesTheSemaphoreBack) {
   EXPECT_EQ(child.Wait(), 1000 + SIGKILL);
 }
 
-TEST(Semaphore, Create_ByManyProcessesAtOnce_MakesOneSetAndEachGetsItsTurn) {
+TEST(SemaphoreKey, Create_ByManyProcessesAtOnce_MakesOneSetAndEachGetsItsTurn) {
   const IpcKey key;
   Event go;
   std::vector<Child> children;
@@ -191,7 +180,7 @@ TEST(Semaphore, Create_ByManyProcessesAtOnce_MakesOneSetAndEachGetsItsTurn) {
   EXPECT_EQ(ValueOf(::semget(key, 0, 0)), 1);
 }
 
-TEST(Semaphore, NoOperation_Prints) {
+TEST(SemaphoreKey, NoOperation_Prints) {
   const IpcKey key;
   CapturedOutput out(stdout);
   CapturedOutput err(stderr);

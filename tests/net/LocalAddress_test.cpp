@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <ostream>
 #include <string>
 
 #include "tests/net/NetworkTest.h"
@@ -24,8 +25,13 @@ constexpr int kPreset = -4711;
 struct TQueryOutcome {
   int result = kPreset;
   std::string address;
-  std::string printed;
+  std::string printed = "";
+  bool operator==(const TQueryOutcome &) const = default;
 };
+
+std::ostream &operator<<(std::ostream &out, const TQueryOutcome &outcome) {
+  return out << outcome.result << " \"" << outcome.address << "\", printed: " << outcome.printed;
+}
 
 TQueryOutcome AskLocalIp(const char *interface) {
   TQueryOutcome outcome;
@@ -43,10 +49,7 @@ class LocalIp : public NetworkTest {};
 
 TEST_F(LocalIp, OfInterfaceWithAddress_Returns1AndTheAddressSilently) {
   AddInterface("eth0", {"10.1.2.3/24"});
-  const auto outcome = AskLocalIp("eth0");
-  EXPECT_EQ(outcome.result, 1);
-  EXPECT_EQ(outcome.address, "10.1.2.3");
-  EXPECT_EQ(outcome.printed, "");
+  EXPECT_EQ(AskLocalIp("eth0"), (TQueryOutcome{1, "10.1.2.3", ""}));
 }
 
 TEST_F(LocalIp, LongestAddress_FillsTheBuffer) {
@@ -56,17 +59,11 @@ TEST_F(LocalIp, LongestAddress_FillsTheBuffer) {
 
 TEST_F(LocalIp, OfInterfaceWithoutAddress_Returns0AndLeavesLoopback) {
   AddInterface("eth0", {"2001:db8::5/64"});
-  const auto outcome = AskLocalIp("eth0");
-  EXPECT_EQ(outcome.result, 0);
-  EXPECT_EQ(outcome.address, "127.0.0.1");
-  EXPECT_EQ(outcome.printed, "ioctl:Cannot assign requested address[eth0]\n");
+  EXPECT_EQ(AskLocalIp("eth0"), (TQueryOutcome{0, "127.0.0.1", "ioctl:Cannot assign requested address[eth0]\n"}));
 }
 
 TEST_F(LocalIp, OfUnknownInterface_Returns0AndLeavesLoopback) {
-  const auto outcome = AskLocalIp("ppp7");
-  EXPECT_EQ(outcome.result, 0);
-  EXPECT_EQ(outcome.address, "127.0.0.1");
-  EXPECT_EQ(outcome.printed, "ioctl:No such device[ppp7]\n");
+  EXPECT_EQ(AskLocalIp("ppp7"), (TQueryOutcome{0, "127.0.0.1", "ioctl:No such device[ppp7]\n"}));
 }
 
 TEST_F(LocalIp, OfEmptyName_Returns0) {
@@ -90,10 +87,7 @@ TEST_F(LocalIp, LongerName_IsCutTo15CharactersInTheRequestAndPrintedWhole) {
 
 TEST_F(LocalIp, WithoutSocket_Returns0AndSaysWhy) {
   FailCall fail("socket", 1);
-  const auto outcome = AskLocalIp("lo");
-  EXPECT_EQ(outcome.result, 0);
-  EXPECT_EQ(outcome.address, "127.0.0.1");
-  EXPECT_EQ(outcome.printed, "socket: Too many open files\n");
+  EXPECT_EQ(AskLocalIp("lo"), (TQueryOutcome{0, "127.0.0.1", "socket: Too many open files\n"}));
 }
 
 TEST_F(LocalIp, WhenTheRequestFails_ClosesItsSocket) {
@@ -137,9 +131,7 @@ class LocalIPv6 : public NetworkTest {
 
 TEST_F(LocalIPv6, OfInterfaceWithGlobalAddress_Returns1AndItsCompressedText) {
   AddInterface("eth0", {"2001:db8:0:0:1:0:0:5/64"});
-  const auto outcome = AskLocalIPv6("eth0");
-  EXPECT_EQ(outcome.result, 1);
-  EXPECT_EQ(outcome.address, "2001:db8::1:0:0:5");
+  EXPECT_EQ(AskLocalIPv6("eth0"), (TQueryOutcome{1, "2001:db8::1:0:0:5"}));
 }
 
 TEST_F(LocalIPv6, LongestAddress_IsWhole) {
@@ -149,38 +141,28 @@ TEST_F(LocalIPv6, LongestAddress_IsWhole) {
 
 TEST_F(LocalIPv6, BesideALinkLocalAddress_IsFoundInAnyOrder) {
   AddInterface("eth0", {"fe80::1/64", "2001:db8::5/64", "fec0::7/64"});
-  const auto outcome = AskLocalIPv6("eth0");
-  EXPECT_EQ(outcome.result, 1);
-  EXPECT_EQ(outcome.address, "2001:db8::5");
+  EXPECT_EQ(AskLocalIPv6("eth0"), (TQueryOutcome{1, "2001:db8::5"}));
 }
 
 TEST_F(LocalIPv6, UniqueLocalAddress_CountsAsGlobal) {
   AddInterface("eth0", {"fd00::5/64"});
-  const auto outcome = AskLocalIPv6("eth0");
-  EXPECT_EQ(outcome.result, 1);
-  EXPECT_EQ(outcome.address, "fd00::5");
+  EXPECT_EQ(AskLocalIPv6("eth0"), (TQueryOutcome{1, "fd00::5"}));
 }
 
 TEST_F(LocalIPv6, OfInterfaceWithLinkLocalAddressOnly_Returns0AndLeavesThatAddress) {
   AddInterface("eth0", {"fe80::1/64"});
-  const auto outcome = AskLocalIPv6("eth0");
-  EXPECT_EQ(outcome.result, 0);
-  EXPECT_EQ(outcome.address, "fe80::1");
+  EXPECT_EQ(AskLocalIPv6("eth0"), (TQueryOutcome{0, "fe80::1"}));
 }
 
 TEST_F(LocalIPv6, OfLoopback_Returns0AndLeavesItsAddress) {
   Ip({"link set lo up"});
-  const auto outcome = AskLocalIPv6("lo");
-  EXPECT_EQ(outcome.result, 0);
-  EXPECT_EQ(outcome.address, "::1");
+  EXPECT_EQ(AskLocalIPv6("lo"), (TQueryOutcome{0, "::1"}));
 }
 
 TEST_F(LocalIPv6, OfInterfaceWithoutAddress_Returns0AndTouchesNothing) {
   AddInterface("eth0", {"10.1.2.3/24"});
   AddInterface("eth1", {"2001:db8::5/64", "fe80::1/64"});
-  const auto outcome = AskLocalIPv6("eth0");
-  EXPECT_EQ(outcome.result, 0);
-  EXPECT_EQ(outcome.address, kUntouched);
+  EXPECT_EQ(AskLocalIPv6("eth0"), (TQueryOutcome{0, kUntouched}));
 }
 
 TEST_F(LocalIPv6, NameThatOnlyBeginsAlike_IsAnotherInterface) {
@@ -206,29 +188,23 @@ TEST_F(LocalIPv6, InterfaceIndexBeyond255_IsFound) {
 TEST_F(LocalIPv6, WithoutTheKernelsFile_Returns0AndTouchesNothing) {
   AddInterface("eth0", {"2001:db8::5/64"});
   HideFolder("/proc");
-  const auto outcome = AskLocalIPv6("eth0");
-  EXPECT_EQ(outcome.result, 0);
-  EXPECT_EQ(outcome.address, kUntouched);
+  EXPECT_EQ(AskLocalIPv6("eth0"), (TQueryOutcome{0, kUntouched}));
 }
 
 TEST_F(LocalIPv6, SeveralAddresses_TheFirstGlobalLineWinsOverLaterLines) {
-  const auto outcome = AskWithFile(
-      "fe800000000000000000000000000001 02 40 20 80     eth0\n"
-      "20010db8000000000000000000000001 02 40 00 80     eth0\n"
-      "20010db8000000000000000000000002 02 40 00 80     eth0\n",
-      "eth0");
-  EXPECT_EQ(outcome.result, 1);
-  EXPECT_EQ(outcome.address, "2001:db8::1");
+  EXPECT_EQ(AskWithFile("fe800000000000000000000000000001 02 40 20 80     eth0\n"
+                        "20010db8000000000000000000000001 02 40 00 80     eth0\n"
+                        "20010db8000000000000000000000002 02 40 00 80     eth0\n",
+                        "eth0"),
+            (TQueryOutcome{1, "2001:db8::1"}));
 }
 
 TEST_F(LocalIPv6, AfterAFailedSearch_TheLastAddressRemains) {
-  const auto outcome = AskWithFile(
-      "fe800000000000000000000000000001 02 40 20 80     eth0\n"
-      "fec00000000000000000000000000002 02 40 40 80     eth0\n"
-      "fe800000000000000000000000000003 03 40 20 80     eth1\n",
-      "eth0");
-  EXPECT_EQ(outcome.result, 0);
-  EXPECT_EQ(outcome.address, "fec0::2");
+  EXPECT_EQ(AskWithFile("fe800000000000000000000000000001 02 40 20 80     eth0\n"
+                        "fec00000000000000000000000000002 02 40 40 80     eth0\n"
+                        "fe800000000000000000000000000003 03 40 20 80     eth1\n",
+                        "eth0"),
+            (TQueryOutcome{0, "fec0::2"}));
 }
 
 TEST_F(LocalIPv6, NameInTheFile_CountsUpTo20Characters) {
@@ -239,14 +215,12 @@ TEST_F(LocalIPv6, NameInTheFile_CountsUpTo20Characters) {
 }
 
 TEST_F(LocalIPv6, LinesThatAreNoneOfTheKernels_AreSkipped) {
-  const auto outcome = AskWithFile(
-      "\n"
-      "20010db8000000000000000000000001 02 40\n"
-      "zzzz0db8000000000000000000000001 02 40 00 80     eth0\n" +
-          std::string(5000, 'f') + "\n" + "20010db8000000000000000000000002 02 40 00 80     eth0",
-      "eth0");
-  EXPECT_EQ(outcome.result, 1);
-  EXPECT_EQ(outcome.address, "2001:db8::2");
+  EXPECT_EQ(AskWithFile("\n"
+                        "20010db8000000000000000000000001 02 40\n"
+                        "zzzz0db8000000000000000000000001 02 40 00 80     eth0\n" +
+                            std::string(5000, 'f') + "\n" + "20010db8000000000000000000000002 02 40 00 80     eth0",
+                        "eth0"),
+            (TQueryOutcome{1, "2001:db8::2"}));
 }
 
 // ---- Address texts --------------------------------------------------------------------------------------------
