@@ -304,13 +304,15 @@ def publish(kill=False):
 
 
 def try_publish():
-    """What kills leave in files of arrival: repetitions, a record that was cut off before the next one, and at the end."""
+    """What kills leave in files of arrival: repetitions, also in the next hour, and records that were cut off."""
     folder = HERE / "published/device"
     folder.mkdir(parents=True)
     one, two, three = (f'{{"time":"{number}","text":"{text}"}}' for number, text in enumerate(("a", "b\\\\", 'c\\"} d')))
-    (folder / "hour.arrived").write_text(f"{one}\n{two}\n{one}\n{three[:9]}{three}\n{two}\n{three[:24]}\n", encoding="utf-8")
+    (folder / "1.arrived").write_text(f"{one}\n{two}\n{one}\n{two[:9]}{two}\n", encoding="utf-8")
+    (folder / "2.arrived").write_text(f"{two}\n{two[:9]}{three}\n{one}\n{three}\n{three[:24]}\n", encoding="utf-8")
     run(PACKAGING / "publish", folder.parent)
-    assert (folder / "hour.jsonl").read_text(encoding="utf-8") == f"{one}\n{two}\n{three}\n"
+    assert (folder / "1.jsonl").read_text(encoding="utf-8") == f"{one}\n{two}\n"
+    assert (folder / "2.jsonl").read_text(encoding="utf-8") == f"{three}\n"
 
 
 def numbers(records):
