@@ -47,8 +47,10 @@ void *Counted(void *block) {
   ::close(fd);
   if (map == MAP_FAILED) return;
   g_faultPlan = static_cast<FaultPlan *>(map);
-  g_faultPlan.load()->armed = true;  // the loader's own calls are over
 }
+
+using Main = int (*)(int, char **, char **);
+using StartMain = int (*)(Main, int, char **, void (*)(), void (*)(), void (*)(), void *);
 
 }  // namespace
 }  // namespace devsupport::test
@@ -56,8 +58,23 @@ void *Counted(void *block) {
 using devsupport::test::CallKind;
 using devsupport::test::Counted;
 using devsupport::test::g_blocks;
+using devsupport::test::g_faultPlan;
+using devsupport::test::Main;
+using devsupport::test::StartMain;
 using devsupport::test::Strikes;
 
+// What constructors call is over when main begins.
+extern "C" int __libc_start_main(Main main, int argCount, char **args, void (*init)(), void (*fini)(),
+                                 void (*loaderFini)(), void *stackEnd) {
+  static Main s_main = nullptr;
+  s_main = main;
+  const auto armedMain = [](int count, char **words, char **variables) {
+    if (g_faultPlan != nullptr) g_faultPlan.load()->armed = true;
+    return s_main(count, words, variables);
+  };
+  const auto real = reinterpret_cast<StartMain>(::dlsym(RTLD_NEXT, "__libc_start_main"));
+  return real(armedMain, argCount, args, init, fini, loaderFini, stackEnd);
+}
 extern "C" void *malloc(std::size_t bytes) {
   return Strikes(CallKind::Memory, ENOMEM) ? nullptr : Counted(__libc_malloc(bytes));
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // analogsim: runs a command in which /dev/analog/0 is a simulated analog driver.
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <exception>
@@ -16,6 +17,26 @@ namespace {
 
 using namespace analogsim;
 
+/// GLib and the C++ runtime end the program by a signal when they are refused memory or a file, after saying so.
+void EndAsOwnFailure(int) {
+  constexpr char kText[] = "analogsim: the simulated device cannot be made or kept\n";
+  if (::write(STDERR_FILENO, kText, sizeof kText - 1) < 0) ::_exit(status::kOwnFailure);
+  ::_exit(status::kOwnFailure);
+}
+
+/// Without memory, GLib's report of it can use up the stack: the handler has its own.
+void EndWithAMessage() {
+  static char s_stack[16384];
+  stack_t stack{};
+  stack.ss_sp = s_stack;
+  stack.ss_size = sizeof s_stack;
+  ::sigaltstack(&stack, nullptr);
+  struct sigaction action {};
+  action.sa_handler = EndAsOwnFailure;
+  action.sa_flags = SA_ONSTACK;
+  for (const int signal : {SIGTRAP, SIGABRT, SIGSEGV}) ::sigaction(signal, &action, nullptr);
+}
+
 int Run(const Options &options) {
   const CommandSignals signals;
   Simulator simulator(options);
@@ -26,6 +47,7 @@ int Run(const Options &options) {
 }  // namespace
 
 int main(int argCount, char *args[]) {
+  EndWithAMessage();
   // The command still finds closed what was closed.
   if (!tools::OccupyStandardDescriptors()) return status::kOwnFailure;
   try {

@@ -4,6 +4,8 @@
 #include "tools/devconf/FileTables.h"
 
 #include <db.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,6 +16,7 @@
 #include "tools/devconf/Bytes.h"
 #include "tools/devconf/Output.h"
 #include "tools/devconf/Print.h"
+#include "tools/devconf/Status.h"
 
 namespace devconf {
 
@@ -44,9 +47,19 @@ DB *NewHandle() {
   return db;
 }
 
+// The checker ends the process when the file cannot be read any more: it closes a handle that it has freed.
+void EndBrokenCheck(int /*signal*/) {
+  constexpr char kText[] = "devconf: the store's checker broke off\n";
+  if (::write(STDERR_FILENO, kText, sizeof kText - 1) < 0) ::_exit(status::kFailed);
+  ::_exit(status::kFailed);
+}
+
 // Uses the handle up.
 bool Check(DB *db, const char *path, const char *table, std::uint32_t flags) {
-  return db->verify(db, path, table, nullptr, flags) == 0;
+  const auto before = ::signal(SIGSEGV, EndBrokenCheck);
+  const bool isWhole = db->verify(db, path, table, nullptr, flags) == 0;
+  ::signal(SIGSEGV, before);
+  return isWhole;
 }
 
 }  // namespace

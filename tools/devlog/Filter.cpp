@@ -4,6 +4,7 @@
 #include "tools/devlog/Filter.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "tools/common/Text.h"
 
@@ -11,15 +12,18 @@ namespace devlog {
 
 namespace {
 
+// The C library answers a lack of memory as it answers a text that does not match. Then the record is shown rather
+// than left out in silence.
 bool Matches(const regex_t &regex, std::string_view text) {
+  errno = 0;
 #ifdef REG_STARTEND
   // The length is given because a text may hold NULs.
   regmatch_t range{};
   range.rm_eo = static_cast<regoff_t>(text.size());
-  return ::regexec(&regex, text.data(), 1, &range, REG_STARTEND) == 0;
+  return ::regexec(&regex, text.data(), 1, &range, REG_STARTEND) == 0 || errno == ENOMEM;
 #else
   // Not every C library takes a length: there, what follows a NUL is not searched.
-  return ::regexec(&regex, text.empty() ? "" : text.data(), 0, nullptr, 0) == 0;
+  return ::regexec(&regex, text.empty() ? "" : text.data(), 0, nullptr, 0) == 0 || errno == ENOMEM;
 #endif
 }
 
