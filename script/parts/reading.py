@@ -99,7 +99,8 @@ def table():
         "1 s at 1,000, 102 ms at 10,000, 20 ms at 50,000. An idle reader looks each 10 ms, which leaves 10 ms of these 20. "
         f"On a busy machine, here with {BUSY} busy programs for each processor, a real-time priority keeps the wait short. "
         f"The machine's load was {load:.1f} when the measurement began.", "",
-        "| records a second | beside | looks a second | records written between two looks | processor | processor time for a record | lost |",
+        "| records a second | beside | looks a second | records written between two looks | processor "
+        "| processor time for a record | lost |",
         "|---:|---|---:|---:|---:|---:|---:|", *(row(*each) for each in ROWS), END]
     return "\n".join(lines)
 
