@@ -22,17 +22,12 @@ import subprocess
 import sys
 import time
 
+from fleet_tables import SECTION, table
+
 RATE = 100  # records a second of each device
 HERE = pathlib.Path("/mnt/fleet")  # build/fleet
 PACKAGING = pathlib.Path("packaging/rsyslog")
-HOPS = {"writer": "programs that write", "devlog": "`devlog`", "relay": "rsyslog on the devices",
-        "central": "central rsyslog, with the files", "database": "PostgreSQL"}
 TICK = os.sysconf("SC_CLK_TCK")
-SECTION = """## A fleet
-
-Written by `script/fleet --write`: what each program takes to hand on the records of simulated devices, all on one machine,
-while these programs are restarted and killed. `docs/fleet.md` describes the trial.
-"""
 Cost = collections.namedtuple("Cost", "seconds kilobytes")
 
 
@@ -383,20 +378,6 @@ def report(trial, costs, written, stored):
                     f"{hop}-nanoseconds": int(spent.seconds * 1e9 / trial.expected),
                     f"{hop}-kilobytes": spent.kilobytes, f"{hop}-processes": processes.get(hop, 1)}
     return figures
-
-
-def table(figures):
-    """The figures as docs/fleet.md shows them."""
-    lines = ["| | processes | records a second, mean | highest second | processor time for a record | memory of one |",
-             "|---|---:|---:|---:|---:|---:|"]
-    for hop, name in HOPS.items():
-        peak = figures[f"{hop}-peak"]
-        lines.append(f"| {name} | {figures[f'{hop}-processes']} | {figures[f'{hop}-rate']:,} | "
-                     f"{format(peak, ',') if peak else ''} | {figures[f'{hop}-nanoseconds'] / 1000:.1f} µs | "
-                     f"{figures[f'{hop}-kilobytes'] / 1024:.1f} MiB |")
-    return "\n".join(["", *lines, "", f"{figures['records']:,} records of {figures['devices']} devices; missing at the end: "
-                      f"{figures['missing']:,}, out of order: {figures['out-of-order']:,}. {figures['repeated-on-arrival']:,} "
-                      f"arrived twice; in the files that people read, repeated: {figures['repeated-in-files']:,}.", "", ""])
 
 
 def sum_up(services):
