@@ -171,6 +171,10 @@ def fuzzing(page):
         ("processor hours on record", spent, f"`awk '{{ s += $3 }} END {{ print s / 3600 }}' {HOURS}`"),
         ("executions on record", executions, f"`awk '{{ n += $4 }} END {{ print n }}' {HOURS}`"),
     ])
+    page.text("What each target reached in its last run, of all edges between blocks of code in its program.")
+    page.table(("target", "edges reached", "inputs", "shown by"), [
+        (name, figures.share(f"edges-{name}-covered", f"edges-{name}"), figures.number(f"inputs-{name}"), command("fuzz"))
+        for name in (path.name.removesuffix("_fuzz.cpp") for path in sorted(pathlib.Path("tests/fuzz").glob("*_fuzz.cpp")))])
 
 
 def survival(page):
