@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One cell, taken apart and judged.
+// Decoding and checking one cell.
 
 #include "tools/devlog/Cell.h"
 
@@ -63,7 +63,7 @@ TEST(Decode, OfATextWithNulsInside_KeepsThem) {
   EXPECT_EQ(Decode(cell).text, std::string_view("a\0b", 3));
 }
 
-TEST(Decode, OfALengthThatIsNone_BelievesNothing) {
+TEST(Decode, OfAnImpossibleLength_UsesNothingOfTheCell) {
   for (const std::uint32_t length : {0U, 8U, 137U, 4711U, 0x80000000U, 0xFFFFFFFFU}) {
     Cell cell = CellOf({.text = "hello", .sequence = 7, .type = 3});
     cell.length = length;
@@ -81,7 +81,7 @@ TEST(Decode, OfATextWithoutItsEnd_IsDamagedAndShowsIt) {
   EXPECT_EQ(Decode(cell).text, "hell");
 }
 
-TEST(Decode, OfATimeThatIsNone_IsDamaged) {
+TEST(Decode, OfAnImpossibleTime_IsDamaged) {
   for (const Entry &entry : {Entry{.text = "x", .hour = 24}, Entry{.text = "x", .minute = 60},
                              Entry{.text = "x", .second = 61}, Entry{.text = "x", .ms = 1000}}) {
     EXPECT_EQ(Decode(CellOf(entry)).damage, Damage::Time);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Cells of a log ring, made by hand from their bits: nothing here knows the library's own headers.
+// Makes cells of a log ring bit by bit, without the library's headers.
 #pragma once
 
 #include <algorithm>
@@ -35,7 +35,7 @@ inline void SetWord(devlog::Cell &cell, std::size_t offset, std::uint32_t word) 
 
 inline devlog::Cell CellOf(const Entry &entry) {
   devlog::Cell cell{};
-  std::memset(cell.record, 0xAB, sizeof cell.record);  // what the slot held before
+  std::memset(cell.record, 0xAB, sizeof cell.record);  // an older record of the slot
   cell.length = static_cast<std::uint32_t>(8 + entry.text.size() + 1);
   SetWord(cell, 0, entry.hour | entry.minute << 5 | entry.second << 11 | entry.ms << 17 | entry.fragment << 27);
   SetWord(cell, 4, (entry.sequence & 0xFFF) | entry.type << 12 | 0xBEEF0000U);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// devlog over recorded rings: what it leaves alone, and what it takes away when it is told to.
+// devlog with recorded rings: what it does not change, and what it removes with --consume.
 
 #include <unistd.h>
 
@@ -13,7 +13,7 @@ namespace {
 using namespace devlog_test;
 using namespace devsupport::test;
 
-// What is left alone.
+// What devlog does not change.
 
 TEST_F(RecordedRings, StayAsTheyAre) {
   Log().Write({.text = "hello"});
@@ -58,7 +58,7 @@ TEST_F(RecordedRings, WhoseLockIsNotGivenBack_AreReadWithoutIt) {
   EXPECT_EQ(SemValue(kLogRing), 0);
 }
 
-// Taking records away.
+// Removing records.
 
 TEST_F(RecordedRings, WithConsume_AreEmptyAfterwards) {
   Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}});
@@ -90,7 +90,7 @@ TEST_F(RecordedRings, WithConsumeOfOneRing_KeepTheOther) {
   EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
 }
 
-TEST_F(RecordedRings, WithConsumeAndALockThatIsNotToBeHad_KeepTheirRecords) {
+TEST_F(RecordedRings, WithConsumeAndALockThatIsNeverFree_KeepTheirRecords) {
   Log().Write({.text = "one"});
   TShmQueue_Lock(&Log().Queue());
   EXPECT_EQ(Devlog({"--consume", "--ring", "log"}).Run(),

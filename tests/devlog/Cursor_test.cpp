@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// devlog --cursor: the next run goes on where the last one stopped.
+// devlog --cursor: the next run continues where the last one stopped.
 
 #include <sched.h>
 #include <sys/shm.h>
@@ -87,7 +87,7 @@ TEST_F(WithCursor, AfterARestartOfTheSystem_RingsAreNewOnes) {
   EXPECT_EQ(Show(), (Words{LineOf(0), LineOf(1)}));
 }
 
-TEST_F(WithCursor, AKilledFollower_IsFollowedByOneThatGoesOn) {
+TEST_F(WithCursor, AfterAKilledFollower_TheNextOneContinues) {
   unsigned shown = 0;
   for (int round = 0; round < 5; ++round) {
     RunningDevlog devlog({"--cursor", path_, "-f"});

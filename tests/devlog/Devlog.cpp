@@ -20,8 +20,8 @@ using devsupport::test::RingFacts;
 
 namespace {
 
-/// The time zone in which it is 20:00 now. Records have no date: at another time of day, the records of a test could
-/// be those of yesterday.
+/// The time zone in which it is 20:00 now. Records have no date: at another time of day, devlog could take the test's
+/// records for those of yesterday.
 std::string EveningZone() {
   constexpr long kDay = 24 * 60 * 60;
   constexpr long kEvening = 20 * 60 * 60;
@@ -57,11 +57,11 @@ WritableRing::WritableRing(const RingFacts &facts) {
 
 WritableRing::~WritableRing() { TShmQueue_Close(&que_, 0); }
 
-// The length word is set afterwards: no writer would give it such a value.
+// The length is set afterwards, because the library writes only valid ones.
 void WritableRing::Write(const devlog::Cell &cell) {
   std::uint32_t writeIndex = 0;
   std::memcpy(&writeIndex, reinterpret_cast<const std::uint8_t *>(que_.header) + 16, sizeof writeIndex);
-  if (writeIndex >= static_cast<std::uint32_t>(que_.nSlotCount)) writeIndex = 0;  // where the ring begins anew
+  if (writeIndex >= static_cast<std::uint32_t>(que_.nSlotCount)) writeIndex = 0;  // the ring wraps around
   TShmQueue_PushOverwrite(&que_, cell.record, sizeof cell.record);
   std::memcpy(que_.cells + std::size_t{writeIndex} * que_.dwStride, &cell.length, sizeof cell.length);
 }
@@ -129,7 +129,7 @@ void RunningDevlog::Stop(WritableRing &ring) const {
 
 std::string RunningDevlog::Said() const {
   char bytes[4096];
-  const ssize_t got = ::pread(said_, bytes, sizeof bytes, 0);  // the offset is the writer's
+  const ssize_t got = ::pread(said_, bytes, sizeof bytes, 0);  // does not move the writer's offset
   return {bytes, static_cast<std::size_t>(std::max<ssize_t>(got, 0))};
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The real devlog beside rings whose cells were made by hand, in an IPC namespace of the test's own.
+// Runs the real devlog with rings whose cells the test makes, in a private IPC namespace.
 #pragma once
 
 #include <devsupport/ipc/MyShareMemory.h>
@@ -21,10 +21,10 @@ using devsupport::test::kEventRing;
 using devsupport::test::kLogRing;
 using Words = std::vector<std::string>;
 
-/// `devlog WORDS`, ready to run, without the colours and the time zone of who runs the tests: it is 20:00 for it.
+/// `devlog WORDS`, ready to run, without colours, and in a time zone where it is 20:00.
 devsupport::test::Command Devlog(const Words &words);
 
-/// What it shows when all goes well.
+/// Its output, when it succeeds.
 std::string Shown(const Words &words);
 
 /// A ring that is open for writing.
@@ -39,7 +39,7 @@ class WritableRing {
   void Write(const std::vector<Entry> &entries) {
     for (const Entry &entry : entries) Write(entry);
   }
-  /// The cell as it is, with whatever length it says.
+  /// Writes the cell unchanged, also with a wrong length.
   void Write(const devlog::Cell &cell);
 
   TShmQueue &Queue() { return que_; }
@@ -68,7 +68,7 @@ class RecordedRings : public DevlogTest {
   std::optional<WritableRing> event_;
 };
 
-/// devlog as it runs: its standard output is a pipe to the test, its standard error a file in memory.
+/// A running devlog: its standard output is a pipe to the test, its standard error a file in memory.
 class RunningDevlog {
  public:
   explicit RunningDevlog(const Words &words);
@@ -76,18 +76,18 @@ class RunningDevlog {
   RunningDevlog(const RunningDevlog &) = delete;
   RunningDevlog &operator=(const RunningDevlog &) = delete;
 
-  /// Waits for the next line; "<end>" when there will be none.
+  /// Waits for the next line; "<end>" at the end of the output.
   std::string NextLine();
-  /// Goes away as a reader.
+  /// Closes the reading end of the pipe.
   void StopReading();
-  /// Waits until devlog has looked into a ring.
+  /// Waits until devlog has read a ring.
   void AwaitLook(const devsupport::test::RingFacts &facts) const;
-  /// Stops it, at a moment when it does not hold the ring's lock.
+  /// Stops it while it does not hold the ring's lock.
   void Stop(WritableRing &ring) const;
 
   const devsupport::test::Child &Process() const { return *process_; }
   int Wait() { return process_->Wait(); }
-  /// What it has said up to now.
+  /// Its standard error up to now.
   std::string Said() const;
 
  private:

@@ -18,11 +18,11 @@ bool Passes(const Wanted &wanted, const Message &message, std::string_view text 
   return filter.Passes(message, text, {});
 }
 
-TEST(Filter, OfNothing_LetsEverythingPass) {
+TEST(Filter, OfNothing_PassesEverything) {
   for (unsigned type = 0; type < 16; ++type) EXPECT_TRUE(Passes({}, {.time = 0, .type = type}));
 }
 
-TEST(Filter, OfTypes_LetsThemPassOnly) {
+TEST(Filter, OfTypes_PassesOnlyThese) {
   const Wanted wanted{.types = 1U << 3 | 1U << 15};
   EXPECT_TRUE(Passes(wanted, {.type = 3}));
   EXPECT_TRUE(Passes(wanted, {.type = 15}));
@@ -72,7 +72,7 @@ TEST(Filter, OfSomethingElse_SaysWhatIsWrongWithIt) {
   EXPECT_STRNE(filter.Complaint(), "");
 }
 
-TEST(Filter, LetsNotesAndDamagedCellsPass) {
+TEST(Filter, PassesNotesAndDamagedCells) {
   const Wanted wanted{.types = 0, .since = At(10, 0), .until = At(10, 0), .patterns = {"x"}, .patternCount = 1};
   EXPECT_TRUE(Passes(wanted, {.status = Status::Lost}));
   EXPECT_TRUE(Passes(wanted, {.status = Status::Damaged}));

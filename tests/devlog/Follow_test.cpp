@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// devlog -f beside writers that write on: what comes is shown once, and what is lost is counted.
+// devlog -f while others write: each new record is shown once, and lost ones are counted.
 
 #include <sched.h>
 #include <sys/shm.h>
@@ -54,7 +54,7 @@ TEST_F(Following, WithANumber_BeginsWithTheLastOnes) {
 TEST_F(Following, With0Lines_ShowsNewOnesOnly) {
   WriteUpTo(5);
   RunningDevlog devlog({"-f", "-n", "0"});
-  devlog.AwaitLook(kEventRing);  // the log ring is looked at before
+  devlog.AwaitLook(kEventRing);  // the log ring is read before it
   WriteUpTo(6);
   Expect(devlog, 5, 6);
 }
@@ -85,13 +85,13 @@ TEST_F(Following, ThatIsOverrunToTheSameSlot_NoticesIt) {
   RunningDevlog devlog({"-f"});
   Expect(devlog, 0, 10);
   devlog.Stop(Log());
-  WriteUpTo(10 + 1025);  // once round: the write index is where it was
+  WriteUpTo(10 + 1025);  // once round: the write index is the same again
   devlog.Process().Signal(SIGCONT);
   EXPECT_EQ(devlog.NextLine(), "12:34:56.789 log    -  (1 or more records lost)");
   Expect(devlog, 11, 10 + 1025);
 }
 
-// The numbers of the records begin anew after 4096: these are gaps that they do not show.
+// Record numbers start again after 4095, so they do not show these gaps.
 TEST_F(Following, ThatIsOverrunByAWholeNumberOfRounds_SaysWhatItKnows) {
   const auto lostOf = [this](unsigned records) {
     RunningDevlog devlog({"-f", "-n", "0"});
@@ -172,7 +172,7 @@ TEST_F(Following, WithConsume_TakesWhatComes) {
     WriteUpTo(end);
     Expect(devlog, end - 1, end);
   }
-  while (TShmQueue_GetCount(&Log().Queue()) != 0) ::sched_yield();  // they are taken when they have been written
+  while (TShmQueue_GetCount(&Log().Queue()) != 0) ::sched_yield();  // records are removed after they were written out
   devlog.Process().Signal(SIGTERM);
   EXPECT_EQ(devlog.Wait(), 1000 + SIGTERM);
 }
@@ -201,7 +201,7 @@ TEST_F(Following, ALiveWriter_ShowsEachOfItsMessagesWhole) {
   const auto textOf = [](unsigned number) {
     return std::to_string(number) + ' ' + std::string(number * 37 % 600, static_cast<char>('a' + number % 26));
   };
-  constexpr unsigned kMessages = 300;  // fewer records than the ring holds: none is lost however slow the reader is
+  constexpr unsigned kMessages = 300;  // fewer than the ring holds, so that a slow reader loses none
   RunningDevlog devlog({"-f", "--ring", "log"});
   devlog.AwaitLook(kLogRing);
   Child writer([&] {
@@ -217,7 +217,7 @@ TEST_F(Following, ALiveWriter_ShowsEachOfItsMessagesWhole) {
   EXPECT_EQ(writer.Wait(), 0);
 }
 
-// How it ends.
+// Removed rings, missing rings, and the end.
 
 TEST_F(Following, ARingThatIsRemoved_ShowsItsLastRecordAndGoesOnWithTheNextRing) {
   WriteUpTo(1);

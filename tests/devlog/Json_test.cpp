@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Whatever bytes a record holds, its JSON line is one that a stranger's parser takes, and says what they were.
+// The JSON line of a record is valid for another parser and gives back all bytes of the text.
 
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ std::string JsonOf(std::string_view text) {
   return std::string(line->Text());
 }
 
-/// The characters of UTF-8 that has none above U+00FF.
+/// Decodes UTF-8 whose characters are at most U+00FF.
 std::u32string CharactersOf(const std::string &utf8) {
   std::u32string characters;
   for (const char byte : utf8) {
@@ -36,7 +36,7 @@ std::u32string CharactersOf(const std::string &utf8) {
   return characters;
 }
 
-/// The text that the object has, in whichever form.
+/// The text of the object, from "text" or "text_bytes".
 std::string BytesOf(const std::string &printed) {
   const nlohmann::json object = nlohmann::json::parse(printed);
   EXPECT_NE(object.contains("text"), object.contains("text_bytes")) << printed;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The ring as devlog attaches it, when the system refuses.
+// Attaching and reading a ring, also when system calls fail.
 
 #include "tools/devlog/LogRing.h"
 
@@ -19,7 +19,7 @@ using namespace devlog;
 using devlog_test::RecordedRings;
 using namespace devsupport::test;
 
-// NOLINTNEXTLINE(performance-no-int-to-ptr): as shmat has it
+// NOLINTNEXTLINE(performance-no-int-to-ptr): how shmat() reports errors
 DEVSUPPORT_FAULT_POINT(void *, shmat, (int id, const void *at, int flags), (id, at, flags),
                        reinterpret_cast<void *>(-1), EMFILE)
 DEVSUPPORT_FAULT_POINT(int, shmget, (key_t key, size_t size, int flags), (key, size, flags), -1, EACCES)
@@ -29,13 +29,13 @@ DEVSUPPORT_FAULT_POINT(int, semtimedop, (int id, sembuf *operations, size_t coun
 
 class AttachedRing : public RecordedRings {
  protected:
-  /// Attaches the log ring and tells what was said.
+  /// Attaches the log ring and returns the messages to the user.
   std::string Attach(Found expected, Access access = Access::Look) {
     CapturedOutput err(stderr);
     EXPECT_EQ(ring_.Attach(access), expected);
     return err.Take();
   }
-  /// Copies what is new and tells what was said.
+  /// Copies new records and returns the messages to the user.
   std::string Copy(bool expected, std::size_t cells) {
     CapturedOutput err(stderr);
     News news;
@@ -111,7 +111,7 @@ TEST_F(AttachedRing, WhoseRecordsAreTaken_LosesOnlyThoseThatWerePassed) {
   EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
 }
 
-// What came meanwhile has overwritten what was to be taken.
+// New records have overwritten those to be removed.
 TEST_F(AttachedRing, ThatIsOverrunBeforeItsRecordsAreTaken_KeepsItsNewOnes) {
   Log().Write({.text = "old"});
   EXPECT_EQ(Attach(Found::Attached, Access::Take), "");

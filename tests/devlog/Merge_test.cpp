@@ -24,7 +24,7 @@ std::vector<Message> MessagesAt(Ring ring, const std::vector<DayTime> &times, Da
   return messages;
 }
 
-/// "L0 E0 L1": which message of which ring came when.
+/// The order as "L0 E0 L1": the ring and the number of each message.
 std::string Order(const std::vector<DayTime> &log, const std::vector<DayTime> &event, DayTime now) {
   const std::vector<Message> logMessages = MessagesAt(Ring::Log, log, now);
   const std::vector<Message> eventMessages = MessagesAt(Ring::Event, event, now);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Records put together to messages, and what is said about the gaps between them.
+// Putting records together to messages, and the notes about gaps between them.
 
 #include "tools/devlog/Message.h"
 
@@ -29,7 +29,7 @@ std::string Described(const Message &message) {
   return text.empty() ? words : words + ' ' + std::string(text);
 }
 
-/// Assembles in one look or several.
+/// Assembles in one call or several.
 class Assembling : public ::testing::Test {
  protected:
   std::vector<std::string> Look(const std::vector<Entry> &entries) { return LookAt(CellsOf(entries)); }
@@ -124,12 +124,12 @@ TEST_F(Assembling, AFragmentOfAnotherTimeOrType_DoesNotContinue) {
             (Words{"ok 9+1 c", "damaged 10+1 d"}));
 }
 
-TEST_F(Assembling, AMessageOfTwoLooks_DoesNotExist) {
+TEST_F(Assembling, AFragmentInALaterCall_IsDamaged) {
   EXPECT_EQ(Look({{.text = "a", .sequence = 7}}), Words{"ok 7+1 a"});
   EXPECT_EQ(Look({{.text = "b", .sequence = 8, .fragment = 1}}), Words{"damaged 8+1 b"});
 }
 
-TEST_F(Assembling, ADamagedCell_StandsWhereItStoodAndCountsAsOneRecord) {
+TEST_F(Assembling, ADamagedCell_KeepsItsPlaceAndCountsAsOneRecord) {
   std::vector<Cell> cells = CellsOf({{.text = "a", .sequence = 7},
                                      {.text = "b", .sequence = 8},
                                      {.text = "c", .sequence = 9},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Names for types and processes out of a file.
+// Names for types and processes from a file.
 
 #include "tools/devlog/Names.h"
 
@@ -19,7 +19,7 @@ using namespace devsupport::test;
 
 class NamesOfAFile : public ::testing::Test {
  protected:
-  /// Loads the text and tells what was said, without the file's name.
+  /// Loads the text and returns the error message, without the file's name.
   std::string Load(const std::string &text) {
     EXPECT_TRUE(tools::ReplaceFile(path_.c_str(), text));
     CapturedOutput err(stderr);
@@ -68,7 +68,7 @@ TEST_F(NamesOfAFile, OfTooManyProcesses_AreRefused) {
     for (char b = 'a'; b <= 'h'; ++b) text += std::string("process ") + a + b + "\n";
   }
   EXPECT_EQ(Load(text), "");
-  EXPECT_EQ(Load("process aa\n"), "");  // is known
+  EXPECT_EQ(Load("process aa\n"), "");  // already known
   EXPECT_EQ(Load("process x\n"), ":1: too many processes\n");
 }
 

@@ -33,7 +33,7 @@ class Arguments {
   std::vector<char *> pointers_;
 };
 
-/// Reads a command line that is right.
+/// Reads a correct command line.
 Options Read(const Words &words) {
   CapturedOutput err(stderr);
   const Options options = Arguments(words).Read();
@@ -42,7 +42,7 @@ Options Read(const Words &words) {
   return options;
 }
 
-/// What a mistaken command line is told.
+/// The error message for a wrong command line.
 std::string Complaint(const Words &words) {
   CapturedOutput err(stderr);
   const Options options = Arguments(words).Read();
@@ -154,7 +154,7 @@ TEST(OptionsWrite, WithoutOptions_MeansTheLogRingAndType0) {
   EXPECT_FALSE(options.event);
 }
 
-TEST(OptionsWrite, RefusesTypesThatThereAreNot) {
+TEST(OptionsWrite, RefusesUnknownTypes) {
   EXPECT_EQ(Complaint({"write", "-t", "16", "x"}), std::string("devlog: invalid type '16'\n") + kHint);
   EXPECT_EQ(Complaint({"write", "--ring", "log", "x"}),
             std::string("devlog: unrecognized option '--ring'\n") + kHint);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How messages look: for people, with colours, as JSON.
+// Formatting messages: for people, with colours, as JSON.
 
 #include "tools/devlog/Print.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// devlog over recorded rings: what it shows, and how it ends.
+// devlog with recorded rings: its output and its exit status.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,7 +21,7 @@ using namespace devsupport::test;
 constexpr char kNoRings[] =
     "devlog: there are no rings: no program has opened the log channel since the system started\n";
 
-// Rings that are not there.
+// Missing and unusable rings.
 
 TEST_F(DevlogTest, WithoutRings_SaysSoEndsWith1AndCreatesNothing) {
   for (const Words &words : {Words{}, Words{"--json"}, Words{"--stats"}, Words{"--consume"}}) {
@@ -86,7 +86,7 @@ TEST_F(DevlogTest, OfARingThatIsTooSmall_SaysSoAndShowsTheOther) {
                            "devlog: the log ring has 16 bytes; this devlog knows rings of 143792\n"}));
 }
 
-// What is in them.
+// Records of the rings.
 
 TEST_F(RecordedRings, ThatAreEmpty_ShowNothing) { EXPECT_EQ(Shown({}), ""); }
 
@@ -100,7 +100,7 @@ TEST_F(RecordedRings, AreShownInTheOrderOfTime) {
             "03:34:56.789 log   15  third\n");
 }
 
-// It is 20:00.
+// The local time is 20:00.
 TEST_F(RecordedRings, LaterThanNow_AreThoseOfYesterday) {
   Log().Write({.text = "yesterday", .hour = 21});
   Event().Write({.text = "today", .hour = 3});
@@ -196,7 +196,7 @@ TEST_F(RecordedRings, OfRandomBytes_NeverStopIt) {
   }
 }
 
-// What is chosen from them.
+// Selecting messages.
 
 class ChosenMessages : public RecordedRings {
  protected:
@@ -303,7 +303,7 @@ TEST_F(DevlogTest, WithStats_MarkACountThatMayBeHigher) {
             "log        1024     0      1030 1030+        0         1\n");
 }
 
-// Where it goes.
+// Output.
 
 TEST_F(RecordedRings, ThatCannotBeWrittenOut_EndIt) {
   Log().Write({.text = "hello"});
@@ -315,7 +315,7 @@ TEST_F(RecordedRings, ThatCannotBeWrittenOut_EndIt) {
   EXPECT_EQ(closed.err, "devlog: the output cannot be written: Bad file descriptor\n");
 }
 
-/// A terminal that a program can write to, and what it got.
+/// A terminal for a program, and the bytes written to it.
 class Terminal {
  public:
   Terminal() : master_(::posix_openpt(O_RDWR | O_NOCTTY)) {
@@ -361,7 +361,7 @@ TEST_F(RecordedRings, WithColours_HaveThemInAPipeToo) {
   EXPECT_EQ(Shown({"--color=auto"}), "12:34:56.789 log    0  hello\n");
 }
 
-// The mistakes that only a run finds.
+// Wrong command lines.
 
 TEST_F(DevlogTest, OfAMistakenExpression_SaysWhatIsWrongAndEndsWith2) {
   const CommandResult result = Devlog({"-e", "("}).Run();

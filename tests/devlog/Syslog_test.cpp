@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// devlog --syslog beside a system log of the test's own: /dev/log in a mount namespace.
+// devlog --syslog with the test's own system log: /dev/log in a mount namespace.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -20,7 +20,7 @@ namespace {
 using namespace devlog_test;
 using devsupport::test::CommandResult;
 
-/// A /dev with nothing in it but null and log.
+/// A /dev with only null and log.
 class SystemLog : public RecordedRings {
  protected:
   int socket_ = -1;
@@ -32,7 +32,7 @@ class SystemLog : public RecordedRings {
     if (!isPrivate_) GTEST_SKIP() << "the machine does not let us make a private /dev";
     Listen();
   }
-  /// The next test of this process finds the system's /dev again.
+  /// Restores the system's /dev for the next test of this process.
   void TearDown() override {
     ::close(socket_);
     if (isPrivate_) {
@@ -56,7 +56,7 @@ class SystemLog : public RecordedRings {
     return Next();
   }
 
-  /// The next message, without the time that syslog puts in front of the program's name.
+  /// The next message, without the time before the program's name.
   std::string Next() const {
     char bytes[8192];
     const ssize_t got = ::recv(socket_, bytes, sizeof bytes, MSG_DONTWAIT);
@@ -112,14 +112,14 @@ TEST_F(SystemLog, WhoseDaemonHasGone_IsToldAndNothingIsTaken) {
   EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
 }
 
-// Messages that a datagram socket holds until they are read.
+// How many unread messages a datagram socket can hold.
 unsigned QueueLength() {
   unsigned length = 10;
   std::ifstream("/proc/sys/net/unix/max_dgram_qlen") >> length;
   return length + 1;
 }
 
-// What was delivered before the daemon stopped to read is taken, and no more.
+// Only messages that the socket accepted are removed from the ring.
 TEST_F(SystemLog, ThatIsFull_GetsTheRestNextTime) {
   const unsigned messages = std::min(2 * QueueLength() + 5, 1000U);
   for (unsigned number = 0; number < messages; ++number) {
@@ -164,7 +164,7 @@ TEST_F(SystemLog, ThatIsAwaited_DoesNotKeepDevlogFromEnding) {
   EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
 }
 
-// What a daemon had not read when it went away is lost with its socket.
+// Messages that a daemon has not read are lost when it closes its socket.
 TEST_F(SystemLog, ThatEndsBeforeItHasReadAll_IsFollowedByOneThatGetsAllOfIt) {
   Log().Write({{.text = "one", .sequence = 0}, {.text = "two", .sequence = 1}});
   RunningDevlog devlog({"-f", "--syslog", "--consume", "--ring", "log"});
@@ -199,7 +199,7 @@ TEST_F(SystemLog, ThatReadsNothing_DoesNotKeepDevlogFromEnding) {
   EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 1);
   devlog.Process().Signal(SIGTERM);
   EXPECT_EQ(devlog.Wait(), 1000 + SIGTERM);
-  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 0);  // the system log has it, and can still read it
+  EXPECT_EQ(TShmQueue_GetCount(&Log().Queue()), 0);  // it is in the socket, where the system log can still read it
 }
 
 TEST_F(SystemLog, GetsJsonWhenThatIsAskedFor) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One cell of a log ring as its writer left it, decoded and checked.
+// Decodes and checks one cell of a log ring.
 
 #include "tools/devlog/Cell.h"
 
@@ -12,7 +12,7 @@ namespace {
 constexpr unsigned kLastHour = 23;
 constexpr unsigned kLastMinute = 59;
 constexpr unsigned kLastSecond = 59;
-constexpr unsigned kLeapSecond = 60;  // has no place in a day; shown as the second before it
+constexpr unsigned kLeapSecond = 60;  // no second of a day; shown as the one before it
 constexpr unsigned kLastMs = 999;
 
 DayTime ToDayTime(std::uint32_t word) {

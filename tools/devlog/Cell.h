@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One cell of a log ring as its writer left it, decoded and checked.
+// Decodes and checks one cell of a log ring.
 #pragma once
 
 #include <devsupport/detail/logmgr/LogCell.h>
@@ -9,7 +9,7 @@
 
 namespace devlog {
 
-/// A slot of the ring: what devlog copies out of it.
+/// What devlog copies out of one slot of the ring.
 struct Cell {
   std::uint32_t length;
   std::uint8_t record[LOGCELL_BYTES];
@@ -24,20 +24,20 @@ inline constexpr unsigned kSequences = LOGCELL_MAX(SEQUENCE) + 1;
 
 enum class Damage : std::uint8_t {
   None,
-  Length,  ///< the length word is no length of a record
-  Text,    ///< no NUL where the text ends
-  Time,    ///< no time of day
+  Length,  ///< the length is not possible for a record
+  Text,    ///< the text does not end with a NUL
+  Time,    ///< not a valid time of day
   Order,   ///< a fragment that does not follow the one before it, though no record is missing between them
 };
 
-/// One record. What a damaged cell cannot tell is unknown, 0 or empty.
+/// One record. Fields that a damaged cell does not give are unknown, 0 or empty.
 struct Fragment {
   Damage damage = Damage::None;
   DayTime time = kUnknownTime;
-  unsigned number = 0;  ///< of the fragment in its message
+  unsigned number = 0;  ///< number of the fragment in its message
   unsigned sequence = 0;
   unsigned type = 0;
-  std::string_view text{};  ///< in the cell; may hold any byte, NUL too
+  std::string_view text{};  ///< points into the cell; may hold any byte, also NUL
 };
 
 Fragment Decode(const Cell &cell);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The rings that the user asked for, each with the records and messages that were found in it.
+// The rings that the user asked for, each with the records and messages found in it.
 
 #include "tools/devlog/Channel.h"
 
@@ -94,7 +94,7 @@ bool Channel::RestoreCursor() {
       track->ring.GoOnFrom(bookmark->position);
       track->assembler.Expect(bookmark->expected);
     } else {
-      track->BeginAnew();  // the ring is a later one
+      track->BeginAnew();  // another ring than before
     }
   }
   return true;
@@ -113,7 +113,7 @@ bool Channel::SaveCursor() {
 void Channel::OpenMissing() {
   for (Track *track : {&log_, &event_}) {
     if (!track->isWanted || track->ring.IsAttached()) continue;
-    if (Attach(*track) == Found::Attached) track->BeginAnew();  // it was made while we waited
+    if (Attach(*track) == Found::Attached) track->BeginAnew();  // it was created while we waited
   }
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The rings that the user asked for, each with the records and messages that were found in it.
+// The rings that the user asked for, each with the records and messages found in it.
 #pragma once
 
 #include <span>
@@ -11,7 +11,7 @@
 
 namespace devlog {
 
-/// One ring on its way from cells to messages.
+/// One ring, its new cells and the messages made of them.
 struct Track {
   Track(Ring which, std::span<Cell> cells, std::span<Message> roomForMessages, bool isAskedFor)
       : ring(which, cells), assembler(which), room(roomForMessages), isWanted(isAskedFor) {}
@@ -19,47 +19,47 @@ struct Track {
   LogRing ring;
   Assembler assembler;
   std::span<Message> room;
-  std::span<Message> messages{};  ///< of the last look
+  std::span<Message> messages{};  ///< from the last read
   bool isWanted;
   bool isRemoved = false;  ///< found by Channel::FindRemoved()
 
   bool HasNews() const { return ring.IsAttached() && ring.HasNews(); }
-  /// Looks for news. False when records are to be taken and cannot be.
+  /// Reads new records. False when they are to be removed from the ring and cannot be.
   bool Look();
-  /// The message, and all before it in its ring, need not be shown again.
+  /// This message, and all before it in its ring, must not be shown again.
   void Delivered(const Message &message);
-  /// Moves on over what was delivered, or over all that was found. False when it was to be taken and could not be.
+  /// Moves past what was delivered, or past all records. False when they were to be removed and could not be.
   bool Pass(bool isAll);
-  /// How many records the last look found.
+  /// How many records the last read found.
   std::size_t Records() const { return news_.cells.size(); }
-  /// The ring is a new one: nothing in it has been seen, and its first record has the number 0.
+  /// The ring is a new one: all its records are new, and the first one has the number 0.
   void BeginAnew();
 
  private:
   bool hasLooked_ = false;
   News news_{};
   std::size_t delivered_ = 0;
-  Assembler before_ = assembler;  // as it was before the last look
+  Assembler before_ = assembler;  // state before the last read
 };
 
-/// Both rings. There is one: it lives in static memory, the biggest part of the program.
+/// Both rings. There is one object, in static memory because it is big.
 class Channel {
  public:
   explicit Channel(const Options &options);
 
-  /// Attaches the rings that are asked for, and tells the user about what is missing.
-  /// Returns  kShown when there is something to show; else how to end.
+  /// Attaches the rings that the user asked for, and tells which are missing.
+  /// Returns  kShown when there is something to show; else the exit status.
   int Open();
-  /// Goes on where the cursor's file says. False when there is one that cannot be used; the user has been told.
+  /// Continues where the cursor's file says. False when the file cannot be used; the user has been told.
   bool RestoreCursor();
   /// Writes the cursor's file when the rings' positions have changed.
   bool SaveCursor();
 
-  /// Attaches what was missing, should it be there by now. Says nothing about what is still missing.
+  /// Attaches rings that were missing before. Prints nothing about those still missing.
   void OpenMissing();
-  /// Finds the rings that were removed. What they still hold can be shown before they are dropped.
+  /// Finds the rings that were removed. Their last records can be shown before DropRemoved().
   void FindRemoved();
-  /// Lets go of them, and waits for new ones.
+  /// Detaches them, so that OpenMissing() can attach new ones.
   void DropRemoved();
 
   Track &log() { return log_; }

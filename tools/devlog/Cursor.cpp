@@ -24,9 +24,9 @@ namespace {
 constexpr char kBootIdPath[] = "/proc/sys/kernel/random/boot_id";
 constexpr std::string_view kFirstLine = "devlog cursor 1";
 constexpr std::size_t kMaxFile = 512;
-constexpr std::size_t kNumbers = 10;  // of a bookmark
+constexpr std::size_t kNumbers = 10;  // in a bookmark
 
-/// Which start of the system this is; "-" where the system does not tell.
+/// Identifies this start of the system; "-" where the kernel does not tell it.
 std::string_view BootId() {
   static char text[64];
   std::size_t size = 0;
@@ -84,7 +84,7 @@ bool Cursor::Load() {
     const Ring ring = name == "log" ? Ring::Log : Ring::Event;
     Bookmark bookmark{};
     isSound = name == NameOf(ring) && ReadBookmark(line, ring == Ring::Log ? kLogCells : kEventCells, bookmark);
-    if (!isThisBoot) bookmark.ring.id = -1;  // no ring has it
+    if (!isThisBoot) bookmark.ring.id = -1;  // no ring has this number
     Set(ring, bookmark);
   }
   if (!isSound) Say("the cursor '%s' is damaged; remove it to begin anew", path_);

@@ -12,21 +12,22 @@ namespace devlog {
 struct Bookmark {
   Identity ring;
   Position position;
-  unsigned expected;  ///< number of the next record; kSequences when that is not known
+  unsigned expected;  ///< number of the next record; kSequences when not known
 };
 
-/// The file says which start of the system it belongs to: rings do not outlive it. It is replaced in one step.
+/// The file says for which start of the system it is valid, because a restart removes the rings. A new file replaces
+/// the old one in one step.
 class Cursor {
  public:
-  /// path  of the file; nullptr: there is none, and nothing is ever loaded or saved
+  /// path  of the file; nullptr: no file, nothing is loaded or saved
   explicit Cursor(const char *path) : path_(path) {}
 
-  /// Reads the file. True without one, too; false when it is there and cannot be used: the user has been told.
+  /// Reads the file. True also when there is no file; false when it cannot be used: the user has been told.
   bool Load();
-  /// The place in a ring that the file has, or Set() gave; nullptr when there is none.
+  /// The place in a ring from the file or from Set(); nullptr when there is none.
   const Bookmark *Find(Ring ring) const;
   void Set(Ring ring, const Bookmark &bookmark);
-  /// Writes the file when something has changed. False, and the user has been told, when that cannot be done.
+  /// Writes the file when something has changed. False when it cannot be written; the user has been told.
   bool Save();
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What devlog says besides its data.
+// Messages of devlog to its user.
 
 #include "tools/devlog/Exit.h"
 
@@ -12,12 +12,12 @@ namespace devlog {
 
 // The line is written in one piece, so that it does not mix with those of other programs.
 void Say(const char *format, ...) {
-  std::fflush(stdout);  // what was shown before comes before it
+  std::fflush(stdout);  // so that earlier output comes first
   constexpr char kName[] = "devlog: ";
   constexpr std::size_t kNameBytes = sizeof kName - 1;
   char line[1024];
   std::copy(kName, kName + kNameBytes, line);
-  const std::size_t room = sizeof line - kNameBytes - 1;  // the line's end needs one
+  const std::size_t room = sizeof line - kNameBytes - 1;  // one byte for the newline
   va_list values;
   va_start(values, format);
   const int size = std::vsnprintf(line + kNameBytes, room, format, values);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How devlog ends, and what it says besides its data.
+// Exit status of devlog, and its messages to the user.
 #pragma once
 
 #include <csignal>
@@ -14,8 +14,8 @@ enum Exit : int {
   kUnusable = 5,  ///< a ring is there and cannot be used
 };
 
-/// The signals with which a person or a service manager ends devlog. What was taken out of a ring is written before
-/// one of them ends it.
+/// The signals with which a person or a service manager ends devlog. Records that were taken out of a ring are
+/// written first.
 inline constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 /// One line for the user on standard error, with the program's name in front.

@@ -12,8 +12,8 @@ namespace devlog {
 
 namespace {
 
-// The C library answers a lack of memory as it answers a text that does not match. Then the record is shown rather
-// than left out in silence.
+// regexec() returns the same for "no memory" and "no match". Without memory the record is shown, so that it does not
+// disappear without a message.
 bool Matches(const regex_t &regex, std::string_view text) {
   errno = 0;
 #ifdef REG_STARTEND
@@ -22,7 +22,7 @@ bool Matches(const regex_t &regex, std::string_view text) {
   range.rm_eo = static_cast<regoff_t>(text.size());
   return ::regexec(&regex, text.data(), 1, &range, REG_STARTEND) == 0 || errno == ENOMEM;
 #else
-  // Not every C library takes a length: there, what follows a NUL is not searched.
+  // Some C libraries cannot take a length. With them, text after a NUL is not searched.
   return ::regexec(&regex, text.empty() ? "" : text.data(), 0, nullptr, 0) == 0 || errno == ENOMEM;
 #endif
 }

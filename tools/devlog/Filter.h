@@ -12,11 +12,11 @@
 
 namespace devlog {
 
-/// What the options ask for.
+/// Which messages the options select.
 struct Wanted {
-  std::uint16_t types = 0xFFFF;  ///< one bit a record type
-  DayTime since = kUnknownTime;  ///< first moment that is shown
-  DayTime until = kUnknownTime;  ///< last moment that is shown; before `since`: on the next day
+  std::uint16_t types = 0xFFFF;  ///< one bit for each record type
+  DayTime since = kUnknownTime;  ///< first time that is shown
+  DayTime until = kUnknownTime;  ///< last time that is shown; if before `since`, on the next day
   static constexpr std::size_t kMaxPatterns = 16;
   const char *patterns[kMaxPatterns] = {};  ///< extended regular expressions, one of which the text must match
   std::size_t patternCount = 0;
@@ -32,14 +32,14 @@ class Filter {
   Filter(const Filter &) = delete;
   Filter &operator=(const Filter &) = delete;
 
-  /// False when a pattern is no regular expression: Mistaken() is it, and Complaint() says why.
+  /// False when a pattern is wrong: Mistaken() returns it, and Complaint() the reason.
   bool IsUsable() const { return usable_ == wanted_.patternCount; }
   const char *Mistaken() const { return wanted_.patterns[usable_]; }
   const char *Complaint() const { return complaint_; }
 
   /// text     the message's text; NUL-terminated
   /// process  the name in front of it; empty when there is none
-  /// Damaged cells and notes about lost records always pass: their contents are not known.
+  /// True for damaged cells and notes about lost records: their contents are not known.
   bool Passes(const Message &message, std::string_view text, std::string_view process) const;
 
  private:
@@ -49,7 +49,7 @@ class Filter {
 
   Wanted wanted_;
   regex_t regexes_[Wanted::kMaxPatterns] = {};
-  std::size_t usable_ = 0;  // of the expressions, from the first on
+  std::size_t usable_ = 0;  // the first usable_ expressions are compiled
   char complaint_[128] = "";
 };
 

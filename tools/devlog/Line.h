@@ -24,15 +24,15 @@ class Line {
     length_ += taken;
   }
   void Add(char character) { Add(std::string_view(&character, 1)); }
-  /// Decimal, filled up in front to so many places.
+  /// Decimal, filled up on the left to this width.
   void AddNumber(std::uint32_t number, unsigned places = 1, char fill = '0');
   /// Two lower-case hexadecimal digits.
   void AddHex(std::uint8_t byte);
   /// "12:34:56.789", or the same with dashes for an unknown time.
   void AddTime(DayTime time);
 
-  /// The text with everything that a terminal could take for more than a character as \xNN: control characters and
-  /// bytes that are no UTF-8.
+  /// The text with control characters, and bytes that are not UTF-8, as \xNN: a terminal could take them for
+  /// commands.
   void AddForPeople(std::string_view text);
   /// The text as the inside of a JSON string.
   void AddForJson(std::string_view text, tools::Form form);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One ring of the log channel as devlog finds it: attached without making anything, copied under its lock.
+// Reads one ring of the log channel: attaches it without creating anything, and copies it under its lock.
 
 #include "tools/devlog/LogRing.h"
 
@@ -32,7 +32,7 @@ constexpr int SemKey(Ring ring) { return ring == Ring::Log ? LOGRING_LOG_SEM_KEY
 
 const char *WordFor(Ring ring) { return NameOf(ring).data(); }
 
-/// The ring's measures; everything but where it is attached.
+/// The ring's sizes; all but the address where it is attached.
 TShmQueue RecordOf(std::size_t cells) {
   TShmQueue que{};
   que.nSlotCount = static_cast<std::int32_t>(cells + 1);
@@ -46,7 +46,7 @@ std::size_t SegmentBytes(const TShmQueue &que) {
   return devsupport::kRingHeadBytes + LOGRING_USER_BYTES + static_cast<std::size_t>(que.nSlotCount) * que.dwStride;
 }
 
-/// Semaphore_Lock with an end: a writer that is stopped in its write must not stop who looks for the reason.
+/// Semaphore_Lock with a timeout: a writer that is stopped while it writes must not block devlog.
 bool LockInTime(int semId) {
   const timespec limit{kLockSeconds, 0};
   sembuf take{0, -1, SEM_UNDO};
@@ -61,7 +61,7 @@ bool LockInTime(int semId) {
 
 LogRing::LogRing(Ring ring, std::span<Cell> room) : ring_(ring), room_(room), que_(RecordOf(room.size())) {}
 
-// Detached, not closed: the last to close takes the semaphore along, and we are only visiting.
+// Detaches only: the last process that closes the ring removes the semaphore, and devlog must not do this.
 void LogRing::Detach() {
   if (IsAttached()) ::shmdt(que_.shm.address);
   que_ = RecordOf(room_.size());
@@ -85,7 +85,7 @@ Found LogRing::AttachTo(int id, Access access) {
     return Found::Unusable;
   }
   void *address = ::shmat(id, nullptr, access == Access::Look ? SHM_RDONLY : 0);
-  if (address == reinterpret_cast<void *>(-1)) {  // NOLINT(performance-no-int-to-ptr): as shmat has it
+  if (address == reinterpret_cast<void *>(-1)) {  // NOLINT(performance-no-int-to-ptr): how shmat() reports errors
     Say("the %s ring cannot be attached: %s", WordFor(ring_), std::strerror(errno));
     return Found::Unusable;
   }
@@ -95,12 +95,12 @@ Found LogRing::AttachTo(int id, Access access) {
   que_.pUserArea = static_cast<std::uint8_t *>(address) + devsupport::kRingHeadBytes;
   que_.cells = que_.pUserArea + LOGRING_USER_BYTES;
 
-  // Who makes a ring makes it as large as it has to be, and writes the cell count last.
+  // A new ring has its full size at once, and its creator writes the cell count last.
   const bool isFinished =
       status.shm_segsz < SegmentBytes(que_) || devsupport::LoadOnce(que_.header->dwCellCount) != 0;
   if (isFinished && CheckShape(status.shm_segsz)) {
-    // A first copy without the lock: it brings both memories in, so that the copy under the lock takes no page
-    // faults.
+    // The first copy is made without the lock. It loads the pages of both buffers, so that copying under the lock
+    // causes no page faults.
     CopyRange(static_cast<std::uint32_t>(room_.size()), static_cast<std::uint32_t>(room_.size()));
     identity_ = {id, static_cast<std::uint32_t>(status.shm_ctime)};
     return Found::Attached;
@@ -148,20 +148,20 @@ Mark LogRing::MarkOf(std::uint32_t slot) const {
   return mark;
 }
 
-// While the slot before the position holds what it held, fewer records came than the ring has slots, and the write
-// index tells how many. Once it is another one, everything in the ring is new. Then the ring was written once round,
-// or somebody emptied it, and it began again at its first slot: then the last slot, too, is as it was.
+// While the slot before the position is unchanged, fewer records came than the ring has slots, and the write index
+// tells how many. If it has changed, all records in the ring are new: either the ring was written once round, or a
+// reader emptied it and writing started again at the first slot. In the second case the last slot is unchanged.
 bool LogRing::IsOverrun() const {
   return MarkOf(SlotBefore(position_.index)) != position_.before && MarkOf(Last()) != position_.last;
 }
 
 bool LogRing::TakeLock() {
-  constexpr int kAttempts = 2;  // the semaphore that we knew may have been removed, and another one made
+  constexpr int kAttempts = 2;  // the semaphore may have been removed and created again
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     if (que_.semid == -1) {
       que_.semid = access_ == Access::Take ? Semaphore_Create(SemKey(ring_)) : ::semget(SemKey(ring_), 0, 0);
     }
-    // Without a semaphore there is no writer: the last one to leave took it along.
+    // Without a semaphore there is no writer: the last one removed it.
     if (que_.semid == -1 && errno == ENOENT) return false;
     if (que_.semid != -1 && LockInTime(que_.semid)) {
       saidLocked_ = false;
@@ -186,7 +186,7 @@ void LogRing::SayLocked(int error) {
   }
 }
 
-// Copies the newest cells before the write index: one run, or two where the ring begins anew.
+// Copies the newest cells before the write index: one run, or two when they wrap around.
 void LogRing::CopyRange(std::uint32_t writeIndex, std::uint32_t count) {
   const auto slots = static_cast<std::uint32_t>(que_.nSlotCount);
   const std::uint32_t begin = writeIndex >= count ? writeIndex - count : writeIndex + slots - count;
@@ -250,7 +250,7 @@ bool LogRing::Pass(std::size_t count) {
   return access_ != Access::Take || !hasPosition_ || TakeUpToPosition();
 }
 
-// What was overwritten meanwhile, or taken by somebody else, is not ours to take.
+// Does not remove records that came after an overrun, or after another reader took the old ones.
 bool LogRing::TakeUpToPosition() {
   const bool isHeld = TakeLock();
   const RingLock lock(que_.semid, isHeld);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One ring of the log channel as devlog finds it: attached without making anything, copied under its lock.
+// Reads one ring of the log channel: attaches it without creating anything, and copies it under its lock.
 #pragma once
 
 #include <devsupport/ipc/MyShareMemory.h>
@@ -17,16 +17,16 @@ inline constexpr std::size_t kEventCells = LOGRING_EVT_CELLS;
 /// What devlog does with the records.
 enum class Access : std::uint8_t {
   Look,  ///< the ring is attached read-only
-  Take,  ///< they are taken away
+  Take,  ///< they are removed from the ring
 };
 
 enum class Found : std::uint8_t {
   Attached,
   Missing,   ///< there is none, or its creator has not finished making it
-  Unusable,  ///< there is one; the user has been told why it is of no use
+  Unusable,  ///< there is one; the user has been told why it cannot be used
 };
 
-/// What a ring is like at one moment.
+/// The state of a ring at one time.
 struct Figures {
   std::uint32_t capacity;  ///< cells
   std::uint32_t used;      ///< cells
@@ -34,29 +34,29 @@ struct Figures {
   std::uint32_t attached;  ///< attachments of other processes
 };
 
-/// What came into a ring.
+/// New records of a ring.
 struct News {
-  std::span<const Cell> cells{};  ///< oldest first; valid until the next look
-  /// The ring was written once round, or more often, since the last look: how often is not known. At least so many
-  /// records came; 0 when nothing was overrun.
+  std::span<const Cell> cells{};  ///< oldest first; valid until the next read
+  /// Not 0: since the last read the ring was written once round or more often. At least this many records came; the
+  /// exact number is not known.
   std::uint32_t overrun = 0;
 };
 
-/// The first words of a slot. They have changed when the ring has been written once round.
+/// The first words of a slot. They differ after the ring was written once round.
 struct Mark {
   std::uint32_t words[3];
   bool operator==(const Mark &) const = default;
 };
 
-/// A place between two records of a ring, and what tells later how far the ring has moved on from it. All zeros: the
-/// beginning of a new ring.
+/// A place between two records of a ring, and marks that later show how many records came after it. All zeros: the
+/// start of a new ring.
 struct Position {
   std::uint32_t index;  ///< slot of the next record
-  Mark before;          ///< the slot before it: overwritten last, after all others
-  Mark last;            ///< the ring's last slot: a ring that was emptied is written from its first slot on
+  Mark before;          ///< the slot before it, which is overwritten last
+  Mark last;            ///< the ring's last slot: after a ring was emptied, writing starts at the first slot
 };
 
-/// Tells a ring from one that was made later under the same key.
+/// Distinguishes a ring from a later one with the same key.
 struct Identity {
   std::int32_t id;
   std::uint32_t made;  ///< seconds
@@ -73,41 +73,41 @@ class LogRing {
 
   Ring Which() const { return ring_; }
 
-  /// Looks for the ring and attaches it. One that is of no use is told of once, and is missing from then on, until
-  /// another one is there. Creates nothing; but for Access::Take it makes the ring's semaphore when the
-  /// last program to leave took it along, as each program does that uses a ring.
+  /// Finds the ring and attaches it. A ring that cannot be used is reported once, and then counts as missing until
+  /// there is another one. Creates nothing, with one exception: for Access::Take it creates the ring's semaphore when
+  /// the last program has removed it, as every program does that uses a ring.
   Found Attach(Access access);
   bool IsAttached() const { return que_.header != nullptr; }
   void Detach();
   Identity Id() const { return identity_; }
 
-  /// Looks go on from here.
+  /// The next read starts here.
   void GoOnFrom(const Position &position);
-  /// Where looks go on; false before the first Pass().
+  /// Where the next read starts; false before the first Pass().
   bool GetPosition(Position &position) const;
 
   /// Tells, without the lock, whether CopyNew() would find something.
   bool HasNews() const;
 
-  /// Copies what came into the ring after the position, under the ring's lock. The next look copies it again, unless
-  /// Pass() says that it is done with.
+  /// Copies the records after the position, under the ring's lock. The next call copies them again, unless Pass() moved
+  /// the position.
   /// When the lock cannot be taken within a second, it reads without the lock and tells the user.
-  /// Returns  false when records are to be taken and the lock cannot be taken: then nothing was copied.
+  /// Returns  false with Access::Take when the lock cannot be taken: then nothing was copied.
   bool CopyNew(News &news);
 
-  /// Moves the position over the first `count` cells of the last copy, and with Access::Take takes them and what was
-  /// before them out of the ring.
-  /// Returns  false when they were to be taken and could not be.
+  /// Moves the position past the first `count` cells of the last copy, and with Access::Take removes them and all
+  /// before them from the ring.
+  /// Returns  false when they could not be removed.
   bool Pass(std::size_t count);
 
-  /// Of the moment of the last CopyNew(), but for the processes.
+  /// At the time of the last CopyNew(); the number of attachments is that of now.
   Figures Measure() const;
 
   /// True when the ring was removed from the system: only processes that still have it attached can write to it.
   bool IsRemoved() const;
 
  private:
-  static constexpr int kNone = -2;  // -1 is a ring that may not be looked at
+  static constexpr int kNone = -2;  // -1 is a ring without read permission
 
   Found AttachTo(int id, Access access);
   bool CheckShape(std::size_t segmentBytes);
@@ -126,13 +126,13 @@ class LogRing {
   Access access_ = Access::Look;
   TShmQueue que_{};
   Identity identity_{};
-  int refused_ = kNone;  // the segment that is of no use
+  int refused_ = kNone;  // the segment that cannot be used
 
   bool hasPosition_ = false;
   Position position_{};
-  std::span<const Cell> copied_{};  // by the last look ...
-  Position end_{};                  // ... and what comes after it
-  bool isUsable_ = true;            // the ring's indices are slots
+  std::span<const Cell> copied_{};  // by the last CopyNew() ...
+  Position end_{};                  // ... and the position after them
+  bool isUsable_ = true;            // the ring's indices are valid
   std::uint32_t used_ = 0;
   unsigned sequence_ = 0;
   bool saidLocked_ = false;

@@ -7,13 +7,13 @@ namespace devlog {
 
 namespace {
 
-constexpr DayTime kClockSlack = 60 * 1000;  // a record that is so much younger than now is not from yesterday
+constexpr DayTime kClockSlack = 60 * 1000;  // a record up to this much later than now is from today
 
-/// A neighbour that is so much earlier belongs to the same day: the clock was set back, for example at the end of summer
-/// time.
+/// A next record up to this much earlier belongs to the same day: the clock was set back, for example at the end of
+/// summer time.
 constexpr DayTime kSetBack = 2 * 60 * 60 * 1000;
 
-/// How long after one time of day another one comes. A time shortly before counts as earlier, not as a day later.
+/// The time from one time of day to another. A time shortly before counts as earlier, not as on the next day.
 DayTime WayTo(DayTime from, DayTime to) {
   const DayTime way = to - from;
   return way < -kSetBack ? way + kDay : way > kDay - kSetBack ? way - kDay : way;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A ring's records put together to messages, with notes about what is missing between them.
+// Puts a ring's records together to messages, and notes how many records are missing between them.
 
 #include "tools/devlog/Message.h"
 
@@ -21,8 +21,8 @@ std::string_view TextOf(const Message &message, std::span<char, kMaxText + 1> ro
   return {room.data(), length};
 }
 
-// The records tell their number modulo 4096. After an overrun it may be so many more, or that once again, and so on:
-// the least that fits is counted.
+// Records are numbered modulo 4096. After an overrun, 4096 more may be missing, or a multiple of it: the smallest
+// possible number is counted.
 std::uint32_t Assembler::MissingUpTo(unsigned sequence) {
   if (expected_ == kUnknown) return 0;
   std::uint32_t missing = (sequence - expected_) % kSequences;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A ring's records put together to messages, with notes about what is missing between them.
+// Puts a ring's records together to messages, and notes how many records are missing between them.
 #pragma once
 
 #include <cstddef>
@@ -20,18 +20,18 @@ enum class Status : std::uint8_t {
   Lost,     ///< no message: `records` records are missing here, the first with the number `sequence`
 };
 
-/// One message, made of consecutive cells, or a note. It points into the cells that it was made of.
+/// One message, made of consecutive cells, or a note. Points into these cells.
 struct Message {
   Ring ring = Ring::Log;
   Status status = Status::Ok;
   Damage damage = Damage::None;
-  DayTime time = kUnknownTime;  ///< of a note: of the record after the gap
+  DayTime time = kUnknownTime;  ///< in a note: that of the record after the gap
   unsigned type = 0;
   unsigned sequence = 0;   ///< of its first record
-  unsigned records = 0;    ///< cells that it is made of; of a note: records lost
-  bool isAtLeast = false;  ///< of a note: so many, or more
+  unsigned records = 0;    ///< how many cells; in a note: records lost
+  bool isAtLeast = false;  ///< in a note: this many or more are lost
   const Cell *first = nullptr;
-  std::int64_t when = 0;  ///< its place in time, see Place()
+  std::int64_t when = 0;  ///< time with its day, see Place()
 };
 
 /// The longest text that a message can have.
@@ -39,23 +39,23 @@ inline constexpr std::size_t kMaxText = std::size_t{LOGCELL_FRAGMENTS} * LOGCELL
 
 /// Puts the text of a message together.
 /// room     out     the text and a NUL after it
-/// Returns  the text, in room; empty for notes and where no length could be believed.
+/// Returns  the text, in room; empty for notes and where no length was valid.
 std::string_view TextOf(const Message &message, std::span<char, kMaxText + 1> room);
 
-/// Puts the records of one ring together, from look to look.
+/// Puts the records of one ring together, over several reads.
 class Assembler {
  public:
   explicit Assembler(Ring ring) : ring_(ring) {}
 
-  /// How many messages can come out of so many cells: each cell can have a note before it.
+  /// How many messages and notes this many cells can give: each cell can have a note before it.
   static constexpr std::size_t MaxMessages(std::size_t cells) { return 2 * cells; }
 
   /// cells    in      what came into the ring since the last call, oldest first; a message is whole or begins before
   ///                  what the ring holds, because writers hold the ring's lock for all fragments of a message
   /// messages out     room for MaxMessages(cells.size())
   /// Returns  the number of messages and notes.
-  /// overrun  in      at least so many records came since the last call, the cells among them, and how many is not
-  ///                  known; 0: no more came than the numbers of the records tell
+  /// overrun  in      at least this many records came since the last call, with these cells; the exact number is not
+  ///                  known. 0: the numbers of the records tell how many came
   std::size_t Assemble(std::span<const Cell> cells, std::span<Message> messages, std::uint32_t overrun = 0);
 
   /// The number that the next record has; kSequences when it is not known.
@@ -65,7 +65,7 @@ class Assembler {
   /// Counts what is missing between the last record and the next one that will be written.
   void CountUpTo(unsigned sequence);
 
-  /// Counts since the beginning.
+  /// Counts since the start.
   std::uint32_t Lost() const { return lost_; }
   bool IsLostExact() const { return isLostExact_; }
   std::uint32_t Damaged() const { return damaged_; }
@@ -83,7 +83,7 @@ class Assembler {
   bool isBroken_ = true;          // what was before the next record is not known
   Message *open_ = nullptr;       // the message that the next fragment may belong to
   unsigned fragment_ = 0;         // number of its last fragment
-  std::uint32_t overrun_ = 0;     // see Assemble(); less what has been found of them
+  std::uint32_t overrun_ = 0;     // see Assemble(); reduced by those already found
   std::uint32_t lost_ = 0;
   bool isLostExact_ = true;
   std::uint32_t damaged_ = 0;

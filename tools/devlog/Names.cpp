@@ -21,7 +21,7 @@ constexpr std::size_t kMaxFile = 8192;
 bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 bool IsNameCharacter(char c) { return IsLetter(c) || (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '.'; }
 
-/// Takes a word off the line, and the blanks around it.
+/// Removes the first word from the line, with the blanks around it.
 std::string_view TakeWord(std::string_view &line) {
   constexpr std::string_view kBlanks = " \t\r";
   line = tools::After(line, line.find_first_not_of(kBlanks));

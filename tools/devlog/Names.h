@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Names for the record types, and the names of the processes, out of a small file:
+// Names for the record types, and names of processes, from a small file:
 //
 //   # what the numbers mean here
 //   type 3 call
@@ -21,7 +21,7 @@ class Names {
   static constexpr std::size_t kMaxProcesses = 64;
   static constexpr std::size_t kMaxName = 31;  ///< of a process in the log channel; a type has the same limit
 
-  /// Reads a file. With isOptional a file that is not there is no mistake.
+  /// Reads a file. With isOptional a missing file is no error.
   /// Returns  false when it cannot be read or understood; the user has been told.
   bool Load(const char *path, bool isOptional);
 
@@ -36,7 +36,7 @@ class Names {
 
   /// False when there are too many.
   bool AddProcess(std::string_view name);
-  /// The longest known name with which a text begins: a writer's name is in front of its text, with nothing in between.
+  /// The longest known name at the start of a text: writers put their name before it without a separator.
   std::string_view ProcessOf(std::string_view text) const;
 
  private:

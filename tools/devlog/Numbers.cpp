@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Numbers, types and times as people write them on the command line.
+// Numbers, types and times in the form used on the command line.
 
 #include "tools/devlog/Numbers.h"
 

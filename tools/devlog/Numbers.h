@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Numbers, types and times as people write them on the command line.
+// Numbers, types and times in the form used on the command line.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace devlog {
 
-/// "3,5-7,call" as one bit a type: numbers from 0 to 15, ranges of them, and names.
+/// "3,5-7,call" as one bit for each type: numbers from 0 to 15, ranges of them, and names.
 bool ToTypes(const char *text, const Names &names, std::uint16_t &types);
 
 /// "HH:MM" or "HH:MM:SS"; one digit is enough where the number has only one.

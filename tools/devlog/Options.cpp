@@ -137,7 +137,7 @@ bool ReadColours(const char *text, Colours &colours) {
   return colours != Colours::Auto || when == "auto" || Refuse("invalid argument of '--color'", text);
 }
 
-/// Options whose meaning depends on other options.
+/// Options that depend on others, and are read last.
 struct Later {
   const char *names = nullptr;
   const char *types = nullptr;
@@ -154,7 +154,7 @@ bool ReadProcesses(const char *text, Options &options) {
   return true;
 }
 
-/// The names come first: types can be given by them.
+/// Reads the names first: types can be given by name.
 bool ReadLater(const Later &later, Options &options) {
   if (!options.names.Load(later.names != nullptr ? later.names : Names::kUsualPath, later.names == nullptr)) {
     return false;
@@ -164,7 +164,7 @@ bool ReadLater(const Later &later, Options &options) {
          Refuse("invalid types", later.types);
 }
 
-/// One option of the viewer; false when its argument is refused.
+/// One option of the viewer; false when its argument is wrong.
 bool TakeViewOption(int option, Options &options, Later &later) {
   constexpr DayTime kRestOfSecond = 999;
   switch (option) {
@@ -250,7 +250,7 @@ bool ReadType(const char *text, int &type) {
   return true;
 }
 
-/// The options of `devlog write` come before its text: what follows may begin with a dash.
+/// The options of `devlog write` come before its text: its words may begin with a dash.
 Options ReadWriteOptions(int argCount, char **args) {
   Options options;
   options.action = Action::Write;
@@ -272,7 +272,7 @@ Options ReadWriteOptions(int argCount, char **args) {
 }  // namespace
 
 Options ReadOptions(int argCount, char **args) {
-  optind = 0;  // begins anew, should a command line have been read before
+  optind = 0;  // starts again, if a command line was read before
   if (argCount < 2 || std::strcmp(args[1], "write") != 0) return ReadViewOptions(argCount, args);
   args[1] = args[0];  // the name in getopt's messages
   return ReadWriteOptions(argCount - 1, args + 1);

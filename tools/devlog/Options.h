@@ -15,27 +15,27 @@ enum class Colours : std::uint8_t { Auto, Always, Never };
 
 struct Options {
   Action action = Action::Show;
-  int status = kShown;  ///< with Action::Nothing: how to end
+  int status = kShown;  ///< with Action::Nothing: the exit status
 
-  bool log = true;    ///< the log ring is meant
-  bool event = true;  ///< the event ring is meant
+  bool log = true;    ///< use the log ring
+  bool event = true;  ///< use the event ring
   bool json = false;
   Colours colours = Colours::Auto;
 
   Wanted wanted{};
   Names names{};
-  bool isLimited = false;  ///< show no more than `lines` of what is there
+  bool isLimited = false;  ///< show at most the last `lines` messages at the start
   std::uint32_t lines = 0;
   bool follow = false;
   bool consume = false;
   bool syslog = false;
   const char *cursor = nullptr;  ///< file that tells where the last run stopped
 
-  int type = 0;            ///< of the record to write
+  int type = 0;            ///< type of the record to write
   char **words = nullptr;  ///< what to write: words up to a null pointer, or "-" for standard input
 };
 
-/// Reads the command line; prints help, version and mistakes itself and then gives Action::Nothing.
+/// Reads the command line. Prints help, version and errors, and then returns Action::Nothing.
 /// args  in,out  reordered: options first
 Options ReadOptions(int argCount, char **args);
 

@@ -25,7 +25,7 @@ constexpr int kMaxReadMs = 16;
 }  // namespace
 
 Output::Output(Target target, bool isWaiting) : target_(target), isWaiting_(isWaiting) {
-  ::signal(SIGPIPE, SIG_IGN);  // a reader that goes away becomes an exit status
+  ::signal(SIGPIPE, SIG_IGN);  // a closed pipe gives an exit status instead
 }
 
 bool Output::IsTerminal() const { return target_ == Target::StandardOutput && ::isatty(STDOUT_FILENO) == 1; }
@@ -57,7 +57,7 @@ void Output::AwaitRead() {
        ms = std::min(2 * ms, kMaxReadMs)) {
     ::poll(nullptr, 0, ms);
   }
-  systemLog_.CheckPeer();  // asked last: a socket that is closed drops what is in it
+  systemLog_.CheckPeer();  // checked last: a socket that is closed loses its messages
 }
 
 bool Output::Flush() {

@@ -17,23 +17,22 @@ class Output {
 
   bool IsTerminal() const;
 
-  /// priority  of the system log; does not matter on standard output
-  /// Returns   false when the line was not taken; the user has been told.
+  /// priority  for the system log; not used on standard output
+  /// Returns   false when the line was not accepted; the user has been told.
   bool Write(std::string_view line, int priority);
 
-  /// Begins anew: what was written before does not matter to what follows.
+  /// Starts a new group of lines: HasLost() is only about these.
   void Begin() { systemLog_.Begin(); }
-  /// The system log went away and may not have read what was written: write it again.
+  /// The system log closed its socket and may not have read the lines since Begin(): write them again.
   bool HasLost() const { return systemLog_.HasLost(); }
-  /// Waits, when patient, until the system log has read what was written, has gone away, or a signal says that it is
-  /// enough.
+  /// With isWaiting, waits until the system log has read all lines, has closed its socket, or a signal comes.
   void AwaitRead();
 
-  /// Writes out what is buffered. False when something could not be written, now or before; the user has been told,
-  /// but for a reader that went away, which is no news.
+  /// Writes the buffered output. False when something could not be written, now or before; the user has been told,
+  /// except when the reader closed the pipe.
   bool Flush();
 
-  /// Waits. False when the reader of standard output has gone away meanwhile: at once.
+  /// Waits. Returns false at once when the reader of standard output closes it.
   bool Wait(int ms) const;
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How long to wait between two looks into the rings.
+// How long to wait between two reads of the rings.
 #pragma once
 
 #include <algorithm>
@@ -7,17 +7,16 @@
 
 namespace devlog {
 
-/// There is no signal for a write to a ring, so the rings are polled: 100 times a second while nothing
-/// comes, which is often enough for the first 20 ms of 50,000 records a second to fit into the log ring, and the more
-/// often the faster it fills.
+/// A write to a ring gives no signal, so the rings are polled: 100 times a second while nothing comes, and more often
+/// the faster a ring fills. 100 times is enough: at 50,000 records a second the log ring is full after 20 ms.
 class Pace {
  public:
   static constexpr int kIdleMs = 10;
   static constexpr int kFastMs = 1;
 
-  /// Looks at the fuller of the rings decide.
-  /// records  found by the last look
-  /// room     of the ring that they were found in
+  /// Called once for each ring; the fuller one decides.
+  /// records  found by the last read
+  /// room     size of the ring, in cells
   void Saw(std::size_t records, std::size_t room) { filled_ = std::max(filled_, records * kParts / room); }
 
   int NextMs() {
@@ -36,7 +35,7 @@ class Pace {
   static constexpr std::size_t kLittle = 2;
 
   int ms_ = kIdleMs;
-  std::size_t filled_ = 0;  // of kParts of a ring
+  std::size_t filled_ = 0;  // in parts of a ring, see kParts
 };
 
 }  // namespace devlog

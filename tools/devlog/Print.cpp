@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How one message looks: for people, as JSON, for syslog.
+// Formats one message: for people, as JSON, for syslog.
 
 #include "tools/devlog/Print.h"
 
@@ -19,7 +19,7 @@ constexpr std::string_view kRed = "\033[31m";
 constexpr std::string_view kBold = "\033[1m";
 constexpr std::string_view kNormal = "\033[0m";
 
-/// One for each type; type 0, which says nothing, has none.
+/// The colour of each type; type 0 has none.
 constexpr std::string_view kTypeColours[] = {
     "",         "\033[32m", "\033[34m", "\033[36m", "\033[35m", "\033[33m",   "\033[31m",   "\033[92m",
     "\033[94m", "\033[96m", "\033[95m", "\033[93m", "\033[91m", "\033[1;32m", "\033[1;34m", "\033[1;35m",
@@ -97,7 +97,7 @@ void AddRing(Line &line, Ring ring, Look look) {
   for (std::size_t place = name.size(); place <= kRingPlaces; ++place) line.Add(' ');
 }
 
-/// The type's name from the left, or its number from the right; a dash where it is not known.
+/// The type's name left-aligned, or its number right-aligned; a dash when not known.
 void AddType(Line &line, const Message &message, const Known &known, Look look) {
   char number[2] = {static_cast<char>('0' + message.type / 10), static_cast<char>('0' + message.type % 10)};
   std::string_view type = "-";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How one message looks: for people, as JSON, for syslog.
+// Formats one message: for people, as JSON, for syslog.
 #pragma once
 
 #include <string_view>
@@ -14,10 +14,10 @@ enum class Look : std::uint8_t { Plain, Coloured, Json };
 /// "log" or "event".
 std::string_view NameOf(Ring ring);
 
-/// What is known about a message besides its records.
+/// What else is known about a message.
 struct Known {
   std::string_view text{};      ///< the whole text
-  std::string_view process{};   ///< the name with which it begins; empty when none is known
+  std::string_view process{};   ///< the name at its start; empty when not known
   std::string_view typeName{};  ///< empty when the type has none
   std::size_t typePlaces = 2;   ///< room for the type's name or number
 };
@@ -33,8 +33,8 @@ struct Known {
 ///
 ///   12:34:56.789 log   call  sipd: registered at 10.0.0.1
 ///
-/// JSON objects have always the same members in the same order. The time is always one: of a record without a time of
-/// its own it is the place that Place() gave it. A text that is not UTF-8, or has a NUL, is "text_bytes" instead of
+/// JSON objects always have the same members in the same order. The time is always valid: for a record without one it
+/// comes from Place(). A text that is not UTF-8, or has a NUL, is "text_bytes" instead of
 /// "text": one character, U+0000 to U+00FF, for each byte.
 ///
 ///   {"time":"12:34:56.789","ring":"log","type":3,"type_name":"call","sequence":17,"records":1,"status":"ok",

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Shows what the rings are like.
+// Shows the state of the rings.
 
 #include "tools/devlog/Stats.h"
 
@@ -67,7 +67,7 @@ int ShowStats(const Options &options) {
   if (!options.json) output.Write(kHeading, 0);
   for (Track *track : {&channel.log(), &channel.event()}) {
     if (!track->ring.IsAttached()) continue;
-    // All that was written since the ring was made, and is not in it any more, is lost.
+    // Lost are all records written since the ring was created that it does not hold any more.
     track->BeginAnew();
     track->Look();
     track->assembler.CountUpTo(track->ring.Measure().sequence);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The system log, spoken to without the C library.
+// Sends messages to the system log, without the C library.
 
 #include "tools/devlog/SystemLog.h"
 
@@ -23,7 +23,7 @@ namespace devlog {
 namespace {
 
 constexpr char kPath[] = "/dev/log";
-constexpr int kRoomMs = 1000;  // how long to wait for room
+constexpr int kRoomMs = 1000;  // how long to wait for room in the socket
 
 /// "<14>Nov 22 05:12:42 devlog: ", as syslog() writes it.
 std::string_view Head(int priority, std::span<char> room) {
@@ -66,7 +66,7 @@ bool SystemLog::Connect() {
   return false;
 }
 
-// A message goes out whole; on a stream it ends with a NUL.
+// Sends the whole message; on a stream it ends with a NUL.
 bool SystemLog::SendOnce(std::string_view head, std::string_view text) {
   if (fd_ < 0 && !Connect()) return false;
   iovec parts[] = {{const_cast<char *>(head.data()), head.size()},
@@ -92,7 +92,7 @@ bool SystemLog::Send(int priority, std::string_view text) {
   const std::string_view head = Head(priority, room);
   if (SendOnce(head, text)) return true;
   if (!IsConnectionLost(errno)) return false;
-  Close();  // the daemon was started anew: there is another socket
+  Close();  // the daemon was restarted: there is a new socket
   hasLost_ = hasSent_;
   return hasLost_ || SendOnce(head, text);
 }
@@ -102,7 +102,7 @@ bool SystemLog::HasUnread() const {
   return fd_ >= 0 && ::ioctl(fd_, SIOCOUTQ, &unread) == 0 && unread > 0;
 }
 
-// A datagram without bytes is no message, and cannot be sent to a socket that was closed.
+// An empty datagram is no message, and sending it fails when the other side has closed its socket.
 void SystemLog::CheckPeer() {
   if (fd_ < 0 || !hasSent_) return;
   char byte = 0;

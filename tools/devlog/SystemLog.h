@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The system log, spoken to without the C library: its syslog() does not tell whether a message arrived.
+// Sends messages to the system log without syslog(), which does not tell whether a message arrived.
 #pragma once
 
 #include <sys/types.h>
@@ -15,18 +15,18 @@ class SystemLog {
   SystemLog(const SystemLog &) = delete;
   SystemLog &operator=(const SystemLog &) = delete;
 
-  /// Hands one message to /dev/log, and waits a while when there is no room for it just now. A lost connection is made
-  /// again.
-  /// Returns  false, with errno set, when the message was not taken; true also when HasLost() says so.
+  /// Sends one message to /dev/log; waits a short time when the socket is full. Connects again after the connection was
+  /// lost.
+  /// Returns  false, with errno set, when the message was not accepted; true also when HasLost() says so.
   bool Send(int priority, std::string_view text);
 
-  /// From here on HasLost() is about what comes.
+  /// HasLost() is about messages after this call.
   void Begin() { hasSent_ = hasLost_ = false; }
-  /// The system log went away after it took messages, and may not have read all of them. No more is sent before Begin().
+  /// The system log closed its socket and may not have read all messages. No more are sent before Begin().
   bool HasLost() const { return hasLost_; }
   /// Whether messages wait in the socket. They are lost when the system log closes it.
   bool HasUnread() const;
-  /// Finds out whether the system log has gone away since it took messages.
+  /// Checks whether the system log has closed its socket since the last message.
   void CheckPeer();
 
  private:

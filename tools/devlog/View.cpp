@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Shows the rings: once, or on and on.
+// Shows the records of the rings: once, or with --follow.
 
 #include "tools/devlog/View.h"
 
@@ -72,7 +72,7 @@ class Viewer {
  private:
   int ShowNews(bool isLimited);
   int Follow();
-  /// A locked ring will be unlocked; with --follow there is time to wait for it.
+  /// With --follow, a locked ring is no reason to end: it is tried again.
   static bool IsGoingOn(int status) { return status == kShown || status == kUnusable; }
   std::size_t Deliver(std::size_t first, std::size_t end);
   std::size_t KeepWanted(std::size_t count) const;
@@ -109,7 +109,7 @@ int Viewer::Follow() {
     channel_.OpenMissing();
     sinceHousekeeping += ms;
     const bool isTime = sinceHousekeeping >= kHousekeepingMs;
-    if (isTime) channel_.FindRemoved();  // checked first, so that what came before the removal is still shown
+    if (isTime) channel_.FindRemoved();  // checked first, so that its last records are still shown
     const int status = ShowNews(false);
     if (!IsGoingOn(status)) return status;
     if (!isTime) continue;
@@ -119,7 +119,7 @@ int Viewer::Follow() {
 }
 
 int Viewer::ShowNews(bool isLimited) {
-  if (!channel_.log().HasNews() && !channel_.event().HasNews()) return kShown;  // most looks end here
+  if (!channel_.log().HasNews() && !channel_.event().HasNews()) return kShown;  // most calls end here
   const bool mustFinish = options_.consume || options_.cursor != nullptr;
   const tools::HeldSignals held(mustFinish ? kEndingSignals : std::span<const int>{});
   const DayTime now = Now();
@@ -136,14 +136,15 @@ int Viewer::ShowNews(bool isLimited) {
   const std::size_t end = Deliver(first, count);
   for (std::size_t index = first; index < end; ++index) channel_.Of(g_order[index]->ring).Delivered(*g_order[index]);
   const bool isWritten = end == count;
-  // What was not delivered stays where it is: in the ring, and after the cursor.
+  // Messages that were not delivered stay in the ring, and after the cursor.
   if (!output_.Flush()) return kOutput;
   for (Track *track : {&channel_.log(), &channel_.event()}) isDone = track->Pass(isWritten) && isDone;
   if (!channel_.SaveCursor() || !isWritten) return kOutput;
   return isDone ? kShown : kUnusable;
 }
 
-/// Returns where it came to an end. A system log that went away gets all again, because what it read is not known.
+/// Returns the index after the last message delivered. After the system log closed its socket, all are sent again,
+/// because it is not known which it has read.
 std::size_t Viewer::Deliver(std::size_t first, std::size_t end) {
   std::size_t index = first;
   output_.Begin();
@@ -177,7 +178,7 @@ std::size_t Viewer::FirstOfLast(std::size_t count) const {
   return first;
 }
 
-/// A name is in front of a message's first record.
+/// Only the first record of a message has the name.
 Known Viewer::KnownOf(const Message &message) const {
   const Names &names = options_.names;
   Known known{.text = TextOf(message, g_text), .typeName = names.TypeName(message.type), .typePlaces = typePlaces_};

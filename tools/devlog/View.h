@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-// Shows the rings: once, or on and on.
+// Shows the records of the rings: once, or with --follow.
 #pragma once
 
 #include "tools/devlog/Options.h"
 
 namespace devlog {
 
-/// Shows the messages that are there, and with Options::follow those that come. Returns the exit status.
+/// Shows the messages in the rings, and with Options::follow the new ones as they come. Returns the exit status.
 int Show(const Options &options);
 
 }  // namespace devlog

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Writes records, for scripts and for trying things out.
+// Writes records, for scripts and for tests by hand.
 
 #include "tools/devlog/Write.h"
 
@@ -34,7 +34,7 @@ bool Join(char **words, char (&text)[kMaxText + 1]) {
 class Writer {
  public:
   explicit Writer(const Options &options) : options_(options) {
-    constexpr int kLevel = 0;  // the filter is only for callers that ask it
+    constexpr int kLevel = 0;  // devlog does not use the level filter
     isOpen_ = TLogInfoShm_Open(kLevel, 0, nullptr) == 1;
   }
   ~Writer() { TLogInfoShm_Close(); }
@@ -63,7 +63,7 @@ int SayTooLong() {
   return kUsage;
 }
 
-/// Each line is written when it is there, so that `command | devlog write -` shows what happens now.
+/// Each line is written at once, so that `command | devlog write -` has no delay.
 int WriteLines(const Writer &writer) {
   static char line[kMaxText + 1];
   std::size_t size = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Writes records, for scripts and for trying things out.
+// Writes records, for scripts and for tests by hand.
 #pragma once
 
 #include "tools/devlog/Options.h"
@@ -7,7 +7,7 @@
 namespace devlog {
 
 /// Writes the words of the command line, with blanks between them, as one message; or, for the word "-" alone, each
-/// line of standard input as a message. Makes the rings when there are none, as each program does that writes.
+/// line of standard input as a message. Creates the rings when there are none, as every writer does.
 /// Returns the exit status.
 int Write(const Options &options);
 
