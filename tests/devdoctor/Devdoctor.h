@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The real devdoctor beside what the test has made, in an IPC namespace of the test's own.
+// Runs the real devdoctor on objects that the test has made, in a private IPC namespace.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -23,7 +23,7 @@ inline devsupport::test::CommandResult Answered(const std::string &answers, cons
   return devsupport::test::Command({"/bin/sh", "-c", "printf '" + answers + "' | " DEVDOCTOR_PATH " " + words}).Run();
 }
 
-/// Asks again until the fault is there: some are faults only when they last.
+/// Repeats until the fault is reported: some count only after a while.
 inline std::string Await(const Words &words, const std::string &text) {
   for (;;) {
     const devsupport::test::CommandResult result = Devdoctor(words);

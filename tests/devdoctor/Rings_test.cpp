@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What devdoctor says about the rings and the queues: each fault is produced, and named.
+// What devdoctor says about the rings and the queues: each fault is produced and reported.
 
 #include <devsupport/ipc/MyShareMemory.h>
 #include <sched.h>
@@ -91,7 +91,7 @@ TEST_F(Rings, WhoseSemaphoreWasRemoved_SayWhoWritesWithoutIt) {
   EXPECT_THAT(result.out, HasSubstr("(" + std::to_string(::getpid()) + ")"));
 }
 
-// The last program that writes takes the semaphore along; devlog goes on looking.
+// The last writer removes the semaphore; a reader such as devlog stays attached.
 TEST_F(NoRings, ThatOnlyAReaderHas_AreWellWithoutASemaphore) {
   ASSERT_EQ(TLogInfoShm_Open(0, 0, nullptr), 1);
   ASSERT_EQ(TLogInfoShm_Close(), 1);
@@ -187,7 +187,7 @@ TEST_F(Rings, AsJsonAndAsMetrics_HaveOneObjectOrSampleALine) {
   EXPECT_THAT(metrics.out, HasSubstr("devdoctor_faults{severity=\"error\"} 0\n"));
 }
 
-// Queues, and what one process has.
+// Queues, and the objects of one process.
 
 TEST_F(NoRings, AQueueWhoseUsersAreDead_IsStaleWhileMessagesWait) {
   const int id = ::msgget(0x4711, IPC_CREAT | 0666);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What devdoctor says about the store: each fault is produced, and named.
+// What devdoctor says about the store: each fault is produced and reported.
 
 #include <db.h>
 #include <fcntl.h>
@@ -241,7 +241,7 @@ TEST_F(Store, ThatMayNotBeRead_IsNotJudged) {
     ASSERT_EQ(::stat(path.c_str(), &before), 0);
     ASSERT_EQ(::chmod(path.c_str(), 0), 0);
     Child child([this] {
-      // Without these, root is like any other user here.
+      // Without these, root has no more rights than other users.
       for (const int right : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) ::prctl(PR_CAPBSET_DROP, right);
       const CommandResult result = Look();
       EXPECT_EQ(result.status, 2);
@@ -255,9 +255,9 @@ TEST_F(Store, ThatMayNotBeRead_IsNotJudged) {
   }
 }
 
-// What the gate's record tells.
+// The gate's record.
 
-/// A process that changes a record over and over, stopped in the middle of a change.
+/// A process that changes a record again and again, and is stopped in the middle of a change.
 class StoppedInside {
  public:
   explicit StoppedInside(const std::string &home)
@@ -300,7 +300,7 @@ TEST_F(Store, WhoseUserIsStoppedInside_NamesItAndThenItsDeath) {
   EXPECT_THAT(result.out, HasSubstr("store gate: process " + user.Number() + " died in the middle of an operation"));
 }
 
-// The one that closes next finds that it died, and leaves the rest to the next one that opens the store.
+// The process that closes next finds the death; the next one that opens the store does the rest.
 TEST_F(Store, WhoseUserDiedInsideBeforeTheLastOneClosedIt_SaysThatItsSharedMemoryMustBeMadeAnew) {
   const Event isOpen;
   const Event hasDied;
@@ -331,7 +331,7 @@ TEST_F(Store, WhoseIndexesCouldNotBeBound_SaysThatTheyMayLackEntries) {
   CommandResult result = Look();
   EXPECT_EQ(result.status, 1) << result.out;
   EXPECT_THAT(result.out, HasSubstr("WARNING: store: an index may lack entries"));
-  Reopen();  // compares them with their tables
+  Reopen();  // compares the indexes with their tables
   result = Look();
   EXPECT_EQ(result.status, 0) << result.out;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What can be told of a store by its files. Records are counted only under a seal that fits: then the files are as
-// the library wrote them, and no program changes them.
+// Checks a store by its files. Records are counted only when the seal matches: then the files are as the library
+// wrote them, and no program changes them.
 
 #include "tools/devdoctor/Closed.h"
 
@@ -42,7 +42,7 @@ class Descriptor {
   Descriptor(const Descriptor &) = delete;
   Descriptor &operator=(const Descriptor &) = delete;
   int Number() const { return fd_; }
-  /// Whoever opens the store removes the seal before anything else.
+  /// A program that opens the store removes the seal first.
   bool IsLinked() const {
     struct stat status {};
     return ::fstat(fd_, &status) == 0 && status.st_nlink != 0;
@@ -64,10 +64,10 @@ bool CountRecords(const char *path, const TableRule &rule, std::uint64_t &count)
   if (result == 0) result = db->cursor(db, nullptr, &cursor, 0);
   DBT key{};
   DBT data{};
-  data.flags = DB_DBT_PARTIAL | DB_DBT_USERMEM;  // of which nothing is wanted
+  data.flags = DB_DBT_PARTIAL | DB_DBT_USERMEM;  // reads no data, only keys
   for (count = 0; result == 0; ++count) result = cursor->get(cursor, &key, &data, DB_NEXT);
   if (cursor != nullptr) cursor->close(cursor);
-  // Without memory the library gives up what the handle needs for closing: that would end the process.
+  // After ENOMEM the handle lacks what the library needs to close it: close() would end the process.
   if (result != ENOMEM) db->close(db, 0);
   --count;
   return result == DB_NOTFOUND;
@@ -111,7 +111,7 @@ void CheckClosed(Report &report, const char *home, const char *file, bool isOpen
   const Descriptor folder(::open(home, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder.Number() < 0) return;
   CheckReserve(report, folder.Number());
-  // Open from before the first look on, so that no other seal can be taken for it.
+  // Opened before the first check and kept open, so that it cannot be mistaken for a later seal.
   const Descriptor seal(::openat(folder.Number(), sealName, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (seal.Number() < 0 && errno != ENOENT) {
     report.Fault(Severity::Error, kStore, "unreadable", "run devdoctor as root", "the file %s cannot be read: %s",

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What can be told of a store by its files, without its shared memory.
+// Checks a store by its files, without its shared memory.
 #pragma once
 
 #include "tools/devdoctor/Report.h"
@@ -9,9 +9,9 @@ namespace devdoctor {
 inline constexpr char kVerifyAdvice[] =
     "see what 'devconf verify' says; bring back an export, or get out what can be read with devconf";
 
-/// Looks at the seal and the reserve, and counts the records of a store that no program has open.
+/// Checks the seal and the reserve, and counts the records when no program has the store open.
 /// home    folder of the store
-/// file    of the tables, in the home, and there
+/// file    of the tables, in the home; must exist
 /// isOpen  whether a living program has it open
 void CheckClosed(Report &report, const char *home, const char *file, bool isOpen);
 

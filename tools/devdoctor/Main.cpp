@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// devdoctor: one look at what the programs of the device share.
+// devdoctor: checks what the programs of the device share.
 
 #include <signal.h>
 #include <unistd.h>
@@ -20,7 +20,7 @@ using namespace devdoctor;
 
 constexpr unsigned kMaxSeconds = 20;
 
-/// Something does not answer, a file system for one: the look ends all the same.
+/// Ends the check when something does not answer, for example a file system.
 void EndUnfinished(int) {
   constexpr char kText[] = "devdoctor: the look was not finished: a file system or /proc does not answer\n";
   if (::write(STDERR_FILENO, kText, sizeof kText - 1) < 0) ::_exit(2);

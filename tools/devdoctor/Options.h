@@ -17,14 +17,14 @@ inline constexpr int kOutput = 4;  ///< the report could not be written
 
 struct Options {
   Action action = Action::Look;
-  int status = 0;  ///< with Action::Nothing: how to end
+  int status = 0;  ///< with Action::Nothing: the exit status
   Format format = Format::Words;
   const char *home = "/config_fs/DB/";
   const char *file = "config.db";
-  pid_t pid = 0;  ///< a process to tell about; 0: none
+  pid_t pid = 0;  ///< a process to report on; 0: none
 };
 
-/// Reads the command line; prints help, version and mistakes itself and then gives Action::Nothing.
+/// Reads the command line. Prints help, version and errors, and then returns Action::Nothing.
 Options ReadOptions(int argCount, char **args);
 
 }  // namespace devdoctor

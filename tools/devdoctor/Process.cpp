@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Other processes, as the kernel tells of them.
+// Information from the kernel about other processes.
 
 #include "tools/devdoctor/Process.h"
 
@@ -16,7 +16,7 @@ namespace devdoctor {
 
 namespace {
 
-/// Which set of System V objects a process sees; empty where the kernel does not tell.
+/// The IPC namespace of a process; empty when the kernel does not tell it.
 struct Namespace {
   explicit Namespace(const char *pid) {
     char path[64];
@@ -27,7 +27,7 @@ struct Namespace {
   char text[64];
 };
 
-/// Whether a process has the segment attached: its mappings name it by its identifier.
+/// Whether a process has the segment attached: its mappings contain the identifier.
 bool HasAttached(const char *pid, int shmId, Attached::Who who) {
   char path[64];
   std::snprintf(path, sizeof path, "/proc/%.20s/maps", pid);
@@ -58,7 +58,7 @@ Process Look(pid_t pid) {
   std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
   if (pid <= 0 || !tools::ReadFile(path, {text, sizeof text - 1}, size)) return process;
   text[size] = '\0';
-  // "123 (name) S ...": the name may hold blanks and brackets of its own.
+  // "123 (name) S ...": the name may contain blanks and brackets.
   const char *open = std::strchr(text, '(');
   const char *close = std::strrchr(text, ')');
   if (open == nullptr || close == nullptr || close[1] != ' ') return process;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Other processes, as the kernel tells of them. Everything may be gone the moment after.
+// Information from the kernel about other processes. They can end at any time.
 #pragma once
 
 #include <sys/types.h>
@@ -26,7 +26,7 @@ struct Described {
 };
 
 /// The names and numbers of the processes that have a segment attached, with commas between them; "nobody" without
-/// any. Processes that may not be looked at are left out.
+/// any. Processes without read permission are left out.
 struct Attached {
   enum class Who { All, Writers };
   explicit Attached(int shmId, Who who = Who::All);

@@ -36,7 +36,7 @@ struct Queue {
   int receiver;
 };
 
-/// Calls for each line of one of the kernel's lists of System V objects but its head. False when there is no list.
+/// Calls the function for each line after the head of a kernel list of System V objects. False without a list.
 template <typename Call>
 bool ForEachLine(const char *path, Call call) {
   std::FILE *list = std::fopen(path, "re");
@@ -61,7 +61,7 @@ bool ForEachQueue(Call call) {
   });
 }
 
-/// A process of another PID namespace has the number 0: of it nothing is known.
+/// A process of another PID namespace has the number 0; nothing is known about it.
 bool IsDead(pid_t pid) { return pid != 0 && !Look(pid).IsAlive(); }
 
 void SayNoList(Report &report, const char *object, const char *path) {
@@ -69,7 +69,7 @@ void SayNoList(Report &report, const char *object, const char *path) {
                "%s cannot be read: %s", path, std::strerror(errno));
 }
 
-/// The rings, the gate and the store's regions stay when their programs end, and are looked at by themselves.
+/// The rings, the gate and the store's regions stay when their programs end; other functions check them.
 bool IsKnown(int key) {
   const auto region = static_cast<unsigned>(key) - static_cast<unsigned>(kShmKey);
   return key == LOGRING_LOG_SHARE_KEY || key == LOGRING_EVT_SHARE_KEY || key == LOGRING_LOG_SEM_KEY ||
@@ -92,7 +92,7 @@ void CheckSegment(Report &report, const char *line) {
                static_cast<unsigned>(key), bytes);
 }
 
-/// Of sets with several semaphores it cannot be told what they mean.
+/// Skips sets of several semaphores: their meaning is not known.
 void CheckSemaphore(Report &report, const char *line) {
   int key = 0;
   int id = 0;

@@ -8,14 +8,14 @@
 
 namespace devdoctor {
 
-/// Finds segments that no process has attached, and semaphores that are taken, whose users are dead; but for those that
-/// CheckRings and CheckStore look at.
+/// Finds segments that no process has attached, and semaphores that are taken, when their users are dead. Leaves out
+/// those that CheckRings and CheckStore check.
 void CheckOwners(Report &report);
 
-/// Finds message queues whose users are dead and in which messages still wait.
+/// Finds message queues with waiting messages whose users are dead.
 void CheckQueues(Report &report);
 
-/// Tells about one process: its timers, and the message queues that it used last.
+/// Reports on one process: its timers, and the message queues that it used last.
 void DescribeProcess(Report &report, pid_t pid);
 
 }  // namespace devdoctor

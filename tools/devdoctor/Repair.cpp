@@ -23,7 +23,7 @@ bool IsAgreed() {
   return std::fgets(answer, sizeof answer, stdin) != nullptr && (answer[0] == 'y' || answer[0] == 'Y');
 }
 
-/// Nobody has it attached, and its first word is still not written.
+/// No process has it attached, and its first word is still not written.
 bool RemoveUnfinishedSegment(int id) {
   shmid_ds status{};
   if (::shmctl(id, IPC_STAT, &status) != 0) return false;
@@ -34,7 +34,7 @@ bool RemoveUnfinishedSegment(int id) {
   return ::shmctl(id, IPC_RMID, nullptr) == 0;
 }
 
-/// Still taken, and who took it is still dead.
+/// The lock is still taken, and the process that took it is dead.
 bool FreeSemaphore(int id) {
   const pid_t holder = ::semctl(id, 0, GETPID);
   if (::semctl(id, 0, GETVAL) != 0 || holder <= 0 || Look(holder).IsAlive()) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What can be repaired without doing harm, one step at a time, each asked for.
+// What can be repaired without doing harm, one step at a time, each after a question.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ struct Repair {
 class Repairs {
  public:
   void Propose(const Repair &repair);
-  /// Shows each step and asks for it on standard input. Looks again before it does anything.
+  /// Shows each step and reads the answer from standard input. Checks again before each step.
   void Offer() const;
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What devdoctor has found, as words, JSON or metrics.
+// Prints what devdoctor has found, as text, JSON or metrics.
 
 #include "tools/devdoctor/Report.h"
 
@@ -26,7 +26,7 @@ void PutShown(std::string_view text) {
   }
 }
 
-/// Also a label's value: both kinds of string escape quotes, backslashes and line ends in the same way.
+/// Also for a label's value: both escape quotes, backslashes and line ends in the same way.
 void PutString(std::string_view text) {
   const tools::Form form = tools::IsText(text) ? tools::Form::Text : tools::Form::Bytes;
   std::putchar('"');

@@ -10,10 +10,10 @@ namespace devdoctor {
 enum class Format : std::uint8_t { Words, Json, Prometheus };
 enum class Severity : std::uint8_t { Warning, Error };
 
-/// What "error", "message" or "program" has at its end after such a number.
+/// The plural ending of "error", "message" or "program" after this number.
 constexpr const char *Plural(std::uint64_t count) { return count == 1 ? "" : "s"; }
 
-/// Collects everything first: the text format for metrics wants the samples of one name together.
+/// Collects everything before printing: the text format for metrics needs the samples of one name together.
 class Report {
  public:
   /// A sentence about an object.
@@ -27,9 +27,9 @@ class Report {
   __attribute__((format(printf, 6, 7))) void Fault(Severity severity, const char *object, const char *fault,
                                                    const char *advice, const char *format, ...);
 
-  /// Writes all of it to standard output. False when that cannot be done.
+  /// Writes everything to standard output. False when it cannot be written.
   bool Print(Format format) const;
-  /// 0 well, 1 warnings, 2 errors.
+  /// 0 no faults, 1 warnings, 2 errors.
   int Status() const;
 
  private:

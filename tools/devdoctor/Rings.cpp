@@ -50,7 +50,7 @@ class View {
   View(const View &) = delete;
   View &operator=(const View &) = delete;
 
-  bool IsAttached() const { return address_ != reinterpret_cast<void *>(-1); }  // NOLINT: as shmat has it
+  bool IsAttached() const { return address_ != reinterpret_cast<void *>(-1); }  // NOLINT: how shmat() reports errors
   const std::uint8_t *Bytes() const { return static_cast<const std::uint8_t *>(address_); }
 
  private:
@@ -206,7 +206,7 @@ class RingCheck {
   void CheckHolder(int id, pid_t holder, time_t since, int waiting) {
     const Process process = Look(holder);
     const std::uint64_t age = AgeOf(since);
-    if (age < kHeldLong) return;  // a write that goes on just now
+    if (age < kHeldLong) return;  // a write in progress
     char advice[160];
     const unsigned long long seconds = age;
     if (holder <= 0) {

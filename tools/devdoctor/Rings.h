@@ -7,7 +7,7 @@
 
 namespace devdoctor {
 
-/// Looks at both rings and their semaphores. Takes no lock and changes nothing.
+/// Checks both rings and their semaphores. Takes no lock and changes nothing.
 void CheckRings(Report &report, Repairs &repairs);
 
 }  // namespace devdoctor

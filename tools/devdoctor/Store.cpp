@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The configuration store, read from outside: files, gate, members, regions. Everything in shared memory is checked
-// before it is used.
+// Checks the configuration store without opening it: files, gate, members, regions. Everything in shared memory is
+// checked before it is used.
 
 #include "tools/devdoctor/Store.h"
 
@@ -52,7 +52,7 @@ class Path {
   char text_[PATH_MAX];
 };
 
-/// A table file begins with a page that says what it is. False when there is no file.
+/// Checks the first page of a table file. False when there is no file.
 bool CheckFile(Report &report, const Path &path) {
   struct stat status {};
   const auto unreadable = [&report] {
@@ -105,7 +105,7 @@ class Gate {
  public:
   bool Copy(int id) {
     const void *address = ::shmat(id, nullptr, SHM_RDONLY);
-    if (address == reinterpret_cast<void *>(-1)) return false;  // NOLINT: as shmat has it
+    if (address == reinterpret_cast<void *>(-1)) return false;  // NOLINT: how shmat() reports errors
     std::memcpy(bytes_, address, sizeof bytes_);
     ::shmdt(address);
     return true;
@@ -122,7 +122,7 @@ class Gate {
   std::uint8_t bytes_[sizeof(GateRecord)];
 };
 
-/// Whether a living process has the store open.
+/// True when a living process has the store open.
 bool CheckMembers(Report &report, const Gate &gate) {
   unsigned living = 0;
   unsigned dead = 0;
@@ -163,7 +163,7 @@ void CheckInside(Report &report, const Gate &gate) {
   }
 }
 
-/// Whether the store may be open.
+/// True when the store may be open.
 bool CheckRecord(Report &report, const Gate &gate, const struct stat *home) {
   const auto word = [&gate](std::size_t offset) { return gate.At<std::uint32_t>(offset); };
   if (word(offsetof(GateRecord, dwMagic)) != GateRecord::kMagic ||
@@ -201,7 +201,7 @@ bool CheckRecord(Report &report, const Gate &gate, const struct stat *home) {
   return isOpen && isOfHome;
 }
 
-/// Whether the store may be open.
+/// True when the store may be open.
 bool CheckGate(Report &report, const struct stat *home) {
   const int id = ::shmget(kGateKey, 0, 0);
   if (id == -1 && errno == ENOENT) {
@@ -228,7 +228,7 @@ bool CheckGate(Report &report, const struct stat *home) {
   return !gate.Copy(id) || CheckRecord(report, gate, home);
 }
 
-/// Semaphore 0 is taken by the process that opens or closes, semaphore 1 by the next one at the gate; 0 is free.
+/// The process that opens or closes takes semaphore 0, the next one takes semaphore 1. The value 0 means free.
 void CheckGateSemaphores(Report &report) {
   const int id = ::semget(kGateKey, 0, 0);
   if (id == -1) return;

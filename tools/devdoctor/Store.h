@@ -6,7 +6,7 @@
 
 namespace devdoctor {
 
-/// Looks at the store's home, its file and its shared memory. Takes no lock, changes nothing.
+/// Checks the store's home, its file and its shared memory. Takes no lock, changes nothing.
 /// home  folder of the store
 /// file  of the tables, in the home
 void CheckStore(Report &report, const char *home, const char *file);
