@@ -11,8 +11,12 @@
 # LABELS sort the tests into suites that script/test can pick; the area and the program's name are labels anyway.
 # LONG tests wait for long: they are started first. BUSY tests have several processes at work: fewer run beside them.
 # STEPPED tests move processes on instruction by instruction (tests/support/Traced.h), for which the emulator needs help.
+# The address sanitizer's instructions are not the product's: there these tests are left out.
 function(devsupport_test)
   cmake_parse_arguments(PARSE_ARGV 0 arg "LONG;BUSY;STEPPED" "NAME" "WRAP;LIBS;LABELS;SOURCES")
+  if(arg_STEPPED AND DEVSUPPORT_SANITIZE MATCHES "address")
+    return()
+  endif()
   if(arg_NAME)
     set(name ${arg_NAME}_test)
   else()
