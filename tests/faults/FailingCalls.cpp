@@ -28,8 +28,8 @@ namespace {
 
 constexpr int kQuietMs = 60'000;
 
-// A real kernel never refuses these, or what is refused is the C library's own business: waiting for a mutex, giving
-// memory back, taking a signal. A close that fails has closed the file all the same, which cannot be done from here
+// A real kernel never refuses these, or only the C library uses them: waiting for a mutex, giving
+// memory back, taking a signal. A close that fails still closes the file, which cannot be simulated here
 // (tests/db/StoreFaults_test.cpp does it).
 constexpr int kNeverFail[] = {SYS_exit,
                               SYS_exit_group,
@@ -117,7 +117,7 @@ const CallFacts *Facts(int call) {
   return found != std::end(kCalls) ? found : nullptr;
 }
 
-/// Lets the kernel ask before all calls but those that never fail. Returns the descriptor for its questions.
+/// Makes the kernel ask before all calls except those that never fail. Returns the descriptor for its requests.
 int InstallFilter() {
   std::vector<sock_filter> filter{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
   for (const int call : kNeverFail) {
@@ -200,7 +200,7 @@ bool FailingCalls::GivesBack(const seccomp_notif &asked) {
 
 void FailingCalls::Answer(int listener) {
   seccomp_notif asked{};
-  if (::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, &asked) != 0) return;  // it has been killed meanwhile
+  if (::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, &asked) != 0) return;  // the child was killed meanwhile
   seccomp_notif_resp answer{};
   answer.id = asked.id;
   // A semaphore that can neither be given its value nor be removed looks held for ever; that is the contract.

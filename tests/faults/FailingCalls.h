@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Calls that fail: the n-th system call of a process, of whatever kind, or its n-th allocation or look at the clock.
+// Calls that fail: the n-th system call of a process, of any kind, or its n-th allocation or clock read.
 #pragma once
 
 #include <atomic>
@@ -16,14 +16,14 @@ namespace devsupport::test {
 
 enum class CallKind : int { System, Memory, Clock };
 
-/// What is to fail, and how far it has come. In memory that the failing process shares.
+/// Which call must fail, and the progress. In memory shared with the failing process.
 struct FaultPlan {
   std::atomic<CallKind> kind;
   std::atomic<int> nth;       ///< counted from 1; none for a number that is never reached
-  std::atomic<bool> forGood;  ///< the later ones, too: of a system call those of the same name
+  std::atomic<bool> forGood;  ///< later ones fail too: for a system call, those of the same name
   std::atomic<bool> armed;    ///< calls count and fail while it is set
-  std::atomic<int> met;       ///< how many have been counted
-  std::atomic<int> failed;    ///< the number of the system call that has failed first, counted from 1; 0: none has
+  std::atomic<int> met;       ///< calls counted so far
+  std::atomic<int> failed;    ///< number of the first system call that failed, from 1; 0: none
 
   /// Counts a call; true when it must fail.
   bool Strikes(int call) {
@@ -35,10 +35,10 @@ struct FaultPlan {
   }
 };
 
-/// The plan for this process's allocations and looks at the clock (FailingMemory.cpp); none at first. A program that
+/// The plan for this process's allocations and clock reads (FailingMemory.cpp); none at first. A program that
 /// preloads that file finds its plan through the environment variable DEVSUPPORT_FAULT_PLAN, a file's path.
 extern std::atomic<FaultPlan *> g_faultPlan;
-/// Blocks that are allocated.
+/// Number of allocated blocks.
 extern std::atomic<long> g_blocks;
 
 /// Runs a function in a child whose system calls fail as the plan says, also after it has become another program.
@@ -64,7 +64,7 @@ class FailingCalls {
   std::set<std::uint64_t> freeAtZero_;  // semaphores
 };
 
-/// True for calls that give something back: when they fail, it may stay.
+/// True for calls that release something: when they fail, it may stay.
 bool Releases(int call);
 
 }  // namespace devsupport::test

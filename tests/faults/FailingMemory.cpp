@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Allocations and looks at the clock that fail: these functions come before those of the C library, in a test that
-// they are linked into, and in a program that preloads them.
+// Allocations and clock reads that fail: these functions replace those of the C library, in a test that links them
+// and in a program that preloads them.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -63,7 +63,7 @@ using devsupport::test::Main;
 using devsupport::test::StartMain;
 using devsupport::test::Strikes;
 
-// What constructors call is over when main begins.
+// Faults begin with main, so that the calls of constructors do not fail.
 extern "C" int __libc_start_main(Main main, int argCount, char **args, void (*init)(), void (*fini)(),
                                  void (*loaderFini)(), void *stackEnd) {
   static Main s_main = nullptr;

@@ -29,7 +29,7 @@ constexpr int kSemKey = 4712;
 // 2 would let two writers in at once.
 int ValueOf(int semaphore) { return ::semctl(semaphore, 0, GETVAL); }
 
-// A ring's creator gives its lock back whether or not it could take it: what the semaphore answers is ignored.
+// A ring's creator gives its lock back whether or not it could take it: the result of the semaphore call is ignored.
 constexpr int kMostValue = 2;
 
 TEST(Semaphore, EachCall_FailsInTurn) {
@@ -85,7 +85,7 @@ TEST(ShareMem, EachCall_FailsInTurn) {
   });
 }
 
-// Who alone uses a ring needs no lock: whatever fails, what goes in comes out.
+// The only user of a ring needs no lock: whatever call fails, records that go in come out.
 TEST(Ring, EachCall_FailsInTurn) {
   Sweep([](Faults &faults) {
     TShmQueue ring{};
@@ -121,7 +121,7 @@ TEST(Ring, EachCall_FailsInTurn) {
     EXPECT_STREQ(text, created == 1 ? "b" : "");
     EXPECT_TRUE(closed == 1 || created != 1);
     if (faults.Worked(created == 1 && locks && cleared == 1 && ShareMem_FindKeyAttchCount(kShareKey) == 0)) return;
-    // A ring that was left goes with the next one who leaves, and its lock with it.
+    // A ring that was not removed is removed with its lock by the next process that closes it.
     TShmQueue next{};
     options.bLockIfNew = 0;
     EXPECT_EQ(TShmQueue_Create(kShareKey, kSemKey, 2, 16, &options, &next), 1);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The programs while their calls fail: each ends, either with what it says without a fault or with an error status,
-// and leaves everything usable.
+// The programs while their calls fail: each ends, either with its usual output or with an error status, and leaves
+// everything usable.
 #include <devsupport/logmgr/LogInfoShm.h>
 #include <fcntl.h>
 #include <sched.h>
@@ -38,9 +38,9 @@ struct Session {
   const char *name;
   Words words;
   std::string input = "";
-  /// What holds afterwards, seen by an undisturbed look: for a program that has ended well, and for one that has not.
+  /// Checks the state afterwards, without faults: for a program that has ended well, and for one that has not.
   std::function<void(bool ended)> check = [](bool) {};
-  /// Whether the program may say this, and end so, when a call has failed; the same as without a fault it always may.
+  /// Whether this output and status are right when a call has failed. Those of a run without a fault always are.
   std::function<bool(const CommandResult &)> mayEnd = [](const CommandResult &result) { return result.status != 0; };
 };
 
@@ -66,17 +66,17 @@ std::function<void(bool)> Holds(const std::string &name, const std::string &befo
 constexpr char kExport[] = R"({"table":"tb_tone","key":"new","value":"imported"})"
                            "\n";
 
-// A ring that cannot be found is a ring that is not there.
+// A ring that cannot be found counts as missing.
 bool IsAnswerOfDevlog(const CommandResult &result) {
   return result.status != 0 || result.err.find("there is no ") != std::string::npos;
 }
 
-// What the driver or standard output refuses changes nothing in how cpld ends.
+// Errors of the driver or of standard output do not change cpld's exit status.
 bool IsAnswerOfCpld(const CommandResult &result) {
   return result.status != 0 || result.out.empty() || result.out == "ch=1, reg23, data=0x0 value=0xffffffff\n";
 }
 
-// Processes that it may not look at are left out of what devdoctor tells.
+// devdoctor leaves out processes that it may not read.
 bool IsReport(const CommandResult &result) { return result.status != 0 || !result.out.empty(); }
 
 void NothingToSee(bool /*ended*/) {}
@@ -115,7 +115,7 @@ const Session kSessions[] = {
     {"analogsim_state", {ANALOGSIM_PATH, "--state", "state", "--", "true"}},
 };
 
-/// A plan in a file that a program finds.
+/// A plan in a file that a program can open.
 class PlanFile {
  public:
   PlanFile() : fd_(::memfd_create("plan", 0)) {
@@ -178,7 +178,7 @@ class Programs : public StoreTest, public testing::WithParamInterface<Session> {
     StoreTest::TearDown();
   }
 
-  /// Runs the program in a home and an IPC namespace of its own, lets the test look around, and closes up.
+  /// Runs the program in a home and an IPC namespace of its own, calls the test's checks, and cleans up.
   void InAPlaceOfItsOwn(PlanFile &plan, const std::function<void(const CommandResult &)> &look) const {
     ASSERT_EQ(::unshare(CLONE_NEWIPC), 0);
     std::filesystem::current_path("/");
@@ -194,7 +194,7 @@ class Programs : public StoreTest, public testing::WithParamInterface<Session> {
   std::string Place() const { return home_ + "-copy"; }
 };
 
-/// Without what differs from run to run: times, process numbers.
+/// Removes what differs between runs: times, process numbers.
 std::string WithoutNumbers(const std::string &text) {
   static const std::regex s_number("[0-9]+");
   return std::regex_replace(text, s_number, "#");
@@ -204,7 +204,7 @@ void ExpectRightEnd(const Session &session, const FaultPlan &plan, const Command
                     const CommandResult &usual) {
   const std::string said = "status " + std::to_string(result.status) + "\n" + result.out + result.err;
   EXPECT_NE(result.status, FailingCalls::kHung) << said;
-  // GLib's own thread blocks all signals, and ends the program with one when it is refused memory.
+  // GLib's own thread blocks all signals, and ends the program with one when it gets no memory.
   const bool isGLib = session.words[0] == ANALOGSIM_PATH && plan.kind == CallKind::Memory &&
                       (result.status == 1000 + SIGTRAP || result.status == 1000 + SIGSEGV);
   EXPECT_TRUE(result.status < 1000 || isGLib) << "ended by a signal: " << said;

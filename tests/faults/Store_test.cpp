@@ -35,8 +35,8 @@ class StoreFaults : public devsupport::test::StoreTest {
     BerkDb_Close();
   }
 
-  /// In an open store: the operation tells whether it has worked; then everything has to be there, in memory and in
-  /// the file.
+  /// In an open store: the operation returns whether it worked; then all data must be there, in memory and in the
+  /// file.
   void SweepOperation(const std::function<bool()> &operation, const std::function<void(bool worked)> &check) {
     SweepHome([&](Faults &faults) {
       ASSERT_EQ(BerkDb_Open(copy_.c_str(), nullptr, nullptr), 1);
@@ -90,7 +90,7 @@ TEST_F(StoreFaults, Opening_FailsInTurn) {
     int opened = -1;
     faults.Strike([&] { opened = BerkDb_Open(copy_.c_str(), nullptr, &code); });
     EXPECT_EQ(opened == 1, code == 0);
-    // An index that could not be bound finds nothing: binding it is not asked for its result.
+    // An index that could not be bound finds nothing; the result of binding is ignored.
     if (faults.Worked(opened == 1)) {
       EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
     }
@@ -112,7 +112,7 @@ TEST_F(StoreFaults, OpeningWithoutTables_FailsInTurn) {
         ExpectRest();
         BerkDb_Close();
       },
-      {{devsupport::test::CallKind::Memory, false}});  // the rest is as when tables are opened
+      {{devsupport::test::CallKind::Memory, false}});  // the other kinds are tested where tables are opened
 }
 
 TEST_F(StoreFaults, Making_FailsInTurn) {

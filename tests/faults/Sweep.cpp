@@ -27,7 +27,7 @@ namespace {
 
 constexpr int kCallsOfAnOrdinaryRun = 4;
 
-/// What a process holds that it could leak.
+/// The resources of a process that it could leak.
 struct Holdings {
   int descriptors, mappings, objects, timers;
   long blocks;
@@ -62,7 +62,7 @@ Holdings Held() {
 
 void SendErrorsTo(int fd) { ::dup2(fd, STDERR_FILENO); }
 
-/// What a child says on standard error, in memory.
+/// A child's standard error, in memory.
 class Said {
  public:
   Said() : fd_(::memfd_create("said", MFD_CLOEXEC)) {}
@@ -105,7 +105,7 @@ Holdings RunInPairs(const Scenario &scenario, FaultPlan &plan, int pairs = 1) {
   return *held;
 }
 
-/// The C library keeps some blocks of what it was asked first, so the number may differ; it must not grow.
+/// The C library keeps some early blocks, so the number may differ; it must not grow.
 bool Grows(const Scenario &scenario, FaultPlan &plan) {
   const long after = RunInPairs(scenario, plan, 2).blocks;
   const long later = RunInPairs(scenario, plan, 3).blocks;
@@ -166,7 +166,7 @@ void Sweep(const Scenario &scenario, Leftovers leftovers, const std::vector<Faul
     for (int nth = FirstOf(stride, seed); nth <= calls; nth += stride) {
       MakePlan(*plan, kind, nth);
       Holdings held = RunInPairs(scenario, *plan);
-      if (plan->failed == 0) continue;  // it was one of a number of attempts that differs
+      if (plan->failed == 0) continue;  // the number of attempts differs between runs; this one was not made
       Tally("call");
       const bool mayStay = kind.kind == CallKind::System && (Releases(plan->failed - 1) || (heals && kind.forGood));
       if (heals || (held.blocks != usual.blocks && !mayStay && !Grows(scenario, *plan))) held.blocks = usual.blocks;

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-// A sweep lets each call that an operation makes fail in turn: the first one, the second one, and so on until none is
-// left, each once and each from then on.
+// A sweep makes each call of an operation fail in turn: the first one, the second one, and so on to the last, each
+// once and each from then on.
 //
 //   void RingCanBeFilled(Faults &faults) {
 //     TShmQueue ring;
 //     int created = -1;
 //     faults.Strike([&] { created = TShmQueue_Create(...); });   // calls in here fail
-//     EXPECT_TRUE(faults.Worked(created == 1) || created == 0);  // one run has no fault, and has to work
+//     EXPECT_TRUE(faults.Worked(created == 1) || created == 0);  // one run has no fault and must work
 //     if (created == 1) TShmQueue_Close(&ring, 1);
 //   }
 //
@@ -27,7 +27,7 @@ class Faults {
  public:
   Faults(FaultPlan &plan, bool strikes) : plan_(plan), strikes_(strikes) {}
 
-  /// Runs the operation whose calls are to fail.
+  /// Runs the operation whose calls must fail.
   void Strike(const std::function<void()> &operation) {
     plan_.armed = strikes_;
     operation();
@@ -57,15 +57,15 @@ std::vector<FaultKind> SystemCalls();
 void MakePlan(FaultPlan &plan, const FaultKind &kind, int nth);
 std::string Describe(const FaultPlan &plan);
 
-/// At how many calls to go on to the next that is tried; an ordinary run tries about so many as are usual, and
-/// DEVSUPPORT_CALLS=1000000 in the environment all.
+/// The distance between calls that are tried. An ordinary run tries about the usual number of calls;
+/// DEVSUPPORT_CALLS=1000000 in the environment tries all.
 int StrideOf(int calls, int usual);
 
-/// The first call that a run takes: the seed picks it where DEVSUPPORT_CALLS is given, an ordinary run takes the same ones
-/// each time.
+/// The first call that a run tries: the seed picks it when DEVSUPPORT_CALLS is set; an ordinary run always tries the
+/// same ones.
 int FirstOf(int stride, std::uint64_t seed);
 
-/// Runs the scenario once for each call that it makes; an ordinary run takes some of them.
+/// Runs the scenario once for each call that it makes; an ordinary run tries some of them.
 /// Expectations that fail name the call.
 /// leftovers  AfterHealing: allocations may stay, and when calls go on failing System V objects, too
 void Sweep(const Scenario &scenario, Leftovers leftovers = Leftovers::None,
