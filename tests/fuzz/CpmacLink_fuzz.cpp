@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The Ethernet driver's link file: any text reads as a naive reader reads it.
+// The Ethernet driver's link file: the result for any text is that of a naive reader.
 
 #include <devsupport/net/LinkStatus.h>
 

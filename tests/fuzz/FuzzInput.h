@@ -23,7 +23,7 @@ class FuzzInput {
     return byte % limit;
   }
 
-  /// What is before the next separator, which is taken as well.
+  /// The bytes before the next separator, which is removed as well.
   std::string UpTo(char separator) {
     const std::string piece(rest_.substr(0, rest_.find(separator)));
     rest_.remove_prefix(piece.size() < rest_.size() ? piece.size() + 1 : piece.size());

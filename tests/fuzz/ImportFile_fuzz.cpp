@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// A file of JSON lines for the configuration store. What is taken is JSON to an independent reader, too, and says the
-// same there; it comes back whole when it is exported and read again. What is refused is refused with its line, and
-// the lines before that one are taken.
+// A file of JSON lines for the configuration store. Accepted text is JSON with the same content for an independent
+// reader, too, and is unchanged when it is exported and read again. A rejection names its line, and the lines before
+// that one are accepted.
 
 #include "tools/devconf/ImportFile.h"
 
@@ -39,7 +39,7 @@ std::ostream &operator<<(std::ostream &stream, const Stored &record) {
 struct Imported {
   std::vector<Stored> records;
   std::string exported;   ///< the same as a file
-  std::string complaint;  ///< empty when the text was taken
+  std::string complaint;  ///< empty when the text was accepted
 };
 
 void TakeEntries(devconf::ImportFile &file, Imported &imported) {
@@ -78,7 +78,7 @@ Imported Import(std::string_view text) {
   return imported;
 }
 
-/// The bytes that a string stands for whose characters are bytes.
+/// The bytes of a string whose characters are bytes.
 std::string BytesOf(const std::string &string) {
   std::string bytes;
   for (std::size_t i = 0; i < string.size(); ++i) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The kernel's table of IPv6 addresses. Whatever it holds, an address that comes out is a canonical one and its
-// buffer is not overrun; a table of lines as the kernel writes them gives exactly what a naive reader finds.
+// The kernel's table of IPv6 addresses. For any content, a returned address is canonical and its buffer is not
+// overrun; a table of lines as the kernel writes them gives exactly what a naive reader finds.
 //
 // The input is the interface's name, a newline, and the table.
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A file of the kernel whose text a fuzz target makes up: the C library's fopen opens it in its place.
+// A file of the kernel with text from a fuzz target: fopen opens this text in its place.
 // The target's devsupport_fuzz() names fopen under WRAP.
 #pragma once
 
@@ -32,7 +32,7 @@ class KernelFile {
   static inline std::string_view text_;
 };
 
-/// The lines of a text as the units read them: of each at most so many characters, and nothing after a NUL.
+/// The lines of a text as the units read them: at most so many characters of each, and nothing after a NUL.
 class KernelLines {
  public:
   KernelLines(std::string_view text, std::size_t most) : rest_(text), most_(most) {}

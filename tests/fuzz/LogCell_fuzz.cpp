@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Cells of a log ring as any writer, or none, may have left them: taken apart, put together to messages, printed.
-// Nothing outside the cells is read, each cell is accounted for, and what is printed is safe for a terminal and for
-// readers of JSON.
+// Cells of a log ring with any content: parsed, put together to messages, printed. Nothing outside the cells is read,
+// each cell is accounted for, and the output is safe for a terminal and for readers of JSON.
 
 #include <algorithm>
 #include <cstdint>
@@ -30,13 +29,13 @@ using nlohmann::json;
 
 constexpr std::size_t kMostCells = 80;  // more than a message can have
 
-/// What the first byte of a cell's description says.
+/// Bits of the first byte of a cell's description.
 constexpr unsigned kGoesOn = 1;     // the message of the cell before
 constexpr unsigned kJump = 2;       // records are missing before it
 constexpr unsigned kAnyLength = 4;  // a length word that may be none
 constexpr unsigned kNoEnd = 8;      // no NUL after the text
 
-/// Cells out of the input, mostly good ones.
+/// Cells made from the input, mostly valid ones.
 class CellMaker {
  public:
   explicit CellMaker(FuzzInput &input) : input_(input) {}
@@ -81,7 +80,7 @@ std::vector<Cell> CellsOf(FuzzInput &input) {
   return cells;
 }
 
-/// A cell that is believed says what it says once more when it is written again.
+/// A valid cell has the same content when it is written and read again.
 void ExpectRoundTrip(const Fragment &fragment) {
   const auto ms = static_cast<unsigned>(fragment.time);
   const Cell again = devlog_test::CellOf({.text = std::string(fragment.text),

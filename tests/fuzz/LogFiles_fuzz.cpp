@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// devlog's two files: the names of types and processes, and the place where the last run stopped. What is taken comes
-// back the same when it is written and read again; what is refused is refused with a word.
+// devlog's two files: the names of types and processes, and the place where the last run stopped. Accepted text is
+// the same when it is written and read again; rejected text gets an error message.
 
 #include <filesystem>
 #include <string>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The list of log parameters: a name's entry in any list is what a naive search makes of it, and nothing is read
-// beyond what the store gave.
+// The list of log parameters: a name's entry in any list is the one that a naive search finds, and nothing is read
+// beyond the store's value.
 //
 // The input is the name, a NUL, and the list as the store holds it: with a terminator or without, of any length.
 
@@ -27,7 +27,7 @@ constexpr std::size_t kNumberChars = 15;
 
 std::string_view g_stored;
 
-/// What the process named finds, told by the contract: the first "<name>=" anywhere, then the field after it, up to
+/// The result for the named process by the contract: the first "<name>=" anywhere, then the field after it, up to
 /// a comma, a semicolon or the end.
 int NaiveParam(const std::string &name, std::string_view stored, int otherwise) {
   if (stored.size() > kListBytes) return otherwise;
@@ -43,7 +43,7 @@ int NaiveParam(const std::string &name, std::string_view stored, int otherwise) 
 
 }  // namespace
 
-/// Stands in for the store, which has one record.
+/// Replaces the store with one record.
 extern "C" int __wrap_BerkDb_Get(struct __db *pDb, const char *pKey, char *pBuf, std::int32_t nBufBytes);
 extern "C" int __wrap_BerkDb_Get(struct __db * /*pDb*/, const char * /*pKey*/, char *pBuf, std::int32_t nBufBytes) {
   const auto room = static_cast<std::size_t>(nBufBytes);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The log's rings as their readers find them, devlog and devdoctor, while somebody overwrites them all the time: each
+// The log's rings as their readers find them, devlog and devdoctor, while a thread overwrites them all the time: each
 // reader ends, and what it copies is cells of its own.
 
 #include <devsupport/detail/logmgr/LogInfoShm.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The number parsers: any text gives what the naive parsers make of it, and numbers come back from their own text.
+// The number parsers: any text gives the result of the naive parsers, and a number's own text gives the number.
 
 #include <algorithm>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Replays the corpus of one fuzz target: every input that taught the fuzzer something, and every one that ever
-// failed. The program is called after its target: fuzz_Tokenizer replays corpus/Tokenizer.
+// Replays the corpus of one fuzz target: every input that added coverage, and every one that ever
+// failed. The program is named after its target: fuzz_Tokenizer replays corpus/Tokenizer.
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// The command line of cpld: any words give the record that a naive reader makes of them, and none that the driver
-// must not get.
+// The command line of cpld: any words give the same record as a naive reader, and never one that the driver must
+// not get.
 //
-// The input is the words, the program's name left out, with a NUL after each.
+// The input is the words, without the program's name, with a NUL after each.
 
 #include <algorithm>
 #include <array>
@@ -62,7 +62,7 @@ struct Outcome {
   bool operator==(const Outcome &) const = default;
 };
 
-/// The command line as the user's description has it.
+/// The command line by the user's description.
 Outcome NaiveOutcome(const std::vector<std::string> &words) {
   constexpr Outcome kUsage{Action::Usage, {}};
   if (words.size() < 2) return kUsage;

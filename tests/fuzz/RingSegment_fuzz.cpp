@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A ring's segment, and the log's, that somebody overwrites all the time: no operation touches memory outside of it
+// A ring's segment, and the log's, while a thread overwrites them: no operation touches memory outside of it
 // and of the caller's buffer, each ends, and each answers with one of its results.
 
 #include <devsupport/detail/ipc/MyShareMemory.h>
@@ -26,7 +26,7 @@ constexpr std::uint16_t kCellBytes = 136;
 constexpr std::uint32_t kStride = kCellBytes + 4;
 constexpr std::size_t kSegmentBytes = kHeadBytes + kUserBytes + std::size_t{kCells + 1} * kStride;
 
-/// A ring in a block of exactly its size, without a semaphore: the sanitizer sees each step outside.
+/// A ring in a block of exactly its size, without a semaphore: the sanitizer sees each access outside.
 struct Ring {
   Ring() {
     que.nSlotCount = kCells + 1;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A thread that writes into memory while others read it, as any process may write into shared memory: what was
-// checked may be something else when it is used.
+// A thread that writes into memory while others read it, as any process may write into shared memory: a value
+// can change between its check and its use.
 #pragma once
 
 #include <atomic>
@@ -10,8 +10,8 @@
 
 namespace devsupport::test {
 
-/// While alive, overwrites words of a block: mostly of its head, mostly with numbers that nearly fit. The thread runs
-/// on; it rests while there is no such object.
+/// While alive, overwrites words of a block: mostly of its head, mostly with numbers that are nearly valid. The thread
+/// only yields while there is no such object.
 class Scribble {
  public:
   Scribble(void *block, std::size_t bytes, std::uint32_t seed) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Records of the store with any bytes, as other programs may have written them: their secondary keys lie inside them
-// and are those of a naive reader; the orders of the tables are orders.
+// and are those of a naive reader; the tables' comparison functions are consistent.
 
 #include <db.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What is printed on a standard stream, caught without a system call: the stream itself is exchanged, so that the
-// descriptor stays free for what a sanitizer has to say.
+// Captures the output on a standard stream without a system call: it replaces the stream itself, so that the
+// descriptor stays free for a sanitizer's report.
 #pragma once
 
 #include <cstdio>

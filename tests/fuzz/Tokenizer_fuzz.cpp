@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The tokenizer, its scans by sets and its conversions: a script of operations read from the input goes as it goes
-// through the naive tokenizer, in results, copies and every field of the record.
+// The tokenizer, its scans by sets and its conversions: a script of operations from the input gives the same
+// results, copies and fields of the record as the naive tokenizer.
 
 #include "tests/fuzz/FuzzInput.h"
 #include "tests/fuzz/FuzzTarget.h"
