@@ -39,7 +39,7 @@ Child::Child(const std::function<int()> &body) : pid_(-1) {
   int status = kFailedAssertionStatus;
   try {
     status = body();
-    // The child has printed its failed expectation. The parent must not take it for a success.
+    // The child has printed its failed expectation. The parent must not see a success.
     if (::testing::Test::HasFailure()) status = kFailedAssertionStatus;
   } catch (const std::exception &error) {
     std::fprintf(stderr, "child: %s\n", error.what());

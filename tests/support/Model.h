@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Lock-free code as the model checker Relacy sees it: the test includes the source with std::atomic replaced by
-// ModelAtomic, and the checker tries the schedules of its threads, and what each load may see of the others' stores.
+// Lock-free code under the model checker Relacy: the test includes the source with std::atomic replaced by
+// ModelAtomic, and the checker tries the schedules of its threads, and the values that each load may return.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -128,7 +128,7 @@ class ModelAtomic {
   ModelWords::Word *word_ = nullptr;
 };
 
-/// What the checker says; it has no heap while it runs.
+/// The checker's output; it has no heap while it runs.
 class ModelReport : private std::streambuf, public std::ostream {
  public:
   ModelReport() : std::ostream(this) { setp(text_, text_ + sizeof text_); }
@@ -138,7 +138,7 @@ class ModelReport : private std::streambuf, public std::ostream {
   char text_[1 << 16];
 };
 
-/// Tries the schedules of a model: all of those in which a thread that could go on has to stop so many times at most.
+/// Tries the schedules of a model: all those with at most so many preemptions.
 /// The model has before(), thread(i) and after(), which the checker wants to be called so.
 template <typename Model>
 void ExpectNoWrongSchedule(unsigned stops) {
@@ -147,7 +147,7 @@ void ExpectNoWrongSchedule(unsigned stops) {
   params.output_stream = params.progress_stream = &report;
   params.search_type = rl::sched_bound;
   params.context_bound = stops;
-  params.iteration_count = 1'000'000'000;  // it ends when there are no more
+  params.iteration_count = 1'000'000'000;  // it ends after the last schedule
   EXPECT_TRUE(rl::simulate<Model>(params)) << report.Text();
   std::cout << params.stop_iteration << " schedules\n";
 }

@@ -14,12 +14,12 @@
 
 namespace devsupport::test {
 
-/// True when a run is to take every moment there is: with DEVSUPPORT_EVERY_MOMENT=1 in the environment.
+/// True when a run must try every moment: with DEVSUPPORT_EVERY_MOMENT=1 in the environment.
 inline bool TakesEveryMoment() { return std::getenv("DEVSUPPORT_EVERY_MOMENT") != nullptr; }
 
-/// Begins an operation over and over, stops it after so many of its instructions, and lets the test act there: at its
-/// end first, then after each instruction in turn. An ordinary run takes some six of these moments, which the seed
-/// picks. Returns how many it took.
+/// Runs an operation again and again, stops it after so many of its instructions, and calls the test there: first at its
+/// end, then after each instruction in turn. An ordinary run tries about six of these moments, which the seed picks.
+/// Returns how many it tried.
 inline int AtEachMoment(std::uint64_t seed, const std::function<std::unique_ptr<Traced>()> &begin,
                         const std::function<void(Traced &)> &act) {
   int taken = 0;

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// A plugin of the user emulator, which has no ptrace: it stops a process after so many instructions, or at its so
-// many-th entry to or return from a system call. See StepRecord.h for who tells it when.
+// A plugin of the user emulator, which has no ptrace: it stops a process after so many instructions, or after so
+// many entries to or returns from a system call. StepRecord.h describes how it is told.
 //
 // The process stops by SIGSTOP, which the emulator sends to itself in the callback before the next instruction. A
-// signal that comes then is met at the end of the block of instructions that the emulator has translated together, so
-// tests that send one run it with -singlestep, which makes each instruction a block.
+// signal that comes then is handled at the end of the block of instructions that the emulator translated together, so
+// tests that send one use -singlestep, which makes each instruction a block.
 
 #include <signal.h>
 #include <stddef.h>
@@ -36,7 +36,7 @@ static struct StepRecord *g_record;
 static void OnInstruction(unsigned cpu, void *data) {
   (void)cpu, (void)data;
   if (g_record == NULL || g_record->nKind != kStepInstructions) return;
-  // Goes on when somebody has said how far.
+  // Continues when a number of steps has been set.
   while (g_record->nKind == kStepInstructions && g_record->nLeft == 0) raise(SIGSTOP);
   if (g_record->nKind != kStepInstructions) return;
   --g_record->nLeft;

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-// What a stepped process under the user emulator shares with the one that moves it on: the plugin StepPlugin.c stops
-// it where this record says. C and C++.
+// Shared between a stepped process under the user emulator and the process that controls it: the plugin StepPlugin.c
+// stops it where this record says. C and C++.
 #pragma once
 
 #include <stdint.h>
 
 // A process attaches a record by the system call close(kStepCall, descriptor of a file that holds it). Elsewhere that
-// is a descriptor that cannot be.
+// descriptor is invalid.
 #define kStepCall (-0x53544550)
 
 enum StepKind { kRunFreely, kStepInstructions, kStepCalls };

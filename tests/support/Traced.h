@@ -24,7 +24,7 @@
 
 namespace devsupport::test {
 
-/// How the user emulator, which has no ptrace, moves a process on: by its plugin, see StepRecord.h.
+/// Steps a process under the user emulator, which has no ptrace, with its plugin (StepRecord.h).
 class EmulatorSteps {
  public:
   EmulatorSteps() : fd_(::memfd_create("steps", MFD_CLOEXEC)) {
@@ -40,7 +40,7 @@ class EmulatorSteps {
   EmulatorSteps(const EmulatorSteps &) = delete;
   EmulatorSteps &operator=(const EmulatorSteps &) = delete;
 
-  /// The emulator looks at this record from now on, on behalf of this process. False where there is none.
+  /// The emulator reads this record for this process from now on. False when there is no emulator.
   bool Attach(StepKind kind) const {
     record_->nKind = kind;
     ::syscall(SYS_close, kStepCall, fd_);
@@ -93,7 +93,7 @@ class Traced {
     if (*done_ || state_ != kStopped) return false;
     return Continue(kind, 1) && AwaitNews(0) && state_ == kStopped;
   }
-  /// Goes on by so many of them, or to the end. Returns by how many.
+  /// Runs so many of them, or to the end. Returns how many it ran.
   unsigned Steps(__ptrace_request kind, unsigned most) {
     if (emulator_ && kind == PTRACE_SINGLESTEP && most != 0 && state_ == kStopped) {  // at once
       const unsigned before = emulator_->Record().nTaken;
