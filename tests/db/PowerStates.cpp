@@ -150,7 +150,7 @@ void PowerStates::ForEach(std::mt19937_64 &random, int samples,
     visitPart([one](std::size_t i) { return i != one; });
   }
   for (int sample = 0; sample < samples; ++sample) {
-    const std::uint64_t share = random() % 256;  // from nearly nothing to nearly everything
+    const std::uint64_t share = random() % 256;  // from nearly none to nearly all
     visitPart([&](std::size_t) { return random() % 256 < share; });
   }
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The power fails at each write of a recorded run, and of what was not flushed any part is there. The store opens
-// each time, holds what was acknowledged and nothing half done, and goes on. DEVSUPPORT_POWER_STATES=<n> tries every
-// n-th state; usually there are too many of them to try all.
+// The power fails at each write of a recorded run, and any part of the unflushed data is there. The store opens each
+// time, holds all acknowledged changes and no half of another, and works. DEVSUPPORT_POWER_STATES=<n> tries every
+// n-th state; usually there are too many to try all.
 
 #include <db.h>
 #include <devsupport/detail/db/DbRecord.h>
@@ -50,12 +50,12 @@ constexpr int kLines = 8;
 constexpr int kRoutes = 10;
 constexpr int kTones = 12;
 
-// What the medium writes whole: a page of the system, a page of the tables, a sector of an old disk.
+// The unit that the medium writes whole: a page of the system, a page of the tables, a sector of an old disk.
 constexpr std::size_t kSystemPage = 4096;
 constexpr std::size_t kTablePage = 2048;
 constexpr std::size_t kSector = 512;
 
-// How many states are only opened and read for each in which the store also goes on, closes and opens again.
+// In one of so many states the store is also changed, closed and opened again; the others are only opened and read.
 constexpr std::uint64_t kGoesOn = 8;
 
 using Contents = std::map<std::string, std::map<std::string, std::string>>;  // of the primary tables
@@ -79,7 +79,7 @@ class Script {
  public:
   explicit Script(std::string home) : home_(std::move(home)), contents_(1) {}
 
-  /// From here on it is done and not only thought.
+  /// From here on the script changes the store, and not only the expected contents.
   void Begin() {
     real_ = true;
     victims_ = std::make_unique<Starter>([this](int events) {
@@ -104,7 +104,7 @@ class Script {
     Next()[g_auDbTbl[row].pName].erase(StoredKey(row, name));
     Do([&] { return BerkDb_Del(*g_auDbTbl[row].ppDb, name.c_str()); });
   }
-  /// All as one.
+  /// All in one transaction.
   void Batch(const std::vector<Item> &items) {
     Contents &contents = Next();
     std::vector<std::string> bytes;
@@ -163,7 +163,7 @@ class Script {
 
 using Part = std::function<void(Script &)>;
 
-// A restart leaves nothing of the shared memory.
+// After a restart there is no shared memory.
 void ForgetSharedMemory() {
   shmid_ds segment = {};
   for (int i = ::shmctl(0, SHM_INFO, &segment); i >= 0; --i) {
@@ -175,7 +175,7 @@ void ForgetSharedMemory() {
   }
 }
 
-// Whether all tables, the indexes among them, hold what these contents make of them.
+// Whether all tables, including the indexes, agree with these contents.
 std::string Difference(const std::map<std::string, Records> &found, const Contents &contents) {
   std::map<std::string, Records> expected;
   for (const auto &[table, records] : contents) expected[table].assign(records.begin(), records.end());
@@ -203,7 +203,7 @@ struct Answer {
   char text[1024];
 };
 
-// Looks at a store after the power is back. Any of the steps from first to last may be the last one that is there.
+// Checks a store after the power is back. Any step from first to last may be the last one that is stored.
 // Opening runs the checker over all pages and compares the indexes.
 Verdict Judge(const std::string &home, const Contents *first, const Contents *last, bool goesOn, std::string &said) {
   CapturedOutput err(stderr);
@@ -247,7 +247,7 @@ class PowerLoss : public StoreTest {
     fs::remove_all(fs::path(home_).parent_path());
   }
 
-  /// Records a script in a home that others have prepared, and tries its states.
+  /// Records a script in a prepared home and tries its states.
   void CutPowerDuring(const Part &script, const Part &preparation = {}, std::size_t unitBytes = kSystemPage) {
     const TestSeed named;
     const std::uint64_t seed = named;
@@ -418,7 +418,7 @@ void FillLogs(Script &script) {
   script.Close();
 }
 
-// The same each time, so that what is recorded does not depend on the seed.
+// The same at each run, so that the record does not depend on the seed.
 void ChangeAtRandom(Script &script) {
   std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp)
   const int rows[] = {kParameters, kReversed, kPhoneBook, kPhoneBook, kLines, kRoutes};
@@ -478,13 +478,13 @@ TEST_F(PowerLoss, OnAMediumThatWritesPagesOfTheTablesWhole_LosesNothing) {
   ExpectAllGood();
 }
 
-// Kept apart: the library trusts that a page of the tables is written whole.
+// A separate test, because the library relies on whole writes of a page of the tables.
 TEST_F(PowerLoss, OnAMediumThatTearsPages_IsCounted) {
   tells_ = false;
   CutPowerDuring(ChangeRecords, MakeAStore, kSector);
 }
 
-// What the tests above would say of a store that does not flush.
+// Shows that the tests above find a store that does not flush.
 TEST_F(PowerLoss, OnAMediumThatIgnoresFlushes_LosesChanges) {
   tells_ = false;
   flushesCount_ = false;
