@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Counts instructions for an operation on the emulated device, the kernel's included; fails when a row of ours takes over
-# 3 % more than is on record. Ticks of the kernel's timer that fall into a run disturb it. bench/README.md: how to read it.
+# Counts instructions for an operation on the emulated device, including the kernel's; fails when a row of ours takes over
+# 3 % more than recorded. Timer ticks of the kernel during a run add to its count. bench/README.md explains the results.
 # usage: script/bench device [--accept] [--write] [ROW...]
 #   script/bench device            all rows that are counted there
-#   script/bench device ring log   the rows whose names begin so
-#   script/bench device --write    also writes the counts into docs/benchmarks.md; takes all rows
-#   script/bench device --accept   takes the counts on record, in bench/baseline/device.txt; say why in the commit
+#   script/bench device ring log   the rows whose names begin with these
+#   script/bench device --write    also writes the counts into docs/benchmarks.md; for all rows
+#   script/bench device --accept   records the counts in bench/baseline/device.txt; say why in the commit
 # SPDX-License-Identifier: MIT
 set -euo pipefail
 cd "$(dirname "$0")/../.."

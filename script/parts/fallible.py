@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Names the public functions that can make a call that fails, and that no scenario of tests/faults calls.
+"""Names the public functions that make calls that can fail, and that no scenario of tests/faults calls.
 
 usage: fallible.py LIBRARY
-Follows the calls in the library's machine code from each function of include/devsupport to what other libraries have.
+Follows the calls in the library's machine code from each function of include/devsupport to other libraries.
 Calls through pointers are not followed. Fails when a function is left over.
 """
 
@@ -13,7 +13,7 @@ import re
 import subprocess
 import sys
 
-# Of what other libraries have, these ask neither the kernel nor the allocator, or wait where waiting does not fail.
+# These functions of other libraries call neither the kernel nor the allocator, or only wait, which does not fail.
 PURE = re.compile(r"""_*(
     mem\w+ | str\w+ | stp\w+ | isoc23_str\w+ | ctype_\w+ | to(upper|lower) | errno_location | stack_chk_fail | assert_fail
     | cxa_finalize | qsort | abort | pthread_mutex_(lock|trylock|unlock) | getpid | tls_get_addr)""", re.X)

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""The trial of script/fleet, inside its namespaces: devices write numbered records, and each one has to arrive in the
+"""The trial of script/fleet, inside its namespaces: devices write numbered records, and each one must arrive in the
 central files and in PostgreSQL, while everything on the way is restarted or killed.
 
 usage: fleet.py --devices N --seconds N --group N
-A group of devices shares one rsyslog, because 200 of them would measure two processors changing tasks. Each device has
+A group of devices shares one rsyslog, because 200 of them would mostly measure task switches. Each device has
 its own shared memory, /dev/log and devlog. The central rsyslog and PostgreSQL have a lower priority, because on real
 machines they take no time from the devices. Leaves figures.txt, and the tables for the pages, in build/fleet.
 """
@@ -32,7 +32,7 @@ Cost = collections.namedtuple("Cost", "seconds kilobytes")
 
 
 def proc(pid, name):
-    """What the kernel tells of a process; nothing when it has just ended."""
+    """The kernel's status of a process; nothing when it has just ended."""
     try:
         return pathlib.Path(f"/proc/{pid}/{name}").read_text(encoding="ascii")
     except (FileNotFoundError, ProcessLookupError):
@@ -76,7 +76,7 @@ class Service:
 
 
 def config(name, places, more=""):
-    """A shipped configuration with this trial's places instead of an operator's."""
+    """A shipped configuration with this trial's paths and addresses."""
     text = (PACKAGING / name).read_text(encoding="utf-8")
     for place, here in places.items():
         assert place in text, f"{name} does not name {place}"
@@ -266,7 +266,7 @@ class Trial:
         costs = {"writer": Cost(sum(usage.ru_utime + usage.ru_stime for _, _, usage in usages),
                                 max(usage.ru_maxrss for _, _, usage in usages)),
                  "devlog": sum_up(device.service for device in self.devices), "relay": sum_up(self.relays)}
-        for device in self.devices:  # they would go on looking for records
+        for device in self.devices:  # they would continue to wait for records
             device.stop()
         stored = self.settle(settled, self.stored) - start
         print(f"{stored:5.1f} s  the database has all that comes", flush=True)
@@ -275,7 +275,7 @@ class Trial:
 
     @staticmethod
     def settle(changed, measure, seconds=5):
-        """Waits until something changes no more. Returns the time of the last change, or the one given."""
+        """Waits until a value stops changing. Returns the time of the last change, or the one given."""
         last, begin = measure(), time.monotonic()
         while time.monotonic() - max(begin, changed) < seconds:
             time.sleep(0.5)
@@ -311,7 +311,7 @@ def try_publish():
 
 
 def numbers(records):
-    """Checks the records of one device: what is missing, what is there again, whether the rest is in order."""
+    """Checks the records of one device: which are missing or repeated, and whether the rest is in order."""
     seen, highest, again, disorder, lost = set(), -1, 0, 0, 0
     for record in records:
         fields = json.loads(record)
@@ -349,7 +349,7 @@ def in_database(trial):
 
 
 def rates(name, counter):
-    """What one rsyslog took in each second, by the statistics that it left; it counts from 0 after a restart."""
+    """The records that one rsyslog received in each second, from its statistics; it counts from 0 after a restart."""
     taken, last = [], 0
     for line in (HERE / name / "statistics").read_text(encoding="utf-8").splitlines():
         entry = json.loads(line[line.index("{"):])

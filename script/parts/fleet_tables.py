@@ -5,7 +5,7 @@ HOPS = {"writer": "programs that write", "devlog": "`devlog`", "relay": "rsyslog
         "central": "central rsyslog, with the files", "database": "PostgreSQL"}
 SECTION = """## A fleet
 
-Written by `script/fleet --write`: what each program takes to hand on the records of simulated devices, all on one machine,
+Written by `script/fleet --write`: what each program needs to pass on the records of simulated devices, all on one machine,
 while these programs are restarted and killed. `docs/fleet.md` describes the trial.
 """
 

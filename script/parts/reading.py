@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Measures what following the log ring costs devlog: processor time for a record, looks into the ring, records lost.
+"""Measures what following the log ring costs devlog: processor time for a record, reads of the ring, records lost.
 
 usage: script/bench reading [--write]
   --write  also puts the table into docs/benchmarks.md
@@ -24,13 +24,13 @@ PAGE = pathlib.Path("docs/benchmarks.md")
 BEGIN, END = "<!-- reading:begin -->", "<!-- reading:end -->"
 CELLS = 1024  # of the log ring
 SECONDS = 5
-BUSY = 4  # programs for each processor that do nothing but use it
+BUSY = 4  # programs for each processor that only use processor time
 ROWS = [(0, "", 0), (100, "", 0), (1_000, "", 0), (10_000, "", 0), (50_000, "", 0), (50_000, "busy programs", 0),
-        (50_000, "busy programs, `chrt -r 2`", 2)]  # records a second, beside what, real-time priority
+        (50_000, "busy programs, `chrt -r 2`", 2)]  # records a second, other load, real-time priority
 
 
 def looks(pid):
-    """How often the process has gone to sleep, which it does after each look."""
+    """How often the process has gone to sleep, which it does after each read."""
     status = pathlib.Path(f"/proc/{pid}/status").read_text(encoding="ascii")
     return int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", status, re.M).group(1))
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds devlog and measures what it takes to follow the log channel; see reading.py.
+# Builds devlog and measures the cost of following the log channel; see reading.py.
 # usage: script/bench reading [--write]
 # SPDX-License-Identifier: MIT
 set -euo pipefail

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes the reference of the public headers with Doxygen: FOLDER/html and FOLDER/man/man3, one page a family, and for
-# each function a page that leads to its family's. Fails on any warning and on a function without a page. script/reference
+# each function a page that links to its family's. Fails on any warning and on a function without a page. script/reference
 # and the build (DEVSUPPORT_REFERENCE) call it.
 # usage: script/parts/reference.sh FOLDER
 # SPDX-License-Identifier: MIT

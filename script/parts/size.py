@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Weighs what the device holds and says which aims are reached; script/parts/size.sh builds it and calls this.
+"""Measures the sizes of the device's files and says which aims are met; script/parts/size.sh builds them and calls this.
 
 usage: size.py [--write] [--resident FILE]
 
@@ -45,7 +45,7 @@ def tool(name, *arguments):
 
 
 def sections(path):
-    """Text (code and what is only read), data and bss, in bytes."""
+    """Text (code and read-only data), data and bss, in bytes."""
     return [int(number) for number in tool("size", path).splitlines()[1].split()[:3]]
 
 
@@ -94,7 +94,7 @@ def measure_library(work):
 
 
 def measure_families(work):
-    """The text of each family's objects, and its share of all; what is in several of them counts in each."""
+    """The text of each family's objects, and its share of all; code in several families counts in each."""
     folders = {source.stem: source.parent.as_posix() for pattern in SOURCES for source in pathlib.Path().glob(pattern)}
     objects = {}
     for path in sorted(pathlib.Path("build/mips").glob("**/devsupport_L?.dir/**/*.o")):
