@@ -149,9 +149,7 @@ TEST_P(GateMoments, TwoAtOnce_AreInsideOneAfterTheOther) {
   };
   const auto meet = [this](Traced &one) {
     Traced other([this] { Visit(); });
-    other.RunOn();
-    EXPECT_EQ(one.Finish(), 0);
-    EXPECT_EQ(other.Finish(), 0);
+    one.FinishInTurn(other);
     EXPECT_EQ(seen->visits, 2);
     EXPECT_EQ(seen->refusals, 0);
     EXPECT_FALSE(NextOneMustRebuild());

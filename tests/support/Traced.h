@@ -2,6 +2,7 @@
 // A child that runs instruction by instruction, or system call by system call, and can be checked in between.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/ptrace.h>
@@ -110,12 +111,17 @@ class Traced {
     child_.Wait();
   }
 
-  /// Runs the child to its end, or until it sleeps because it waits for another process. Returns true at its end.
+  /// Runs the child to its end, or until it sleeps because it waits for another process: then it is stopped. Returns
+  /// true at its end.
   bool RunOn() {
     while (state_ != kEnded) {
       if (state_ == kStopped) Continue(PTRACE_CONT, 0);
       while (state_ == kRunning && !AwaitNews(WNOHANG)) {
-        if (Sleeps()) return false;
+        if (Sleeps()) {
+          child_.Signal(SIGSTOP);
+          AwaitNews(0);
+          return state_ == kEnded;
+        }
         ::sched_yield();
       }
     }
@@ -125,6 +131,15 @@ class Traced {
   int Finish() {
     while (!RunOn()) ::sched_yield();
     return child_.Wait();
+  }
+  /// Runs this child and another one to their ends, never both at once: each has its turn when the other one waits.
+  void FinishInTurn(Traced &other) {
+    for (bool ended = false; !ended; ::sched_yield()) {
+      const bool otherEnded = other.RunOn();
+      ended = RunOn() && otherEnded;
+    }
+    EXPECT_EQ(child_.Wait(), 0);
+    EXPECT_EQ(other.child_.Wait(), 0);
   }
   /// Queues a signal with a value, which the child gets at its next step.
   void Queue(int signal, int value) const {
