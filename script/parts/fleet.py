@@ -145,8 +145,8 @@ class Device:
     COMMAND = re.search("^ExecStart=(.*)$", (PACKAGING / "devlog.service").read_text(encoding="utf-8"), re.M).group(1)
 
     def __init__(self, number):
-        self.name = f"device-{number:03}"
-        self.folder = pathlib.Path("/mnt") / self.name
+        self.name = f"device'{number:03}"  # the quote may not end a text in SQL
+        self.folder = pathlib.Path(f"/mnt/{number}")
         self.folder.mkdir()
         devlog = self.COMMAND.replace("/usr/bin", str(HERE / "release/tools/devlog")).replace("%t/devlog", "/mnt/self")
         self.service = Service(self.name, [
@@ -203,7 +203,7 @@ class Trial:
             assert place in command, f"reload.service does not name {place}"
             command = command.replace(place, str(here))
         (HERE / "reload").mkdir(exist_ok=True)
-        if self.reload and self.reload.poll() is None:  # a part of rsyslog.service, it ends with it
+        if self.reload and self.reload.poll() is None:  # a part of rsyslog.service: it ends together with it
             os.killpg(self.reload.pid, signal.SIGTERM)
             self.reload.wait()
         self.central.start()
