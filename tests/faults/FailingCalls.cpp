@@ -29,8 +29,8 @@ namespace {
 constexpr int kQuietMs = 60'000;
 
 // A real kernel never refuses these, or only the C library uses them: waiting for a mutex, giving
-// memory back, taking a signal. A close that fails still closes the file, which cannot be simulated here
-// (tests/db/StoreFaults_test.cpp does it).
+// memory back, taking a signal, ending a connection. A close that fails still closes the file, which cannot be
+// simulated here (tests/db/StoreFaults_test.cpp does it).
 constexpr int kNeverFail[] = {SYS_exit,
                               SYS_exit_group,
                               SYS_rt_sigreturn,
@@ -51,6 +51,7 @@ constexpr int kNeverFail[] = {SYS_exit,
                               SYS_tgkill,
                               SYS_execve,
                               SYS_close,
+                              SYS_shutdown,
 #ifdef SYS_arch_prctl
                               SYS_arch_prctl,
 #endif
