@@ -57,8 +57,9 @@ void *AllocateOrTakeSpare(std::size_t dwBytes) {
 
 template <typename Create>
 int WithSpareBlock(Create create) {
-  g_pSpare = std::malloc(kSpareBytes);
-  if (g_pSpare == nullptr) return ENOMEM;
+  void *const pSpare = std::malloc(kSpareBytes);
+  if (pSpare == nullptr) return ENOMEM;
+  std::free(g_pSpare.exchange(pSpare));  // that of another thread, which makes a handle now, too
   db_env_set_func_malloc(AllocateOrTakeSpare);
   const int nResult = create();
   db_env_set_func_malloc(nullptr);

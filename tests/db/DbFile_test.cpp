@@ -4,10 +4,14 @@
 #include <db.h>
 #include <devsupport/db/BerkeleyDB.h>
 #include <devsupport/db/DbRecord.h>
+#include <malloc.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "tests/db/Store.h"
 #include "tests/support/CapturedOutput.h"
@@ -18,6 +22,7 @@ namespace {
 using namespace devsupport::test;
 
 int g_openHandles = 0;
+std::function<void()> g_meanwhile;  // another thread's work while a handle is made
 int (*g_realClose)(DB *pDb, u_int32_t flags) = nullptr;
 
 int CountedClose(DB *pDb, u_int32_t flags) {
@@ -31,6 +36,7 @@ extern "C" int __real_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
 extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
 extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags) {
   if (MustFail("db_create")) return ENOMEM;
+  if (const auto other = std::exchange(g_meanwhile, nullptr)) std::thread(other).join();
   const int result = __real_db_create(ppDb, pEnv, flags);
   g_realClose = (*ppDb)->close;
   (*ppDb)->close = CountedClose;
@@ -73,6 +79,20 @@ TEST_F(SingleFile, Open_WithoutAHandle_SaysFail) {
   CapturedOutput err(stderr);
   EXPECT_EQ(BerkDb_OpenFile((home_ + "/one.db").c_str(), 0), nullptr);
   EXPECT_EQ(err.Take(), "Fail: Cannot allocate memory\n");
+}
+
+TEST_F(SingleFile, Open_WhileAnotherThreadOpens_KeepsNoMemory) {
+  std::size_t held[4] = {};
+  for (std::size_t &bytes : held) {
+    g_meanwhile = [this] {
+      DB *pOther = BerkDb_OpenFile((home_ + "/other.db").c_str(), 0);
+      BerkDb_CloseFile(&pOther);
+    };
+    DB *pDb = BerkDb_OpenFile((home_ + "/one.db").c_str(), 0);
+    BerkDb_CloseFile(&pDb);
+    bytes = ::mallinfo2().uordblks;
+  }
+  EXPECT_EQ(held[3], held[2]);
 }
 
 TEST_F(SingleFile, Open_InAMissingFolder_ReportsAndReturnsNull) {
