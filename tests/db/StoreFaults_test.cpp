@@ -12,6 +12,7 @@
 #include <string>
 
 #include "tests/db/Deaths.h"
+#include "tests/db/FailingAssociate.h"
 #include "tests/db/Store.h"
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/Child.h"
@@ -23,23 +24,10 @@ DEVSUPPORT_FAULT_POINT(int, fsync, (int fd), (fd), -1, EIO)
 
 namespace {
 
-bool g_associateFails = false;
 std::atomic<int> g_wallClockReads{0};
 std::atomic<int> g_allocationsLeft{0};  // until the one that fails; 0: none
 
 }  // namespace
-
-extern "C" int __real_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
-extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
-extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags) {
-  const int result = __real_db_create(ppDb, pEnv, flags);
-  if (result == 0 && g_associateFails) {
-    (*ppDb)->associate = [](DB *, DB_TXN *, DB *, int (*)(DB *, const DBT *, const DBT *, DBT *), u_int32_t) {
-      return ENOMEM;
-    };
-  }
-  return result;
-}
 
 extern "C" int __real_clock_gettime(clockid_t clock, timespec *pTime);
 extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *pTime);

@@ -18,29 +18,12 @@
 #include <filesystem>
 
 #include "db/for_project/StoreGate.h"
+#include "tests/db/FailingAssociate.h"
 #include "tests/db/Store.h"
 #include "tests/devdoctor/Devdoctor.h"
 #include "tests/support/Child.h"
 #include "tests/support/SmallMedium.h"
 #include "tests/support/TempDir.h"
-
-namespace {
-
-bool g_associateFails = false;
-
-}  // namespace
-
-extern "C" int __real_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
-extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
-extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags) {
-  const int result = __real_db_create(ppDb, pEnv, flags);
-  if (result == 0 && g_associateFails) {
-    (*ppDb)->associate = [](DB *, DB_TXN *, DB *, int (*)(DB *, const DBT *, const DBT *, DBT *), u_int32_t) {
-      return ENOMEM;
-    };
-  }
-  return result;
-}
 
 namespace {
 

@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: MIT
+// An index that cannot be bound to its table. Needs WRAP db_create and FailingAssociate.cpp in the test's program.
+#pragma once
+
+namespace devsupport::test {
+
+/// While it is set, new handles refuse to bind an index.
+extern bool g_associateFails;
+
+}  // namespace devsupport::test
