@@ -82,7 +82,7 @@ class Row:
         return self.points.get(point, {}).get(label)
 
     def verdict(self):
-        """None where nothing is aimed at, or nobody is there to be measured by."""
+        """None without an aim, and without a peer to be measured by."""
         if self.is_series():
             return self.verdict_of_series()
         ours = next((p for p in self.measured() if p.role == "ours"), None)

@@ -61,7 +61,7 @@ ANALOG = "/sys/kernel/debug/phone_sim/analog"
 
 
 def acceptance(device, results):
-    """The acceptance of cpld, each script in the world that it speaks of."""
+    """The acceptance of cpld, each script with the driver that it expects."""
     worlds = {
         "cpld": ("true", f"cat {ANALOG}/debug", "off\n"),
         "cpld_failing": (f"cat {ANALOG}/registers >/tmp/before; echo 5 7 >{ANALOG}/fail",

@@ -37,8 +37,8 @@ int KMsgQue_Open(std::int32_t nKey, int bFlush) {
 }
 
 void KMsgQue_Close(std::int32_t nKey) {
-  // Kept: IPC_CREAT. Closing a key that has no queue makes one for a moment instead of reporting that there is none:
-  // the second one to close prints nothing.
+  // Kept: IPC_CREAT. For a key that has no queue, this makes one and removes it at once. So the second one to close
+  // prints no error.
   const int nMsgQueId = msgget(nKey, kCreateFlags);
   if (nMsgQueId == -1) {
     const PreservedErrno preserved;

@@ -153,7 +153,7 @@ long MsSince(const timespec &start) {
 }
 
 // A creator makes the semaphore and gives it its value in two calls. One that dies between them leaves a lock that
-// nobody holds and nobody can take. Nothing but time tells it from one that is just being made.
+// no process holds and none can take. Only time tells it from one that is just being made.
 bool IsStillborn(std::int32_t nSemId) {
   if (!IsUntouched(nSemId)) return false;
   timespec start{};

@@ -14,8 +14,8 @@
 //    and the main flow may try together. (A second delete would be an error at best; a C library that keeps a heap
 //    block for timer_t would free it twice.) Only a timer that is just being started is left to Timer_Set.
 //  - Timer and callback are read before the compare-exchange that acts on the word. It succeeds only when the word
-//    has not changed since, so they belong to that very arming: the word counts armings in 24 bits, and nobody
-//    arms a cell 16 million times within those few instructions.
+//    has not changed since, so they belong to that very arming: the word counts armings in 24 bits, and no
+//    cell is armed 16 million times within those few instructions.
 //
 // The cells' atomics use the default order, in which all of this reads as one interleaving; beside the system call
 // that comes with every step its barrier costs nothing. That they are lock-free is what makes them usable in a

@@ -203,7 +203,7 @@ class Trial:
             assert place in command, f"reload.service does not name {place}"
             command = command.replace(place, str(here))
         (HERE / "reload").mkdir(exist_ok=True)
-        if self.reload and self.reload.poll() is None:  # a part of rsyslog.service: it ends together with it
+        if self.reload and self.reload.poll() is None:  # reload.service ends when rsyslog ends
             os.killpg(self.reload.pid, signal.SIGTERM)
             self.reload.wait()
         self.central.start()

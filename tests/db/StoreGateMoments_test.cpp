@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A process is killed after any one instruction of its way through the store's gate, or meets another one there.
-// One at a time is inside, the next one learns of a death inside, and only of that, and the gate works on.
+// One process at a time is inside. The next one is told of a death inside, and only of that. The gate still works.
 
 #include <sys/stat.h>
 

@@ -124,7 +124,7 @@ TEST_F(LocalTimeMoments, AskedForInAHandlerAfterTheZoneHasChanged_IsThatOfOneOfT
 }
 
 // The library has a lock for the zone, which the interrupted thread may hold: in a minute whose distance is known
-// nobody asks for it.
+// it is not needed.
 TEST_F(LocalTimeMoments, AskedForInAHandlerWhileTheZoneChanges_IsThatOfTheOldZone) {
   const auto change = [] {
     Zone(kOtherZone);

@@ -88,7 +88,7 @@ TEST_F(RingStep, Create_WritesTheCellCountLast) {
     seen.insert(header);
   } while (process.Step(PTRACE_SINGLESTEP));
   process.Kill();
-  EXPECT_EQ(seen.size(), 1u) << "who attaches a ring with a cell count believes all of its header";
+  EXPECT_EQ(seen.size(), 1u) << "a process that attaches a ring with a cell count relies on all of its header";
   ::shmdt(pHeader);
 }
 

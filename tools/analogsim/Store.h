@@ -18,8 +18,8 @@ class Store {
   Store(const Store &) = delete;
   Store &operator=(const Store &) = delete;
 
-  /// Hands the registers to the function and keeps what it leaves in them, as one step that nobody else's
-  /// update can come between. Throws std::runtime_error, with nothing kept, when that cannot be done.
+  /// Hands the registers to the function and keeps what it leaves in them, as one step: no other
+  /// update comes between. Throws std::runtime_error, with nothing kept, when that cannot be done.
   virtual void Update(const Change &change) = 0;
 };
 

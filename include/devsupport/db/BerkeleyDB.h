@@ -22,20 +22,20 @@ DEVSUPPORT_BEGIN_API
  *   thread. Between the two, every thread may call every record operation (db/DbRecord.h).
  * - At most 23 processes can have the store open at once: the environment's 600 locks are enough for no more.
  * - One home at a time: while a process has the store open, another home cannot be opened. A copy or a backup of a
- *   home can be opened when nobody has the store open.
+ *   home can be opened when no process has the store open.
  * - The handles belong to the process that opened them. A parent may fork at any time. A child made with fork() must
- *   not use the handles, nor close them, and disturbs nobody; it opens the store itself after exec(), or, when the
- *   parent has not opened it yet, after fork().
- * - A cursor (BerkDb_CursorGet) keeps what it stands on locked. Close it before the same thread writes; other
- *   processes that write there wait for it, and give up after 8 s with code 10.
+ *   not use the handles, nor close them, and does not disturb other processes; it opens the store itself after
+ *   exec(), or, when the parent has not opened it yet, after fork().
+ * - A cursor (BerkDb_CursorGet) keeps the page of its record locked. Close it before the same thread writes; other
+ *   processes that write to that page wait for it, and give up after 8 s with code 10.
  * - Whoever calls the library directly with these handles does so outside the store's own lock: a process that is
  *   killed inside such a call can leave the others waiting.
  *
  * When a process is killed:
  *
  * - Inside an operation: the next operation or opening of any other process makes the environment anew and recovers.
- *   All others follow at their next operation, which then answers as usual. What was acknowledged is there; what the
- *   killed process had in hand is there as a whole, with its indexes, or not at all.
+ *   All others follow at their next operation, which then answers as usual. What was acknowledged is there; the
+ *   change that the killed process was making is there as a whole, with its indexes, or not at all.
  * - g_uDb then holds new handles. A handle that was copied before still means its table. Old handles stay allocated:
  *   some 50 KB each time, at most 256 times; after that, operations answer 10 until the process closes the store and
  *   opens it again.

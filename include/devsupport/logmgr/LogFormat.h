@@ -10,9 +10,9 @@ DEVSUPPORT_BEGIN_API
 
 /* What holds for all of them:
  *
- * pBuf       out     the text and its NUL; nothing bounds the writing: the number of bytes that may be needed stands
- *                    at each of them
- * Returns    pBuf, so that it can stand where a text is wanted.
+ * pBuf       out     the text and its NUL; nothing bounds the writing: each function names the number of bytes that
+ *                    may be needed
+ * Returns    pBuf, so that the call can be used as a text.
  * Prints     nothing.
  * Threads    safe with separate buffers.
  * Signals    no.

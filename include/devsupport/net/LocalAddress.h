@@ -26,7 +26,7 @@ int GetLocalIp(char *pAddress, const char *pInterface);
 
 /// Reads the global IPv6 address of one interface out of "/proc/net/if_inet6"; the first one when it has several.
 /// pAddress   out     canonical compressed text, room for 46 characters. On failure it holds the interface's last
-///                    address that is not global (link-local, say) and is untouched when there is none.
+///                    address that is not global (for example link-local) and is untouched when there is none.
 /// pInterface in      the interface's name; not NULL
 /// Returns    1 pAddress holds a global address, 0 the interface has none or there is no such file.
 /// Prints     nothing.
