@@ -131,8 +131,12 @@ TextPart FillText(char *pDest, std::uint32_t dwNameLen, const char *pText, std::
   const std::uint32_t dwTaken = dwChars - dwNameLen;
   if (dwNameLen != 0) {
     std::memcpy(pDest, _g_uLogInfoShmData.szName, dwNameLen);
-    // Kept: after a name the text ends at its first NUL, within the length that was announced.
-    StrNcpy(pDest + dwNameLen, pText, static_cast<std::int32_t>(dwTaken + 1));
+    // Kept: after a name the text ends at its first NUL, and the rest is NUL, too, unless that was the first
+    // character: as StrNcpy does it, which would read one character after the text.
+    if (*pText != '\0')
+      std::strncpy(pDest + dwNameLen, pText, dwTaken);
+    else
+      pDest[dwNameLen] = '\0';
   } else {
     // Hides the limit: for one so low the compiler uses a string instruction, which takes time to start.
     std::size_t dwHidden = dwTaken;

@@ -4,9 +4,11 @@
 
 #include <devsupport/detail/ipc/MyShareMemory.h>
 #include <devsupport/detail/logmgr/LogInfoShm.h>
+#include <devsupport/text/StringEdit.h>
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 #include "tests/ipc/FencedMemory.h"
 #include "tests/ipc/Scribbler.h"
@@ -23,7 +25,10 @@ constexpr std::size_t kLongestText = 600;
 class LogGarbage : public ::testing::TestWithParam<FencedMemory::Against> {
  protected:
   void SetUp() override { std::memset(text.Start(), 'x', kLongestText); }
-  void TearDown() override { TLogInfoShm_Close(); }
+  void TearDown() override {
+    TLogInfoShm_Close();
+    _g_uLogInfoShmData.nNameLen = 0;
+  }
 
   void WriteOne(Scribbler &choice) {
     const auto length = static_cast<std::uint16_t>(choice.Below(kLongestText + 1));
@@ -64,6 +69,17 @@ TEST_P(LogGarbage, Write_IntoAnUnusableRing_EmptiesItAndIsWhole) {
         EXPECT_EQ(record.text, std::string(slot < 2 ? 127 : 46, 'x'));
       }
     }
+  }
+}
+
+TEST_P(LogGarbage, Write_AfterAName_ReadsOnlyTheText) {
+  StrNcpy(_g_uLogInfoShmData.szName, "name", sizeof _g_uLogInfoShmData.szName);
+  _g_uLogInfoShmData.nNameLen = 4;
+  const auto *end = reinterpret_cast<const char *>(text.Start()) + kLongestText;
+  for (std::uint16_t length = 1; length <= 123; ++length) {
+    TShmQueue_Clear(&ring);
+    _TLogInfoShm_WriteData(&ring, end - length, length, 1);
+    EXPECT_EQ(Record::Of(ring.cells).text, "name" + std::string(length, 'x'));
   }
 }
 
