@@ -1,19 +1,19 @@
 # SPDX-License-Identifier: MIT
 # How tests enter the build.
 #
-# devsupport_test(<Unit>_test.cpp... [NAME <name>] [WRAP <function>...] [LIBS <target>...] [LABELS <label>...]
+# devsupport_test(<Unit>_test.cpp... [NAME <name>] [WRAP <function>...] [LIBS <target>...]
 #                 [SOURCES <file>...] [LONG] [BUSY] [STEPPED])
 #
 # Builds one GoogleTest program from the files, with the further SOURCES, and registers every test in it with ctest. The
 # program is called after its area and the name, or the one file. Several files are compiled together, some at a time:
 # most of what the compiler does for one of them, it does for all.
-# WRAP names functions of the C library whose calls the tests can make fail (see tests/support/FaultInjection.h);
-# LABELS sort the tests into suites that script/test can pick; the area and the program's name are labels anyway.
+# WRAP names functions of the C library whose calls the tests can make fail (see tests/support/FaultInjection.h).
+# The tests' label is the area.
 # LONG tests wait for long: they are started first. BUSY tests have several processes at work: fewer run beside them.
 # STEPPED tests move processes on instruction by instruction (tests/support/Traced.h), for which the emulator needs help.
 # The address sanitizer's instructions are not the product's: there these tests are left out.
 function(devsupport_test)
-  cmake_parse_arguments(PARSE_ARGV 0 arg "LONG;BUSY;STEPPED" "NAME" "WRAP;LIBS;LABELS;SOURCES")
+  cmake_parse_arguments(PARSE_ARGV 0 arg "LONG;BUSY;STEPPED" "NAME" "WRAP;LIBS;SOURCES")
   if(arg_STEPPED AND DEVSUPPORT_SANITIZE MATCHES "address")
     return()
   endif()
@@ -41,9 +41,7 @@ function(devsupport_test)
     add_dependencies(${DEVSUPPORT_TEST_TARGET} step_plugin)
   endif()
   target_link_libraries(${DEVSUPPORT_TEST_TARGET} PRIVATE GTest::gmock_main)
-  gtest_discover_tests(${DEVSUPPORT_TEST_TARGET}
-    TEST_PREFIX "${DEVSUPPORT_TEST_AREA}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
-    PROPERTIES LABELS "${DEVSUPPORT_TEST_AREA};${DEVSUPPORT_TEST_TARGET};${arg_LABELS}" ${further})
+  devsupport_register("${DEVSUPPORT_TEST_AREA}." ${further})
 endfunction()
 
 # devsupport_fuzz(<Name>_fuzz.cpp [WRAP <function>...] [LIBS <target>...] [SOURCES <file>...])
@@ -61,10 +59,41 @@ function(devsupport_fuzz source)
     set_property(GLOBAL APPEND PROPERTY DEVSUPPORT_FUZZERS ${DEVSUPPORT_TEST_TARGET})
   else()
     target_link_libraries(${DEVSUPPORT_TEST_TARGET} PRIVATE fuzz_replay GTest::gmock_main)
-    gtest_discover_tests(${DEVSUPPORT_TEST_TARGET}
-      TEST_PREFIX "fuzz.${name}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
-      PROPERTIES LABELS "fuzz;${DEVSUPPORT_TEST_TARGET}")
+    devsupport_register("fuzz.${name}.")
   endif()
+endfunction()
+
+# Registers the tests of DEVSUPPORT_TEST_TARGET with ctest, each under the prefix and its name, with the area as its label and
+# further properties. Under the emulator and the sanitizers, where programs start slowly, many tests share a process: they are
+# registered as a few groups. GoogleTest leaves out those that tests/emulation.txt names.
+function(devsupport_register prefix)
+  if(NOT DEVSUPPORT_SANITIZE AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
+    gtest_discover_tests(${DEVSUPPORT_TEST_TARGET}
+      TEST_PREFIX "${prefix}" DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES LABELS ${DEVSUPPORT_TEST_AREA} ${ARGN})
+    return()
+  endif()
+  set(filter)
+  if(CMAKE_CROSSCOMPILING_EMULATOR)
+    set(list "${PROJECT_SOURCE_DIR}/tests/emulation.txt")
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${list}")
+    file(STRINGS "${list}" filter REGEX "^${DEVSUPPORT_TEST_AREA}\\.")
+    list(TRANSFORM filter REPLACE "^${DEVSUPPORT_TEST_AREA}\\." "")
+    list(JOIN filter ":" filter)
+  endif()
+  get_target_property(unity ${DEVSUPPORT_TEST_TARGET} UNITY_BUILD)
+  set(groups 1)
+  if(unity)
+    set(groups 4)
+    list(APPEND ARGN COST 50)  # these take longest
+  endif()
+  string(REGEX REPLACE "^${DEVSUPPORT_TEST_AREA}_|_test$" "" short ${DEVSUPPORT_TEST_TARGET})
+  foreach(group RANGE 1 ${groups})
+    math(EXPR index "${group} - 1")
+    set(name "${DEVSUPPORT_TEST_AREA}.${short}.${group}")
+    add_test(NAME ${name} COMMAND ${DEVSUPPORT_TEST_TARGET})
+    set_tests_properties(${name} PROPERTIES LABELS ${DEVSUPPORT_TEST_AREA} ${ARGN}
+      ENVIRONMENT "GTEST_FILTER=-${filter};GTEST_TOTAL_SHARDS=${groups};GTEST_SHARD_INDEX=${index}")
+  endforeach()
 endfunction()
 
 # Makes the program of a test, and tells its target and the area that it belongs to in DEVSUPPORT_TEST_TARGET and
