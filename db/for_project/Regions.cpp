@@ -39,6 +39,9 @@ class Lines {
   Lines(const Lines &) = delete;
   Lines &operator=(const Lines &) = delete;
 
+  /// Whether a read failed, so that lines are missing.
+  bool Failed() const { return bFailed_; }
+
   /// The next line, cut to what fits; false after the last one.
   bool Next(char (&szLine)[kLineBytes]) {
     std::size_t dwLine = 0;
@@ -55,11 +58,16 @@ class Lines {
  private:
   bool Fill() {
     nNext_ = 0;
-    nBytes_ = nFd_ < 0 ? 0 : read(nFd_, szBuffer_, sizeof szBuffer_);
+    nBytes_ = bFailed_ ? 0 : read(nFd_, szBuffer_, sizeof szBuffer_);
+    if (nBytes_ < 0) {
+      bFailed_ = true;
+      nBytes_ = 0;
+    }
     return nBytes_ > 0;
   }
 
   int nFd_;
+  bool bFailed_ = nFd_ < 0;
   ssize_t nNext_ = 0;
   ssize_t nBytes_ = 0;
   char szBuffer_[1024];
@@ -112,12 +120,17 @@ void RemoveRegions(int nHomeFd) {
   unlinkat(nHomeFd, kRegionFile, 0);
 }
 
+// All of them or none: the library would go from one that stayed to one that is gone.
 void ReleaseRegions() {
   char szLine[kLineBytes];
-  Mapping mapping;
-  for (Lines lines("/proc/self/maps"); lines.Next(szLine);) {
-    if (Parse(szLine, mapping)) Release(mapping);
+  Mapping aMappings[kMaxRegions];
+  int nMappings = 0;
+  Lines lines("/proc/self/maps");
+  while (nMappings < kMaxRegions && lines.Next(szLine)) {
+    if (Parse(szLine, aMappings[nMappings])) ++nMappings;
   }
+  if (lines.Failed()) return;
+  for (int i = 0; i < nMappings; ++i) Release(aMappings[i]);
 }
 
 }  // namespace devsupport::store
