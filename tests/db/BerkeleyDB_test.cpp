@@ -314,4 +314,15 @@ TEST_F(Store, Open_WhenNobodyIsAttached_CreatesAndRecovers) {
   EXPECT_EQ(flags & (DB_CREATE | DB_RECOVER), static_cast<u_int32_t>(DB_CREATE | DB_RECOVER));
 }
 
+TEST_F(StoreTest, AFileWithAPathOfItsOwn_IsOpenedAgain) {
+  const std::string path = home_ + "/other.db";
+  for (const char *expected : {"<7>", "v"}) {
+    ASSERT_EQ(BerkDb_Open(home_.c_str(), path.c_str(), nullptr), 1);
+    EXPECT_EQ(Get(g_uDb.tb_tone, "k"), expected);
+    ASSERT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
+    BerkDb_Close();
+  }
+  EXPECT_FALSE(std::filesystem::exists(FilePath()));
+}
+
 }  // namespace

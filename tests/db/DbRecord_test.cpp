@@ -338,4 +338,9 @@ TEST_F(Record, Get_ThatFindsALock_IsTriedAgain) {
   EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
 }
 
+TEST_F(Record, ReadByAnIndexWithoutAKey_IsAnError) {
+  EXPECT_EQ(Read32([](char *buffer) { return BerkDb_PGet(g_uDb.stb_pb, nullptr, 0, buffer, 32, buffer, 32); }),
+            (Reading{BERKDB_ERROR, "", Report(EINVAL)}));
+}
+
 }  // namespace

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/db/RecordFixture.h"
@@ -113,6 +114,34 @@ TEST_F(RecordChanges, WithOneThatCannotBeMade_AreNotMadeAtAll) {
   BerkDb_Close();
   EXPECT_EQ(Dump("tb_pb"), Records{});
   EXPECT_TRUE(IndexesAgree());
+}
+
+TEST_F(RecordChanges, BetweenTheBatchesOfAWalkOverAnIndex_LetItContinueAfterTheRecordsThatItHasRead) {
+  using devsupport::store::RecordWalk;
+  constexpr int kBatch = 200;
+  constexpr int kEqual = 450;
+  constexpr int kNumbers = kPhoneBook + 1;
+  const auto key = [](int n) { return Text("name") + std::to_string(1000 + n) + '\0'; };
+  // What is deleted after the first batch, and how many of those with an equal number are still to be read then.
+  for (const auto &[first, last, left] : {std::tuple{kBatch - 1, kBatch, kEqual - kBatch},
+                                          std::tuple{kBatch - 1, kEqual, 0}, std::tuple{0, kEqual, 0}}) {
+    Changes all;
+    for (int n = 0; n < kEqual; ++n) all.Put(kPhoneBook, key(n), "9;x");
+    all.Put(kPhoneBook, key(kEqual), "91;x");
+    ASSERT_EQ(all.Apply().nResult, 0);
+    RecordWalk walk(g_uDb.stb_pb, devsupport::store::kTableRules[kNumbers], "");
+    devsupport::store::WholeRecord record;
+    for (int n = 0; n < kBatch; ++n) ASSERT_EQ(walk.Next(record), 0);
+    EXPECT_EQ(record.key, key(kBatch - 1));
+    Changes deletions;
+    for (int n = first; n < last; ++n) deletions.Delete(kPhoneBook, key(n));
+    ASSERT_EQ(deletions.Apply().nResult, 0);
+    int read = 0;
+    std::string number;
+    for (; walk.Next(record) == 0; ++read) number = record.indexKey;
+    EXPECT_EQ(read, left + 1);
+    EXPECT_EQ(number, "91");
+  }
 }
 
 TEST_F(RecordChanges, GivenUpInTheMiddle_AreNotMadeAtAll) {
