@@ -128,8 +128,8 @@ SealState SealOf(const std::string &home) {
   return state;
 }
 
-// Far more than the salvager takes for a small file.
-constexpr int kMostSilentMs = 10000;
+// The salvager goes on for ever in some files. Whether it was stopped does not matter here.
+constexpr int kMostSilentMs = 1000;
 
 void Salvage(const std::string &home) {
   devconf::Bytes dump;
