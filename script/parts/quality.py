@@ -128,8 +128,8 @@ def tests(page):
               "`tests/emulation.txt` lists the tests that cannot run under user emulation, `tests/device/left-out.txt` "
               "those that cannot run on the emulated device, each with the reason.")
     rows = [(meaning, dev.number(f"tests-{area}"), command("dev")) for area, meaning in AREAS.items()]
-    rest = sum(int(value) for key, value in dev.values.items() if key.startswith("tests-"))
-    others = f"{int(dev.values['tests']) - rest:,}" if "tests" in dev.values else MISSING
+    rest = int(dev.values.get("tests", 0)) - sum(int(dev.values.get(f"tests-{area}", 0)) for area in AREAS)
+    others = f"{rest:,}" if "tests" in dev.values else MISSING
     rows.append(("headers, the installed package, linkage of the programs", others, command("dev")))
     page.table(("of these, for", "tests", "shown by"), rows)
     seeded = run("grep", "-rho", "TestSeed seed", "tests").count("\n") + 1
@@ -141,7 +141,8 @@ def tests(page):
 def coverage(page):
     figures = page.suites["coverage"]
     page.text("## Coverage", "", "Lines and branches that the tests execute. The aim is at least 95 % of the lines. "
-              "What a killed process has executed is not counted.")
+              "What a killed process has executed is not counted. `tests/db/branches.txt` names the lines of `db` with "
+              "branches that no test takes, and why; `script/coverage` checks it.")
     names = (("lib", "`lib`"), ("logmgr", "`logmgr`"), ("db", "`db`"), ("cpld", "`cpld`"), ("all", "all"))
     page.table(("folder", "lines", "branches", "shown by"), [
         (name, figures.share(f"{key}-lines-covered", f"{key}-lines"),
