@@ -215,8 +215,9 @@ TEST_F(NoRings, ASegmentWhoseUsersAreDead_IsStaleWhileNobodyHasItAttached) {
   EXPECT_THAT(result.out,
               HasSubstr("(key 0x4711) of 100 bytes is attached nowhere, and who made and used it is dead"));
   EXPECT_THAT(result.out, HasSubstr("'ipcrm -m " + std::to_string(id) + "'"));
-  ::shmat(id, nullptr, 0);
+  const void *attached = ::shmat(id, nullptr, 0);
   EXPECT_EQ(Devdoctor(kNoStore).status, 0);
+  ::shmdt(attached);
   ::shmctl(id, IPC_RMID, nullptr);
 }
 
