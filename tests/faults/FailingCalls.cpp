@@ -204,8 +204,11 @@ void FailingCalls::Answer(int listener) {
   if (::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, &asked) != 0) return;  // the child was killed meanwhile
   seccomp_notif_resp answer{};
   answer.id = asked.id;
-  // A semaphore that can neither be given its value nor be removed looks held for ever; that is the contract.
-  const bool mayFail = !GivesBack(asked) && !(plan_.forGood && asked.data.nr == SYS_semctl);
+  // A semaphore that can neither be given its value nor be removed looks held for ever; that is the contract. A wait
+  // that is always interrupted is repeated for ever.
+  const int call = asked.data.nr;
+  const bool endlessly = plan_.forGood && (call == SYS_semctl || call == SYS_poll || call == SYS_ppoll);
+  const bool mayFail = !GivesBack(asked) && !endlessly;
   if (plan_.kind == CallKind::System && mayFail && plan_.Strikes(asked.data.nr)) {
     const CallFacts *const facts = Facts(asked.data.nr);
     // Where the kernel does not move the end of the heap, it gives the old one. 0 lets the C library ask for it.
