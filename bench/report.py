@@ -211,7 +211,7 @@ def write_page(page, text):
 
 
 def block_of(text, block):
-    """A block of the page as it is now, which others write; an empty one where there is none."""
+    """A block of the page as it is now, which other scripts write; empty when the page does not have it."""
     begin, end = block
     found = re.search(f"{begin}.*?{end}", text, flags=re.DOTALL)
     return found[0] if found else f"{begin}\n{end}"
