@@ -222,6 +222,14 @@ TEST_F(Message, OfAGivenSizeAfterAName_EndsAtANulWithinItsLength) {
   EXPECT_EQ(Log()[0].length, 16u);
 }
 
+TEST_F(Message, OfAGivenSizeAfterAName_ThatBeginsWithANul_LeavesTheRestOfTheCell) {
+  ASSERT_EQ(TLogInfoShm_Open(4, 7, "n:"), 1);
+  Write("xxxxx");
+  TShmQueue_Clear(&_g_uLogInfoShmData.uLogQue);
+  TLogInfoShm_WriteN("\0cd", 4, 1);
+  EXPECT_EQ(Log()[0].text, std::string("n:\0xx", 5));
+}
+
 // --- rings -------------------------------------------------------------------------------------------------------
 
 TEST_F(Message, OfAnEvent_GoesToTheEventRingOnly) {
