@@ -155,7 +155,7 @@ int CheckPages(const char *pHome, const char *pFile) {
 
 int CheckFiles(int nHomeFd, const char *pHome, const char *pFile, SealState &state) {
   state = SealState::Fits;
-  if (pFile == nullptr) return 0;
+  if (pFile == nullptr) return RemoveSeals(nHomeFd);
   const SealFinding finding = CheckSeal(nHomeFd, pFile);
   state = finding.state;
   if (state == SealState::Damaged) {
@@ -169,7 +169,8 @@ int CheckFiles(int nHomeFd, const char *pHome, const char *pFile, SealState &sta
     if (const int nResult = CheckPages(pHome, pFile); nResult != 0) return nResult;
     ReportSentence("%s in %s was changed since the store was closed; its pages are whole", finding.szFile, pHome);
   }
-  return RemoveSeal(nHomeFd, pFile);
+  const int nError = RemoveSeal(nHomeFd, pFile);  // it can be in another folder
+  return nError != 0 ? nError : RemoveSeals(nHomeFd);
 }
 
 }  // namespace devsupport::store

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "db/for_project/HomeFiles.h"
 #include "db/for_project/LibraryHooks.h"
@@ -25,6 +26,7 @@ namespace devsupport::store {
 namespace {
 
 constexpr char kFirstLine[] = "devsupport store seal 1\n";
+constexpr char kEnding[] = ".seal";
 constexpr int kMode = 0660;
 
 // Names of the library's log files: "log." and ten digits.
@@ -182,6 +184,11 @@ class SealName {
   char szName_[PATH_MAX];
 };
 
+int RemoveName(int nHomeFd, const char *pName) {
+  if (unlinkat(nHomeFd, pName, 0) != 0) return errno == ENOENT ? 0 : errno;
+  return FlushFolder(nHomeFd);
+}
+
 // What of the files has changed since the seal.
 class Comparison {
  public:
@@ -284,7 +291,7 @@ int WriteAll(int nHomeFd, const char *pName, const SealText &text) {
 
 SealFinding CheckSeal(int nHomeFd, const char *pFile) {
   SealText text;
-  if (!text.Exists() || !text.Read(File(nHomeFd, SealName(pFile, ".seal").Text(), O_RDONLY))) return {};
+  if (!text.Exists() || !text.Read(File(nHomeFd, SealName(pFile, kEnding).Text(), O_RDONLY))) return {};
   Comparison comparison(nHomeFd, pFile);
   const char *pLine = text.Text() + sizeof kFirstLine - 1;
   for (; std::strncmp(pLine, "end ", 4) != 0; pLine = std::strchr(pLine, '\n') + 1) {
@@ -301,7 +308,7 @@ int WriteSeal(int nHomeFd, const char *pFile) {
   if (nError == 0) nError = VisitLogs(nHomeFd, [&](const char *pName) { return Seal(nHomeFd, pName, text); });
   if (nError != 0) return nError;
   if (!text.AppendEnd()) return ENOMEM;
-  const SealName name(pFile, ".seal");
+  const SealName name(pFile, kEnding);
   const SealName unfinished(pFile, ".seal.new");
   nError = WriteAll(nHomeFd, unfinished.Text(), text);
   if (nError == 0 && renameat(nHomeFd, unfinished.Text(), nHomeFd, name.Text()) != 0) nError = errno;
@@ -312,9 +319,12 @@ int WriteSeal(int nHomeFd, const char *pFile) {
   return FlushFolder(nHomeFd);
 }
 
-int RemoveSeal(int nHomeFd, const char *pFile) {
-  if (unlinkat(nHomeFd, SealName(pFile, ".seal").Text(), 0) != 0) return errno == ENOENT ? 0 : errno;
-  return FlushFolder(nHomeFd);
+int RemoveSeal(int nHomeFd, const char *pFile) { return RemoveName(nHomeFd, SealName(pFile, kEnding).Text()); }
+
+int RemoveSeals(int nHomeFd) {
+  return VisitNames(nHomeFd, [=](const char *pName) {
+    return std::string_view(pName).ends_with(kEnding) ? RemoveName(nHomeFd, pName) : 0;
+  });
 }
 
 }  // namespace devsupport::store

@@ -30,4 +30,7 @@ int WriteSeal(int nHomeFd, const char *pFile);
 /// Removes the seal, so that it is gone after a loss of power, too. Returns 0, also without one, or an error number.
 int RemoveSeal(int nHomeFd, const char *pFile);
 
+/// Removes the seals of all files in the home likewise: they seal the same log.
+int RemoveSeals(int nHomeFd);
+
 }  // namespace devsupport::store

@@ -5,6 +5,7 @@
 #include <devsupport/db/BerkeleyDB.h>
 #include <devsupport/detail/db/BerkeleyDB.h>
 #include <devsupport/ipc/ShareMem.h>
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
@@ -87,10 +88,24 @@ TEST_F(Store, Open_WithAnotherFile_PutsTheTablesThere) {
   EXPECT_FALSE(std::filesystem::exists(FilePath()));
 }
 
+TEST_F(Store, Open_OfTwoFilesInTurn_FindsBothWhole) {
+  CapturedOutput err(stderr);
+  for (const char *pBefore : {"<7>", "1"}) {
+    for (const char *pFile : {"config.db", "other.db"}) {
+      ASSERT_EQ(BerkDb_Open(home_.c_str(), pFile, nullptr), 1) << err.Take();
+      EXPECT_EQ(Get(g_uDb.tb_parameter, "k"), pBefore);
+      EXPECT_EQ(BerkDb_Set(g_uDb.tb_parameter, "k", "1"), BERKDB_OK);
+      BerkDb_Close();
+    }
+  }
+  EXPECT_EQ(err.Take(), "");
+}
+
 TEST_F(Store, Open_WithoutHomeAndFile_UsesTheDefaultsOfTheDevice) {
   // The process has a private root folder in a private mount namespace, so that the machine's is not changed.
   Child device([&] {
     const char *pRoot = home_.c_str();
+    const int before = ::open("/", O_RDONLY | O_DIRECTORY);
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         ::mount("tmpfs", pRoot, "tmpfs", 0, nullptr) != 0 || ::chroot(pRoot) != 0 || ::chdir("/") != 0) {
       return 1;
@@ -103,7 +118,7 @@ TEST_F(Store, Open_WithoutHomeAndFile_UsesTheDefaultsOfTheDevice) {
     EXPECT_EQ(Get(g_uDb.tb_parameter, "vlan"), "5");
     BerkDb_Close();
     EXPECT_TRUE(std::filesystem::exists("/config_fs/DB/config.db"));
-    return 0;
+    return ::fchdir(before) == 0 && ::chroot(".") == 0 ? 0 : 2;  // where the counters of executed lines are
   });
   EXPECT_EQ(device.Wait(), 0);
   EXPECT_TRUE(std::filesystem::is_empty(home_));
