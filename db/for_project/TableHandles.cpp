@@ -50,12 +50,16 @@ int RowInRetired(const DB *pDb) {
 // on; it is noted, and the next first opener compares the index with its table.
 void Associate(DB_ENV *pEnv, DB *pPrimary, DB *pIndex, const TableRule &rule, bool bCheck) {
   std::uint32_t dwFlags = rule.dwAssociateFlags;
+  bool bSure = true;
   // Building an index is one transaction. It may need more locks than there are, and no other process is inside.
   if (bCheck) pEnv->set_flags(pEnv, DB_NOLOCKING, 1);
-  if (bCheck && !IndexAgrees(pPrimary, pIndex, rule.pfnKey) && EmptyIndex(pIndex)) dwFlags |= kBuildIndex;
+  if (bCheck && !IndexAgrees(pPrimary, pIndex, rule.pfnKey)) {
+    bSure = EmptyIndex(pIndex);
+    dwFlags |= kBuildIndex;  // leaves one alone that has entries
+  }
   const int nResult = pPrimary->associate(pPrimary, nullptr, pIndex, rule.pfnKey, dwFlags);
   if (bCheck) pEnv->set_flags(pEnv, DB_NOLOCKING, 0);
-  if (nResult != 0 && g_gate.IsAttached()) g_gate.Record().bIndexDoubt = 1;
+  if (nResult != 0 || !bSure) g_gate.Record().bIndexDoubt = 1;
 }
 
 // Creates, sets up and opens the table of a row. Reports a failure.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Creates handles whose tables refuse to bind an index.
+// Creates handles whose tables refuse to bind an index, or to be emptied.
 #include "tests/db/FailingAssociate.h"
 
 #include <db.h>
@@ -7,6 +7,7 @@
 #include <cerrno>
 
 bool devsupport::test::g_associateFails = false;
+bool devsupport::test::g_truncateFails = false;
 
 extern "C" int __real_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
 extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags);
@@ -17,5 +18,7 @@ extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags) {
       return ENOMEM;
     };
   }
+  if (result == 0 && devsupport::test::g_truncateFails)
+    (*ppDb)->truncate = [](DB *, DB_TXN *, u_int32_t *, u_int32_t) { return EIO; };
   return result;
 }

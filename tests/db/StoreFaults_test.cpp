@@ -76,6 +76,24 @@ TEST_F(Faults, AnIndexThatCouldNotBeBound_IsCompleteAtTheNextOpening) {
   ExpectSoundFile();
 }
 
+TEST_F(Faults, AnIndexThatCouldNotBeEmptied_IsCompleteAtTheOpeningAfterThat) {
+  const CapturedOutput err(stderr);
+  g_associateFails = true;
+  Open();
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_pb, "Ann", "7;y"), BERKDB_OK);
+  BerkDb_Close();
+  g_associateFails = false;
+  g_truncateFails = true;
+  Open();
+  EXPECT_EQ(NameOf("123"), "Bob 1");
+  BerkDb_Close();
+  g_truncateFails = false;
+  Open();
+  EXPECT_EQ(NameOf("7"), "Ann");
+  BerkDb_Close();
+  ExpectSoundFile();
+}
+
 TEST_F(Faults, AnIndexThatCouldNotBeBoundByADeadProcess_IsCompleteAtTheNextOpening) {
   Child process([this] {
     const CapturedOutput err(stderr);
