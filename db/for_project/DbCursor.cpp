@@ -19,6 +19,9 @@ namespace devsupport::store {
 
 namespace {
 
+// Whether a step's result is for RunInside: it tries the operation again, and rebuilds a broken store before.
+bool IsForRunInside(int nResult) { return IsConflict(nResult) || nResult == DB_RUNRECOVERY; }
+
 // What a step of BerkDb_CursorGet may fill.
 constexpr std::int32_t kStepBytes = 256;
 
@@ -87,7 +90,7 @@ int PrefixWalk::Walk(DBC *pCursor) {
   std::uint32_t dwOperation = prefix_.empty() ? kStepFirst : kStepToRange;
   for (;; dwOperation = kStepNext) {
     const int nResult = Step(pCursor, dwOperation);
-    if (IsConflict(nResult) || nResult == DB_RUNRECOVERY) return nResult;
+    if (IsForRunInside(nResult)) return nResult;
     if (nResult != 0 || !Matches()) return 0;
     bFull_ = dwFound_ == records_.size();
     if (bFull_) return 0;
@@ -138,7 +141,7 @@ int BerkDb_CursorGet(struct __db *pDb, struct __dbc **ppCursor, char *pKey, int3
     key.size = static_cast<std::uint32_t>(std::max<std::int32_t>(nKeyBytes, 0));
     DBT value = OutputRecord(pBuf, nBufBytes < 1 ? kStepBytes : std::min(nBufBytes, kStepBytes));
     nStep = pCursor->get(pCursor, &key, &value, dwFlags & ~kWriteLockHint);
-    if (IsConflict(nStep) || nStep == DB_RUNRECOVERY) {
+    if (IsForRunInside(nStep)) {
       pCursor->close(pCursor);
       return nStep;
     }

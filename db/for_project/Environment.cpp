@@ -119,8 +119,8 @@ bool JoinMembers() {
   if (g_gate.HasDead()) {
     g_gate.DemandRebuild();
     g_gate.ForgetDead();
-    if (g_gate.Join()) return true;
   }
+  if (g_gate.Join()) return true;
   ReportSentence("%u processes have the store open; its lock table has no room for another one",
                  static_cast<unsigned>(GateRecord::kMembers));
   return false;
@@ -157,7 +157,8 @@ int OpenRegionsOrTryAgain(DB_ENV *&pEnv, bool bCreate) {
 // Whether the library has given the environment up.
 bool IsBroken() {
   u_int32_t dwFlags = 0;
-  return g_pEnv->get_flags(g_pEnv, &dwFlags) == 0 && (dwFlags & DB_PANIC_ENVIRONMENT) != 0;
+  g_pEnv->get_flags(g_pEnv, &dwFlags);
+  return (dwFlags & DB_PANIC_ENVIRONMENT) != 0;
 }
 
 // Removes the reserve beforehand when the medium is nearly full: opening writes to the log.
@@ -364,22 +365,22 @@ int FollowStore() {
 }
 
 AfterFailure Judge(int nResult, bool bAgain) {
-  if (!g_gate.IsAttached()) return IsConflict(nResult) ? AfterFailure::Wait : AfterFailure::Answer;
   const bool bConflict = IsConflict(nResult);
-  // A dead process may keep the lock that was met, or use up the lock table.
-  if ((bConflict || nResult == ENOMEM) && !bAgain && g_gate.HasDead()) {
-    g_gate.DemandRebuild();
-    return FollowStore() == 0 ? AfterFailure::TryAgain : AfterFailure::Answer;
+  // A dead process may keep the lock that was met, or use up the lock table. The rebuild forgets the dead.
+  bool bTryAgain = (bConflict || nResult == ENOMEM) && g_gate.HasDead();
+  if (!bTryAgain) {
+    if (bConflict) return AfterFailure::Wait;
+    if (!g_gate.IsAttached()) return AfterFailure::Answer;
+    const bool bBroken = nResult == DB_RUNRECOVERY;
+    if (!bBroken && !IsMediumFull(nResult) && nResult != EIO) return AfterFailure::Answer;
+    // A change that was refused because there is no reserve has begun nothing.
+    if (IsMediumFull(nResult) && g_gate.Record().bNoReserve != 0) return AfterFailure::Answer;
+    // What could not be written may still be in the shared memory, where others would take it for stored.
+    MakeRoom(nResult);
+    bTryAgain = bBroken && !bAgain;
   }
-  if (bConflict) return AfterFailure::Wait;
-  const bool bBroken = nResult == DB_RUNRECOVERY;
-  if (!bBroken && !IsMediumFull(nResult) && nResult != EIO) return AfterFailure::Answer;
-  // A change that was refused because there is no reserve has begun nothing.
-  if (IsMediumFull(nResult) && g_gate.Record().bNoReserve != 0) return AfterFailure::Answer;
-  // What could not be written may still be in the shared memory, where others would take it for stored.
-  MakeRoom(nResult);
   g_gate.DemandRebuild();
-  return FollowStore() == 0 && bBroken && !bAgain ? AfterFailure::TryAgain : AfterFailure::Answer;
+  return FollowStore() == 0 && bTryAgain ? AfterFailure::TryAgain : AfterFailure::Answer;
 }
 
 bool HasRoomForChange() {

@@ -20,15 +20,10 @@ namespace {
 // Does without the library's locks while it lives.
 class WithoutLocks {
  public:
-  WithoutLocks() : nResult_(g_pEnv->set_flags(g_pEnv, DB_NOLOCKING, 1)) {}
+  WithoutLocks() { g_pEnv->set_flags(g_pEnv, DB_NOLOCKING, 1); }
   ~WithoutLocks() { g_pEnv->set_flags(g_pEnv, DB_NOLOCKING, 0); }
   WithoutLocks(const WithoutLocks &) = delete;
   WithoutLocks &operator=(const WithoutLocks &) = delete;
-
-  int Result() const { return nResult_; }
-
- private:
-  int nResult_;
 };
 
 // Makes the changes one after the other inside a transaction.
@@ -83,7 +78,6 @@ int MakeAll(DB_TXN *pTxn, std::span<const Change> changes, bool (*pfnGoOn)(), Ch
 int RunTransaction(std::span<const Change> changes, bool (*pfnGoOn)(), ChangeResult &result) {
   result = {};
   const WithoutLocks withoutLocks;
-  if (withoutLocks.Result() != 0) return withoutLocks.Result();
   DB_TXN *pTxn = nullptr;
   if (const int nResult = g_pEnv->txn_begin(g_pEnv, nullptr, &pTxn, DB_TXN_SYNC); nResult != 0) return nResult;
   const int nResult = MakeAll(pTxn, changes, pfnGoOn, result);
@@ -98,7 +92,7 @@ std::uint32_t CountedChanges() { return g_gate.Record().dwChanges.load(); }
 
 ChangeResult ApplyChanges(std::span<const Change> changes, bool (*pfnGoOn)(), const std::uint32_t *pdwCounted) {
   ChangeResult result;
-  if (g_pEnv == nullptr) {
+  if (!g_gate.IsAttached()) {
     result.nResult = EINVAL;
     return result;
   }

@@ -11,6 +11,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -189,7 +190,6 @@ int StoreGate::AdmitAfter(int nError) {
 
 void StoreGate::BeginGeneration() {
   pRecord_->dwCursors = 0;
-  dwOwnCursors_ = 0;
   ForgetDead();
   if (++pRecord_->dwLastGeneration == 0) ++pRecord_->dwLastGeneration;
   pRecord_->dwGeneration.store(pRecord_->dwLastGeneration, std::memory_order_relaxed);
@@ -210,7 +210,8 @@ void StoreGate::Quit() {
   for (GateMember &member : pRecord_->aMembers) {
     if (member.nPid == nPid_) member = {};
   }
-  pRecord_->dwCursors -= dwOwnCursors_ < pRecord_->dwCursors ? dwOwnCursors_ : pRecord_->dwCursors;
+  // After a rebuild the count has only the cursors of the others.
+  if (IsCurrent()) pRecord_->dwCursors -= std::min(dwOwnCursors_, pRecord_->dwCursors);
   dwOwnCursors_ = 0;
 }
 

@@ -98,8 +98,11 @@ class StoreGate {
   void DemandRebuild() { pRecord_->dwGeneration.store(0, std::memory_order_relaxed); }
   /// The regions are new: gives them a generation, and forgets what belonged to the old ones, dead members included.
   void BeginGeneration();
-  /// This process now uses the current regions.
-  void Adopt() { dwGeneration_ = pRecord_->dwGeneration.load(std::memory_order_relaxed); }
+  /// This process now uses the current regions. Its cursors were in the old ones.
+  void Adopt() {
+    dwGeneration_ = pRecord_->dwGeneration.load(std::memory_order_relaxed);
+    dwOwnCursors_ = 0;
+  }
 
   /// Gives this process a place among the members. False when all are taken.
   bool Join();
@@ -113,7 +116,7 @@ class StoreGate {
   bool CountChange(std::uint32_t dwEvery, std::size_t dwBytes);
   void CountCursor(bool bOpened);
   /// Open cursors of all processes.
-  std::uint32_t Cursors() const { return pRecord_ != nullptr ? pRecord_->dwCursors : 0; }
+  std::uint32_t Cursors() const { return pRecord_->dwCursors; }
 
   GateRecord &Record() { return *pRecord_; }
 

@@ -37,17 +37,15 @@ int StoreSemaphores::Attach(const struct stat &home) {
   semid_ds status = {};
   argument.buf = &status;
   nId_ = semget(kGateKey, kCount, IPC_CREAT | IPC_EXCL | kObjectMode);
-  if (nId_ >= 0) {
-    if (semctl(nId_, 0, IPC_STAT, argument) != 0) return errno;
+  const bool bCreated = nId_ >= 0;
+  // This also finds a set with fewer semaphores, which is checked before it is used.
+  if (!bCreated && errno == EEXIST) nId_ = semget(kGateKey, 0, 0);
+  if (nId_ < 0 || semctl(nId_, 0, IPC_STAT, argument) != 0) return errno;
+  if (bCreated) {
     status.sem_perm.gid = home.st_gid;
     semctl(nId_, 0, IPC_SET, argument);  // an owner outside the home's group: the set stays his own group's
     return 0;
   }
-  if (errno != EEXIST) return errno;
-  // This also finds a set with fewer semaphores, which is checked before it is used.
-  nId_ = semget(kGateKey, 0, 0);
-  if (nId_ < 0) return errno;
-  if (semctl(nId_, 0, IPC_STAT, argument) != 0) return errno;
   if (IsOurs(status.sem_perm, home) && status.sem_nsems == kCount) return 0;
   ReportForeign("set of semaphores", status.sem_perm);
   nId_ = -1;
@@ -83,7 +81,7 @@ bool StoreSemaphores::Take(Which which, Deadline &deadline) const {
 void StoreSemaphores::Release(Which which) const {
   const int nError = errno;
   sembuf give = {which, -1, SEM_UNDO | IPC_NOWAIT};
-  while (nId_ >= 0 && semop(nId_, &give, 1) != 0 && errno == EINTR) {
+  while (semop(nId_, &give, 1) != 0 && errno == EINTR) {
   }
   errno = nError;
 }
