@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "db/for_project/StoreGate.h"
 #include "tests/db/RecordFixture.h"
 #include "tests/support/CapturedOutput.h"
 
@@ -145,6 +146,13 @@ TEST_F(Cursor, Close_ThatFails_ReportsAndReturns0) {
   EXPECT_EQ(err.Take(), Report(EIO));
   EXPECT_EQ(BerkDb_CursorClose(nullptr), 1);
   pCursor->close = s_real;  // the library keeps closed cursors for later
+}
+
+TEST_F(Cursor, Close_OfACursorOfTheLibrary_IsNotCounted) {
+  devsupport::store::g_gate.Record().dwCursors = 1;  // another process's
+  ASSERT_EQ(g_uDb.tb_tone->cursor(g_uDb.tb_tone, nullptr, &pCursor, 0), 0);
+  EXPECT_EQ(BerkDb_CursorClose(pCursor), 1);
+  EXPECT_EQ(devsupport::store::g_gate.Cursors(), 1u);
 }
 
 // --- left open

@@ -24,6 +24,23 @@ using namespace devsupport::test;
 int g_openHandles = 0;
 std::function<void()> g_meanwhile;  // another thread's work while a handle is made
 int (*g_realClose)(DB *pDb, u_int32_t flags) = nullptr;
+bool g_withoutMemory = false;  // for the library, while a file is opened
+decltype(DB::open) g_realOpen = nullptr;
+
+void TakeMemory() {
+  db_env_set_func_malloc([](std::size_t) -> void * {
+    errno = ENOMEM;
+    return nullptr;
+  });
+}
+
+int OpenMaybeWithoutMemory(DB *pDb, DB_TXN *txn, const char *file, const char *table, DBTYPE type, u_int32_t flags,
+                           int mode) {
+  if (g_withoutMemory) TakeMemory();
+  const int opened = g_realOpen(pDb, txn, file, table, type, flags, mode);
+  db_env_set_func_malloc(nullptr);
+  return opened;
+}
 
 int CountedClose(DB *pDb, u_int32_t flags) {
   --g_openHandles;
@@ -40,6 +57,8 @@ extern "C" int __wrap_db_create(DB **ppDb, DB_ENV *pEnv, u_int32_t flags) {
   const int result = __real_db_create(ppDb, pEnv, flags);
   g_realClose = (*ppDb)->close;
   (*ppDb)->close = CountedClose;
+  g_realOpen = (*ppDb)->open;
+  (*ppDb)->open = OpenMaybeWithoutMemory;
   ++g_openHandles;
   return result;
 }
@@ -110,6 +129,36 @@ TEST_F(SingleFile, Open_WithFlagsThatNoTableHas_ReportsAndReturnsNull) {
   const std::string said = err.Take();
   EXPECT_NE(said.find("Database '" + path + "' set_flags() failed: Invalid argument\n"), std::string::npos) << said;
   EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(SingleFile, Open_WithoutMemory_ReportsAndKeepsTheHandle) {
+  const std::string path = home_ + "/one.db";
+  CapturedOutput err(stderr);
+  g_withoutMemory = true;
+  EXPECT_EQ(BerkDb_OpenFile(path.c_str(), 0), nullptr);
+  g_withoutMemory = false;
+  const std::string said = err.Take();
+  EXPECT_NE(said.find("Database '" + path + "' open failed: Cannot allocate memory\n"), std::string::npos) << said;
+  EXPECT_EQ(std::exchange(g_openHandles, 0), 1);
+}
+
+TEST_F(SingleFile, WithoutMemory_RefusesAChangeAndTakesTheNext) {
+  DB *pDb = BerkDb_OpenFile((home_ + "/one.db").c_str(), 0);
+  ASSERT_NE(pDb, nullptr);
+  TakeMemory();
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Set(pDb, "key", "value"), BERKDB_ERROR);
+  db_env_set_func_malloc(nullptr);
+  EXPECT_EQ(BerkDb_Set(pDb, "key", "value"), BERKDB_OK) << err.Take();
+  EXPECT_EQ(BerkDb_CloseFile(&pDb), 1);
+}
+
+TEST_F(SingleFile, Cursor_StepsAndIsClosed) {
+  DB *pDb = BerkDb_OpenFile((home_ + "/one.db").c_str(), 0);
+  ASSERT_NE(pDb, nullptr);
+  EXPECT_EQ(BerkDb_Set(pDb, "key", "value"), BERKDB_OK);
+  EXPECT_EQ(BerkDb_CursorClose(CursorOnFirst(pDb)), 1);
+  EXPECT_EQ(BerkDb_CloseFile(&pDb), 1);
 }
 
 TEST_F(SingleFile, Close_OfNothing_IsASuccess) {

@@ -163,6 +163,24 @@ TEST_F(SpoiltHandle, OfTheEnvironment_IsCode1OnStandardError) {
   EXPECT_EQ(BerkDb_GetEnv(), nullptr);
 }
 
+TEST_F(SpoiltHandle, OfTheEnvironmentThatReplacesABrokenOne_IsCode1) {
+  Event broken;
+  const Child other([&] {
+    Open();
+    const CapturedOutput err(stderr);
+    BerkDb_GetEnv()->set_flags(BerkDb_GetEnv(), DB_PANIC_ENVIRONMENT, 1);
+    broken.Announce();
+    return ::pause();
+  });
+  broken.Wait();
+  const FailCall fail("db_env_create", 2);
+  const Opening opening = TryToOpen(home_);
+  EXPECT_EQ(opening.code, BERKDB_OPEN_ENVIRONMENT);
+  EXPECT_TRUE(opening.printed.ends_with(RefusedOpening(home_, "Cannot allocate memory").printed)) << opening.printed;
+  EXPECT_EQ(BerkDb_GetEnv(), nullptr);
+  Open();
+}
+
 TEST_F(SpoiltHandle, ThatCannotBeCreated_IsCode2) {
   OpenWith(1, nullptr, 2, "FAIL to create database tb_parameter: Cannot allocate memory");
 }

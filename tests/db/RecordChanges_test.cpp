@@ -16,8 +16,11 @@
 
 #include "tests/db/RecordFixture.h"
 #include "tests/support/Child.h"
+#include "tests/support/FaultInjection.h"
 #include "tests/support/TestSeed.h"
 #include "tests/support/Traced.h"
+
+DEVSUPPORT_FAULT_POINT(void *, realloc, (void *old, std::size_t bytes), (old, bytes), nullptr, ENOMEM)
 
 namespace {
 
@@ -26,10 +29,16 @@ using devsupport::store::ApplyChanges;
 using devsupport::store::Change;
 using devsupport::store::ChangeResult;
 using devsupport::store::CountedChanges;
+using devsupport::store::RecordWalk;
 
 constexpr std::uint8_t kParameters = 0;
 constexpr std::uint8_t kPhoneBook = 2;
+constexpr std::uint8_t kNumbers = 3;  // an index of it
 constexpr std::uint8_t kRoutes = 10;
+
+struct NumberWalk : RecordWalk {
+  NumberWalk() : RecordWalk(g_uDb.stb_pb, devsupport::store::kTableRules[kNumbers], "") {}
+};
 
 /// Changes, and the memory that they point to.
 class Changes {
@@ -117,10 +126,8 @@ TEST_F(RecordChanges, WithOneThatCannotBeMade_AreNotMadeAtAll) {
 }
 
 TEST_F(RecordChanges, BetweenTheBatchesOfAWalkOverAnIndex_LetItContinueAfterTheRecordsThatItHasRead) {
-  using devsupport::store::RecordWalk;
   constexpr int kBatch = 200;
   constexpr int kEqual = 450;
-  constexpr int kNumbers = kPhoneBook + 1;
   const auto key = [](int n) { return Text("name") + std::to_string(1000 + n) + '\0'; };
   // What is deleted after the first batch, and how many of those with an equal number are still to be read then.
   for (const auto &[first, last, left] : {std::tuple{kBatch - 1, kBatch, kEqual - kBatch},
@@ -129,7 +136,7 @@ TEST_F(RecordChanges, BetweenTheBatchesOfAWalkOverAnIndex_LetItContinueAfterTheR
     for (int n = 0; n < kEqual; ++n) all.Put(kPhoneBook, key(n), "9;x");
     all.Put(kPhoneBook, key(kEqual), "91;x");
     ASSERT_EQ(all.Apply().nResult, 0);
-    RecordWalk walk(g_uDb.stb_pb, devsupport::store::kTableRules[kNumbers], "");
+    NumberWalk walk;
     devsupport::store::WholeRecord record;
     for (int n = 0; n < kBatch; ++n) ASSERT_EQ(walk.Next(record), 0);
     EXPECT_EQ(record.key, key(kBatch - 1));
@@ -142,6 +149,53 @@ TEST_F(RecordChanges, BetweenTheBatchesOfAWalkOverAnIndex_LetItContinueAfterTheR
     EXPECT_EQ(read, left + 1);
     EXPECT_EQ(number, "91");
   }
+}
+
+TEST_F(RecordChanges, AWalkOverAnIndexWithoutMemory_IsAnErrorThere) {
+  constexpr int kEqual = 450;
+  const auto key = [](int n) { return Text("name") + std::to_string(1000 + n) + '\0'; };
+  Changes all;
+  for (int n = 0; n < kEqual; ++n) all.Put(kPhoneBook, key(n), "9;x");
+  ASSERT_EQ(all.Apply().nResult, 0);
+  devsupport::store::WholeRecord record;
+  bool failed = true;
+  for (int nth = 1; failed; ++nth) {
+    NumberWalk walk;
+    const FailCall fail("realloc", nth);
+    int read = 0;
+    int result = 0;
+    while ((result = walk.Next(record)) == 0) EXPECT_EQ(record.key, key(read++));
+    failed = fail.Happened();
+    EXPECT_EQ(result, failed ? ENOMEM : DB_NOTFOUND);
+    EXPECT_EQ(read == kEqual, !failed);
+  }
+  // The last record that the walks have read, and the rest of them, is gone when they continue.
+  NumberWalk walks[4];
+  for (NumberWalk &walk : walks) {
+    for (int n = 0; n < 200; ++n) ASSERT_EQ(walk.Next(record), 0);
+  }
+  Changes deletions;
+  for (int n = 199; n < kEqual; ++n) deletions.Delete(kPhoneBook, key(n));
+  ASSERT_EQ(deletions.Apply().nResult, 0);
+  for (int nth = 1; nth <= 3; ++nth) {
+    const FailCall fail("realloc", nth);
+    EXPECT_EQ(walks[nth].Next(record), ENOMEM) << nth;
+  }
+  EXPECT_EQ(walks[0].Next(record), DB_NOTFOUND);
+}
+
+TEST_F(RecordChanges, AWalk_ContinuesAfterAnEmptyKey) {
+  Changes changes;
+  changes.Put(kParameters, "", std::string(20000, 'v'));  // fills a batch
+  changes.Put(kParameters, "a", "w");
+  ASSERT_EQ(changes.Apply().nResult, 0);
+  RecordWalk walk(g_uDb.tb_parameter, devsupport::store::kTableRules[kParameters], "");
+  devsupport::store::WholeRecord record;
+  ASSERT_EQ(walk.Next(record), 0);
+  EXPECT_EQ(record.key, "");
+  ASSERT_EQ(walk.Next(record), 0);
+  EXPECT_EQ(record.key, "a");
+  EXPECT_EQ(walk.Next(record), DB_NOTFOUND);
 }
 
 TEST_F(RecordChanges, GivenUpInTheMiddle_AreNotMadeAtAll) {

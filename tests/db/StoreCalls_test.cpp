@@ -198,6 +198,60 @@ class StoreCalls : public StoreTest {
   }
 };
 
+TEST_F(StoreCalls, WithoutMemoryForTheHomesPath_RefuseTheOpening) {
+  Child process([this] {
+    // In a folder that is gone, the path stays relative.
+    const std::string gone = home_ + "/gone";
+    if (::mkdir(gone.c_str(), 0700) != 0 || ::chdir(gone.c_str()) != 0 || ::rmdir(gone.c_str()) != 0) return 1;
+    g_failure = {"strdup", 0, ENOMEM};
+    const FailCall fail("strdup", 1);
+    EXPECT_EQ(TryToOpen("."), RefusedOpening(".", "Cannot allocate memory"));
+    return 0;
+  });
+  EXPECT_EQ(process.Wait(), 0);
+}
+
+TEST_F(StoreCalls, WithoutMemoryForOldHandles_CloseAllTheSame) {
+  const Starter victims([this](int) { return DieInside(home_); });
+  const CapturedOutput err(stderr);
+  Open();
+  ASSERT_EQ(victims.Run(0), 1000 + SIGKILL);
+  g_failure = {"malloc", 0, ENOMEM};
+  {
+    const FailCall fail("malloc", 1);
+    BerkDb_Close();
+    EXPECT_TRUE(fail.Happened());
+  }
+  Open();
+  EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
+}
+
+TEST_F(StoreCalls, OnAFullMediumWhileAnotherHasTheStoreOpen_OpenWithTheReserve) {
+  Event opened;
+  const Child other([&] {
+    Open();
+    opened.Announce();
+    return ::pause();
+  });
+  opened.Wait();
+  int withReserve = 0;
+  for (int nth = 1; nth <= 12; ++nth) {
+    Child process([&] {
+      const CapturedOutput err(stderr);
+      g_failure = {"openat", -1, ENOSPC};
+      const FailCall fail("openat", nth);
+      if (BerkDb_Open(home_.c_str(), nullptr, nullptr) != 1 || !fail.Happened()) return 0;
+      const bool whole = Get(g_uDb.tb_pb, "Bob 1") == "123;x";
+      BerkDb_Close();
+      return whole ? kNoFurtherCall : 1;
+    });
+    const int status = process.Wait();
+    EXPECT_TRUE(status == 0 || status == kNoFurtherCall) << nth << ": " << status;
+    withReserve += status == kNoFurtherCall ? 1 : 0;
+  }
+  EXPECT_GT(withReserve, 0);
+}
+
 TEST_F(StoreCalls, ThatFailInALife_LoseNothingAcknowledged) {
   FailEach(12, [this](const auto &strike) {
     bool stored = false;

@@ -11,6 +11,7 @@
 #include <ctime>
 #include <string>
 
+#include "db/for_project/Deadline.h"
 #include "tests/db/Deaths.h"
 #include "tests/db/FailingAssociate.h"
 #include "tests/db/Store.h"
@@ -25,6 +26,8 @@ DEVSUPPORT_FAULT_POINT(int, fsync, (int fd), (fd), -1, EIO)
 namespace {
 
 std::atomic<int> g_wallClockReads{0};
+std::atomic<int> g_secondsAhead{0};     // of the steady clock
+std::atomic<int> g_secondsPerRead{0};   // by which it is further ahead with each read
 std::atomic<int> g_allocationsLeft{0};  // until the one that fails; 0: none
 
 }  // namespace
@@ -33,7 +36,9 @@ extern "C" int __real_clock_gettime(clockid_t clock, timespec *pTime);
 extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *pTime);
 extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *pTime) {
   if (clock == CLOCK_REALTIME) ++g_wallClockReads;
-  return __real_clock_gettime(clock, pTime);
+  const int result = __real_clock_gettime(clock, pTime);
+  if (clock == CLOCK_MONOTONIC) pTime->tv_sec += g_secondsAhead += g_secondsPerRead;
+  return result;
 }
 
 namespace {
@@ -237,6 +242,34 @@ TEST_F(Faults, DataOfADeadProcessThatCannotBeFlushed_StopsTheOpening) {
   BerkDb_Close();
   Open();
   EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
+}
+
+TEST_F(Faults, AProcessThatWasStoppedForAnHour_HasNoTimeLeftToWait) {
+  devsupport::store::Deadline deadline;
+  EXPECT_EQ(deadline.LeftMs(), devsupport::store::Deadline::kLimitMs);
+  EXPECT_TRUE(deadline.Pause(1));
+  g_secondsAhead = 3600;
+  EXPECT_LE(deadline.LeftMs(), 0);
+  EXPECT_FALSE(deadline.Pause(1));
+  g_secondsAhead = 0;
+}
+
+TEST_F(Faults, ALockThatIsKept_IsAnErrorAtTheDeadline) {
+  Open();
+  DB_TXN *pTxn = nullptr;
+  ASSERT_EQ(BerkDb_GetEnv()->txn_begin(BerkDb_GetEnv(), nullptr, &pTxn, 0), 0);
+  char text[] = "k";
+  DBT record = {};
+  record.data = text;
+  record.size = sizeof text;
+  ASSERT_EQ(g_uDb.tb_tone->put(g_uDb.tb_tone, pTxn, &record, &record, 0), 0);
+  CapturedOutput err(stderr);
+  g_secondsPerRead = 1;
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_ERROR);
+  g_secondsPerRead = g_secondsAhead = 0;
+  EXPECT_NE(err.Take().find(db_strerror(DB_LOCK_DEADLOCK)), std::string::npos);
+  EXPECT_EQ(pTxn->abort(pTxn), 0);
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
 }
 
 TEST_F(Faults, WaitingForAnother_NeverReadsTheWallClock) {

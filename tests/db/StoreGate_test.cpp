@@ -13,6 +13,8 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,6 +23,7 @@
 #include "db/for_project/StoreKeys.h"
 #include "db/for_project/StoreSemaphores.h"
 #include "tests/db/Store.h"
+#include "tests/support/CapturedOutput.h"
 #include "tests/support/Child.h"
 #include "tests/support/FaultInjection.h"
 
@@ -42,6 +45,8 @@ namespace {
 // Not a fault point, because only one of those can be active at a time.
 bool g_noSemaphores = false;
 
+std::atomic<long> g_aheadMs{0};  // of the steady clock
+
 }  // namespace
 
 extern "C" int __real_semget(key_t key, int count, int flags);
@@ -50,6 +55,16 @@ extern "C" int __wrap_semget(key_t key, int count, int flags) {
   if (!g_noSemaphores) return __real_semget(key, count, flags);
   errno = ENOSPC;
   return -1;
+}
+
+extern "C" int __real_clock_gettime(clockid_t clock, timespec *now);
+extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *now);
+extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *now) {
+  const int result = __real_clock_gettime(clock, now);
+  const long ns = now->tv_nsec + g_aheadMs % 1000 * 1'000'000;
+  now->tv_sec += g_aheadMs / 1000 + ns / 1'000'000'000;
+  now->tv_nsec = ns % 1'000'000'000;
+  return result;
 }
 
 namespace {
@@ -76,9 +91,9 @@ class Record {
   Record &operator=(const Record &) = delete;
 
   bool HasSemaphore() const { return pRecord_->bSemaphore != 0; }
-  bool SomebodyWaits() const {
-    return HasSemaphore() ? ::semctl(semaphores_, StoreSemaphores::kQueue, GETZCNT) > 0 : pRecord_->dwQueued != 0;
-  }
+  bool SomebodyQueues() const { return ::semctl(semaphores_, StoreSemaphores::kQueue, GETZCNT) > 0; }
+  bool SomebodyWaits() const { return HasSemaphore() ? SomebodyQueues() : pRecord_->dwQueued != 0; }
+  void RemoveSemaphores() const { ::semctl(semaphores_, 0, IPC_RMID); }
 
  private:
   const GateRecord *pRecord_;
@@ -210,6 +225,25 @@ TEST_P(Gate, WhoseSegmentIsGone_IsMadeAnewAndHasNoRegionsYet) {
   EXPECT_EQ(Enter(), kBroken);
 }
 
+TEST_P(Gate, OfAnotherBuild_IsRefused) {
+  ++g_gate.Record().dwBytes;
+  g_gate.Detach();
+  CapturedOutput err(stderr);
+  EXPECT_EQ(Attach(), EACCES);
+  EXPECT_EQ(err.Take(),
+            "the segment at key 0x12345677 does not hold this library's gate; remove it with ipcrm" + kSourceLine);
+  EXPECT_FALSE(g_gate.IsAttached());
+}
+
+TEST_P(Gate, AfterTheLastNumberOfAGeneration_HasNewRegions) {
+  g_gate.Record().dwLastGeneration = UINT32_MAX - 1;
+  g_gate.BeginGeneration();
+  g_gate.Adopt();
+  g_gate.BeginGeneration();
+  EXPECT_FALSE(g_gate.NeedsRebuild());
+  EXPECT_FALSE(g_gate.IsCurrent());
+}
+
 TEST_P(Gate, WhenAWaitingProcessDies_AdmitsTheNext) {
   Deadline deadline;
   ASSERT_EQ(g_gate.Enter(deadline), 0);
@@ -287,8 +321,48 @@ TEST_P(Gate, WhenAProcessDoesNotLeave_TheOthersGiveUpAtTheirDeadline) {
   EXPECT_EQ(Enter(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(By, Gate, ::testing::Values(Lock::Mutex, Lock::Semaphore),
-                         [](const auto &lock) { return lock.param == Lock::Mutex ? "Mutex" : "Semaphore"; });
+class HeldQueue : public Gate {
+ protected:
+  void SetUp() override {
+    Gate::SetUp();
+    if (IsSkipped()) return;
+    Deadline deadline;
+    if (GetParam() == Lock::Mutex) {
+      ASSERT_EQ(g_gate.Enter(deadline), 0);
+    }
+    ASSERT_TRUE(g_semaphores.Take(StoreSemaphores::kQueue, deadline));
+  }
+  static void Leave() {
+    g_semaphores.Release(StoreSemaphores::kQueue);
+    if (GetParam() == Lock::Mutex) g_gate.Leave();
+  }
+};
+
+TEST_P(HeldQueue, IsWaitedForUntilTheDeadline) {
+  std::thread([] {
+    Deadline deadline;
+    deadline.LeftMs();  // it begins here
+    g_aheadMs = Deadline::kLimitMs - 50;
+    EXPECT_EQ(g_gate.Enter(deadline), DB_LOCK_NOTGRANTED);
+    EXPECT_LE(deadline.LeftMs(), 0);
+  }).join();
+  g_aheadMs = 0;
+  Leave();
+  EXPECT_EQ(Enter(), 0);
+}
+
+TEST_P(HeldQueue, RemovedDuringAWait_LeavesTheMutexAsTheLock) {
+  const Record record;
+  Child waiting([] { return Enter() == (GetParam() == Lock::Mutex ? 0 : DB_LOCK_NOTGRANTED) ? 0 : 1; });
+  while (!record.SomebodyQueues()) std::this_thread::yield();
+  record.RemoveSemaphores();
+  Leave();
+  EXPECT_EQ(waiting.Wait(), 0);
+}
+
+constexpr auto kNameOf = [](const auto &lock) { return lock.param == Lock::Mutex ? "Mutex" : "Semaphore"; };
+INSTANTIATE_TEST_SUITE_P(By, Gate, ::testing::Values(Lock::Mutex, Lock::Semaphore), kNameOf);
+INSTANTIATE_TEST_SUITE_P(By, HeldQueue, ::testing::Values(Lock::Mutex, Lock::Semaphore), kNameOf);
 
 class NoRobustMutexes : public StoreTest {};
 

@@ -147,6 +147,20 @@ TEST_F(Medium, OfAnySize_KeepsAcknowledgedChangesAndWorksWhenThereIsSpace) {
   std::cout << sizes << " amounts of free room\n";
 }
 
+TEST_F(Medium, ThatIsFullWhenTheLibraryGivesUp_GetsTheReserve) {
+  ASSERT_NO_FATAL_FAILURE(Fill(kMostFree));
+  const std::string reserve = home_ + "/store.reserve";
+  Open();
+  medium_->LeaveFree(2 * kPage);
+  EXPECT_EQ(::access(reserve.c_str(), F_OK), 0);
+  CapturedOutput err(stderr);
+  BerkDb_GetEnv()->set_flags(BerkDb_GetEnv(), DB_PANIC_ENVIRONMENT, 1);
+  EXPECT_EQ(Get(g_uDb.tb_pb, "Bob"), "123;x");
+  EXPECT_NE(::access(reserve.c_str(), F_OK), 0);
+  medium_->MakeRoom();
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "room", "again"), BERKDB_OK);
+}
+
 TEST_F(Medium, ThatIsFull_CanBeReadAndCanBeWrittenWhenThereIsSpace) {
   ASSERT_NO_FATAL_FAILURE(Fill(20 * kPage));
   Acknowledged acknowledged;
