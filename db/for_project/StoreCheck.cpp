@@ -6,11 +6,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "db/for_project/LibraryHooks.h"
 #include "db/for_project/OpenReport.h"
@@ -35,22 +34,20 @@ class Grown {
   DBT record_ = {};
 };
 
-class Cursor {
- public:
-  explicit Cursor(DB *pDb) { pDb->cursor(pDb, nullptr, &pCursor_, 0); }
-  ~Cursor() {
-    if (pCursor_ != nullptr) pCursor_->close(pCursor_);
-  }
-  Cursor(const Cursor &) = delete;
-  Cursor &operator=(const Cursor &) = delete;
-
-  bool Next(Grown &key, Grown &value) const {
-    return pCursor_ != nullptr && pCursor_->get(pCursor_, key.Record(), value.Record(), DB_NEXT) == 0;
-  }
-
- private:
-  DBC *pCursor_ = nullptr;
-};
+// Calls visit(key, value) for each record until it returns false. Returns whether all records were visited.
+template <typename TVisit>
+bool VisitAll(DB *pDb, TVisit visit) {
+  DBC *pCursor = nullptr;
+  if (pDb->cursor(pDb, nullptr, &pCursor, 0) != 0) return false;
+  Grown key;
+  Grown value;
+  int nResult = 0;
+  do {
+    nResult = pCursor->get(pCursor, key.Record(), value.Record(), DB_NEXT);
+  } while (nResult == 0 && visit(key.Get(), value.Get()));
+  pCursor->close(pCursor);
+  return nResult == DB_NOTFOUND;
+}
 
 // The beginning of a file, where the library stores its type.
 class FirstBytes {
@@ -91,15 +88,6 @@ bool HasEntry(DB *pIndex, const DBT &indexKey, const DBT &key) {
   return pIndex->get(pIndex, nullptr, &wantedKey, &wantedValue, DB_GET_BOTH) == 0;
 }
 
-unsigned long CountEntries(DB *pIndex) {
-  const Cursor cursor(pIndex);
-  Grown key;
-  Grown value;
-  unsigned long dwEntries = 0;
-  while (cursor.Next(key, value)) ++dwEntries;
-  return dwEntries;
-}
-
 // Checks the pages of a file that no process has open with Berkeley DB's own checker. Prints nothing. A file that is
 // missing or empty is whole. So is one that cannot be read or is no database, because opening it reports that.
 bool IsFileWhole(const char *pPath) {
@@ -113,28 +101,18 @@ bool IsFileWhole(const char *pPath) {
   return pDb->verify(pDb, pPath, nullptr, nullptr, DB_NOORDERCHK) == 0;
 }
 
-// Path of the tables' file, on the heap for the time of one check.
-char *PathOfFile(const char *pHome, const char *pFile) {
-  if (pFile[0] == '/') return strdup(pFile);
-  const std::size_t dwPath = std::strlen(pHome) + std::strlen(pFile) + 2;
-  auto *pPath = static_cast<char *>(std::malloc(dwPath));
-  if (pPath != nullptr) std::snprintf(pPath, dwPath, "%s/%s", pHome, pFile);
-  return pPath;
-}
-
 }  // namespace
 
 bool IndexAgrees(DB *pPrimary, DB *pIndex, int (*pfnKey)(DB *, const DBT *, const DBT *, DBT *)) {
-  const Cursor cursor(pPrimary);
-  Grown key;
-  Grown value;
   unsigned long dwRecords = 0;
-  for (; cursor.Next(key, value); ++dwRecords) {
+  const bool bComplete = VisitAll(pPrimary, [&](const DBT &key, const DBT &value) {
+    ++dwRecords;
     DBT indexKey = {};
-    pfnKey(pIndex, &key.Get(), &value.Get(), &indexKey);
-    if (!HasEntry(pIndex, indexKey, key.Get())) return false;
-  }
-  return CountEntries(pIndex) == dwRecords;
+    pfnKey(pIndex, &key, &value, &indexKey);
+    return HasEntry(pIndex, indexKey, key);
+  });
+  // Each record has an entry of its own, so the index has at least as many.
+  return bComplete && VisitAll(pIndex, [&](const DBT &, const DBT &) { return dwRecords-- != 0; });
 }
 
 bool EmptyIndex(DB *pIndex) {
@@ -143,11 +121,10 @@ bool EmptyIndex(DB *pIndex) {
 }
 
 int CheckPages(const char *pHome, const char *pFile) {
-  char *pPath = PathOfFile(pHome, pFile);
-  if (pPath == nullptr) return ENOMEM;
-  const bool bWhole = IsFileWhole(pPath);
-  std::free(pPath);
-  if (bWhole) return 0;
+  char szPath[PATH_MAX + 1];  // what is cut is too long to be opened
+  const bool bAbsolute = pFile[0] == '/';
+  std::snprintf(szPath, sizeof szPath, "%s%s%s", bAbsolute ? "" : pHome, bAbsolute ? "" : "/", pFile);
+  if (IsFileWhole(szPath)) return 0;
   ReportSentence("%s in %s is damaged; it is left as it is, and 'devconf salvage' gets out what can be read", pFile,
                  pHome);
   return DB_VERIFY_BAD;

@@ -206,6 +206,32 @@ TEST_F(SpoiltHandle, OfStbRouteWithoutItsOrder_IsCode4) {
   OpenWith(13, NoOrder, 4, "FAIL to set btree compare function of database stb_route: Invalid argument");
 }
 
+// An opening after a closing without a seal compares the indexes with their tables.
+TEST_F(SpoiltHandle, WithoutACursor_HasItsIndexBuiltAnew) {
+  for (const int nth : {3, 11, 0}) {  // tb_pb and stb_pb, after the handle that checks the pages; and none
+    Open();
+    EXPECT_EQ(BerkDb_Set(g_uDb.tb_pb, "Bob", "123;x"), BERKDB_OK);
+    BerkDb_Close();
+    DB *pIndex = nullptr;
+    u_int32_t removed = 0;
+    ASSERT_EQ(db_create(&pIndex, nullptr, 0), 0);
+    ASSERT_EQ(pIndex->open(pIndex, nullptr, FilePath().c_str(), "stb_pb", DB_UNKNOWN, 0, 0), 0);
+    DBT wrong{};
+    wrong.size = 1;
+    wrong.data = &wrong;
+    EXPECT_EQ(
+        nth == 3 ? pIndex->truncate(pIndex, nullptr, &removed, 0) : pIndex->put(pIndex, nullptr, &wrong, &wrong, 0),
+        0);
+    pIndex->close(pIndex, 0);
+    std::filesystem::remove(FilePath() + ".seal");
+    SpoilHandle(nth, [](DB *pDb) { pDb->cursor = [](DB *, DB_TXN *, DBC **, u_int32_t) { return ENOMEM; }; });
+    EXPECT_EQ(TryToOpen(home_), (Opening{1, 0, ""}));
+    SpoilHandle(0, nullptr);
+    BerkDb_Close();
+    ExpectSoundFile();
+  }
+}
+
 // --- the report of each code
 
 class OpenReport : public StoreTest {
