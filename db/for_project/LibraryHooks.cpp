@@ -14,7 +14,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <string_view>
 
 namespace devsupport::store {
 
@@ -34,10 +34,8 @@ int CloseAnyway(int nFd) {
 // same.
 void FlushFolderOf(const char *pPath) {
   char szFolder[PATH_MAX];
-  const char *pName = std::strrchr(pPath, '/');
-  const int nFolder = pName != nullptr ? static_cast<int>(pName - pPath) + 1 : 0;
-  const int nBytes = std::snprintf(szFolder, sizeof szFolder, "%.*s.", nFolder, pPath);
-  if (nBytes >= static_cast<int>(sizeof szFolder)) return;
+  const auto nFolder = static_cast<int>(std::string_view(pPath).rfind('/') + 1);  // 0 without a slash
+  std::snprintf(szFolder, sizeof szFolder, "%.*s.", nFolder, pPath);
   const int nFd = OpenAboveStandardAt(AT_FDCWD, szFolder, O_RDONLY | O_DIRECTORY);
   if (nFd < 0) return;
   fsync(nFd);

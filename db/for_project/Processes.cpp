@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "db/for_project/LibraryHooks.h"
 
@@ -49,7 +50,7 @@ std::uint64_t StartOf(std::int32_t nPid) { return StatusOf(nPid).qwStart; }
 bool IsAlive(std::int32_t nPid, std::uint64_t qwStart) {
   if (kill(nPid, 0) != 0 && errno == ESRCH) return false;
   const Status status = StatusOf(nPid);
-  if (status.cState == 'Z' || status.cState == 'X') return false;
+  if (std::string_view("ZX").find(status.cState) != std::string_view::npos) return false;
   return status.qwStart == 0 || qwStart == 0 || status.qwStart == qwStart;
 }
 

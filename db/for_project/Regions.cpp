@@ -76,7 +76,7 @@ class Lines {
 struct Mapping {
   std::uintptr_t dwStart = 0;
   std::uintptr_t dwEnd = 0;
-  long nRegion = -1;  // 0: the first one
+  unsigned long dwRegion = 0;  // 0: the first one
 };
 
 bool Parse(const char *pLine, Mapping &mapping) {
@@ -84,8 +84,8 @@ bool Parse(const char *pLine, Mapping &mapping) {
   unsigned long dwEnd = 0;
   unsigned long dwKey = 0;
   if (std::sscanf(pLine, "%lx-%lx %*s %*x %*s %*s /SYSV%8lx", &dwStart, &dwEnd, &dwKey) != 3) return false;
-  mapping = {dwStart, dwEnd, static_cast<long>(dwKey) - kShmKey};
-  return mapping.nRegion >= 0 && mapping.nRegion < kMaxRegions;
+  mapping = {dwStart, dwEnd, dwKey - static_cast<unsigned long>(kShmKey)};
+  return mapping.dwRegion < static_cast<unsigned long>(kMaxRegions);
 }
 
 void *AddressOf(std::uintptr_t dwAddress) {
@@ -95,7 +95,7 @@ void *AddressOf(std::uintptr_t dwAddress) {
 void Release(const Mapping &mapping) {
   const auto dwPage = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   std::uintptr_t dwStart = mapping.dwStart;
-  if (mapping.nRegion == 0) {
+  if (mapping.dwRegion == 0) {
     char aKept[kKeptBytes];
     std::memcpy(aKept, AddressOf(dwStart), sizeof aKept);
     // In one step, so that no other thread gets the address in between.
@@ -105,7 +105,7 @@ void Release(const Mapping &mapping) {
     std::memcpy(pCopy, aKept, sizeof aKept);
     dwStart += dwPage;
   }
-  if (dwStart < mapping.dwEnd) munmap(AddressOf(dwStart), mapping.dwEnd - dwStart);
+  munmap(AddressOf(dwStart), mapping.dwEnd - dwStart);
 }
 
 }  // namespace

@@ -129,39 +129,44 @@ class SealText {
   SealText &operator=(const SealText &) = delete;
 
   bool Exists() const { return pText_ != nullptr; }
+  char *Text() { return pText_; }
   const char *Text() const { return pText_; }
   std::size_t Bytes() const { return dwBytes_; }
 
+  /// False when there is no room for it and the last line.
   [[gnu::format(printf, 2, 3)]] bool Append(const char *pFormat, ...) {
+    const std::size_t dwRoom = kSealBytes - kEndBytes - dwBytes_;
     std::va_list values;
     va_start(values, pFormat);
-    const int nBytes = std::vsnprintf(pText_ + dwBytes_, kSealBytes - dwBytes_, pFormat, values);
+    const int nBytes = std::vsnprintf(pText_ + dwBytes_, dwRoom, pFormat, values);
     va_end(values);
-    if (nBytes < 0 || dwBytes_ + static_cast<std::size_t>(nBytes) >= kSealBytes) return false;
+    if (static_cast<std::size_t>(nBytes) >= dwRoom) return false;
     dwBytes_ += static_cast<std::size_t>(nBytes);
     return true;
   }
 
-  bool AppendEnd() { return Append("end %08x\n", static_cast<unsigned>(CrcOf(dwBytes_))); }
+  void AppendEnd() {
+    std::snprintf(pText_ + dwBytes_, kEndBytes + 1, kEndFormat, CrcOf(dwBytes_));
+    dwBytes_ += kEndBytes;
+  }
 
   // Reads a seal. False when the file is no seal, or an unfinished one.
   bool Read(const File &file) {
-    struct stat status = {};
-    if (file.Fd() < 0 || fstat(file.Fd(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
     const ssize_t nRead = read(file.Fd(), pText_, kSealBytes - 1);
     if (nRead < static_cast<ssize_t>(kEndBytes)) return false;
     dwBytes_ = static_cast<std::size_t>(nRead);
     pText_[dwBytes_] = '\0';
     char szEnd[kEndBytes + 1];
-    std::snprintf(szEnd, sizeof szEnd, "end %08x\n", static_cast<unsigned>(CrcOf(dwBytes_ - kEndBytes)));
-    return std::strlen(pText_) == dwBytes_ && std::strcmp(pText_ + dwBytes_ - kEndBytes, szEnd) == 0 &&
+    std::snprintf(szEnd, sizeof szEnd, kEndFormat, CrcOf(dwBytes_ - kEndBytes));
+    return std::strcmp(pText_ + dwBytes_ - kEndBytes, szEnd) == 0 &&
            std::strncmp(pText_, kFirstLine, sizeof kFirstLine - 1) == 0;
   }
 
  private:
-  static constexpr std::size_t kEndBytes = 13;  // "end xxxxxxxx\n"
+  static constexpr char kEndFormat[] = "end %08x\n";
+  static constexpr std::size_t kEndBytes = 13;
 
-  std::uint32_t CrcOf(std::size_t dwBytes) const {
+  unsigned CrcOf(std::size_t dwBytes) const {
     Crc crc;
     crc.Add(pText_, dwBytes);
     return crc.Value();
@@ -176,7 +181,7 @@ class SealName {
  public:
   SealName(const char *pFile, const char *pEnding) {
     const int nBytes = std::snprintf(szName_, sizeof szName_, "%s%s", pFile, pEnding);
-    if (nBytes < 0 || static_cast<std::size_t>(nBytes) >= sizeof szName_) szName_[0] = '\0';
+    if (static_cast<std::size_t>(nBytes) >= sizeof szName_) szName_[0] = '\0';  // no file has this name
   }
   const char *Text() const { return szName_; }
 
@@ -195,16 +200,12 @@ class Comparison {
   Comparison(int nHomeFd, const char *pFile) : nHomeFd_(nHomeFd), pFile_(pFile) {}
 
   // Takes one line of the seal: "<size> <checksum> <name>". False when the line has another form.
-  bool Take(const char *pLine, std::size_t dwLine) {
-    char szLine[PATH_MAX + 64];
-    if (dwLine >= sizeof szLine) return false;
-    std::memcpy(szLine, pLine, dwLine);
-    szLine[dwLine] = '\0';
+  bool Take(const char *pLine) {
     unsigned long long qwBytes = 0;
     unsigned dwCrc = 0;
     int nName = 0;
-    if (std::sscanf(szLine, "%llu %8x %n", &qwBytes, &dwCrc, &nName) != 2 || nName == 0) return false;
-    Compare(szLine + nName, {qwBytes, dwCrc});
+    if (std::sscanf(pLine, "%llu %8x %n", &qwBytes, &dwCrc, &nName) != 2) return false;
+    Compare(pLine + nName, {qwBytes, dwCrc});
     return true;
   }
 
@@ -293,21 +294,25 @@ SealFinding CheckSeal(int nHomeFd, const char *pFile) {
   SealText text;
   if (!text.Exists() || !text.Read(File(nHomeFd, SealName(pFile, kEnding).Text(), O_RDONLY))) return {};
   Comparison comparison(nHomeFd, pFile);
-  const char *pLine = text.Text() + sizeof kFirstLine - 1;
-  for (; std::strncmp(pLine, "end ", 4) != 0; pLine = std::strchr(pLine, '\n') + 1) {
-    const char *pEnd = std::strchr(pLine, '\n');
-    if (pEnd == nullptr || !comparison.Take(pLine, static_cast<std::size_t>(pEnd - pLine))) return {};
+  char *pLine = text.Text() + sizeof kFirstLine - 1;
+  while (std::strncmp(pLine, "end ", 4) != 0) {
+    char *pEnd = std::strchr(pLine, '\n');
+    if (pEnd == nullptr) return {};
+    *pEnd = '\0';
+    if (!comparison.Take(pLine)) return {};
+    pLine = pEnd + 1;
   }
   return comparison.Result();
 }
 
 int WriteSeal(int nHomeFd, const char *pFile) {
   SealText text;
-  if (!text.Exists() || !text.Append("%s", kFirstLine)) return ENOMEM;
+  if (!text.Exists()) return ENOMEM;
+  text.Append("%s", kFirstLine);
   int nError = Seal(nHomeFd, pFile, text);
   if (nError == 0) nError = VisitLogs(nHomeFd, [&](const char *pName) { return Seal(nHomeFd, pName, text); });
   if (nError != 0) return nError;
-  if (!text.AppendEnd()) return ENOMEM;
+  text.AppendEnd();
   const SealName name(pFile, kEnding);
   const SealName unfinished(pFile, ".seal.new");
   nError = WriteAll(nHomeFd, unfinished.Text(), text);

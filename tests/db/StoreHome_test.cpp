@@ -4,6 +4,7 @@
 #include <db.h>
 #include <devsupport/ipc/ShareMem.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -14,6 +15,7 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -200,6 +202,54 @@ TEST_F(Homes, AnotherUser_CannotTouchTheSharedObjects) {
   const int status = stranger.Wait();
   if (status == 77) GTEST_SKIP() << "needs the right to become another user";
   EXPECT_EQ(status, 0);
+}
+
+constexpr uid_t kOwner = 4715;
+constexpr uid_t kMember = 4716;
+constexpr gid_t kSharedGroup = 4717;
+
+/// A home of kOwner that kSharedGroup may use.
+class SharedHome : public Homes {
+ protected:
+  void SetUp() override {
+    Homes::SetUp();
+    if (IsSkipped()) return;
+    if (::geteuid() != 0) GTEST_SKIP() << "needs the right to become another user";
+    ASSERT_EQ(::chown(home_.c_str(), kOwner, kSharedGroup), 0);
+    ASSERT_EQ(::chmod(home_.c_str(), 0770), 0);
+  }
+
+  /// Runs a step as another user. What the process counts is written as root again.
+  static int As(uid_t user, const std::function<int()> &step) {
+    Child process([&] {
+      ::umask(0007);
+      if (::setgroups(0, nullptr) != 0 || ::setegid(kSharedGroup) != 0 || ::seteuid(user) != 0) return 77;
+      const int status = step();
+      return ::seteuid(0) == 0 ? status : 78;
+    });
+    return process.Wait();
+  }
+};
+
+TEST_F(SharedHome, CanBeUsedByItsOwnerAndThenByRoot) {
+  EXPECT_EQ(As(kOwner, [this] { return UseAlone(home_, "<7>", "owner"); }), 0);
+  EXPECT_EQ(UseAlone(home_, "owner", "root"), 0);
+}
+
+TEST_F(SharedHome, WithObjectsOfAMemberOfItsGroup_IsUsedByThatMemberOnly) {
+  EXPECT_EQ(As(kMember, [this] { return UseAlone(home_, "<7>", "1"); }), 0);
+  EXPECT_EQ(As(kMember, [this] { return UseAlone(home_, "1", "2"); }), 0);
+  EXPECT_EQ(As(kOwner,
+               [this] {
+                 const Refusal refusal = TryToOpen(home_);
+                 EXPECT_EQ(refusal.opened, 0);
+                 EXPECT_EQ(refusal.code, BERKDB_OPEN_ENVIRONMENT);
+                 EXPECT_NE(refusal.said.find("is not the store's (creator 4716, mode 660)"), std::string::npos)
+                     << refusal.said;
+                 return 0;
+               }),
+            0);
+  EXPECT_EQ(As(kMember, [this] { return UseAlone(home_, "2", "3"); }), 0);
 }
 
 struct Foreign {

@@ -3,6 +3,9 @@
 // closed before the store was opened, and too many processes at the same time.
 
 #include <db.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/shm.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -219,6 +222,32 @@ TEST_F(Leftovers, ClosedStandardDescriptors_NeverBecomeTheStores) {
   });
   EXPECT_EQ(daemon.Wait(), 0);
   EXPECT_TRUE(Verify());
+}
+
+TEST_F(Leftovers, MappingsOfOtherProgramsAndFurtherOnesOfTheStore_StayWhenAProcessFollows) {
+  constexpr key_t kFirstRegion = 0x12345678;
+  constexpr std::size_t kBytes = 4096;
+  const Starter victims([this](int) { return DieInside(home_); });
+  const int segment = ::shmget(kFirstRegion + 16, kBytes, IPC_CREAT | IPC_EXCL | 0600);
+  auto *const attached = static_cast<char *>(::shmat(segment, nullptr, 0));
+  Open();
+  const std::string path = home_ + "/" + std::string(250, 'x');
+  const int file = ::open(path.c_str(), O_RDWR | O_CREAT, 0600);
+  ASSERT_EQ(::ftruncate(file, kBytes), 0);
+  auto *const mapped = static_cast<char *>(::mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
+  ::close(file);
+  ASSERT_NE(mapped, MAP_FAILED);
+  for (const int further : {0, 20}) {
+    for (int i = 0; i < further; ++i) ::shmat(::shmget(kFirstRegion, 0, 0), nullptr, 0);
+    ASSERT_EQ(victims.Run(0), 1000 + SIGKILL);
+    EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "first");
+    EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "also", "stored"), BERKDB_OK);
+  }
+  mapped[0] = attached[0] = 'x';  // would end the process if they were gone
+  Reopen();
+  EXPECT_EQ(Get(g_uDb.tb_tone, "also"), "stored");
+  ::munmap(mapped, kBytes);
+  ::shmdt(attached);
 }
 
 }  // namespace
