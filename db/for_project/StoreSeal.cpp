@@ -120,6 +120,12 @@ int VisitLogs(int nHomeFd, TVisit visit) {
   return VisitNames(nHomeFd, [&](const char *pName) { return IsLogName(pName) ? visit(pName) : 0; });
 }
 
+bool BeginsAsSeal(int nHomeFd, const char *pName) {
+  const File file(nHomeFd, pName, O_RDONLY);
+  char szBegin[sizeof kFirstLine] = "";
+  return read(file.Fd(), szBegin, sizeof szBegin - 1) > 0 && std::strcmp(szBegin, kFirstLine) == 0;
+}
+
 // The text of a seal, on the heap for the time of one call.
 class SealText {
  public:
@@ -328,7 +334,8 @@ int RemoveSeal(int nHomeFd, const char *pFile) { return RemoveName(nHomeFd, Seal
 
 int RemoveSeals(int nHomeFd) {
   return VisitNames(nHomeFd, [=](const char *pName) {
-    return std::string_view(pName).ends_with(kEnding) ? RemoveName(nHomeFd, pName) : 0;
+    return std::string_view(pName).ends_with(kEnding) && BeginsAsSeal(nHomeFd, pName) ? RemoveName(nHomeFd, pName)
+                                                                                      : 0;
   });
 }
 

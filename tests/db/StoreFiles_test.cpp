@@ -211,6 +211,17 @@ TEST_F(StoreFiles, ATablesFileThatIsLongerThanSealed_IsDamage) {
   ExpectWorks();
 }
 
+TEST_F(StoreFiles, OtherThingsNamedAsSeals_Stay) {
+  ASSERT_NO_FATAL_FAILURE(Make());
+  WriteText(Path("notes.seal"), "a user's");
+  ASSERT_EQ(::mkdir(Path("folder.seal").c_str(), 0700), 0);
+  fs::create_symlink("nowhere", Path("link.seal"));
+  ExpectWorks();
+  EXPECT_EQ(FileText(Path("notes.seal")), "a user's");
+  EXPECT_TRUE(fs::exists(Path("folder.seal")));
+  EXPECT_TRUE(fs::is_symlink(Path("link.seal")));
+}
+
 // --- closing without a seal
 
 TEST_F(StoreFiles, WithVeryManyLogs_IsClosedUnsealedAndOpens) {
