@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // salvage: it prints the records that can be read of a damaged file, and nothing else; and it always ends.
 
+#include <db.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -113,6 +114,22 @@ TEST_F(Salvage, OfAFileWithoutItsListOfTables_StillKnowsThePhoneBook) {
   EXPECT_THAT(result.err, HasSubstr("devconf: 128 records have the table \"?\""));
   // Import refuses them until their table is named.
   EXPECT_EQ(Run({"import", File(result.out)}).status, 5);
+}
+
+TEST_F(Salvage, OfAWholeFileWithAnUnknownTable_Is6) {
+  const std::string path = home_ + "/foreign.db";
+  DB *table = nullptr;
+  ASSERT_EQ(::db_create(&table, nullptr, 0), 0);
+  ASSERT_EQ(table->open(table, nullptr, path.c_str(), "foreign", DB_BTREE, DB_CREATE, 0600), 0);
+  DBT key{};
+  key.data = const_cast<char *>("k");
+  key.size = 2;
+  EXPECT_EQ(table->put(table, nullptr, &key, &key, 0), 0);
+  EXPECT_EQ(table->close(table, 0), 0);
+  const CommandResult result = Run({"salvage", "--offline", path});
+  EXPECT_EQ(result.out, "{\"table\":\"?\",\"key\":\"k\",\"value\":\"k\"}\n");
+  EXPECT_THAT(result.err, HasSubstr("1 records have the table \"?\""));
+  EXPECT_EQ(result.status, kDamaged);
 }
 
 TEST_F(Salvage, OfAStoreThatCannotBeOpened_CanBeImported) {

@@ -120,7 +120,9 @@ int Report(RescueEnd end, const Counts &counts) {
   Say(counts.unknown, "records have the table \"?\": which one it was is lost; name it before you import them");
   if (end == RescueEnd::Broken) Complain("the store's rescuer did not come to its end; what it read was printed");
   if (end == RescueEnd::Damaged) Complain("the file is damaged; what could be read was printed");
-  return end == RescueEnd::Whole ? status::kDone : status::kDamaged;
+  // Also when the salvager has not noticed a loss: it can run out of memory.
+  const bool isComplete = counts.lost + counts.repeated + counts.unknown == 0;
+  return end == RescueEnd::Whole && isComplete ? status::kDone : status::kDamaged;
 }
 
 }  // namespace
