@@ -154,13 +154,6 @@ int OpenRegionsOrTryAgain(DB_ENV *&pEnv, bool bCreate) {
   return OpenRegions(pEnv, bCreate || bBroken);
 }
 
-// Whether the library has given the environment up.
-bool IsBroken() {
-  u_int32_t dwFlags = 0;
-  g_pEnv->get_flags(g_pEnv, &dwFlags);
-  return (dwFlags & DB_PANIC_ENVIRONMENT) != 0;
-}
-
 // Removes the reserve beforehand when the medium is nearly full: opening writes to the log.
 void PrepareReserve() {
   const bool bReserve = MakeReserve(g_store.nHomeFd) == 0;
@@ -324,11 +317,9 @@ bool OpenStoreTables(int &nCode) {
 }
 
 void CloseEnvironment(OpeningLock &lock) {
-  // Not asked when a process died inside: the library would wait for a lock that it held.
-  if (g_store.bAttached && g_gate.IsCurrent() && IsBroken()) g_gate.DemandRebuild();
   if (g_store.bAttached && !g_gate.IsCurrent()) {
-    // A process died inside meanwhile, or the library gave up. What was acknowledged is in the log; the next process
-    // that opens the store recovers it.
+    // A process died inside meanwhile, and the library would wait for a lock that it held. What was acknowledged is
+    // in the log; the next process that opens the store recovers it.
     AbandonHandles();
   } else if (!g_store.bRetired) {
     const bool bLast = g_store.bAttached && !g_gate.HasLivingOthers();
