@@ -360,14 +360,18 @@ TEST(StoreProcesses, AnotherProcessWithTheSameNumber_IsNotTheOneThatIsMeant) {
   EXPECT_FALSE(store::IsAlive(ended.Pid(), 0)) << "only its status is left";
 }
 
-TEST_F(StoreFiles, AFileOfThisFolder_IsMade) {
+TEST_F(StoreFiles, AFileWithoutAPathInAFolderThatCannotBeRead_IsMade) {
+  ASSERT_EQ(::chmod(home_.c_str(), 0333), 0);
   Child maker([this] {
-    if (::chdir(home_.c_str()) != 0) return 1;
+    const bool root = ::geteuid() == 0;
+    if (::chdir(home_.c_str()) != 0 || (root && ::seteuid(65534) != 0)) return 1;
     const int file = store::OpenAboveStandard("new", O_CREAT | O_EXCL | O_WRONLY, 0600);
     EXPECT_GE(file, 3);
-    return fs::exists(Path("new")) ? 0 : 2;
+    EXPECT_LT(::open(".", O_RDONLY), 0);
+    return fs::exists(Path("new")) && (!root || ::seteuid(0) == 0) ? 0 : 2;
   });
   EXPECT_EQ(maker.Wait(), 0);
+  ::chmod(home_.c_str(), 0700);
 }
 
 }  // namespace
