@@ -15,6 +15,7 @@
 
 #include "tests/db/Store.h"
 #include "tests/support/CapturedOutput.h"
+#include "tests/support/Child.h"
 #include "tests/support/FaultInjection.h"
 
 namespace {
@@ -132,14 +133,17 @@ TEST_F(SingleFile, Open_WithFlagsThatNoTableHas_ReportsAndReturnsNull) {
 }
 
 TEST_F(SingleFile, Open_WithoutMemory_ReportsAndKeepsTheHandle) {
-  const std::string path = home_ + "/one.db";
-  CapturedOutput err(stderr);
-  g_withoutMemory = true;
-  EXPECT_EQ(BerkDb_OpenFile(path.c_str(), 0), nullptr);
-  g_withoutMemory = false;
-  const std::string said = err.Take();
-  EXPECT_NE(said.find("Database '" + path + "' open failed: Cannot allocate memory\n"), std::string::npos) << said;
-  EXPECT_EQ(std::exchange(g_openHandles, 0), 1);
+  Child process([this] {
+    const std::string path = home_ + "/one.db";
+    CapturedOutput err(stderr);
+    g_withoutMemory = true;
+    EXPECT_EQ(BerkDb_OpenFile(path.c_str(), 0), nullptr);
+    const std::string said = err.Take();
+    EXPECT_NE(said.find("Database '" + path + "' open failed: Cannot allocate memory\n"), std::string::npos) << said;
+    EXPECT_EQ(g_openHandles, 1);
+    return 0;
+  });
+  EXPECT_EQ(process.Wait(), 0);
 }
 
 TEST_F(SingleFile, WithoutMemory_RefusesAChangeAndTakesTheNext) {

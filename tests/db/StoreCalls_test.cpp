@@ -213,15 +213,17 @@ TEST_F(StoreCalls, WithoutMemoryForTheHomesPath_RefuseTheOpening) {
 
 TEST_F(StoreCalls, WithoutMemoryForOldHandles_CloseAllTheSame) {
   const Starter victims([this](int) { return DieInside(home_); });
-  const CapturedOutput err(stderr);
-  Open();
-  ASSERT_EQ(victims.Run(0), 1000 + SIGKILL);
-  g_failure = {"malloc", 0, ENOMEM};
-  {
+  Child process([&] {
+    const CapturedOutput err(stderr);
+    Open();
+    EXPECT_EQ(victims.Run(0), 1000 + SIGKILL);
+    g_failure = {"malloc", 0, ENOMEM};
     const FailCall fail("malloc", 1);
     BerkDb_Close();
     EXPECT_TRUE(fail.Happened());
-  }
+    return 0;
+  });
+  EXPECT_EQ(process.Wait(), 0);
   Open();
   EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
 }
