@@ -205,9 +205,10 @@ void FailingCalls::Answer(int listener) {
   seccomp_notif_resp answer{};
   answer.id = asked.id;
   // A semaphore that can neither be given its value nor be removed looks held for ever; that is the contract. A wait
-  // that is always interrupted is repeated for ever.
+  // that is always interrupted is repeated for ever, and so is umockdev's try to accept a connection.
   const int call = asked.data.nr;
-  const bool endlessly = plan_.forGood && (call == SYS_semctl || call == SYS_poll || call == SYS_ppoll);
+  const bool endlessly =
+      plan_.forGood && (call == SYS_semctl || call == SYS_poll || call == SYS_ppoll || call == SYS_accept4);
   const bool mayFail = !GivesBack(asked) && !endlessly;
   if (plan_.kind == CallKind::System && mayFail && plan_.Strikes(asked.data.nr)) {
     const CallFacts *const facts = Facts(asked.data.nr);
