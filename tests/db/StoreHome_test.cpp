@@ -19,6 +19,7 @@
 #include <optional>
 #include <string>
 
+#include "db/for_project/StoreGate.h"
 #include "tests/db/Deaths.h"
 #include "tests/db/Store.h"
 #include "tests/support/CapturedOutput.h"
@@ -161,6 +162,15 @@ TEST_F(Homes, TwoUsedInTurns_NeverDisturbEachOther) {
   Open();
   BerkDb_Close();
   EXPECT_TRUE(Verify());
+}
+
+TEST_F(Homes, AHomeWithTheSameNumberOnAnotherMedium_IsAnotherHome) {
+  Open();
+  struct stat home = {};
+  ASSERT_EQ(::stat(home_.c_str(), &home), 0);
+  EXPECT_TRUE(devsupport::store::g_gate.IsOf(home));
+  ++home.st_dev;
+  EXPECT_FALSE(devsupport::store::g_gate.IsOf(home));
 }
 
 TEST_F(Homes, AFifoWithTheNameOfAnOldLockFile_BlocksNoProcess) {
