@@ -267,7 +267,7 @@ TEST_F(Faults, ALockThatIsKept_IsAnErrorAtTheDeadline) {
   g_secondsPerRead = 1;
   EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_ERROR);
   g_secondsPerRead = g_secondsAhead = 0;
-  EXPECT_NE(err.Take().find(db_strerror(DB_LOCK_DEADLOCK)), std::string::npos);
+  EXPECT_NE(err.Take().find("DB_LOCK_"), std::string::npos) << "killed, or not let in by the gate";
   EXPECT_EQ(pTxn->abort(pTxn), 0);
   EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_OK);
 }

@@ -321,7 +321,7 @@ TEST_P(Gate, WhenAProcessDoesNotLeave_TheOthersGiveUpAtTheirDeadline) {
   EXPECT_EQ(Enter(), 0);
 }
 
-class HeldQueue : public Gate {
+class GateWithHeldQueue : public Gate {
  protected:
   void SetUp() override {
     Gate::SetUp();
@@ -338,7 +338,7 @@ class HeldQueue : public Gate {
   }
 };
 
-TEST_P(HeldQueue, IsWaitedForUntilTheDeadline) {
+TEST_P(GateWithHeldQueue, IsWaitedForUntilTheDeadline) {
   std::thread([] {
     Deadline deadline;
     deadline.LeftMs();  // it begins here
@@ -351,7 +351,7 @@ TEST_P(HeldQueue, IsWaitedForUntilTheDeadline) {
   EXPECT_EQ(Enter(), 0);
 }
 
-TEST_P(HeldQueue, RemovedDuringAWait_LeavesTheMutexAsTheLock) {
+TEST_P(GateWithHeldQueue, RemovedDuringAWait_LeavesTheMutexAsTheLock) {
   const Record record;
   Child waiting([] { return Enter() == (GetParam() == Lock::Mutex ? 0 : DB_LOCK_NOTGRANTED) ? 0 : 1; });
   while (!record.SomebodyQueues()) std::this_thread::yield();
@@ -362,7 +362,7 @@ TEST_P(HeldQueue, RemovedDuringAWait_LeavesTheMutexAsTheLock) {
 
 constexpr auto kNameOf = [](const auto &lock) { return lock.param == Lock::Mutex ? "Mutex" : "Semaphore"; };
 INSTANTIATE_TEST_SUITE_P(By, Gate, ::testing::Values(Lock::Mutex, Lock::Semaphore), kNameOf);
-INSTANTIATE_TEST_SUITE_P(By, HeldQueue, ::testing::Values(Lock::Mutex, Lock::Semaphore), kNameOf);
+INSTANTIATE_TEST_SUITE_P(By, GateWithHeldQueue, ::testing::Values(Lock::Mutex, Lock::Semaphore), kNameOf);
 
 class NoRobustMutexes : public StoreTest {};
 
