@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The files of a home in unusual forms: seals with a right checksum that the store never writes, other things at the
-// names of its files, a tables' file in the other byte order, and
-// the bounds of what the system gives.
+// names of its files, a tables' file in the other byte order, and the bounds of what the system gives.
 
 #include <db.h>
 #include <fcntl.h>
@@ -132,12 +131,7 @@ const Form kForms[] = {
                     const auto &log) { return Sealed(kFirstLine + tables + log + std::string(1, '\0') + tables); }},
     {"WithoutALineFeedBeforeItsEnd",
      [](const auto &tables, const auto &log) { return Sealed(kFirstLine + tables + log.substr(0, log.size() - 1)); }},
-    {"OfAFileWithoutAName",
-     [](const auto &, const auto &log) {
-       return Sealed(kFirstLine + log +
-                     "0 00000000"
-                     "\n");
-     }},
+    {"OfAFileWithoutAName", [](const auto &, const auto &log) { return Sealed(kFirstLine + log + "0 00000000\n"); }},
 };
 
 class SealForm : public StoreFiles, public ::testing::WithParamInterface<Form> {};
