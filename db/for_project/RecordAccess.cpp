@@ -28,7 +28,7 @@ bool GrownBytes::Assign(std::string_view bytes) {
   if (pMoved == nullptr) return false;
   record_.data = pMoved;
   record_.size = static_cast<std::uint32_t>(bytes.size());
-  std::ranges::copy(bytes, static_cast<char *>(pMoved));
+  std::copy(bytes.begin(), bytes.end(), static_cast<char *>(pMoved));
   return true;
 }
 
