@@ -198,7 +198,7 @@ TEST_F(StoreFiles, LogsAfterTheLastSealedOne_AreRecovered) {
 
 TEST_F(StoreFiles, ATablesFileThatIsLongerThanSealed_IsDamage) {
   ASSERT_NO_FATAL_FAILURE(Make());
-  const std::size_t bytes = fs::file_size(FilePath());
+  const auto bytes = fs::file_size(FilePath());
   fs::resize_file(FilePath(), bytes + 2048);
   ExpectRefused("config.db");
   fs::resize_file(FilePath(), bytes);
