@@ -4,8 +4,11 @@
 #include <db.h>
 #include <devsupport/db/DbRecord.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "tests/db/RecordFixture.h"
@@ -308,6 +311,35 @@ TEST_F(Record, Del_WhenTheLibraryFails_Is10WithItsText) {
   EXPECT_EQ(BerkDb_Del(g_uDb.tb_tone, "k"), BERKDB_ERROR);
   EXPECT_EQ(err.Take(), Report(EIO));
   EXPECT_EQ(BerkDb_Del(nullptr, "k"), BERKDB_NO_TABLE);
+}
+
+// --- the space that changes take
+
+/// The most bytes that the log files of a home took after any of these changes.
+template <typename Change>
+std::uintmax_t MostLogBytes(const std::string &home, int changes, Change change) {
+  std::uintmax_t most = 0;
+  for (int i = 0; i < changes; ++i) {
+    EXPECT_EQ(change(i), BERKDB_OK) << i;
+    std::uintmax_t bytes = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(home)) {
+      if (entry.path().filename().string().starts_with("log.")) bytes += entry.file_size();
+    }
+    most = std::max(most, bytes);
+  }
+  return most;
+}
+
+// Four log files of 64 KiB.
+constexpr std::uintmax_t kLogRoom = 0x40000;
+
+TEST_F(Record, ManySmallChanges_DoNotFillTheMedium) {
+  EXPECT_LE(MostLogBytes(home_, 4000, [](int i) { return BerkDb_Put(g_uDb.tb_tone, "k", &i, sizeof i); }), kLogRoom);
+}
+
+TEST_F(Record, FewLargeChanges_DoNotFillTheMedium) {
+  const std::string value(4000, 'v');
+  EXPECT_LE(MostLogBytes(home_, 200, [&](int) { return BerkDb_Set(g_uDb.tb_tone, "k", value.c_str()); }), kLogRoom);
 }
 
 // --- conflicts with locks of other processes
