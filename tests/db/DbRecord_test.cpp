@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <string>
 
+#include "db/for_project/Environment.h"
 #include "tests/db/RecordFixture.h"
 #include "tests/support/CapturedOutput.h"
 
@@ -181,6 +182,15 @@ TEST_F(Record, Set_WhenTheFileCannotBeWritten_Is10) {
   EXPECT_EQ(err.Take(), Report(ENOSPC) + Short(ENOSPC));
   g_uDb.tb_tone->sync = s_real;
   EXPECT_EQ(Get(g_uDb.tb_tone, "k"), "v");
+}
+
+TEST_F(Record, ChangesWhoseLogCannotBeWritten_Are10) {
+  devsupport::store::g_pEnv->log_flush = [](DB_ENV *, const DB_LSN *) { return EACCES; };
+  CapturedOutput err(stderr);
+  EXPECT_EQ(BerkDb_Put(g_uDb.tb_tone, "k", "v", 2), BERKDB_ERROR);
+  EXPECT_EQ(BerkDb_Set(g_uDb.tb_tone, "k", "v"), BERKDB_ERROR);
+  EXPECT_EQ(BerkDb_Del(g_uDb.tb_tone, "k"), BERKDB_ERROR);
+  EXPECT_NE(err.Take(), "");
 }
 
 TEST_F(Record, Set_WithoutTableKeyOrValue_Fails) {

@@ -145,8 +145,10 @@ TEST_F(Healing, ACursorFromBefore_IsClosed) {
   DBT dataRecord = {};
   EXPECT_EQ(cursor->get(cursor, &keyRecord, &dataRecord, DB_NEXT), DB_RUNRECOVERY);
   err.Take();
+  DB *const current = g_uDb.tb_pb;
   EXPECT_EQ(BerkDb_CursorClose(cursor), 0);
   EXPECT_NE(err.Take(), "");
+  EXPECT_EQ(g_uDb.tb_pb, current) << "the store was rebuilt once more";
   EXPECT_EQ(Get(g_uDb.tb_pb, "Bob 1"), "123;x");
 }
 
