@@ -110,7 +110,7 @@ def run_program(device, path, results):
         listed = device.ask(f"/tests/build/{path} --gtest_list_tests --gtest_filter={shlex.quote(test)}")
         if "\n  " not in listed:
             results.check(False, f"{name}: {test} is left out, but there is no such test")
-    words = [f"/tests/build/{path}", "--gtest_brief=1", "--gtest_color=no", f"--gtest_filter=-{':'.join(excluded)}"]
+    words = [f"/tests/build/{path}", "--gtest_color=no", f"--gtest_filter=-{':'.join(excluded)}"]
     # Tests call other programs through the system's shell. Busybox's shell would prefer its own commands.
     device.ask("ln -sf /tests/bin/dash /bin/sh")
     before = system_v_keys(device)
@@ -121,7 +121,9 @@ def run_program(device, path, results):
     count = int(passed[1]) if passed else 0
     skipped = output.count("[  SKIPPED ]")
     is_good = status == 0 and count > 0 and skipped == 0
-    results.check(is_good, f"{name}: {count} tests, {seconds:.1f} s", f"status {status}\n{output}", count)
+    # The names of the tests show that the machine lives; of those that pass they tell nothing more.
+    told = re.sub(r"^\[(?: RUN  |---|     * OK ).*\n", "", output, flags=re.MULTILINE)
+    results.check(is_good, f"{name}: {count} tests, {seconds:.1f} s", f"status {status}\n{told}", count)
     results.count("device-tests", count)
     results.count("skipped", skipped)
     after = system_v_keys(device)
